@@ -1,0 +1,51 @@
+#include "fatalsignal.h"
+
+#include <QCoreApplication>
+
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <execinfo.h>
+#include <unistd.h>
+
+namespace
+{
+
+volatile std::sig_atomic_t handled = 0;
+
+} // namespace
+
+void manageSegFailure(int signal)
+{
+    handled = 1;
+
+    // stdio is not safe in a signal handler; a buffer and write() are.
+    std::array<char, 32> text{};
+    const int length = snprintf(text.data(), text.size(), "Signal Error %d\n", signal);
+    for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+        if (write(stream, text.data(), size_t(length)) < 0)
+            continue; // nobody reads; the rest still has to happen
+    }
+
+    std::signal(signal, SIG_DFL);
+
+    std::array<void *, 10> frames{};
+    const int count = backtrace(frames.data(), int(frames.size()));
+    backtrace_symbols_fd(frames.data(), count, STDERR_FILENO);
+
+    QCoreApplication::exit(fatalSignalExitCode);
+}
+
+void installFatalSignalHandler()
+{
+    // The first backtrace loads a library; that must not happen in the handler.
+    void *frame = nullptr;
+    backtrace(&frame, 1);
+    for (const int signal : {SIGSEGV, SIGILL, SIGFPE, SIGABRT})
+        std::signal(signal, manageSegFailure);
+}
+
+bool fatalSignalHandled()
+{
+    return handled != 0;
+}

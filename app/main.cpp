@@ -1,0 +1,53 @@
+#include "commsexternal.h"
+#include "commsinternal.h"
+#include "eventhandler.h"
+#include "fatalsignal.h"
+#include "messagehandler.h"
+#include "version.h"
+#include "videolibrary.h"
+#include "wiring.h"
+
+#include "childprocess.h"
+#include "paths.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QTimer>
+
+#include <chrono>
+
+// Last: X11's headers define words such as Status and Bool as macros.
+#include <X11/Xlib.h>
+
+using namespace std::chrono_literals;
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    XInitThreads();
+    installFatalSignalHandler();
+    qInstallMessageHandler(MessageHandler);
+
+    qInfo() << "Starting " << version::product << "- v" << version::major << "." << version::minor
+            << "." << version::build;
+
+    // Never destroyed: they live as long as the process.
+    const Components unit{new eventHandler(nullptr), new commsInternal(nullptr),
+                          new commsExternal(nullptr), new VideoLibrary};
+    connectComponents(unit);
+
+    unit.mcu->commsInternalInit();
+    unit.video->initCapture();
+    // The phone link waits until the network has settled.
+    QTimer::singleShot(2500ms, unit.app, &commsExternal::commsExternalInit);
+
+    childprocess::start(nullptr, childprocess::fromLine(paths::palReceiverCommand));
+    childprocess::start(nullptr, childprocess::fromLine(paths::usbMonitorCommand));
+    unit.video->startVideo();
+
+    QTimer::singleShot(0, &application, [] {
+        if (fatalSignalHandled())
+            QCoreApplication::exit(fatalSignalExitCode);
+    });
+    return QCoreApplication::exec();
+}

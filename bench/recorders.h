@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+// One call of a recorded program.
+struct Call {
+    double uptime; // seconds since boot, hundredths
+    QString name;
+    QStringList arguments;
+};
+
+// The stand-ins for programs that a desk does not have (bench/recorder), in the sandbox.
+namespace recorders
+{
+
+// Puts the stand-in at an absolute path. What stood there before becomes the real program
+// that the stand-in runs where no reply is set.
+void install(const QString &path);
+
+// What the stand-in prints instead of running the real program, for the name alone or for
+// one set of arguments ("KT6120_bb_read.sh 0x12"). delay in seconds.
+void setReply(const QString &key, const QByteArray &output, double delay = 0, int status = 0);
+void clearReply(const QString &key);
+
+// Every call so far, oldest first.
+QList<Call> calls();
+void clearCalls();
+
+} // namespace recorders

@@ -1,0 +1,3 @@
+#include "busybee.h"
+
+BusyBee::BusyBee(QObject *parent, settings *) : QObject(parent) {}

@@ -1,0 +1,3 @@
+#include "monitor.h"
+
+monitor::monitor(QObject *parent, settings *) : QObject(parent) {}

@@ -1,0 +1,85 @@
+#include "testsupport.h"
+
+#include "recorders.h"
+
+#include <QDir>
+#include <QFile>
+#include <QMutex>
+#include <QSettings>
+
+#include <utility>
+
+namespace
+{
+
+QMutex lock;
+QList<std::pair<QtMsgType, QString>> messages;
+
+void collect(QtMsgType type, const QMessageLogContext &, const QString &text)
+{
+    const QMutexLocker locker(&lock);
+    messages.append({type, text});
+}
+
+} // namespace
+
+namespace testsupport
+{
+
+void freshWorld()
+{
+    for (const char *folder : {"/home/pi/KT6120/bin", "/var/www/html", "/run/bench/replies"}) {
+        QDir(folder).removeRecursively();
+        QDir().mkpath(folder);
+    }
+    recorders::clearCalls();
+}
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void writeFile(const QString &path, const QByteArray &content)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(content) < 0)
+        qFatal("cannot write %s", qPrintable(path));
+}
+
+QString iniValue(const QString &path, const QString &key)
+{
+    const QVariant value = QSettings(path, QSettings::IniFormat).value(key);
+    return value.isValid() ? value.toString() : QString();
+}
+
+LogCapture::LogCapture()
+{
+    clear();
+    qInstallMessageHandler(collect);
+}
+
+LogCapture::~LogCapture()
+{
+    qInstallMessageHandler(nullptr);
+}
+
+QStringList LogCapture::texts(QtMsgType type)
+{
+    const QMutexLocker locker(&lock);
+    QStringList found;
+    for (const auto &[messageType, text] : std::as_const(messages)) {
+        if (messageType == type)
+            found.append(text);
+    }
+    return found;
+}
+
+void LogCapture::clear()
+{
+    const QMutexLocker locker(&lock);
+    messages.clear();
+}
+
+} // namespace testsupport

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+// What several tests need of the sandboxed world.
+namespace testsupport
+{
+
+// Empties the install directory, the commands file's folder and the recorded calls, so that
+// the test functions of one process do not see each other.
+void freshWorld();
+
+// The whole file; empty when it is missing.
+QByteArray readFile(const QString &path);
+void writeFile(const QString &path, const QByteArray &content);
+
+// The raw value of "Group/Entry" in an INI file as it stands on disk; null when missing.
+QString iniValue(const QString &path, const QString &key);
+
+// Collects what is logged while it lives, instead of printing it; any thread may log.
+class LogCapture
+{
+public:
+    LogCapture();
+    ~LogCapture();
+    LogCapture(const LogCapture &) = delete;
+    LogCapture &operator=(const LogCapture &) = delete;
+
+    // Texts of one message type, in order.
+    static QStringList texts(QtMsgType type);
+    static void clear();
+};
+
+} // namespace testsupport

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QByteArray>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+
+#include <chrono>
+#include <string>
+
+// Starting a program as a child and waiting for it. A program that is missing, fails or
+// outlasts its wait is never reported: the caller goes on. What a child writes to its
+// standard error goes to the program's own.
+namespace childprocess
+{
+
+struct Command {
+    QString program;
+    QStringList arguments;
+};
+
+// A command line split at blanks; double quotes hold a word together.
+Command fromLine(const QString &line);
+
+// Starts a command in a new process object that stays a child of parent, and does not wait.
+// Its standard output is discarded, so that a child that runs for months costs no memory.
+QProcess *start(QObject *parent, const Command &command);
+
+// Starts a command as start() does and waits for its end. False when the wait ran out or
+// the program could not be started; a child that outlasts its wait runs on.
+bool run(QObject *parent, const Command &command, std::chrono::milliseconds wait);
+
+// Runs a command in a process object of its own and returns what its standard output has
+// brought by the end of the wait. The object is released when the child ends, at the latest
+// with parent; a child that outlasts its wait runs on until then.
+QByteArray output(QObject *parent, const Command &command, std::chrono::milliseconds wait);
+
+// The standard output of a shell command, line breaks included, read to its end; the exit
+// status is not looked at. Throws std::runtime_error where no pipe can be opened.
+std::string exec(const char *command);
+
+} // namespace childprocess
