@@ -1,1 +1,182 @@
 #include "commsinternal.h"
+
+#include "paths.h"
+
+#include <QDebug>
+#include <QElapsedTimer>
+#include <QSerialPort>
+#include <QSocketNotifier>
+#include <QThread>
+#include <QTimer>
+
+#include <algorithm>
+#include <chrono>
+
+using namespace std::chrono_literals;
+
+namespace
+{
+
+constexpr qint32 baudRate = 115200;
+constexpr auto announcementPause = 400ms;
+constexpr auto writeWait = 1000ms;
+constexpr auto requestInterval = 150ms;
+
+// SCPI error numbers.
+constexpr int parameterNotAllowed = -108;
+constexpr int missingParameter = -109;
+
+const char logQuery[] = "LOGS?\n\r";
+
+const char *const announcements[] = {"BOOT:READY\n\r", "UPGRADE:STATE 0\r\n", "SONDE:OFF\r\n",
+                                     "*IDN?\n\r", logQuery};
+
+// The reel counter stands at every second place: it is the one value that moves fast.
+const char *const requests[] = {
+    "BAT:V?\n\r", "COILER:VALUE?\n\r", "BAT:STATE?\n\r", "COILER:VALUE?\n\r",
+    "PWR:I?\n\r", "COILER:VALUE?\n\r", "SONDE:EN?\n\r",  "COILER:VALUE?\n\r",
+    "TWK?\n\r",   "COILER:VALUE?\n\r", "TEMP?\n\r",      "COILER:VALUE?\n\r",
+    "*IDN?\n\r",  "COILER:VALUE?\n\r",
+};
+
+} // namespace
+
+commsInternal::commsInternal(QObject *parent) : QObject(parent) {}
+
+void commsInternal::commsInternalInit()
+{
+    qDebug() << "External Comms Thread ID: " << QThread::currentThreadId();
+
+    serialPort = new QSerialPort(paths::mcuSerialDevice, this);
+    serialPort->setBaudRate(baudRate);
+    if (!serialPort->open(QIODevice::ReadWrite)) {
+        qCritical() << "MCU Serial Port Failed to Open...";
+        return;
+    }
+    addCommands();
+
+    // The port notifies also from inside the wait of a write. Queued, a notification is taken
+    // up only when the handler that is sending has returned, so that each line's effects,
+    // commands included, are complete before the next line is read.
+    rxBuffer.clear();
+    connect(serialPort, &QSerialPort::readyRead, this, &commsInternal::serialPortProcessData,
+            Qt::QueuedConnection);
+    connect(serialPort, &QSerialPort::errorOccurred, this, [this](QSerialPort::SerialPortError e) {
+        if (e == QSerialPort::ResourceError)
+            silenceDeadLine();
+    });
+
+    for (const char *text : announcements) {
+        commsInternalSendCommand(text, SOURCE_MCU);
+        QThread::msleep(announcementPause.count());
+    }
+
+    requestTimer = new QTimer(this);
+    requestTimer->setTimerType(Qt::PreciseTimer);
+    for (const char *query : requests)
+        requestList.append(query);
+    requestIndex = 0;
+    connect(requestTimer, &QTimer::timeout, this, &commsInternal::commsInternalProcessRequest);
+    requestTimer->start(requestInterval);
+}
+
+void commsInternal::serialPortProcessData()
+{
+    const QByteArray piece = serialPort->readLine();
+    rxBuffer.append(piece);
+    if (!piece.endsWith('\n'))
+        return;
+    // Up to the first NUL byte.
+    QString line = QString::fromUtf8(rxBuffer.constData());
+    rxBuffer.clear();
+    line.remove('\n').remove('\t').remove('\r');
+    commsInternalParseCmd(line, SOURCE_MCU);
+}
+
+void commsInternal::serialPortProcessDataDebugPort() {}
+
+int commsInternal::commsInternalAddCommand(QString name, Handler handler, unsigned char argCount)
+{
+    commandTable.append({name, argCount, handler});
+    return 0;
+}
+
+int commsInternal::commsInternalParseCmd(QString line, SOURCE_TYPE_t source)
+{
+    const QStringList words = line.split(' ');
+    const QString &word = words.first();
+    if (word.startsWith("##"))
+        return 0;
+    const auto entry =
+        std::find_if(commandTable.cbegin(), commandTable.cend(),
+                     [&word](const cmd_element_t &element) { return element.name == word; });
+    if (entry == commandTable.cend())
+        return 1;
+    if (entry->argCount + 1 < words.size()) {
+        commsInternalAddtoFifo(parameterNotAllowed);
+        return 1;
+    }
+    if (words.size() <= entry->argCount) {
+        commsInternalAddtoFifo(missingParameter);
+        return 1;
+    }
+    if (word == "PWR:SD")
+        qCritical() << "Running shutdown";
+    (this->*entry->handler)(words, source);
+    return 0;
+}
+
+void commsInternal::commsInternalAddtoFifo(int number)
+{
+    errorFifo.append(number);
+}
+
+void commsInternal::commsInternalSendCommand(QString command, SOURCE_TYPE_t eSource)
+{
+    if (eSource == SOURCE_MCU && !writeAll(command.toUtf8()))
+        qCritical() << "Failed to write command: " << command;
+}
+
+// True when every byte has left within the wait; no bytes have left at once.
+bool commsInternal::writeAll(const QByteArray &bytes)
+{
+    if (bytes.isEmpty())
+        return true;
+    if (!serialPort || !serialPort->isOpen())
+        return false;
+    QElapsedTimer waited;
+    waited.start();
+    bool going = serialPort->write(bytes) == bytes.size();
+    while (going && serialPort->bytesToWrite() > 0) {
+        const auto left = writeWait.count() - waited.elapsed();
+        going = left > 0 && serialPort->waitForBytesWritten(int(left));
+    }
+    if (!going)
+        serialPort->clear(QSerialPort::Output); // a lost command must not go out later
+    return going;
+}
+
+// The descriptor of a line that is gone is readable for ever: left alone, its notifier takes
+// a whole core. The port stays open, writes go on to fail and to be logged.
+void commsInternal::silenceDeadLine()
+{
+    for (QSocketNotifier *notifier : serialPort->findChildren<QSocketNotifier *>())
+        notifier->setEnabled(false);
+}
+
+void commsInternal::commsInternalProcessRequest()
+{
+    commsInternalSendCommand(requestList.at(requestIndex), SOURCE_MCU);
+    ++requestIndex;
+    if (requestIndex >= requestList.size())
+        requestIndex = 0;
+}
+
+void commsInternal::commsInternalRequestLogs()
+{
+    if (requestTimer)
+        requestTimer->stop();
+    commsInternalSendCommand(logQuery, SOURCE_MCU);
+    if (requestTimer)
+        requestTimer->start(requestInterval);
+}

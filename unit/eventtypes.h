@@ -3,7 +3,7 @@
 #include <QMetaType>
 
 // What happened. The numbers are fixed; 22, 23, 31 and 32 are unused.
-enum EVENT_TYPE_t {
+enum EVENT_TYPE_t : int {
     EVENT_BatteryState = 0,
     EVENT_BatteryStateRequest = 1,
     EVENT_BatteryVoltage = 2,
@@ -43,7 +43,7 @@ enum EVENT_TYPE_t {
 };
 
 // Where an event came from; as a destination, where an answer goes.
-enum SOURCE_TYPE_t {
+enum SOURCE_TYPE_t : int {
     SOURCE_MCU = 0,
     SOURCE_DEBUG = 1, // reaches the MCU link, which writes nothing for it
     SOURCE_APP = 2,

@@ -1,0 +1,161 @@
+// What each word of the MCU does: read the argument, keep it, raise the event.
+
+#include "commsinternal.h"
+
+#include "mculog.h"
+
+namespace
+{
+
+constexpr int syntaxError = -102; // SCPI: the argument is not a decimal integer
+
+} // namespace
+
+void commsInternal::addCommands()
+{
+    const cmd_element_t elements[] = {
+        {"Corvantis", 2, &commsInternal::commsInternalIDN},
+        {"LAMP:VALUE", 1, &commsInternal::commsInternalUpdateLampVal},
+        {"BAT:STATE", 1, &commsInternal::commsInternalUpdateBatState},
+        {"BAT:V", 1, &commsInternal::commsInternalUpdateBatV},
+        {"PWR:I", 1, &commsInternal::commsInternalUpdateCurrent},
+        {"COILER:VALUE", 1, &commsInternal::commsInternalUpdateCoiler},
+        {"PWR:SD", 0, &commsInternal::commsInternalShutdown},
+        {"CAMERA:TYPE", 1, &commsInternal::commsInternalUpdateCameraType},
+        {"PWR:OT", 0, &commsInternal::commsInternalPowerOT},
+        {"PWR:UT", 0, &commsInternal::commsInternalPowerUT},
+        {"*CLS", 0, &commsInternal::commsInternalFifoClear},
+        {"ERR?", 0, &commsInternal::commsInternalFifoGet},
+        {"SONDE:EN", 1, &commsInternal::commsInternalSondeState},
+        {"TEMP", 1, &commsInternal::commsInternalThermistor},
+        {"TWK", 1, &commsInternal::commsInternalTallwickDetected},
+        {"LOGS", 1, &commsInternal::commsInternalMCULogs},
+    };
+    for (const cmd_element_t &element : elements)
+        commsInternalAddCommand(element.name, element.handler, element.argCount);
+}
+
+// A decimal 32-bit integer; anything else is noted in the error queue and false.
+bool commsInternal::readNumber(const QString &word, int &number)
+{
+    bool ok = false;
+    number = word.toInt(&ok, 10);
+    if (!ok)
+        commsInternalAddtoFifo(syntaxError);
+    return ok;
+}
+
+// Keeps the low bits of the first argument, as many as Width holds, and raises the event.
+template <typename Width, typename Member>
+int commsInternal::updateNumber(const QStringList &words, SOURCE_TYPE_t source, Member &member,
+                                EVENT_TYPE_t event)
+{
+    int number = 0;
+    if (!readNumber(words.at(1), number))
+        return 1;
+    member = static_cast<Width>(number);
+    emit commsInternalEvent(event, source, &member);
+    return 0;
+}
+
+int commsInternal::commsInternalIDN(QStringList words, SOURCE_TYPE_t source)
+{
+    mcuVersion = words.last();
+    emit commsInternalEvent(EVENT_McuVersion, source, &mcuVersion);
+    return 0;
+}
+
+int commsInternal::commsInternalUpdateLampVal(QStringList words, SOURCE_TYPE_t source)
+{
+    return updateNumber<uint8_t>(words, source, lampValue, EVENT_LampValue);
+}
+
+int commsInternal::commsInternalUpdateBatState(QStringList words, SOURCE_TYPE_t source)
+{
+    return updateNumber<uint8_t>(words, source, batteryState, EVENT_BatteryState);
+}
+
+int commsInternal::commsInternalUpdateBatV(QStringList words, SOURCE_TYPE_t source)
+{
+    return updateNumber<uint16_t>(words, source, batteryVoltage, EVENT_BatteryVoltage);
+}
+
+int commsInternal::commsInternalUpdateCurrent(QStringList words, SOURCE_TYPE_t source)
+{
+    return updateNumber<uint16_t>(words, source, batteryCurrent, EVENT_Current);
+}
+
+int commsInternal::commsInternalUpdateCoiler(QStringList words, SOURCE_TYPE_t source)
+{
+    return updateNumber<uint16_t>(words, source, coilerValue, EVENT_CoilerValue);
+}
+
+int commsInternal::commsInternalShutdown(QStringList, SOURCE_TYPE_t source)
+{
+    emit commsInternalEvent(EVENT_Shutdown, source, nullptr);
+    return 0;
+}
+
+int commsInternal::commsInternalUpdateCameraType(QStringList words, SOURCE_TYPE_t source)
+{
+    return updateNumber<uint8_t>(words, source, cameraType, EVENT_CameraType);
+}
+
+// Over- and under-temperature of the MCU's supply: accepted, so that they are no errors.
+int commsInternal::commsInternalPowerOT(QStringList, SOURCE_TYPE_t)
+{
+    return 0;
+}
+
+int commsInternal::commsInternalPowerUT(QStringList, SOURCE_TYPE_t)
+{
+    return 0;
+}
+
+int commsInternal::commsInternalFifoClear(QStringList, SOURCE_TYPE_t)
+{
+    errorFifo.clear();
+    return 0;
+}
+
+int commsInternal::commsInternalFifoGet(QStringList, SOURCE_TYPE_t source)
+{
+    QStringList numbers;
+    for (const int number : errorFifo)
+        numbers.append(QString::number(number));
+    commsInternalSendCommand(numbers.join(", "), source);
+    return 0;
+}
+
+// The MCU repeats its state with every poll; only a change is an event.
+int commsInternal::commsInternalSondeState(QStringList words, SOURCE_TYPE_t source)
+{
+    int number = 0;
+    if (!readNumber(words.at(1), number))
+        return 1;
+    const auto state = static_cast<uint8_t>(number);
+    if (state == sondeState)
+        return 0;
+    sondeState = state;
+    emit commsInternalEvent(state == 1 ? EVENT_SondeOn : EVENT_SondeOff, source, &sondeState);
+    return 0;
+}
+
+int commsInternal::commsInternalThermistor(QStringList words, SOURCE_TYPE_t source)
+{
+    return updateNumber<uint16_t>(words, source, thermistorValue, EVENT_Thermistor);
+}
+
+int commsInternal::commsInternalTallwickDetected(QStringList words, SOURCE_TYPE_t source)
+{
+    return updateNumber<uint8_t>(words, source, tallwickDetected, EVENT_TallwickDetected);
+}
+
+int commsInternal::commsInternalMCULogs(QStringList words, SOURCE_TYPE_t)
+{
+    if (words.size() < 2)
+        return 1;
+    mcuLogs = words.at(1);
+    writeMcuLog(mcuLogs);
+    return 0;
+}

@@ -1,0 +1,93 @@
+// The commands file: a web page on the unit writes one command into it; its first line is
+// carried out at every change.
+
+#include "eventhandler.h"
+
+#include "paths.h"
+
+#include <QDebug>
+#include <QFile>
+#include <QFileSystemWatcher>
+#include <QStringList>
+
+#include <algorithm>
+#include <iterator>
+
+namespace
+{
+
+// Bytes of the first line that are looked at, so that a huge file costs nothing.
+constexpr qint64 longestLine = 65536;
+
+enum class Argument {
+    Ignored,
+    Switch, // required: "1" raises the event, anything else the other one
+    Text,   // required: the event's payload
+};
+
+struct Row {
+    const char *keyword;
+    Argument argument;
+    EVENT_TYPE_t event;
+    EVENT_TYPE_t otherwise;
+    const char *note; // logged first
+};
+
+constexpr Row rows[] = {
+    {"SONDE", Argument::Switch, EVENT_SondeOn, EVENT_SondeOff, nullptr},
+    {"LAMPUP", Argument::Ignored, EVENT_LampUp, {}, nullptr},
+    {"LAMPDOWN", Argument::Ignored, EVENT_LampDown, {}, nullptr},
+    {"LAMPOFF", Argument::Ignored, EVENT_LampOff, {}, nullptr},
+    {"RESET", Argument::Ignored, EVENT_CoilerSet, {}, nullptr},
+    {"LOGRST", Argument::Ignored, EVENT_ResetLogs, {}, "Resetting Microcontroller Logs"},
+    {"MODEL", Argument::Text, EVENT_CoilerModel, {}, nullptr},
+};
+
+} // namespace
+
+// A file that is missing now is not watched later; one that is replaced is no longer watched.
+void eventHandler::eventHandlerSetupFifo()
+{
+    commandsFileWatcher = new QFileSystemWatcher(this);
+    commandsFileWatcher->addPath(paths::commandsFile);
+    connect(commandsFileWatcher, &QFileSystemWatcher::fileChanged, this,
+            &eventHandler::eventHandlerFIFOChanged);
+}
+
+void eventHandler::eventHandlerFIFOChanged(QString path)
+{
+    if (path != paths::commandsFile)
+        return;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+        return;
+    QByteArray line = file.readLine(longestLine);
+    if (line.endsWith('\n'))
+        line.chop(1);
+    eventHandlerParseFIFO(QString::fromUtf8(line));
+}
+
+void eventHandler::eventHandlerParseFIFO(QString line)
+{
+    const QStringList words = line.split(' ');
+    const auto row = std::find_if(std::begin(rows), std::end(rows), [&words](const Row &candidate) {
+        return words.first() == candidate.keyword;
+    });
+    if (row == std::end(rows) || (row->argument != Argument::Ignored && words.size() < 2))
+        return;
+
+    QString argument = words.value(1);
+    if (row->note)
+        qInfo() << row->note;
+    switch (row->argument) {
+    case Argument::Ignored:
+        eventHandlerProcess(row->event, SOURCE_FIFO, nullptr);
+        break;
+    case Argument::Switch:
+        eventHandlerProcess(argument == "1" ? row->event : row->otherwise, SOURCE_FIFO, nullptr);
+        break;
+    case Argument::Text:
+        eventHandlerProcess(row->event, SOURCE_FIFO, &argument);
+        break;
+    }
+}

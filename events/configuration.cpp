@@ -1,0 +1,54 @@
+// The configuration file: what describes the installation rather than the unit's state.
+
+#include "eventhandler.h"
+
+#include "paths.h"
+
+#include <QDebug>
+
+namespace
+{
+
+constexpr double defaultEncoderScalar = 0.125; // metres a count
+constexpr int defaultLampCurrent = 15;         // milliamperes
+constexpr int fullLampCurrent = 30;            // milliamperes at 100 percent
+
+// Percent of full scale, a half rounded up.
+constexpr uint8_t lampPercent(int milliamperes)
+{
+    return static_cast<uint8_t>((milliamperes * 100 + fullLampCurrent / 2) / fullLampCurrent);
+}
+
+} // namespace
+
+void eventHandler::readConfiguration()
+{
+    configuration = std::make_unique<QSettings>(paths::configuration, QSettings::IniFormat);
+    encoderScalar = configuration->value("Coiler/EncoderScalar", defaultEncoderScalar).toDouble();
+
+    const int current = configuration->value("Lamp/MaxCurrent", defaultLampCurrent).toInt();
+    if (current >= 1 && current <= fullLampCurrent) {
+        qInfo() << "LED current limit set to " << current << "mA";
+        lampMaximum = lampPercent(current);
+    } else {
+        qWarning() << "Invalid LED current limit detected, using default value "
+                   << defaultLampCurrent << "mA";
+        lampMaximum = lampPercent(defaultLampCurrent);
+    }
+}
+
+void eventHandler::eventHandlerParseSettingsFile()
+{
+    QSettings snapshot("KT6120.ini", QSettings::IniFormat);
+    snapshot.setValue("Battery/Voltage", batteryVoltage);
+    snapshot.setValue("Battery/Current", batteryCurrent);
+    snapshot.setValue("Battery/State", batteryState);
+    snapshot.setValue("Camera/Coiler", int(coilerCount));
+    snapshot.setValue("Camera/Lamp", int(lampLevel));
+    snapshot.setValue("Camera/Type", cameraType);
+    snapshot.setValue("Video/IP", streamAddress);
+    snapshot.setValue("Video/Port", streamPort);
+    snapshot.setValue("MCU/Version", mcuVersion);
+    snapshot.setValue("Commands/Unknown", unknownCommands);
+    snapshot.setValue("Sonde/State", int(sondeEnabled));
+}

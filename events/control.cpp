@@ -1,0 +1,187 @@
+// What the phone, the commands file and the links ask for, the lamp aside: sonde, reel,
+// identification, shutdown, video switch, MCU log, and the answers to requests.
+
+#include "eventhandler.h"
+
+#include "childprocess.h"
+#include "mculog.h"
+#include "paths.h"
+#include "settings.h"
+#include "version.h"
+
+#include <QDebug>
+
+#include <chrono>
+
+using namespace std::chrono_literals;
+
+namespace
+{
+
+constexpr char sondeEnableLine[] = "43"; // GPIO
+constexpr auto sondeWait = 1000ms;
+constexpr auto shutdownWait = 10000ms;
+
+constexpr char coilerModelKey[] = "Coiler/Model"; // of the configuration file
+constexpr char defaultCoilerModel[] = "x40";
+constexpr char defaultSondeFrequency[] = "512";
+
+const QString &text(const void *payload)
+{
+    return *static_cast<const QString *>(payload);
+}
+
+} // namespace
+
+void eventHandler::answerBatteryState(SOURCE_TYPE_t source, const void *)
+{
+    eventHandlerSendCommand(source, QString("BatteryState %1\r").arg(batteryState));
+}
+
+void eventHandler::answerBatteryLevel(SOURCE_TYPE_t source, const void *)
+{
+    eventHandlerSendCommand(source, QString("BatteryLevel %1\r").arg(batteryVoltage));
+}
+
+void eventHandler::sondeOn(SOURCE_TYPE_t, const void *)
+{
+    switchSonde(true);
+}
+
+void eventHandler::sondeOff(SOURCE_TYPE_t, const void *)
+{
+    switchSonde(false);
+}
+
+void eventHandler::switchSonde(bool on)
+{
+    childprocess::run(this, {paths::sondeEnableScript, {sondeEnableLine, on ? "1" : "0"}},
+                      sondeWait);
+    qInfo() << (on ? "Sonde Turned On" : "Sonde Turned Off");
+    sondeEnabled = on ? 1 : 0;
+    store->settingsSetValue("Sonde/Enabled", int(sondeEnabled));
+    eventHandlerSendCommand(SOURCE_MCU, on ? "SONDE:ON\r\n" : "SONDE:OFF\r\n");
+}
+
+void eventHandler::sondeFrequencyGiven(SOURCE_TYPE_t, const void *payload)
+{
+    sondeFrequency = text(payload);
+    store->settingsSetValue("Sonde/Frequency", sondeFrequency);
+}
+
+void eventHandler::answerSondeFrequency(SOURCE_TYPE_t source, const void *)
+{
+    const QVariant stored = store->settingsGetValue("Sonde/Frequency", defaultSondeFrequency);
+    eventHandlerSendCommand(source, "SondeFreq " + stored.toString());
+}
+
+void eventHandler::answerSondeState(SOURCE_TYPE_t source, const void *)
+{
+    eventHandlerSendCommand(source, QString("SondeState %1\r\n").arg(int(sondeEnabled)));
+}
+
+void eventHandler::shutDown(SOURCE_TYPE_t, const void *)
+{
+    qCritical() << "Shutdown Event Triggered";
+    childprocess::run(this, childprocess::fromLine(paths::shutdownCommand), shutdownWait);
+}
+
+void eventHandler::answerCoilerValue(SOURCE_TYPE_t source, const void *)
+{
+    // From the store each time: other programs on the unit may set the offset there.
+    coilerOffset = store->settingsGetValue("Camera/CoilerOffset", "0").toDouble();
+    coilerDistance = coilerCount * encoderScalar + coilerOffset;
+    eventHandlerSendCommand(source, QString("CoilerValue %1\r").arg(coilerDistance, 0, 'g', 6));
+}
+
+// The counter itself is not touched: it follows the MCU's next report.
+void eventHandler::setCoiler(SOURCE_TYPE_t, const void *payload)
+{
+    eventHandlerSendCommand(SOURCE_MCU, "COILER:ZERO\r\n");
+    store->settingsSetValue("Camera/Coiler", QString("0"));
+    coilerOffset = payload ? *static_cast<const double *>(payload) : 0.0;
+    qInfo() << "Coiler offset set to " << coilerOffset << "m";
+    store->settingsSetValue("Camera/CoilerOffset", coilerOffset);
+}
+
+void eventHandler::coilerModelGiven(SOURCE_TYPE_t, const void *payload)
+{
+    coilerModel = text(payload);
+    configuration->setValue(coilerModelKey, coilerModel);
+}
+
+void eventHandler::answerCoilerModel(SOURCE_TYPE_t source, const void *)
+{
+    const QVariant stored = configuration->value(coilerModelKey, defaultCoilerModel);
+    eventHandlerSendCommand(source, "Model " + stored.toString() + "\r\n");
+}
+
+void eventHandler::startStream(SOURCE_TYPE_t, const void *)
+{
+    qInfo() << "EVENT_StreamStart";
+    if (streamAddress.isEmpty() || streamPort.isEmpty())
+        emit eventHandlerNullParams();
+    else
+        qInfo() << "Stream Started at " << streamAddress << ":" << streamPort;
+}
+
+void eventHandler::stopStream(SOURCE_TYPE_t, const void *)
+{
+    if (!streamActive)
+        return;
+    emit eventHandlerStopStreaming();
+    streamActive = false;
+    qInfo() << "Stream Stopped";
+}
+
+void eventHandler::startPal(SOURCE_TYPE_t, const void *)
+{
+    emit eventHandlerStartPAL();
+    qInfo() << "PAL Output Started";
+}
+
+void eventHandler::stopPal(SOURCE_TYPE_t, const void *)
+{
+    emit eventHandlerStopPAL();
+    qInfo() << "PAL Output Stopped";
+}
+
+void eventHandler::answerIdn(SOURCE_TYPE_t source, const void *)
+{
+    eventHandlerSendCommand(
+        source, QString("%1 v%2.%3.%4\r\n")
+                    .arg(version::product, version::major, version::minor, version::build));
+}
+
+void eventHandler::answerComputeTemperature(SOURCE_TYPE_t source, const void *)
+{
+    eventHandlerSendCommand(source, QString("Temp:Compute %1\r").arg(computeTemperature));
+}
+
+void eventHandler::answerTallwick(SOURCE_TYPE_t source, const void *)
+{
+    eventHandlerSendCommand(source, QString("TWK %1\r").arg(int(tallwickDetected)));
+}
+
+void eventHandler::mcuLogGiven(SOURCE_TYPE_t, const void *payload)
+{
+    mcuLog = text(payload);
+    eventHandlerWriteLogs();
+}
+
+void eventHandler::eventHandlerWriteLogs()
+{
+    writeMcuLog(mcuLog);
+}
+
+void eventHandler::resetMcuLog(SOURCE_TYPE_t, const void *)
+{
+    eventHandlerSendCommand(SOURCE_MCU, "LOGS:RESET\r\n");
+    emit eventHandlerUpdateLogs();
+}
+
+void eventHandler::countUnknownCommand(SOURCE_TYPE_t, const void *)
+{
+    ++unknownCommands;
+    store->settingsSetValue("Commands/Unknown", unknownCommands);
+}

@@ -1,0 +1,108 @@
+// The lamp: stepping, off, and the level that the MCU reports.
+
+#include "eventhandler.h"
+
+#include "childprocess.h"
+#include "paths.h"
+#include "settings.h"
+
+#include <QDebug>
+
+#include <chrono>
+
+using namespace std::chrono_literals;
+
+namespace
+{
+
+constexpr int lampStep = 15; // percent
+constexpr int lampOffValue = -1;
+
+constexpr char lampPowerLine[] = "21"; // GPIO
+constexpr char lampPowerOn[] = "0";
+constexpr char lampPowerOff[] = "1";
+constexpr auto gpioWait = 10000ms;
+
+// The level that the MCU is sent: nine tenths, a half rounded up.
+int scaledLevel(int level)
+{
+    return (level * 9 + 5) / 10;
+}
+
+} // namespace
+
+void eventHandler::lampValueReported(SOURCE_TYPE_t source, const void *payload)
+{
+    if (tallwickDetected != 0)
+        return;
+    if (source == SOURCE_MCU)
+        lampLevel = *static_cast<const uint8_t *>(payload);
+    else
+        answerLampValue(source, payload);
+    qInfo() << "Setting Lamp Brightness to " << int(lampLevel);
+    storeLampLevel();
+}
+
+void eventHandler::answerLampValue(SOURCE_TYPE_t source, const void *)
+{
+    eventHandlerSendCommand(source, QString("LampValue %1\r\n").arg(int(lampLevel)));
+}
+
+void eventHandler::lampUp(SOURCE_TYPE_t, const void *)
+{
+    if (tallwickDetected != 0)
+        return;
+    switchLampPower(lampPowerOn);
+    eventHandlerUpdateLamp(true);
+    storeLampLevel();
+}
+
+void eventHandler::lampDown(SOURCE_TYPE_t, const void *)
+{
+    if (tallwickDetected != 0)
+        return;
+    if (lampLevel > 0)
+        switchLampPower(lampPowerOn);
+    eventHandlerUpdateLamp(false);
+    storeLampLevel();
+}
+
+// The level stays, so that the next step up starts from it.
+void eventHandler::lampOff(SOURCE_TYPE_t, const void *)
+{
+    switchLampPower(lampPowerOff);
+    store->settingsSetValue("Camera/Lamp", lampOffValue);
+    eventHandlerSendCommand(SOURCE_MCU, "LAMP:OFF\r\n");
+}
+
+void eventHandler::eventHandlerUpdateLamp(bool up)
+{
+    // Signed 8-bit: a level that the MCU reported above 112 steps up to below 0, and so to 0.
+    int candidate = static_cast<int8_t>(up ? lampLevel + lampStep : lampLevel - lampStep);
+    if (candidate > lampMaximum) {
+        candidate = lampMaximum;
+    } else if (candidate < 0) {
+        if (lampLevel == 0)
+            return;
+        candidate = 0;
+    }
+    if (candidate == lampLevel)
+        return;
+    lampLevel = static_cast<uint8_t>(candidate);
+    const int scaled = scaledLevel(lampLevel);
+    qInfo() << "Setting Lamp Brightness to " << int(lampLevel) << "% (Scaled " << scaled << "%)";
+    eventHandlerSendCommand(SOURCE_MCU, QString("LAMP:SET %1\r\n").arg(scaled));
+    eventHandlerSendCommand(SOURCE_MCU, "LAMP:ON\r\n");
+    if (lampLevel == 0)
+        switchLampPower(lampPowerOff);
+}
+
+void eventHandler::switchLampPower(const char *lineValue)
+{
+    childprocess::run(this, {paths::gpioWriteScript, {lampPowerLine, lineValue}}, gpioWait);
+}
+
+void eventHandler::storeLampLevel()
+{
+    store->settingsSetValue("Camera/Lamp", int(lampLevel));
+}

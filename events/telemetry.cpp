@@ -1,0 +1,133 @@
+// What the MCU reports: kept, stored, checked against its band.
+
+#include "eventhandler.h"
+
+#include "settings.h"
+
+#include <QDebug>
+
+// No state change at a limit itself; a reading strictly between the limits is normal.
+struct eventHandler::Band {
+    int lower;
+    int upper;
+    const char *underWarning; // null: the reading cannot be under
+    const char *overWarning;
+};
+
+namespace
+{
+
+// Battery voltage a raw count.
+constexpr double voltageScale = 3.13;
+
+template <typename T>
+T read(const void *payload)
+{
+    return *static_cast<const T *>(payload);
+}
+
+} // namespace
+
+void eventHandler::batteryStateReported(SOURCE_TYPE_t, const void *payload)
+{
+    const int32_t before = batteryState;
+    batteryState = read<int32_t>(payload);
+    store->settingsSetValue("Battery/State", batteryState);
+    if (batteryState != before)
+        qInfo() << "Battery State Changed to: " << batteryState;
+}
+
+void eventHandler::batteryVoltageReported(SOURCE_TYPE_t, const void *payload)
+{
+    const auto scaled = static_cast<unsigned>(read<uint16_t>(payload) * voltageScale);
+    batteryVoltage = static_cast<uint16_t>(scaled);
+    eventHandlerParseBatteryVoltage();
+}
+
+void eventHandler::currentReported(SOURCE_TYPE_t, const void *payload)
+{
+    batteryCurrent = read<uint16_t>(payload);
+    eventHandlerParseBatteryCurrent();
+}
+
+void eventHandler::thermistorReported(SOURCE_TYPE_t, const void *payload)
+{
+    computeTemperature = read<int16_t>(payload);
+    eventHandlerParseComputeTemperature();
+    store->settingsSetValue("Temperature/CM3", computeTemperature / 100.0);
+}
+
+void eventHandler::eventHandlerParseBatteryVoltage()
+{
+    static constexpr Band band = {5500, 8600, "Battery Voltage Under Threshold (",
+                                  "Battery Voltage Over Threshold ("};
+    store->settingsSetValue("Battery/Voltage", batteryVoltage);
+    checkBand(batteryVoltage, band, voltageAlarm);
+}
+
+void eventHandler::eventHandlerParseBatteryCurrent()
+{
+    static constexpr Band band = {0, 1500, nullptr, "Battery Current Over Threshold ("};
+    store->settingsSetValue("Battery/Current", batteryCurrent);
+    checkBand(batteryCurrent, band, currentAlarm);
+}
+
+void eventHandler::eventHandlerParseComputeTemperature()
+{
+    static constexpr Band band = {-1000, 7000, "Compute Module Temperature Under Threshold (",
+                                  "Compute Module Temperature Over Threshold ("};
+    checkBand(computeTemperature, band, temperatureAlarm);
+}
+
+void eventHandler::checkBand(int reading, const Band &band, Alarm &alarm)
+{
+    if (reading == band.lower || reading == band.upper)
+        return;
+    Alarm now = Alarm::Normal;
+    const char *warning = nullptr;
+    if (reading > band.upper) {
+        now = Alarm::Over;
+        warning = band.overWarning;
+    } else if (reading < band.lower) {
+        now = Alarm::Under;
+        warning = band.underWarning;
+    }
+    if (now != alarm && warning)
+        qWarning() << warning << reading << ")";
+    alarm = now;
+}
+
+void eventHandler::cameraTypeReported(SOURCE_TYPE_t, const void *payload)
+{
+    cameraType = read<int32_t>(payload);
+    store->settingsSetValue("Camera/Type", cameraType);
+    qInfo() << "Camera Type Updated to " << cameraType;
+}
+
+void eventHandler::coilerValueReported(SOURCE_TYPE_t, const void *payload)
+{
+    coilerCount = read<int16_t>(payload);
+    store->settingsSetValue("Camera/Coiler", int(coilerCount));
+}
+
+void eventHandler::mcuVersionReported(SOURCE_TYPE_t, const void *payload)
+{
+    mcuVersion = read<QString>(payload);
+    store->settingsSetValue("MCU/Version", mcuVersion);
+}
+
+void eventHandler::tallwickReported(SOURCE_TYPE_t, const void *payload)
+{
+    const auto flag = read<uint8_t>(payload);
+    if (flag == tallwickDetected)
+        return;
+    tallwickDetected = flag;
+    store->settingsSetValue("Tallwick/Detected", int(flag));
+    if (flag != 1)
+        return;
+    // A Tallwick probe has a lamp of its own: ours goes off and stays off.
+    eventHandlerProcess(EVENT_LampOff, SOURCE_MCU, nullptr);
+    lampLevel = 0;
+    storeLampLevel();
+    eventHandlerSendCommand(SOURCE_MCU, "LAMP:SET 0\r\n");
+}
