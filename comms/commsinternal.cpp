@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <poll.h>
 
 using namespace std::chrono_literals;
 
@@ -61,10 +62,7 @@ void commsInternal::commsInternalInit()
     rxBuffer.clear();
     connect(serialPort, &QSerialPort::readyRead, this, &commsInternal::serialPortProcessData,
             Qt::QueuedConnection);
-    connect(serialPort, &QSerialPort::errorOccurred, this, [this](QSerialPort::SerialPortError e) {
-        if (e == QSerialPort::ResourceError)
-            silenceDeadLine();
-    });
+    connect(serialPort, &QSerialPort::errorOccurred, this, &commsInternal::silenceDeadLine);
 
     for (const char *text : announcements) {
         commsInternalSendCommand(text, SOURCE_MCU);
@@ -160,6 +158,9 @@ bool commsInternal::writeAll(const QByteArray &bytes)
 // a whole core. The port stays open, writes go on to fail and to be logged.
 void commsInternal::silenceDeadLine()
 {
+    pollfd line{serialPort->handle(), 0, 0};
+    if (poll(&line, 1, 0) == 0 || (line.revents & (POLLHUP | POLLERR)) == 0)
+        return;
     for (QSocketNotifier *notifier : serialPort->findChildren<QSocketNotifier *>())
         notifier->setEnabled(false);
 }
