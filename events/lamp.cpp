@@ -78,9 +78,9 @@ void eventHandler::lampOff(SOURCE_TYPE_t, const void *)
 void eventHandler::eventHandlerUpdateLamp(bool up)
 {
     // Signed 8-bit: a level that the MCU reported above 112 steps up to below 0, and so to 0.
-    int candidate = static_cast<int8_t>(up ? lampLevel + lampStep : lampLevel - lampStep);
+    auto candidate = static_cast<int8_t>(up ? lampLevel + lampStep : lampLevel - lampStep);
     if (candidate > lampMaximum) {
-        candidate = lampMaximum;
+        candidate = static_cast<int8_t>(lampMaximum);
     } else if (candidate < 0) {
         if (lampLevel == 0)
             return;

@@ -50,7 +50,7 @@ QByteArray output(QObject *parent, const Command &command, std::chrono::millisec
     QProcess *process = create(parent);
     launch(process, command);
     process->waitForFinished(int(wait.count()));
-    const QByteArray printed = process->readAllStandardOutput();
+    QByteArray printed = process->readAllStandardOutput();
     if (process->state() == QProcess::NotRunning) {
         delete process;
     } else {

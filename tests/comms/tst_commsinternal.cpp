@@ -1,0 +1,380 @@
+#include "commsinternal.h"
+
+#include "paths.h"
+#include "pty.h"
+#include "testsupport.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QSerialPort>
+#include <QTimer>
+#include <QtTest>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+using testsupport::LogCapture;
+
+namespace
+{
+
+constexpr char rotation[] = "BAT:V?\n\rCOILER:VALUE?\n\rBAT:STATE?\n\rCOILER:VALUE?\n\r"
+                            "PWR:I?\n\rCOILER:VALUE?\n\rSONDE:EN?\n\rCOILER:VALUE?\n\r"
+                            "TWK?\n\rCOILER:VALUE?\n\rTEMP?\n\rCOILER:VALUE?\n\r"
+                            "*IDN?\n\rCOILER:VALUE?\n\r";
+
+struct Seen {
+    EVENT_TYPE_t event;
+    SOURCE_TYPE_t source;
+    QString value; // as the event's reader takes it; empty for a null pointer
+};
+
+// Each event's payload type, as its reader takes it.
+QString payload(EVENT_TYPE_t event, const void *ptr)
+{
+    switch (event) {
+    case EVENT_McuVersion:
+        return *static_cast<const QString *>(ptr);
+    case EVENT_BatteryState:
+    case EVENT_CameraType:
+        return QString::number(*static_cast<const int32_t *>(ptr));
+    case EVENT_BatteryVoltage:
+    case EVENT_Current:
+        return QString::number(*static_cast<const uint16_t *>(ptr));
+    case EVENT_CoilerValue:
+    case EVENT_Thermistor:
+        return QString::number(*static_cast<const int16_t *>(ptr));
+    case EVENT_Shutdown:
+        return ptr ? "not null" : "";
+    default:
+        return QString::number(*static_cast<const uint8_t *>(ptr));
+    }
+}
+
+} // namespace
+
+class tst_commsInternal : public QObject
+{
+    Q_OBJECT
+
+private:
+    // The link under test, its far end and what it raised; made once, since the announcements
+    // take two seconds.
+    std::optional<LogCapture> log; // installed after QtTest's own handler
+    std::unique_ptr<Pty> mcu;
+    std::unique_ptr<commsInternal> link;
+    QList<Seen> seen;
+    std::function<void()> insideEvent;
+
+    // What the link sends for "ERR?", the polls set aside.
+    QByteArray errorQueue()
+    {
+        link->findChild<QTimer *>()->stop();
+        mcu->clear();
+        link->commsInternalParseCmd("ERR?", SOURCE_MCU);
+        link->commsInternalSendCommand("end", SOURCE_MCU);
+        const bool ended = QTest::qWaitFor([&] { return mcu->received().endsWith("end"); });
+        link->findChild<QTimer *>()->start();
+        return ended ? mcu->received().chopped(3) : "no answer";
+    }
+
+    // Bytes that make one notification of the port.
+    void deliver(const QByteArray &bytes)
+    {
+        QSignalSpy arrived(link->findChild<QSerialPort *>(), &QSerialPort::readyRead);
+        mcu->send(bytes);
+        if (!arrived.wait())
+            qWarning("nothing arrived");
+    }
+
+    void waitForSeen(int count)
+    {
+        if (!QTest::qWaitFor([&] { return seen.size() >= count; }))
+            qWarning("too few events");
+    }
+
+private slots:
+    void initTestCase()
+    {
+        qRegisterMetaType<QSerialPort::SerialPortError>();
+        log.emplace();
+        testsupport::freshWorld();
+        mcu = std::make_unique<Pty>();
+        link = std::make_unique<commsInternal>();
+        connect(link.get(), &commsInternal::commsInternalEvent, this,
+                [this](EVENT_TYPE_t event, SOURCE_TYPE_t source, void *ptr) {
+                    seen.append({event, source, payload(event, ptr)});
+                    if (const auto act = std::exchange(insideEvent, nullptr))
+                        act();
+                });
+        // A reply that comes during the announcements is read afterwards.
+        mcu->send("TEMP 77\r\n");
+        link->commsInternalInit();
+        QVERIFY(seen.isEmpty());
+    }
+
+    void cleanupTestCase()
+    {
+        link.reset();
+        mcu.reset();
+    }
+
+    void init()
+    {
+        LogCapture::clear();
+        seen.clear();
+    }
+
+    void announcesItselfThenAsksInRotation()
+    {
+        const QByteArray expected =
+            QByteArray("BOOT:READY\n\rUPGRADE:STATE 0\r\nSONDE:OFF\r\n*IDN?\n\rLOGS?\n\r")
+            + rotation + "BAT:V?\n\r";
+        QTRY_COMPARE_WITH_TIMEOUT(mcu->received().left(expected.size()), expected, 20000);
+        QCOMPARE(link->findChild<QTimer *>()->interval(), 150);
+        QCOMPARE(seen.size(), 1); // the reply that waited
+        QCOMPARE(seen.first().value, QString("77"));
+    }
+
+    void linesBecomeEvents_data()
+    {
+        QTest::addColumn<QByteArray>("line");
+        QTest::addColumn<int>("event"); // -1: none
+        QTest::addColumn<QString>("value");
+        QTest::addColumn<QByteArray>("errors");
+
+        const auto taken = [](const char *name, const QByteArray &line, int event,
+                              const char *value) {
+            QTest::newRow(name) << line << event << value << QByteArray();
+        };
+        const auto rejected = [](const char *name, const QByteArray &line, const char *errors) {
+            QTest::newRow(name) << line << -1 << QString() << QByteArray(errors);
+        };
+        taken("version", "Corvantis X V1.0,3\r\n", EVENT_McuVersion, "V1.0,3");
+        taken("lamp", "LAMP:VALUE 41\r\n", EVENT_LampValue, "41");
+        taken("lamp keeps 8 bits", "LAMP:VALUE 300\r\n", EVENT_LampValue, "44");
+        taken("lamp below zero", "LAMP:VALUE -1\r\n", EVENT_LampValue, "255");
+        taken("battery state", "BAT:STATE 257\r\n", EVENT_BatteryState, "1");
+        taken("voltage", "BAT:V 2000\r\n", EVENT_BatteryVoltage, "2000");
+        taken("voltage keeps 16 bits", "BAT:V 65537\r\n", EVENT_BatteryVoltage, "1");
+        taken("signed", "BAT:V +7\r\n", EVENT_BatteryVoltage, "7");
+        taken("current", "PWR:I 1500\r\n", EVENT_Current, "1500");
+        taken("coiler", "COILER:VALUE -1\r\n", EVENT_CoilerValue, "-1");
+        taken("coiler wraps", "COILER:VALUE 65535\r\n", EVENT_CoilerValue, "-1");
+        taken("shutdown", "PWR:SD\r\n", EVENT_Shutdown, "");
+        taken("camera", "CAMERA:TYPE 258\r\n", EVENT_CameraType, "2");
+        taken("temperature", "TEMP -250\r\n", EVENT_Thermistor, "-250");
+        taken("probe", "TWK 1\r\n", EVENT_TallwickDetected, "1");
+        taken("LF CR", "TEMP 5\n\r", EVENT_Thermistor, "5");
+        taken("LF only", "TEMP 6\n", EVENT_Thermistor, "6");
+        taken("tab inside", "TE\tMP 7\n", EVENT_Thermistor, "7");
+        taken("NUL ends the text", QByteArray("TEMP 8\0 9 9\n", 12), EVENT_Thermistor, "8");
+
+        rejected("over-temperature", "PWR:OT\r\n", "");
+        rejected("under-temperature", "PWR:UT\r\n", "");
+        rejected("encoder", "ENCODER:VALUE 5\r\n", "");
+        rejected("unknown", "HELLO 1 2 3\r\n", "");
+        rejected("wrong case", "temp 5\r\n", "");
+        rejected("leading blank", " TEMP 5\r\n", "");
+        rejected("comment", "##TEMP 5\r\n", "");
+        rejected("empty", "\r\n", "");
+        rejected("invalid UTF-8", "\xff\xfe\x80 1\r\n", "");
+        rejected("no argument", "LAMP:VALUE\r\n", "-109");
+        rejected("two arguments", "LAMP:VALUE 1 2\r\n", "-108");
+        rejected("doubled blank", "LAMP:VALUE  1\r\n", "-108");
+        rejected("trailing blank", "LAMP:VALUE 1 \r\n", "-108");
+        rejected("version word missing", "Corvantis X\r\n", "-109");
+        rejected("shutdown with argument", "PWR:SD 1\r\n", "-108");
+        rejected("not a number", "BAT:V abc\r\n", "-102");
+        rejected("a decimal point", "BAT:V 1.5\r\n", "-102");
+        rejected("hexadecimal", "BAT:V 0x10\r\n", "-102");
+        rejected("an exponent", "TEMP 1e3\r\n", "-102");
+        rejected("beyond 32 bits", "PWR:I 2147483648\r\n", "-102");
+        rejected("empty argument", "TWK \r\n", "-102");
+        rejected("log of two words", "LOGS two words\r\n", "-108");
+    }
+    void linesBecomeEvents()
+    {
+        QFETCH(QByteArray, line);
+        QFETCH(int, event);
+        QFETCH(QString, value);
+        QFETCH(QByteArray, errors);
+
+        link->commsInternalParseCmd("*CLS", SOURCE_MCU);
+        deliver(line);
+        deliver("BAT:STATE 9\n"); // comes after, whatever became of the line
+        waitForSeen(event < 0 ? 1 : 2);
+        QCOMPARE(seen.last().event, EVENT_BatteryState);
+        QCOMPARE(seen.last().value, QString("9"));
+        if (event < 0) {
+            QCOMPARE(seen.size(), 1);
+        } else {
+            QCOMPARE(int(seen.first().event), event);
+            QCOMPARE(seen.first().source, SOURCE_MCU);
+            QCOMPARE(seen.first().value, value);
+        }
+        QCOMPARE(errorQueue(), errors);
+        QCOMPARE(LogCapture::texts(QtCriticalMsg),
+                 event == EVENT_Shutdown ? QStringList("Running shutdown") : QStringList());
+    }
+
+    void sondeStateIsAnEventOnChangeOnly()
+    {
+        const QPair<const char *, std::optional<EVENT_TYPE_t>> steps[] = {
+            {"SONDE:EN 1", EVENT_SondeOn},    {"SONDE:EN 1", {}},
+            {"SONDE:EN 0", EVENT_SondeOff},   {"SONDE:EN 2", EVENT_SondeOff},
+            {"SONDE:EN 257", EVENT_SondeOn},  {"SONDE:EN x", {}},
+            {"SONDE:EN 256", EVENT_SondeOff},
+        };
+        for (const auto &[line, event] : steps) {
+            seen.clear();
+            QCOMPARE(link->commsInternalParseCmd(line, SOURCE_MCU), 0);
+            QCOMPARE(seen.size(), event ? 1 : 0);
+            if (event)
+                QCOMPARE(seen.first().event, *event);
+        }
+    }
+
+    void errorQueueIsReadAndCleared()
+    {
+        link->commsInternalParseCmd("*CLS", SOURCE_MCU);
+        link->commsInternalParseCmd("BAT:V", SOURCE_MCU);
+        link->commsInternalParseCmd("BAT:V x", SOURCE_MCU);
+        QCOMPARE(errorQueue(), QByteArray("-109, -102"));
+        QCOMPARE(errorQueue(), QByteArray("-109, -102"));
+        link->commsInternalParseCmd("*CLS", SOURCE_MCU);
+        QCOMPARE(errorQueue(), QByteArray());
+        QCOMPARE(LogCapture::texts(QtCriticalMsg), QStringList());
+    }
+
+    void aLineInPiecesIsHandledOnce()
+    {
+        for (const char *piece : {"TE", "MP", " 1", "2"})
+            deliver(piece);
+        QVERIFY(seen.isEmpty());
+        deliver("\n");
+        waitForSeen(1);
+        QCOMPARE(seen.size(), 1);
+        QCOMPARE(seen.first().value, QString("12"));
+    }
+
+    // One notification handles one line: the second of a burst waits for further bytes.
+    void aBurstIsHandledLineByLine()
+    {
+        deliver("BAT:V 1\nBAT:V 2\n");
+        waitForSeen(1);
+        QTest::qWait(0);
+        QCOMPARE(seen.size(), 1);
+        deliver("BAT:V 3\n");
+        waitForSeen(2);
+        QCOMPARE(seen.last().value, QString("2"));
+        deliver("\n");
+        waitForSeen(3);
+        QCOMPARE(seen.last().value, QString("3"));
+        link->serialPortProcessData(); // the empty line, so that nothing waits
+    }
+
+    // The wait of a write reads from the port; what it brings is taken up afterwards, and
+    // without waiting for further bytes.
+    void aLineNeverInterruptsAHandler()
+    {
+        bool interrupted = false;
+        insideEvent = [&] {
+            mcu->send("TEMP 5\n");
+            while (link->findChild<QSerialPort *>()->bytesAvailable() == 0)
+                link->commsInternalSendCommand("LAMP:SET 5\r\n", SOURCE_MCU);
+            interrupted = seen.size() > 1;
+        };
+        mcu->send("BAT:V 1\n");
+        waitForSeen(2);
+        QVERIFY(!interrupted);
+        QCOMPARE(seen.last().event, EVENT_Thermistor);
+    }
+
+    void tenMegabytesWithoutALineFeed()
+    {
+        const QByteArray block(65536, 'x');
+        for (int sent = 0; sent < 10 * 1024 * 1024; sent += block.size()) {
+            std::unique_ptr<QThread> writer(QThread::create([&] { mcu->send(block); }));
+            writer->start();
+            QTRY_VERIFY_WITH_TIMEOUT(writer->isFinished(), 20000);
+        }
+        deliver("\n");
+        QTRY_COMPARE_WITH_TIMEOUT(link->findChild<QSerialPort *>()->bytesAvailable(), 0, 20000);
+        deliver("TEMP 3\n");
+        waitForSeen(1);
+        QCOMPARE(seen.size(), 1);
+        QCOMPARE(seen.first().value, QString("3"));
+    }
+
+    void theMcuLogIsReplaced()
+    {
+        testsupport::writeFile(paths::mcuLog, "a longer text from before");
+        QCOMPARE(link->commsInternalParseCmd("LOGS boot;ok", SOURCE_MCU), 0);
+        QCOMPARE(testsupport::readFile("/home/pi/KT6120/bin/mcu_log.log"), QByteArray("boot;ok"));
+
+        QVERIFY(QFile::remove(paths::mcuLog));
+        QVERIFY(QDir().mkdir(paths::mcuLog));
+        QCOMPARE(link->commsInternalParseCmd("LOGS lost", SOURCE_MCU), 0);
+        QCOMPARE(LogCapture::texts(QtCriticalMsg), QStringList("Error Creating MCU Log File\n"));
+        QVERIFY(seen.isEmpty());
+    }
+
+    void aLogRequestComesOutOfTurn()
+    {
+        // From a known place of the rotation.
+        mcu->clear();
+        QTRY_VERIFY_WITH_TIMEOUT(mcu->received().endsWith("PWR:I?\n\r"), 20000);
+        mcu->clear();
+        link->commsInternalRequestLogs();
+        link->commsInternalRequestLogs();
+        const QByteArray expected = "LOGS?\n\rLOGS?\n\rCOILER:VALUE?\n\rSONDE:EN?\n\r";
+        QTRY_COMPARE_WITH_TIMEOUT(mcu->received().left(expected.size()), expected, 20000);
+    }
+
+    void onlyTheMcuIsWrittenTo()
+    {
+        link->findChild<QTimer *>()->stop();
+        mcu->clear();
+        for (const SOURCE_TYPE_t other : {SOURCE_DEBUG, SOURCE_APP, SOURCE_FIFO})
+            link->commsInternalSendCommand("not for the line", other);
+        link->commsInternalSendCommand("end", SOURCE_MCU);
+        QTRY_COMPARE(mcu->received(), QByteArray("end"));
+        link->findChild<QTimer *>()->start();
+    }
+
+    // Last of those that use the line.
+    void xALineThatIsGoneCostsNothing()
+    {
+        auto *port = link->findChild<QSerialPort *>();
+        const QSignalSpy errors(port, &QSerialPort::errorOccurred);
+        mcu->hangUp();
+        QTRY_VERIFY_WITH_TIMEOUT(LogCapture::texts(QtCriticalMsg).size() >= 5, 20000);
+        QVERIFY(LogCapture::texts(QtCriticalMsg).first().startsWith("Failed to write command: "));
+        QVERIFY2(errors.size() < 50, qPrintable(QString::number(errors.size())));
+        QVERIFY(port->isOpen());
+    }
+
+    void yWithoutADeviceTheLinkStaysDown()
+    {
+        link.reset();
+        mcu.reset(); // removes the device
+        LogCapture::clear();
+        commsInternal down;
+        down.commsInternalInit();
+        QCOMPARE(LogCapture::texts(QtCriticalMsg),
+                 QStringList("MCU Serial Port Failed to Open..."));
+        QVERIFY(!down.findChild<QTimer *>());
+        LogCapture::clear();
+        down.commsInternalSendCommand("LAMP:ON\r\n", SOURCE_MCU);
+        down.commsInternalRequestLogs();
+        QCOMPARE(LogCapture::texts(QtCriticalMsg),
+                 QStringList({"Failed to write command:  \"LAMP:ON\\r\\n\"",
+                              "Failed to write command:  \"LOGS?\\n\\r\""}));
+        QCOMPARE(LogCapture::texts(QtWarningMsg), QStringList());
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_commsInternal)
+#include "tst_commsinternal.moc"
