@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
+#include <poll.h>
 #include <stdexcept>
 #include <termios.h>
 #include <unistd.h>
@@ -15,6 +16,12 @@ namespace
 {
 
 constexpr char serialDevice[] = "/dev/serial0";
+
+void waitUntilWritable(int descriptor)
+{
+    pollfd line{descriptor, POLLOUT, 0};
+    poll(&line, 1, 100);
+}
 
 } // namespace
 
@@ -51,7 +58,7 @@ void Pty::send(const QByteArray &bytes)
         if (written > 0)
             sent += written;
         else if (errno == EAGAIN)
-            usleep(1000); // the unit has not read yet
+            waitUntilWritable(master); // the unit has not read yet
         else
             return;
     }

@@ -1,0 +1,140 @@
+// The application frame: the log sink and the wiring. Fatal signals are played by a scenario.
+
+#include "messagehandler.h"
+#include "wiring.h"
+
+#include "commsexternal.h"
+#include "commsinternal.h"
+#include "eventhandler.h"
+#include "videolibrary.h"
+
+#include "paths.h"
+#include "testsupport.h"
+
+#include <QDir>
+#include <QRegularExpression>
+#include <QThread>
+#include <QtTest>
+
+#include <memory>
+#include <unistd.h>
+
+using testsupport::readFile;
+
+namespace
+{
+
+const char programLog[] = "/home/pi/KT6120/bin/commands_log.log";
+
+// What is printed on standard output while it lives.
+class PrintedOutput
+{
+public:
+    PrintedOutput() : saved(dup(STDOUT_FILENO))
+    {
+        fflush(stdout);
+        file.open();
+        dup2(file.handle(), STDOUT_FILENO);
+    }
+    ~PrintedOutput()
+    {
+        dup2(saved, STDOUT_FILENO);
+        close(saved);
+    }
+    QByteArray text() const { return readFile(file.fileName()); }
+
+private:
+    int saved;
+    QTemporaryFile file;
+};
+
+// Logs through the sink; QtTest's own handler is put back afterwards.
+void log(const std::function<void()> &statements)
+{
+    const auto before = qInstallMessageHandler(MessageHandler);
+    statements();
+    qInstallMessageHandler(before);
+}
+
+} // namespace
+
+class tst_app : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init() { testsupport::freshWorld(); }
+
+    void eachMessageIsALine()
+    {
+        const QString before = QDateTime::currentDateTime().toString("dd-MM-yyyy HH:mm:ss");
+        const PrintedOutput printed;
+        log([] {
+            qInfo() << "Sonde Turned On";
+            qWarning() << "Setting Lamp Brightness to " << 15 << "% (Scaled " << 14 << "%)";
+            qCritical() << "Failed to write command: " << QString("LAMP:ON\r\n");
+            qDebug() << "chatter";
+        });
+        const QString after = QDateTime::currentDateTime().toString("dd-MM-yyyy HH:mm:ss");
+        const QStringList lines = QString(readFile(programLog)).split('\n');
+        QCOMPARE(lines.size(), 4);
+        QCOMPARE(lines[0].mid(19), QString(",4,Sonde Turned On"));
+        QVERIFY(lines[0].left(19) == before || lines[0].left(19) == after);
+        QCOMPARE(lines[1].mid(19), QString(",1,Setting Lamp Brightness to  15 % (Scaled  14 %)"));
+        QCOMPARE(lines[2].mid(19), QString(",2,Failed to write command:  \"LAMP:ON\\r\\n\""));
+        QCOMPARE(printed.text(), QByteArray("chatter\n"));
+    }
+
+    void aLogThatCannotBeWrittenIsSaidOnStandardOutput()
+    {
+        QVERIFY(QDir().mkpath(programLog)); // a folder in its place
+        const PrintedOutput printed;
+        log([] {
+            qInfo() << "lost";
+            qDebug() << "chatter";
+            qCritical() << "lost too";
+        });
+        QCOMPARE(printed.text(), QByteArray("Error Creating File\nchatter\nError Creating File\n"));
+    }
+
+    void linesOfTwoThreadsNeverMix()
+    {
+        constexpr int count = 200;
+        const QString text(300, 'x');
+        log([&] {
+            const auto write = [&text] {
+                for (int i = 0; i < count; ++i)
+                    qWarning().noquote() << text;
+            };
+            const std::unique_ptr<QThread> other(QThread::create(write));
+            other->start();
+            write();
+            other->wait();
+        });
+        const QStringList lines = QString(readFile(programLog)).split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(lines.size(), 2 * count);
+        for (const QString &line : lines)
+            QCOMPARE(line.mid(19), ",1," + text);
+    }
+
+    // A connection by signature that does not fit fails silently otherwise.
+    void allThirteenConnectionsAreMade()
+    {
+        eventHandler events;
+        commsInternal mcu;
+        commsExternal app;
+        VideoLibrary video;
+        const PrintedOutput printed;
+        std::vector<QMetaObject::Connection> made;
+        log([&] { made = connectComponents({&events, &mcu, &app, &video}); });
+        QCOMPARE(int(made.size()), 13);
+        for (size_t i = 0; i < made.size(); ++i)
+            QVERIFY2(bool(made[i]), qPrintable(QString("connection %1").arg(i + 1)));
+        QCOMPARE(printed.text(), QByteArray("stop connection state: true\n"));
+        QVERIFY(QMetaType::type("EVENT_TYPE_t") != QMetaType::UnknownType);
+        QVERIFY(QMetaType::type("SOURCE_TYPE_t") != QMetaType::UnknownType);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_app)
+#include "tst_app.moc"

@@ -1,0 +1,197 @@
+// Dispatch, routing, queue and what the MCU reports.
+
+#include "unitunderevents.h"
+
+#include <QtTest>
+
+#include <optional>
+
+using testsupport::LogCapture;
+
+class tst_eventHandler : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::optional<LogCapture> log;
+
+private slots:
+    void initTestCase() { log.emplace(); }
+
+    void valuesWithoutAHandlerDoNothing()
+    {
+        const UnitUnderEvents unit;
+        const QByteArray before = testsupport::readFile(paths::statusStore);
+        LogCapture::clear();
+        for (const int value : {-1, 20, 22, 23, 31, 32, 40, 1000})
+            unit.raise(static_cast<EVENT_TYPE_t>(value));
+        QCOMPARE(unit.serial + unit.debug + unit.app, QStringList());
+        QCOMPARE(testsupport::readFile(paths::statusStore), before);
+        QCOMPARE(LogCapture::texts(QtInfoMsg), QStringList());
+    }
+
+    void answersGoBackWhereTheRequestCameFrom()
+    {
+        const UnitUnderEvents unit;
+        for (const int source : {0, 1, 2, 3, 4})
+            unit.raise(EVENT_LampValueRequest, static_cast<SOURCE_TYPE_t>(source));
+        const QStringList once("LampValue 0\r\n");
+        QCOMPARE(unit.serial, once);
+        QCOMPARE(unit.debug, once);
+        QCOMPARE(unit.app, once);
+    }
+
+    void theQueueIsFirstInFirstOut()
+    {
+        const UnitUnderEvents unit;
+        unit.handler->eventHandlerProcessQueue(); // empty
+        unit.handler->eventHandlerAddtoQueue(EVENT_SondeStateRequest, SOURCE_APP, nullptr, 9);
+        unit.handler->eventHandlerAddtoQueue(EVENT_BatteryStateRequest, SOURCE_APP, nullptr, 1);
+        QCOMPARE(unit.app, QStringList());
+        unit.handler->eventHandlerProcessQueue();
+        QCOMPARE(unit.app, QStringList("SondeState 0\r\n"));
+        unit.handler->eventHandlerProcessQueue();
+        unit.handler->eventHandlerProcessQueue();
+        QCOMPARE(unit.app, QStringList({"SondeState 0\r\n", "BatteryState 0\r"}));
+        QCOMPARE(LogCapture::texts(QtDebugMsg),
+                 QStringList({"Processed next event", "Processed next event"}));
+    }
+
+    void reportsAreStored()
+    {
+        const UnitUnderEvents unit;
+        unit.report<int32_t>(EVENT_BatteryState, 3);
+        unit.report<int32_t>(EVENT_BatteryState, 3);
+        unit.report<uint16_t>(EVENT_BatteryVoltage, 2000);
+        unit.report<uint16_t>(EVENT_Current, 900);
+        unit.report<int16_t>(EVENT_Thermistor, -250);
+        unit.report<int32_t>(EVENT_CameraType, 2);
+        unit.report<int32_t>(EVENT_CameraType, 2);
+        unit.report<uint16_t>(EVENT_CoilerValue, 65535);
+        unit.report<uint8_t>(EVENT_LampValue, 41);
+        unit.report<QString>(EVENT_McuVersion, "V1.0,3");
+        const QPair<const char *, const char *> expected[] = {
+            {"Battery/State", "3"},      {"Battery/Voltage", "6260"}, {"Battery/Current", "900"},
+            {"Temperature/CM3", "-2.5"}, {"Camera/Type", "2"},        {"Camera/Coiler", "-1"},
+            {"Camera/Lamp", "41"},       {"MCU/Version", "V1.0,3"},
+        };
+        for (const auto &[key, value] : expected)
+            QCOMPARE(unit.stored(key), QString(value));
+        QCOMPARE(LogCapture::texts(QtInfoMsg),
+                 QStringList({"LED current limit set to  15 mA", "Battery State Changed to:  3",
+                              "Camera Type Updated to  2", "Camera Type Updated to  2",
+                              "Setting Lamp Brightness to  41"}));
+    }
+
+    // A warning on entering a state; none while it lasts or at a limit.
+    void bands_data()
+    {
+        QTest::addColumn<int>("event");
+        QTest::addColumn<QList<int>>("readings");
+        QTest::addColumn<QStringList>("warnings");
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QString>("stored");
+
+        QTest::newRow("voltage over, normal, over again")
+            << int(EVENT_BatteryVoltage) << QList<int>{3000, 3000, 2000, 3000}
+            << QStringList{"Battery Voltage Over Threshold ( 9390 )",
+                           "Battery Voltage Over Threshold ( 9390 )"}
+            << "Battery/Voltage"
+            << "9390";
+        QTest::newRow("voltage just under, then just normal")
+            << int(EVENT_BatteryVoltage) << QList<int>{1757, 1757, 1758}
+            << QStringList{"Battery Voltage Under Threshold ( 5499 )"} << "Battery/Voltage"
+            << "5502";
+        QTest::newRow("voltage from over to under and back")
+            << int(EVENT_BatteryVoltage) << QList<int>{3000, 1000, 3000}
+            << QStringList{"Battery Voltage Over Threshold ( 9390 )",
+                           "Battery Voltage Under Threshold ( 3130 )",
+                           "Battery Voltage Over Threshold ( 9390 )"}
+            << "Battery/Voltage"
+            << "9390";
+        QTest::newRow("voltage beyond 16 bits keeps the low ones")
+            << int(EVENT_BatteryVoltage) << QList<int>{21000}
+            << QStringList{"Battery Voltage Under Threshold ( 194 )"} << "Battery/Voltage"
+            << "194";
+        QTest::newRow("current: the limits change nothing")
+            << int(EVENT_Current) << QList<int>{1500, 1501, 1500, 0, 1501, 1499, 1501}
+            << QStringList{"Battery Current Over Threshold ( 1501 )",
+                           "Battery Current Over Threshold ( 1501 )"}
+            << "Battery/Current"
+            << "1501";
+        QTest::newRow("temperature over, at its limit, normal, over")
+            << int(EVENT_Thermistor) << QList<int>{7001, 7000, 7001, 6999, 7001}
+            << QStringList{"Compute Module Temperature Over Threshold ( 7001 )",
+                           "Compute Module Temperature Over Threshold ( 7001 )"}
+            << "Temperature/CM3"
+            << "70.01";
+        QTest::newRow("temperature under")
+            << int(EVENT_Thermistor) << QList<int>{-1000, -1001, -1000, -1001, -999, -1001}
+            << QStringList{"Compute Module Temperature Under Threshold ( -1001 )",
+                           "Compute Module Temperature Under Threshold ( -1001 )"}
+            << "Temperature/CM3"
+            << "-10.01";
+    }
+    void bands()
+    {
+        QFETCH(int, event);
+        QFETCH(QList<int>, readings);
+        QFETCH(QStringList, warnings);
+        QFETCH(QString, key);
+        QFETCH(QString, stored);
+        const UnitUnderEvents unit;
+        for (const int reading : readings)
+            unit.report(static_cast<EVENT_TYPE_t>(event), static_cast<uint16_t>(reading));
+        QCOMPARE(LogCapture::texts(QtWarningMsg), warnings);
+        QCOMPARE(unit.stored(key), stored);
+    }
+
+    void aTallwickProbeSwitchesTheLampOff()
+    {
+        UnitUnderEvents unit;
+        unit.report<uint8_t>(EVENT_LampValue, 30);
+        unit.report<uint8_t>(EVENT_TallwickDetected, 0); // no change
+        QCOMPARE(unit.stored("Tallwick/Detected"), QString());
+        unit.report<uint8_t>(EVENT_TallwickDetected, 1);
+        unit.report<uint8_t>(EVENT_TallwickDetected, 1);
+        QCOMPARE(unit.serial, QStringList({"LAMP:OFF\r\n", "LAMP:SET 0\r\n"}));
+        QCOMPARE(UnitUnderEvents::calls(), QStringList("KT6120_gpio_write.sh 21 1"));
+        QCOMPARE(unit.stored("Camera/Lamp"), QString("0"));
+        QCOMPARE(unit.stored("Tallwick/Detected"), QString("1"));
+
+        // While it is there the lamp can only be switched off.
+        unit.forget();
+        unit.report<uint8_t>(EVENT_LampValue, 50);
+        unit.raise(EVENT_LampUp);
+        unit.raise(EVENT_LampDown);
+        QCOMPARE(unit.serial + unit.calls() + LogCapture::texts(QtInfoMsg), QStringList());
+        QCOMPARE(unit.stored("Camera/Lamp"), QString("0"));
+        unit.raise(EVENT_LampOff);
+        QCOMPARE(unit.serial, QStringList("LAMP:OFF\r\n"));
+
+        unit.forget();
+        unit.report<uint8_t>(EVENT_TallwickDetected, 2); // blocks, but is no detection
+        unit.raise(EVENT_LampUp);
+        QCOMPARE(unit.serial, QStringList());
+        unit.report<uint8_t>(EVENT_TallwickDetected, 0);
+        unit.raise(EVENT_LampUp);
+        QCOMPARE(unit.serial, QStringList({"LAMP:SET 14\r\n", "LAMP:ON\r\n"}));
+        unit.raise(EVENT_TallwickDetectRequest);
+        QCOMPARE(unit.app, QStringList("TWK 0\r"));
+    }
+
+    void theUnknownCommandCountSurvivesAndWraps()
+    {
+        UnitUnderEvents unit;
+        unit.handler.reset();
+        testsupport::writeFile(paths::statusStore, "[Commands]\nUnknown=65534\n");
+        eventHandler handler;
+        handler.eventHandlerProcess(EVENT_UnknownCommand, SOURCE_APP, nullptr);
+        QCOMPARE(unit.stored("Commands/Unknown"), QString("65535"));
+        handler.eventHandlerProcess(EVENT_UnknownCommand, SOURCE_APP, nullptr);
+        QCOMPARE(unit.stored("Commands/Unknown"), QString("0"));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_eventHandler)
+#include "tst_eventhandler.moc"
