@@ -1,0 +1,89 @@
+#!/usr/bin/env python3
+"""Holds the tables of the documentation against the tables of the code.
+
+Usage: check_tables.py SOURCE_FOLDER. Prints a line per difference; ends with 1 where there is one.
+"""
+
+import pathlib
+import re
+import sys
+
+top = pathlib.Path(sys.argv[1])
+rooms = ["unit", "store", "health", "events", "comms", "video", "app"]
+differences = []
+
+
+def text(path):
+    return (top / path).read_text(encoding="utf-8")
+
+
+def table(path, heading):
+    """First cells' code words and the rest of each row of the table under a heading."""
+    section = text(path).split(f"\n## {heading}\n", 1)[1].split("\n## ", 1)[0]
+    rows = [line.strip("|").split("|") for line in section.splitlines() if line.startswith("|")]
+    found = []
+    for cells in rows[2:]:
+        found.append([" ".join(re.findall(r"`([^`]*)`", cells[0]))] + [c.strip() for c in cells[1:]])
+    return found
+
+
+def compare(what, documented, coded):
+    for missing in sorted(coded - documented):
+        differences.append(f"{what}: in the code, not in the documentation: {missing}")
+    for extra in sorted(documented - coded):
+        differences.append(f"{what}: in the documentation, not in the code: {extra}")
+
+
+def sources():
+    for room in rooms:
+        for path in sorted((top / room).glob("*.cpp")):
+            yield path.read_text(encoding="utf-8")
+
+
+# Rooms and what they stand on.
+coded = set()
+for room in rooms:
+    match = re.search(r"add_room\((\w+)(.*?)\)", text(f"{room}/CMakeLists.txt"), re.S)
+    below = re.search(r"BELOW((?:\s+[a-z]+)+)", match.group(2))
+    coded.add((match.group(1), " ".join(sorted(below.group(1).split())) if below else ""))
+documented = {
+    (row[0], " ".join(sorted(re.findall(r"`([^`]*)`", row[1]))))
+    for row in table("docs/architecture.md", "Rooms")
+}
+compare("rooms", documented, coded)
+
+# Words of the MCU and their arguments.
+coded = set(re.findall(r'\{"([^"]+)", (\d), &commsInternal::', text("comms/mcumessages.cpp")))
+compare("MCU words", {(r[0], r[1]) for r in table("docs/operating.md", "The serial line")}, coded)
+
+# Commands of the app and of the commands file.
+app = text("comms/appcommands.cpp")
+coded = set(re.findall(r'^ +\{"([^"]+)"', app, re.M))
+documented = {r[0].split()[0] for r in table("docs/operating.md", "For those who write an app")}
+compare("app commands", documented, coded)
+coded = set(re.findall(r'^ +\{"([A-Z]+)", Argument', text("events/commandsfile.cpp"), re.M))
+documented = {r[0].split()[0] for r in table("docs/operating.md", "For those who write a web page")}
+compare("commands file", documented, coded)
+
+# Keys of the status store: those that are written with a literal, and the ADC board's.
+coded = set()
+for source in sources():
+    coded |= set(re.findall(r'settingsSetValue\(\s*"(\w+/\w+)"', source))
+coded |= set(re.findall(r'"((?:Temperature|Voltage|Current)/\w+)"', text("health/busybee.cpp")))
+compare("store keys", {r[0] for r in table("docs/operating.md", "Keys of the status store")}, coded)
+
+# Log messages by their first literal, with their type.
+types = {"qWarning": "1", "qCritical": "2", "qInfo": "4"}
+coded = set()
+for source in sources():
+    for function, first in re.findall(r'\b(q\w+)\(\)\s*<<\s*"((?:[^"\\]|\\.)*)"', source):
+        if function in types:
+            coded.add((first.replace("\\n", ""), types[function]))
+    # Texts that a table or a condition chooses.
+    coded |= {(t, "1") for t in re.findall(r'"((?:Battery|Compute)[^"]* Threshold \()"', source)}
+    coded |= {(t, "4") for t in re.findall(r'"(Sonde Turned O\w+|Resetting Micro[^"]*)"', source)}
+documented = {(r[0], r[1]) for r in table("docs/operating.md", "Log messages")}
+compare("log messages", documented, coded)
+
+print("\n".join(differences) or "tables agree")
+sys.exit(1 if differences else 0)
