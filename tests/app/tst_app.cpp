@@ -13,10 +13,10 @@
 
 #include <QDir>
 #include <QRegularExpression>
-#include <QThread>
 #include <QtTest>
 
-#include <memory>
+#include <functional>
+#include <thread>
 #include <unistd.h>
 
 using testsupport::readFile;
@@ -106,10 +106,9 @@ private slots:
                 for (int i = 0; i < count; ++i)
                     qWarning().noquote() << text;
             };
-            const std::unique_ptr<QThread> other(QThread::create(write));
-            other->start();
+            std::thread other(write);
             write();
-            other->wait();
+            other.join();
         });
         const QStringList lines = QString(readFile(programLog)).split('\n', Qt::SkipEmptyParts);
         QCOMPARE(lines.size(), 2 * count);
