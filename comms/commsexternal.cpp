@@ -1,6 +1,243 @@
 #include "commsexternal.h"
 
-commsExternal::commsExternal(QObject *parent) : QObject(parent) {}
-void commsExternal::commsExternalInit() {}
-void commsExternal::commsExternalSendCmd(QString) {}
-void commsExternal::commsExternalNullParams() {}
+#include "childprocess.h"
+#include "network.h"
+#include "paths.h"
+
+#include <QDebug>
+#include <QFile>
+#include <QNetworkProxy>
+#include <QTcpSocket>
+#include <QThread>
+#include <QTimer>
+
+#include <chrono>
+
+using namespace std::chrono_literals;
+
+namespace
+{
+
+constexpr auto tickInterval = 1000ms;
+constexpr auto keepAlive = 10000ms; // the app's longest silence
+constexpr auto switchDelay = 100ms; // lets the PAL output stop before the stream starts
+
+constexpr auto shellWait = 30000ms;
+constexpr auto splashWait = 1000ms;
+constexpr auto gpioWait = 1000ms;
+constexpr auto connectWait = 5000ms;
+
+constexpr int connectAttempts = 2;
+constexpr quint16 appTcpPort = 8082;
+constexpr char usbStreamPort[] = "49152";
+constexpr char ethernetStreamPort[] = "8001";
+constexpr char greeting[] = "Connected To Kestra\r\n";
+
+constexpr char usbBootLine[] = "25";
+
+QByteArray shellOutput(QProcess &shell, const QString &line)
+{
+    return childprocess::outputOrKill(shell, {"sh", {"-c", line}}, shellWait);
+}
+
+} // namespace
+
+commsExternal::commsExternal(QObject *parent) : QObject(parent), tcpSocket(new QTcpSocket(this))
+{
+    // The phone is the next hop, whatever proxy the environment names.
+    tcpSocket->setProxy(QNetworkProxy::NoProxy);
+}
+
+void commsExternal::commsExternalInit()
+{
+    qDebug() << "External Comms Thread ID: " << QThread::currentThreadId();
+    socketState = QAbstractSocket::UnconnectedState;
+
+    auto *connectTimer = new QTimer(this);
+    connect(connectTimer, &QTimer::timeout, this, &commsExternal::commsExternalAttemptConnect);
+    connectTimer->start(tickInterval);
+
+    keepAliveTimer = new QTimer(this);
+    keepAliveTimer->setTimerType(Qt::PreciseTimer); // a coarse one may cut off half a second
+    connect(keepAliveTimer, &QTimer::timeout, this, &commsExternal::commsExternalKeepAliveTimeout);
+}
+
+// The connection
+
+void commsExternal::commsExternalAttemptConnect()
+{
+    commsExternalMonitorTethering();
+    if (socketState != QAbstractSocket::ConnectedState) {
+        commsExternalTCPConnect();
+    } else if (tcpSocket->state() != QAbstractSocket::ConnectedState) {
+        qInfo() << "Closing TCP Socket";
+        closeSocket();
+        keepAliveTimer->stop();
+    }
+    socketState = tcpSocket->state();
+}
+
+void commsExternal::commsExternalTCPConnect()
+{
+    if (!streamStarted)
+        return;
+    connect(tcpSocket, &QTcpSocket::readyRead, this, &commsExternal::commsExternalReadyRead,
+            Qt::UniqueConnection);
+
+    const QString gateway = getGatewayAddress();
+    if (!network::isIPv4(gateway))
+        return;
+    for (int attempt = 0; attempt < connectAttempts; ++attempt) {
+        appAddress = gateway;
+        tcpSocket->connectToHost(gateway, appTcpPort, QIODevice::ReadWrite,
+                                 QAbstractSocket::AnyIPProtocol);
+        if (tcpSocket->waitForConnected(int(connectWait.count()))) {
+            // Answers are short and flushed one by one: without this, the second of two would
+            // wait some 40 ms for the peer's delayed acknowledgement of the first.
+            tcpSocket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+            commsExternalSendCmdByteArray(greeting);
+            restartKeepAlive();
+            return;
+        }
+        qDebug() << "Error: " << tcpSocket->error();
+        closeSocket();
+    }
+}
+
+// A peer that is gone without a word looks alive until it has been silent too long.
+void commsExternal::commsExternalKeepAliveTimeout()
+{
+    qWarning() << "TCP Connected Timed Out";
+    tcpSocket->disconnectFromHost();
+    closeSocket();
+    socketState = QAbstractSocket::UnconnectedState;
+    keepAliveTimer->stop();
+}
+
+void commsExternal::restartKeepAlive()
+{
+    keepAliveTimer->start(keepAlive);
+}
+
+// An ordinary close waits for unsent bytes to leave, which a peer that has stopped reading can
+// put off for many minutes; until then the socket could not be connected anew.
+void commsExternal::closeSocket()
+{
+    tcpSocket->close();
+    tcpSocket->abort();
+}
+
+void commsExternal::commsExternalSendCmd(QString text)
+{
+    commsExternalSendCmdByteArray(text.toUtf8());
+}
+
+void commsExternal::commsExternalSendCmdByteArray(QByteArray bytes)
+{
+    if (tcpSocket->state() != QAbstractSocket::ConnectedState)
+        return;
+    tcpSocket->write(bytes);
+    // An acknowledgement must not wait for the event behind it, which may take seconds.
+    tcpSocket->flush();
+}
+
+// The network
+
+QString commsExternal::getBroadcastAddress()
+{
+    QProcess shell;
+    return network::broadcastAddress(shellOutput(shell, "ifconfig | grep broadcast"));
+}
+
+int commsExternal::getMobileType()
+{
+    QProcess shell;
+    if (!shellOutput(shell, "ifconfig | grep usb0").isEmpty())
+        return MOBILE_USB;
+    if (!shellOutput(shell, "ifconfig | grep eth0").isEmpty())
+        return MOBILE_ETHERNET;
+    return MOBILE_NONE;
+}
+
+QString commsExternal::getGatewayAddress()
+{
+    QFile table(paths::routeTable);
+    if (!table.open(QIODevice::ReadOnly)) {
+        qDebug() << "Couldn't read routing information";
+        return {};
+    }
+    return network::defaultGateway(table.readAll());
+}
+
+void commsExternal::commsExternalMonitorTethering()
+{
+    const QString address = getBroadcastAddress();
+    mobileType = getMobileType();
+    const bool found = !address.isEmpty();
+    if (found)
+        broadcastAddress = address;
+    if (found == tetheringState)
+        return;
+
+    qInfo() << "Mobile Tethering state changed to " << found;
+    tetheringState = found;
+    if (found) {
+        streamAddress = broadcastAddress;
+        streamPort = mobileType == MOBILE_ETHERNET ? ethernetStreamPort : usbStreamPort;
+        commsExternalStartStream();
+    } else {
+        qInfo() << "Stopping video stream";
+        streamStarted = false;
+        commsExternalStopStream();
+    }
+}
+
+void commsExternal::commsExternalBootUSB()
+{
+    QProcess *script = childprocess::start(this, {paths::gpioWriteScript, {usbBootLine, "1"}});
+    script->waitForFinished(int(gpioWait.count()));
+    script->start(paths::gpioWriteScript, {usbBootLine, "0"}, QIODevice::ReadWrite);
+    script->waitForFinished(int(gpioWait.count()));
+}
+
+// The stream switch
+
+void commsExternal::commsExternalStartStream()
+{
+    qInfo() << "Starting video stream with IP " << streamAddress << " and port " << streamPort;
+    emit commsExternalEvent(EVENT_PALStop, SOURCE_APP, nullptr);
+    setStreamSplashScreenState(true);
+    QTimer::singleShot(switchDelay, this, &commsExternal::commsExternaldelayedStart);
+}
+
+void commsExternal::commsExternaldelayedStart()
+{
+    const QString line = QString(paths::streamStartCommand).arg(streamAddress, streamPort);
+    streamProcess = childprocess::start(this, childprocess::fromLine(line));
+    streamStarted = true;
+}
+
+void commsExternal::commsExternalStopStream()
+{
+    childprocess::start(this, childprocess::fromLine(paths::streamStopCommand));
+    QTimer::singleShot(switchDelay, this, &commsExternal::commsExternaldelayedStop);
+}
+
+void commsExternal::commsExternaldelayedStop()
+{
+    emit commsExternalEvent(EVENT_PALStart, SOURCE_APP, nullptr);
+    setStreamSplashScreenState(false);
+}
+
+bool commsExternal::setStreamSplashScreenState(bool shown)
+{
+    const childprocess::Command viewer{
+        paths::splashViewer, {"-d", "3", "-l", "9", "-b", "0x000F", paths::splashImage, "-n"}};
+    const childprocess::Command killViewer{"killall", {"pngview"}};
+    return childprocess::run(this, shown ? viewer : killViewer, splashWait);
+}
+
+void commsExternal::commsExternalNullParams()
+{
+    qInfo() << "Null port / ip address";
+}

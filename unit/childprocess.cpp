@@ -63,6 +63,16 @@ QByteArray output(QObject *parent, const Command &command, std::chrono::millisec
     return printed;
 }
 
+QByteArray outputOrKill(QProcess &process, const Command &command, std::chrono::milliseconds wait)
+{
+    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    launch(&process, command);
+    process.waitForFinished(int(wait.count()));
+    const QByteArray printed = process.readAllStandardOutput();
+    process.close();
+    return printed;
+}
+
 std::string exec(const char *command)
 {
     const std::unique_ptr<FILE, int (*)(FILE *)> pipe(popen(command, "r"), pclose);

@@ -35,6 +35,11 @@ bool run(QObject *parent, const Command &command, std::chrono::milliseconds wait
 // with parent; a child that outlasts its wait runs on until then.
 QByteArray output(QObject *parent, const Command &command, std::chrono::milliseconds wait);
 
+// Runs a command in the caller's idle process object and returns what its standard output has
+// brought by the end of the wait. A child that outlasts its wait is killed, so that the object
+// can be used again or destroyed; what it had started itself runs on.
+QByteArray outputOrKill(QProcess &process, const Command &command, std::chrono::milliseconds wait);
+
 // The standard output of a shell command, line breaks included, read to its end; the exit
 // status is not looked at. Throws std::runtime_error where no pipe can be opened.
 std::string exec(const char *command);

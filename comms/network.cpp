@@ -1,0 +1,61 @@
+#include "network.h"
+
+#include <QDebug>
+#include <QHostAddress>
+#include <QRegularExpression>
+#include <QStringList>
+
+namespace network
+{
+
+namespace
+{
+
+constexpr int broadcastLineWords = 6;
+
+// Columns of the route table, separated by tabs.
+constexpr int destinationColumn = 1;
+constexpr int gatewayColumn = 2;
+constexpr int maskColumn = 7;
+
+// The table prints an address as the hexadecimal digits of a little-endian word, so the
+// dotted form takes the digit pairs from the end. A pair that does not parse counts as 0.
+QString dotted(const QByteArray &digits)
+{
+    const auto byteAt = [&](int offset) { return digits.mid(offset, 2).toUInt(nullptr, 16); };
+    return QString("%1.%2.%3.%4").arg(byteAt(6)).arg(byteAt(4)).arg(byteAt(2)).arg(byteAt(0));
+}
+
+} // namespace
+
+QString broadcastAddress(const QByteArray &listing)
+{
+    // The text ends at the first NUL byte.
+    const QString text = QString::fromUtf8(listing.constData()).trimmed();
+    const QStringList words = text.split(QRegularExpression("\\s+"), Qt::SkipEmptyParts);
+    if (words.size() != broadcastLineWords)
+        return {};
+    if (!isIPv4(words.last())) {
+        qWarning() << "Invalid Broadcast Address Found";
+        return {};
+    }
+    return words.last();
+}
+
+QString defaultGateway(const QByteArray &routeTable)
+{
+    for (const QByteArray &line : routeTable.split('\n')) {
+        const QList<QByteArray> fields = line.split('\t');
+        if (fields.size() > maskColumn && fields[destinationColumn] == "00000000"
+            && fields[maskColumn] == "00000000")
+            return dotted(fields[gatewayColumn]);
+    }
+    return {};
+}
+
+bool isIPv4(const QString &address)
+{
+    return QHostAddress(address).protocol() == QAbstractSocket::IPv4Protocol;
+}
+
+} // namespace network
