@@ -51,6 +51,23 @@ private slots:
         QTRY_COMPARE(parent.findChildren<QProcess *>().size(), 0);
     }
 
+    // A child that outlasts its wait is gone without a word, and the object serves again.
+    void outputOrKillLeavesAnIdleObject()
+    {
+        const testsupport::LogCapture log;
+        const auto printed = [](QProcess &shell, const char *line) {
+            return childprocess::outputOrKill(shell, {"sh", {"-c", line}}, 1000ms);
+        };
+        {
+            QProcess shell;
+            QCOMPARE(printed(shell, "echo early; exec sleep 60"), QByteArray("early\n"));
+            QCOMPARE(shell.state(), QProcess::NotRunning);
+            QCOMPARE(printed(shell, "echo again"), QByteArray("again\n"));
+            QCOMPARE(childprocess::outputOrKill(shell, {"/nowhere", {}}, 1000ms), QByteArray());
+        }
+        QCOMPARE(log.texts(QtWarningMsg), QStringList());
+    }
+
     void aMissingProgramIsNotWaitedFor()
     {
         QObject parent;
