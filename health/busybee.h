@@ -1,13 +1,43 @@
 #pragma once
 
 #include <QObject>
+#include <QTimer>
+
+#include <array>
 
 class settings;
 
+// Reader of the analogue-to-digital converter board: every 20 s it reads the board's nine
+// channels through the unit's script, converts the 8-bit readings and writes each into the
+// store as soon as it is read: temperatures in hundredths of a degree Celsius, voltages in
+// millivolts, currents in milliamperes. A channel that cannot be read counts as the reading 0;
+// nothing is reported and the next cycle tries again.
 class BusyBee : public QObject
 {
     Q_OBJECT
 
 public:
+    // Temperatures and readings of the board's thermistors.
+    using LookupTable = std::array<unsigned int, 29>;
+
     BusyBee(QObject *parent, settings *store);
+
+    // The raw reading of a channel; blocks for up to a second.
+    unsigned int read_i2c(int channel);
+
+    // Millivolts before a divider of the given factor, for a full scale of 3300 mV at 255.
+    static int convertVoltage(int raw, double factor);
+    // Hundredths of a degree by interpolation in a lookup table; -9999 for a reading below it.
+    int convertTemperature(int raw, int table) const;
+    // Milliamperes of the interstage supply and of a lamp's LEDs, from the sense voltage.
+    static int convertCurrentIntersage(int millivolts);
+    static int convertCurrentLEDs(int millivolts);
+
+private slots:
+    void processADC();
+
+private:
+    QTimer readTimer;
+    settings *settingsStore;
+    const std::array<LookupTable, 1> lookupTables;
 };

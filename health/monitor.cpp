@@ -1,3 +1,133 @@
 #include "monitor.h"
 
-monitor::monitor(QObject *parent, settings *) : QObject(parent) {}
+#include "childprocess.h"
+#include "paths.h"
+#include "settings.h"
+
+#include <QDateTime>
+#include <QDebug>
+#include <QFile>
+#include <QStringList>
+#include <QTimer>
+#include <QVariant>
+
+#include <chrono>
+
+using namespace std::chrono_literals;
+
+namespace
+{
+
+constexpr auto rowInterval = 30min;
+constexpr auto usbInterval = 5s;
+constexpr auto temperatureInterval = 10s;
+
+constexpr auto commandWait = 1000ms;
+constexpr auto logRotateWait = 5000ms;
+
+constexpr char usbFaultLine[] = "26";
+
+// One field of a status row, in the order of the row.
+struct Field {
+    const char *key;
+    const char *defaultValue;
+    QString (*convert)(const QVariant &stored);
+};
+
+// By way of the text, so that a value counts the same whether it was written by this run or
+// read from the file: what is no whole number is 0.
+QString integer(const QVariant &stored)
+{
+    return QString::number(stored.toString().toInt());
+}
+
+QString text(const QVariant &stored)
+{
+    return stored.toString();
+}
+
+QString hundredths(const QVariant &stored)
+{
+    return QString::number(stored.toDouble() / 100.0, 'g', 6);
+}
+
+constexpr char csvHeader[] =
+    "timestamp,battery voltage [mV],battery current [mA],internal temperature [Deg C],"
+    "cm3 temperature [Deg C],coiler value,led current [mA],interstage current [mA],"
+    "tallwick led current [mA],sonde state,lamp value [%],encoder temperature [Deg C],"
+    "tallwick status";
+
+constexpr Field csvFields[] = {
+    {"Battery/Voltage", "0", integer},      {"Battery/Current", "0", integer},
+    {"Temperature/Internal", "0", text},    {"Temperature/CM3", "0", text},
+    {"Camera/Coiler", "0", integer},        {"Current/LedOut", "0", integer},
+    {"Current/Inter", "0", integer},        {"Current/LedTallwick", "0", integer},
+    {"Sonde/Enabled", "0", integer},        {"Camera/Lamp", "0", integer},
+    {"Temperature/Boost", "0", hundredths}, {"Tallwick/Detected", "false", integer},
+};
+
+QTimer *repeat(monitor *owner, void (monitor::*job)(), std::chrono::milliseconds interval)
+{
+    auto *timer = new QTimer(owner);
+    QObject::connect(timer, &QTimer::timeout, owner, job);
+    timer->start(interval);
+    return timer;
+}
+
+} // namespace
+
+monitor::monitor(QObject *parent, settings *store)
+    : QObject(parent), tickTimer(repeat(this, &monitor::monitor_timer_expired, rowInterval)),
+      usbTimer(repeat(this, &monitor::monitor_usb_check, usbInterval)),
+      temperatureTimer(repeat(this, &monitor::monitor_check_temperature, temperatureInterval)),
+      settingsStore(store), usbFaultReported(false)
+{
+    childprocess::run(this, childprocess::fromLine(paths::logRotateCommand), logRotateWait);
+}
+
+void monitor::monitor_timer_expired()
+{
+    QStringList row;
+    for (const Field &field : csvFields)
+        row += field.convert(settingsStore->settingsGetValue(field.key, field.defaultValue));
+    monitor_write_file(row.join(','));
+}
+
+// The file is opened for each row, so that log rotation can take it away at any time.
+void monitor::monitor_write_file(const QString &row)
+{
+    const QString now = QDateTime::currentDateTime().toString("dd-MM-yyyy HH:mm:ss");
+    QFile csv(paths::statusCsv);
+    const bool isNew = !csv.exists();
+    if (!csv.open(QIODevice::WriteOnly | QIODevice::Append))
+        return;
+    QString lines;
+    if (isNew)
+        lines += QString(csvHeader) + '\n';
+    lines += now + ',' + row + '\n';
+    csv.write(lines.toUtf8());
+}
+
+void monitor::monitor_usb_check()
+{
+    const QByteArray printed =
+        childprocess::output(this, {paths::gpioReadScript, {usbFaultLine}}, commandWait);
+    // With its length, so that a NUL byte makes it no number.
+    const int level = QString::fromLatin1(printed.constData(), printed.size()).trimmed().toInt();
+    if (level != 1 || usbFaultReported)
+        return;
+    usbTimer->stop();
+    qWarning() << "USB Fault Detected";
+    usbFaultReported = true;
+}
+
+// The command prints a line such as temp=48.3'C.
+void monitor::monitor_check_temperature()
+{
+    const QByteArray printed =
+        childprocess::output(this, childprocess::fromLine(paths::temperatureCommand), commandWait);
+    QString temperature = QString::fromLatin1(printed.constData()); // ends at a NUL byte
+    temperature.remove(0, temperature.indexOf('=') + 1);
+    temperature.remove("'C");
+    settingsStore->settingsSetValue("Temperature/Internal", temperature.trimmed());
+}
