@@ -1,0 +1,251 @@
+#include "monitor.h"
+
+#include "recorders.h"
+#include "settings.h"
+#include "testsupport.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTimer>
+#include <QtTest>
+
+#include <memory>
+#include <sys/wait.h>
+
+using testsupport::iniValue;
+using testsupport::LogCapture;
+using testsupport::readFile;
+using testsupport::writeFile;
+
+namespace
+{
+
+constexpr char ini[] = "/home/pi/KT6120/bin/KT6120.ini";
+constexpr char csv[] = "/home/pi/KT6120/bin/status_log.csv";
+constexpr char gpioRead[] = "/home/pi/KT6120/bin/KT6120_gpio_read.sh";
+constexpr char vcgencmd[] = "/opt/vc/bin/vcgencmd";
+
+constexpr char header[] =
+    "timestamp,battery voltage [mV],battery current [mA],internal temperature [Deg C],cm3 "
+    "temperature [Deg C],coiler value,led current [mA],interstage current [mA],tallwick led "
+    "current [mA],sonde state,lamp value [%],encoder temperature [Deg C],tallwick status\n";
+
+QByteArray bytes(const char *text, int size)
+{
+    return QByteArray(text, size);
+}
+
+int openDescriptors()
+{
+    return QDir("/proc/self/fd")
+        .entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System)
+        .size();
+}
+
+bool hasChildProcesses()
+{
+    siginfo_t info;
+    return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
+
+} // namespace
+
+class tst_monitor : public QObject
+{
+    Q_OBJECT
+
+private:
+    // The store and the monitor as a restart finds them, on what the files hold now.
+    void restart()
+    {
+        health.reset();
+        store = std::make_unique<settings>(nullptr);
+        health = std::make_unique<monitor>(nullptr, store.get());
+    }
+    void invoke(const char *slot) { QVERIFY(QMetaObject::invokeMethod(health.get(), slot)); }
+
+    std::unique_ptr<settings> store;
+    std::unique_ptr<monitor> health;
+
+private slots:
+    void initTestCase()
+    {
+        recorders::install("/tmp/tools/logrotate");
+        qputenv("PATH", "/tmp/tools:" + qgetenv("PATH"));
+        recorders::install(vcgencmd);
+    }
+    void init()
+    {
+        testsupport::freshWorld();
+        recorders::install(gpioRead);
+        restart();
+    }
+    void cleanup()
+    {
+        health.reset();
+        store.reset();
+    }
+
+    void startRotatesLogsAndStartsTimers()
+    {
+        QCOMPARE(recorders::calls().size(), 1);
+        QCOMPARE(recorders::calls().at(0).name, QString("logrotate"));
+        QCOMPARE(recorders::calls().at(0).arguments, QStringList({"-v", "/etc/logrotate.conf"}));
+        QList<int> intervals;
+        for (const QTimer *timer : health->findChildren<QTimer *>()) {
+            QVERIFY(timer->isActive() && !timer->isSingleShot());
+            intervals.append(timer->interval());
+        }
+        QCOMPARE(intervals, QList<int>({1800000, 5000, 10000}));
+    }
+
+    void temperature_data()
+    {
+        QTest::addColumn<QByteArray>("printed");
+        QTest::addColumn<double>("delay");
+        QTest::addColumn<QString>("stored");
+        QTest::newRow("as usual") << QByteArray("temp=51.0'C\n") << 0.0 << "51.0";
+        QTest::newRow("no equals sign") << QByteArray(" error\n") << 0.0 << "error";
+        QTest::newRow("nothing") << QByteArray("") << 0.0 << "";
+        QTest::newRow("several signs") << QByteArray("a=b= 4'C8'C 'c\n") << 0.0 << "b= 48 'c";
+        QTest::newRow("NUL byte") << bytes("temp=4\0008'C\n", 11) << 0.0 << "4";
+        QTest::newRow("megabyte") << "temp=" + QByteArray(1 << 20, '7') << 0.0
+                                  << QString(1 << 20, '7');
+        QTest::newRow("too slow") << QByteArray("temp=51.0'C\n") << 1.3 << "";
+        QTest::newRow("missing") << QByteArray() << 0.0 << "";
+    }
+    void temperature()
+    {
+        QFETCH(QByteArray, printed);
+        QFETCH(double, delay);
+        QFETCH(QString, stored);
+        recorders::setReply("vcgencmd measure_temp", printed, delay);
+        store->settingsSetValue("Temperature/Internal", QString("before"));
+        const QString aside = QString(vcgencmd) + ".aside";
+        if (printed.isNull())
+            QVERIFY(QFile::rename(vcgencmd, aside));
+        invoke("monitor_check_temperature");
+        if (printed.isNull())
+            QVERIFY(QFile::rename(aside, vcgencmd));
+        QCOMPARE(iniValue(ini, "Temperature/Internal"), stored);
+        // A child that outlasts its wait runs to its own end.
+        QTRY_VERIFY(health->findChildren<QProcess *>().size() <= 1);
+    }
+
+    void usbFault_data()
+    {
+        QTest::addColumn<QByteArray>("printed");
+        QTest::addColumn<bool>("fault");
+        QTest::newRow("fault") << QByteArray("1\n") << true;
+        QTest::newRow("white space") << QByteArray(" \t1 \r\n") << true;
+        QTest::newRow("no fault") << QByteArray("0\n") << false;
+        QTest::newRow("nothing") << QByteArray("") << false;
+        QTest::newRow("other number") << QByteArray("11\n") << false;
+        QTest::newRow("hexadecimal") << QByteArray("0x1\n") << false;
+        QTest::newRow("text") << QByteArray("1 fault\n") << false;
+        QTest::newRow("NUL byte") << bytes("1\0\n", 3) << false;
+        QTest::newRow("missing") << QByteArray() << false;
+    }
+    void usbFault()
+    {
+        QFETCH(QByteArray, printed);
+        QFETCH(bool, fault);
+        const QTimer *usbTimer = health->findChildren<QTimer *>().at(1);
+        recorders::setReply("KT6120_gpio_read.sh 26", printed);
+        if (printed.isNull())
+            QVERIFY(QFile::remove(gpioRead));
+        const LogCapture log;
+        invoke("monitor_usb_check");
+        invoke("monitor_usb_check");
+        QCOMPARE(LogCapture::texts(QtWarningMsg),
+                 fault ? QStringList("USB Fault Detected") : QStringList());
+        QCOMPARE(usbTimer->isActive(), !fault);
+    }
+
+    void row_data()
+    {
+        QTest::addColumn<QByteArray>("stored");
+        QTest::addColumn<QByteArray>("fields");
+        QTest::newRow("empty store") << QByteArray() << QByteArray("0,0,0,0,0,0,0,0,0,0,0,0");
+        QTest::newRow("each field its own")
+            << QByteArray("[Battery]\nVoltage=11840\nCurrent=720\n"
+                          "[Temperature]\nInternal=48.3\nCM3=31.25\nBoost=2150\n"
+                          "[Camera]\nCoiler=-12\nLamp=-1\n"
+                          "[Current]\nLedOut=26\nInter=129\nLedTallwick=27\n"
+                          "[Sonde]\nEnabled=1\n[Tallwick]\nDetected=2\n")
+            << QByteArray("11840,720,48.3,31.25,-12,26,129,27,1,-1,21.5,2");
+        QTest::newRow("no whole numbers")
+            << QByteArray("[Battery]\nVoltage=12.5\nCurrent=007\n"
+                          "[Temperature]\nInternal=%1\nBoost=hot\n"
+                          "[Camera]\nCoiler=99999999999\n[Tallwick]\nDetected=true\n")
+            << QByteArray("0,7,%1,0,0,0,0,0,0,0,0,0");
+        QTest::newRow("whole degrees")
+            << QByteArray("[Temperature]\nBoost=300\n") << QByteArray("0,0,0,0,0,0,0,0,0,0,3,0");
+        QTest::newRow("no thermistor") << QByteArray("[Temperature]\nBoost=-9999\n")
+                                       << QByteArray("0,0,0,0,0,0,0,0,0,0,-99.99,0");
+        QTest::newRow("six digits") << QByteArray("[Temperature]\nBoost=1234567890\n")
+                                    << QByteArray("0,0,0,0,0,0,0,0,0,0,1.23457e+07,0");
+    }
+    void row()
+    {
+        QFETCH(QByteArray, stored);
+        QFETCH(QByteArray, fields);
+        writeFile(ini, stored);
+        restart();
+        const QDateTime before = QDateTime::currentDateTime().addSecs(-1);
+        invoke("monitor_timer_expired");
+        const QByteArray content = readFile(csv);
+        QVERIFY(content.startsWith(header));
+        const QByteArray record = content.mid(int(sizeof header) - 1);
+        QCOMPARE(record.mid(19), ',' + fields + '\n');
+        const auto stamp = QDateTime::fromString(record.left(19), "dd-MM-yyyy HH:mm:ss");
+        QVERIFY(stamp >= before && stamp <= QDateTime::currentDateTime());
+    }
+
+    // Only a file that was not there gets a header; what is there is never touched.
+    void csvIsAppendedTo()
+    {
+        invoke("monitor_timer_expired");
+        invoke("monitor_timer_expired");
+        QCOMPARE(readFile(csv).count("timestamp"), 1);
+        QCOMPARE(readFile(csv).count('\n'), 3);
+
+        writeFile(csv, "");
+        invoke("monitor_timer_expired");
+        QCOMPARE(readFile(csv).count("timestamp"), 0);
+        QCOMPARE(readFile(csv).count('\n'), 1);
+
+        QVERIFY(QFile::remove(csv));
+        QVERIFY(QDir().mkdir(csv));
+        const LogCapture log;
+        invoke("monitor_timer_expired");
+        QCOMPARE(LogCapture::texts(QtWarningMsg) + LogCapture::texts(QtCriticalMsg), QStringList());
+        QVERIFY(QDir().rmdir(csv));
+        invoke("monitor_timer_expired");
+        QCOMPARE(readFile(csv).count('\n'), 2);
+    }
+
+    void childrenAreReleased()
+    {
+        recorders::setReply("vcgencmd", "temp=51.0'C\n");
+        recorders::setReply("KT6120_gpio_read.sh", "0\n");
+        invoke("monitor_usb_check");
+        const int objects = health->findChildren<QProcess *>().size();
+        const int descriptors = openDescriptors();
+        for (int i = 0; i < 20; ++i) {
+            invoke("monitor_usb_check");
+            invoke("monitor_check_temperature");
+        }
+        recorders::setReply("vcgencmd", QByteArray(1 << 20, '7'), 1.1);
+        invoke("monitor_check_temperature");
+        QVERIFY(hasChildProcesses());
+        QTRY_VERIFY(!hasChildProcesses());
+        QTRY_COMPARE(health->findChildren<QProcess *>().size(), objects);
+        QCOMPARE(openDescriptors(), descriptors);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_monitor)
+#include "tst_monitor.moc"

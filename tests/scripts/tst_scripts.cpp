@@ -1,0 +1,327 @@
+// The unit's scripts in a world whose tools are recorded stand-ins.
+
+#include "recorders.h"
+#include "testsupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QtTest>
+
+#include <csignal>
+#include <sys/stat.h>
+
+using testsupport::readFile;
+using testsupport::writeFile;
+
+namespace
+{
+
+const QString installed = "/home/pi/KT6120/bin/";
+const QString tools = "/tmp/tools/";
+const QString holders = "/tmp/holders"; // process ids of the stand-in gpioset's background copies
+
+// The search path holds these and the stand-ins only, whatever the desk has installed.
+const QStringList plainTools = {"cat", "cut", "dirname", "flock", "grep", "sh", "timeout"};
+
+constexpr char gpiosetStandIn[] = "#!/bin/sh\n"
+                                  "/bin/sleep 600 <&- >&- 2>&- &\n"
+                                  "echo $! >>/tmp/holders\n";
+
+struct Outcome {
+    int status;
+    QByteArray printed;
+    QByteArray complaint;
+};
+
+Outcome run(const QString &script, const QStringList &arguments)
+{
+    QProcess process;
+    process.start(installed + script, arguments);
+    if (!process.waitForFinished(10000) || process.exitStatus() != QProcess::NormalExit)
+        qFatal("%s does not end", qPrintable(script));
+    return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
+}
+
+// The calls of the stand-ins, one text each.
+QStringList calls()
+{
+    QStringList texts;
+    for (const Call &call : recorders::calls())
+        texts.append((QStringList(call.name) + call.arguments).join(' '));
+    return texts;
+}
+
+// libgpiod's tools of a version, or none.
+void installGpiod(const char *version)
+{
+    for (const char *tool : {"gpioset", "gpioget"}) {
+        QFile::remove(tools + tool);
+        if (*version == '\0')
+            continue;
+        recorders::install(tools + tool);
+        recorders::setReply(QString(tool) + " --version",
+                            QByteArray(tool) + " (libgpiod) v" + version + "\nCopyright\n");
+    }
+}
+
+bool isRunning(int pid)
+{
+    return kill(pid, 0) == 0;
+}
+
+QList<int> holderIds()
+{
+    QList<int> ids;
+    for (const QByteArray &line : readFile(holders).split('\n'))
+        ids.append(line.toInt());
+    ids.removeLast();
+    return ids;
+}
+
+} // namespace
+
+class tst_scripts : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        QDir().mkpath(tools);
+        for (const QString &tool : plainTools)
+            QVERIFY(QFile::link(QStandardPaths::findExecutable(tool), tools + tool));
+        // Waits between two looks pass quickly.
+        writeFile(tools + "sleep", "#!/bin/sh\nexec /bin/sleep 0.02\n");
+        QFile::setPermissions(tools + "sleep", QFile::ReadOwner | QFile::ExeOwner);
+        for (const char *tool : {"i2cget", "systemctl", "logger"})
+            recorders::install(tools + tool);
+        qputenv("PATH", tools.toLocal8Bit());
+    }
+    void init()
+    {
+        testsupport::freshWorld();
+        const QDir source(UNIT_SCRIPTS);
+        for (const QString &script : source.entryList({"KT6120_*.sh"}))
+            QVERIFY(QFile::copy(source.filePath(script), installed + script));
+        installGpiod("1.6.3");
+    }
+
+    void chores_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::addColumn<QString>("gpiod");
+        QTest::addColumn<QString>("tool"); // the expected call
+        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<int>("toolStatus");
+        QTest::addColumn<QByteArray>("printed");
+        QTest::addColumn<int>("status");
+
+        QTest::newRow("drive, libgpiod 1") << "gpio_write.sh 21 1"
+                                           << "1.6.3"
+                                           << "gpioset --mode=signal --background gpiochip0 21=1"
+                                           << QByteArray() << 0 << QByteArray() << 0;
+        QTest::newRow("drive, libgpiod 2") << "gpio_write.sh 25 0"
+                                           << "2.2.1"
+                                           << "gpioset --daemonize --chip gpiochip0 25=0"
+                                           << QByteArray() << 0 << QByteArray() << 0;
+        QTest::newRow("drive, refused") << "gpio_write.sh 19 1"
+                                        << "2.2.1"
+                                        << "gpioset --daemonize --chip gpiochip0 19=1"
+                                        << QByteArray("busy\n") << 3 << QByteArray() << 1;
+        QTest::newRow("sonde, libgpiod 1") << "sonde_en_write.sh 43 0"
+                                           << "1.6.3"
+                                           << "gpioset --mode=signal --background gpiochip0 43=0"
+                                           << QByteArray() << 0 << QByteArray() << 0;
+        QTest::newRow("read, libgpiod 1")
+            << "gpio_read.sh 26"
+            << "1.6.3"
+            << "gpioget gpiochip0 26" << QByteArray("1\n") << 0 << QByteArray("1\n") << 0;
+        QTest::newRow("read, libgpiod 2") << "gpio_read.sh 26"
+                                          << "2.2.1"
+                                          << "gpioget --numeric --chip gpiochip0 26"
+                                          << QByteArray("0\n") << 0 << QByteArray("0\n") << 0;
+        QTest::newRow("read, refused")
+            << "gpio_read.sh 26"
+            << "1.6.3"
+            << "gpioget gpiochip0 26" << QByteArray() << 4 << QByteArray() << 1;
+        QTest::newRow("channel") << "bb_read.sh 0x12"
+                                 << ""
+                                 << "i2cget -y 1 0x48 0x12" << QByteArray("0x64\n") << 0
+                                 << QByteArray("0x64\n") << 0;
+        QTest::newRow("channel, short")
+            << "bb_read.sh 0x1"
+            << ""
+            << "i2cget -y 1 0x48 0x1" << QByteArray("0xff\n") << 0 << QByteArray("0xff\n") << 0;
+        QTest::newRow("channel, no answer")
+            << "bb_read.sh 0x7"
+            << ""
+            << "i2cget -y 1 0x48 0x7" << QByteArray("0x00\n") << 2 << QByteArray() << 1;
+        QTest::newRow("channel, garbage")
+            << "bb_read.sh 0x7"
+            << ""
+            << "i2cget -y 1 0x48 0x7" << QByteArray("Warning\n") << 0 << QByteArray() << 1;
+        QTest::newRow("shutdown") << "shutdown.sh"
+                                  << ""
+                                  << "systemctl poweroff" << QByteArray() << 0 << QByteArray() << 0;
+        QTest::newRow("shutdown, refused")
+            << "shutdown.sh"
+            << ""
+            << "systemctl poweroff" << QByteArray() << 5 << QByteArray() << 5;
+    }
+    void chores()
+    {
+        QFETCH(QString, command);
+        QFETCH(QString, gpiod);
+        QFETCH(QString, tool);
+        QFETCH(QByteArray, reply);
+        QFETCH(int, toolStatus);
+        installGpiod(qPrintable(gpiod));
+        recorders::setReply(tool, reply, 0, toolStatus);
+        QStringList words = command.split(' ');
+        const Outcome outcome = run("KT6120_" + words.takeFirst(), words);
+        QTEST(outcome.printed, "printed");
+        QTEST(outcome.status, "status");
+        const QStringList made = calls().filter(QRegularExpression("^(?!\\S+ --version$)"));
+        QCOMPARE(made, QStringList(tool));
+    }
+
+    void wrongArguments_data()
+    {
+        QTest::addColumn<QString>("script");
+        QTest::addColumn<QStringList>("arguments");
+        const QList<QStringList> noLine = {{},     {""},  {"54"},          {"026"},
+                                           {"-1"}, {"x"}, {"26", "1", "1"}};
+        const QList<QStringList> noLevel = {
+            {"21"}, {"21", ""}, {"21", "2"}, {"21", "on"}, {"21", "01"}};
+        const QList<QStringList> noChannel = {{},        {""},    {"12"},        {"0x"},
+                                              {"0x123"}, {"0xG"}, {"0x1", "0x2"}};
+        const std::pair<const char *, QList<QStringList>> rows[] = {
+            {"gpio_write.sh", noLine + noLevel},
+            {"sonde_en_write.sh", noLine + noLevel},
+            {"gpio_read.sh", noLine},
+            {"bb_read.sh", noChannel},
+            {"shutdown.sh", {{"now"}}},
+            {"usb_monitor.sh", {{"1-1"}}},
+        };
+        for (const auto &[script, all] : rows) {
+            for (const QStringList &arguments : all)
+                QTest::addRow("%s '%s'", script, qPrintable(arguments.join("' '")))
+                    << script << arguments;
+        }
+    }
+    void wrongArguments()
+    {
+        QFETCH(QString, script);
+        QFETCH(QStringList, arguments);
+        const Outcome outcome = run("KT6120_" + script, arguments);
+        QCOMPARE(outcome.status, 2);
+        QCOMPARE(outcome.printed, QByteArray());
+        QVERIFY(outcome.complaint.startsWith("usage: KT6120_" + script.toUtf8()));
+        QCOMPARE(outcome.complaint.count('\n'), 1);
+        QCOMPARE(calls(), QStringList());
+    }
+
+    // A line stays driven by a process; a new level replaces it and nobody else's.
+    void drivenLinesAreHeld()
+    {
+        QFile::remove(holders);
+        QFile::remove(tools + "gpioset");
+        writeFile(tools + "gpioset", gpiosetStandIn);
+        recorders::install(tools + "gpioset");
+        QVERIFY(QProcess::execute(tools + "gpioset", {"21=1"}) == 0);
+        for (const char *line : {"21", "19"})
+            QCOMPARE(run("KT6120_gpio_write.sh", {line, "1"}).status, 0);
+        QCOMPARE(holderIds().size(), 3);
+
+        QCOMPARE(run("KT6120_gpio_write.sh", {"21", "1"}).status, 0);
+        QCOMPARE(holderIds().size(), 3);
+
+        QCOMPARE(run("KT6120_gpio_write.sh", {"21", "0"}).status, 0);
+        const QList<int> ids = holderIds();
+        QCOMPARE(ids.size(), 4);
+        const QList<bool> expected = {true, false, true, true};
+        for (int i = 0; i < ids.size(); ++i)
+            QCOMPARE(isRunning(ids[i]), expected[i]);
+        for (const int id : ids)
+            kill(id, SIGKILL);
+        QTRY_VERIFY(!isRunning(ids.last()));
+        QVERIFY(QFile::remove("/run/bench/real/gpioset"));
+    }
+
+    // Without the tools lines go through sysfs, which makes a line's folder when told to.
+    void sysfsInstead()
+    {
+        installGpiod("");
+        const QString gpio = "/sys/class/gpio/";
+        for (const char *chip : {"gpiochip512", "gpiochip566"})
+            QVERIFY(QDir().mkpath(gpio + chip));
+        writeFile(gpio + "gpiochip512/label", "other\n");
+        writeFile(gpio + "gpiochip512/base", "512\n");
+        writeFile(gpio + "gpiochip566/label", "pinctrl-bcm2835\n");
+        writeFile(gpio + "gpiochip566/base", "566\n");
+        QCOMPARE(mkfifo(qPrintable(gpio + "export"), 0600), 0);
+        QProcess kernel;
+        kernel.start("/bin/sh", {"-c", "cd " + gpio
+                                           + "; for line in 1 2; do read -r n <export;"
+                                             " /bin/mkdir gpio$n; echo 1 >gpio$n/value;"
+                                             " echo in >gpio$n/direction; done"});
+        QCOMPARE(run("KT6120_gpio_write.sh", {"21", "1"}).status, 0);
+        QCOMPARE(readFile(gpio + "gpio587/direction"), QByteArray("high\n"));
+        QCOMPARE(run("KT6120_gpio_write.sh", {"21", "0"}).status, 0);
+        QCOMPARE(readFile(gpio + "gpio587/direction"), QByteArray("low\n"));
+        const Outcome read = run("KT6120_gpio_read.sh", {"26"});
+        QCOMPARE(read.printed, QByteArray("1\n"));
+        QCOMPARE(read.status, 0);
+        QCOMPARE(readFile(gpio + "gpio592/direction"), QByteArray("in\n"));
+        QVERIFY(kernel.waitForFinished());
+
+        QVERIFY(QDir(gpio).removeRecursively());
+        const Outcome none = run("KT6120_gpio_read.sh", {"26"});
+        QCOMPARE(none.printed, QByteArray());
+        QCOMPARE(none.status, 1);
+    }
+
+    void usbDevicesAreLogged()
+    {
+        const QString devices = "/sys/bus/usb/devices/";
+        const auto plug = [&](const QString &port, const QMap<QString, QByteArray> &attributes) {
+            QDir().mkpath(devices + port);
+            for (auto i = attributes.begin(); i != attributes.end(); ++i)
+                writeFile(devices + port + '/' + i.key(), i.value() + '\n');
+        };
+        plug("usb1", {{"idVendor", "1d6b"}, {"idProduct", "0002"}, {"bDeviceClass", "09"}});
+        plug("1-1:1.0", {{"bInterfaceClass", "e0"}});
+
+        QProcess program;
+        program.start("/bin/sh",
+                      {"-c", "/bin/sh " + installed + "KT6120_usb_monitor.sh & echo $!; wait"});
+        QVERIFY(program.waitForReadyRead());
+        const int script = program.readLine().toInt();
+
+        plug("1-1", {{"product", "Phone * $(x)"},
+                     {"manufacturer", "Maker"},
+                     {"idProduct", "12a8"},
+                     {"idVendor", "05ac"},
+                     {"bDeviceClass", "00"}});
+        const QString connected =
+            "logger -t KT6120 -- USB device connected: 1-1 05ac:12a8 Maker Phone * $(x)";
+        QTRY_VERIFY(calls().contains(connected));
+        QVERIFY(QDir(devices + "1-1").removeRecursively());
+        QTRY_VERIFY(calls().contains(
+            "logger -t KT6120 -- USB device disconnected: 1-1 05ac:12a8 Maker Phone * $(x)"));
+        QVERIFY(calls().filter("usb1").isEmpty() && calls().filter("1.0").isEmpty());
+        QCOMPARE(calls().count(connected), 1);
+
+        // It ends with the program that started it.
+        QVERIFY(isRunning(script));
+        program.kill();
+        QVERIFY(program.waitForFinished());
+        QTRY_VERIFY(!isRunning(script));
+        QVERIFY(QDir("/sys/bus/usb").removeRecursively());
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_scripts)
+#include "tst_scripts.moc"
