@@ -76,6 +76,7 @@ gpio_drive_by_tool() {
 # all chips in one sequence.
 gpio_sysfs_line() {
     for gpio_folder in /sys/class/gpio/gpiochip*; do
+        [ -r "$gpio_folder/label" ] || continue
         read -r gpio_label <"$gpio_folder/label" || return 1
         # shellcheck disable=SC2254 # a pattern
         case $gpio_label in
