@@ -116,8 +116,8 @@ int BusyBee::convertTemperature(int raw, int table) const
         if (entry == reading)
             result = temperature;
         if (entry < reading) {
-            const qint64 span = readings[i - 1] - entry;
-            return toInt(double(temperature - temperatureStep * (reading - entry) / span));
+            const qint64 step = temperatureStep * (reading - entry) / (readings[i - 1] - entry);
+            return toInt(double(temperature - step));
         }
     }
     return result;

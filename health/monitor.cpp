@@ -80,7 +80,7 @@ monitor::monitor(QObject *parent, settings *store)
     : QObject(parent), tickTimer(repeat(this, &monitor::monitor_timer_expired, rowInterval)),
       usbTimer(repeat(this, &monitor::monitor_usb_check, usbInterval)),
       temperatureTimer(repeat(this, &monitor::monitor_check_temperature, temperatureInterval)),
-      settingsStore(store), usbFaultReported(false)
+      settingsStore(store)
 {
     childprocess::run(this, childprocess::fromLine(paths::logRotateCommand), logRotateWait);
 }

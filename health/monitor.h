@@ -30,5 +30,5 @@ private:
     QTimer *usbTimer;
     QTimer *temperatureTimer;
     settings *settingsStore;
-    bool usbFaultReported;
+    bool usbFaultReported = false;
 };

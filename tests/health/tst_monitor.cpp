@@ -34,7 +34,7 @@ constexpr char header[] =
 
 QByteArray bytes(const char *text, int size)
 {
-    return QByteArray(text, size);
+    return {text, size};
 }
 
 int openDescriptors()
