@@ -35,9 +35,9 @@ constexpr char greeting[] = "Connected To Kestra\r\n";
 
 constexpr char usbBootLine[] = "25";
 
-QByteArray shellOutput(QProcess &shell, const QString &line)
+QByteArray shellOutput(QObject *parent, const QString &line)
 {
-    return childprocess::outputOrKill(shell, {"sh", {"-c", line}}, shellWait);
+    return childprocess::output(parent, {"sh", {"-c", line}}, shellWait);
 }
 
 } // namespace
@@ -145,16 +145,14 @@ void commsExternal::commsExternalSendCmdByteArray(QByteArray bytes)
 
 QString commsExternal::getBroadcastAddress()
 {
-    QProcess shell;
-    return network::broadcastAddress(shellOutput(shell, "ifconfig | grep broadcast"));
+    return network::broadcastAddress(shellOutput(this, "ifconfig | grep broadcast"));
 }
 
 int commsExternal::getMobileType()
 {
-    QProcess shell;
-    if (!shellOutput(shell, "ifconfig | grep usb0").isEmpty())
+    if (!shellOutput(this, "ifconfig | grep usb0").isEmpty())
         return MOBILE_USB;
-    if (!shellOutput(shell, "ifconfig | grep eth0").isEmpty())
+    if (!shellOutput(this, "ifconfig | grep eth0").isEmpty())
         return MOBILE_ETHERNET;
     return MOBILE_NONE;
 }

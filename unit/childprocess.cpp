@@ -54,22 +54,11 @@ QByteArray output(QObject *parent, const Command &command, std::chrono::millisec
     if (process->state() == QProcess::NotRunning) {
         delete process;
     } else {
-        // Destroying a running QProcess would kill its child.
-        QObject::connect(process, &QProcess::readyReadStandardOutput, process,
-                         [process] { process->readAllStandardOutput(); });
+        // The end is not waited for: it may be long in coming where a device does not answer.
         QObject::connect(process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished),
                          process, &QObject::deleteLater);
+        process->kill();
     }
-    return printed;
-}
-
-QByteArray outputOrKill(QProcess &process, const Command &command, std::chrono::milliseconds wait)
-{
-    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    launch(&process, command);
-    process.waitForFinished(int(wait.count()));
-    const QByteArray printed = process.readAllStandardOutput();
-    process.close();
     return printed;
 }
 

@@ -31,14 +31,10 @@ QProcess *start(QObject *parent, const Command &command);
 bool run(QObject *parent, const Command &command, std::chrono::milliseconds wait);
 
 // Runs a command in a process object of its own and returns what its standard output has
-// brought by the end of the wait. The object is released when the child ends, at the latest
-// with parent; a child that outlasts its wait runs on until then.
+// brought by the end of the wait. A child that outlasts its wait is killed, so that a command
+// that hangs does not pile up; what it had started itself runs on. The object is released when
+// the child has ended, at the latest with parent.
 QByteArray output(QObject *parent, const Command &command, std::chrono::milliseconds wait);
-
-// Runs a command in the caller's idle process object and returns what its standard output has
-// brought by the end of the wait. A child that outlasts its wait is killed, so that the object
-// can be used again or destroyed; what it had started itself runs on.
-QByteArray outputOrKill(QProcess &process, const Command &command, std::chrono::milliseconds wait);
 
 // The standard output of a shell command, line breaks included, read to its end; the exit
 // status is not looked at. Throws std::runtime_error where no pipe can be opened.

@@ -130,7 +130,7 @@ private slots:
         if (printed.isNull())
             QVERIFY(QFile::rename(aside, vcgencmd));
         QCOMPARE(iniValue(ini, "Temperature/Internal"), stored);
-        // A child that outlasts its wait runs to its own end.
+        // The one that runs the log rotation is kept.
         QTRY_VERIFY(health->findChildren<QProcess *>().size() <= 1);
     }
 
