@@ -1,9 +1,73 @@
 #include "videolibrary.h"
 
-VideoLibrary::VideoLibrary() = default;
-void VideoLibrary::initCapture() {}
-void VideoLibrary::startVideo() {}
-void VideoLibrary::stopVideo() {}
-void VideoLibrary::startStreaming(std::string, std::string) {}
-void VideoLibrary::startStreaming(QString, QString) {}
-void VideoLibrary::stopStreaming() {}
+#include "childprocess.h"
+#include "paths.h"
+
+#include <QAbstractEventDispatcher>
+#include <QDebug>
+#include <QTimer>
+
+#include <chrono>
+
+using namespace std::chrono_literals;
+
+namespace
+{
+
+constexpr auto gpioDelay = 20s;
+constexpr auto scriptWait = 10s;
+
+} // namespace
+
+VideoLibrary::VideoLibrary()
+{
+    // The pipelines hear of their end through GLib's main context.
+    const QAbstractEventDispatcher *dispatcher = QAbstractEventDispatcher::instance();
+    if (!dispatcher || !dispatcher->inherits("QEventDispatcherGlib"))
+        qWarning() << "The event loop does not serve GLib: no video pipeline will ever end";
+}
+
+void VideoLibrary::initCapture()
+{
+    QTimer::singleShot(gpioDelay, Qt::PreciseTimer, this, &VideoLibrary::setGPIO);
+}
+
+void VideoLibrary::startCapture()
+{
+    camera.start();
+}
+
+void VideoLibrary::startVideo()
+{
+    camera.startVideo();
+}
+
+void VideoLibrary::stopVideo()
+{
+    camera.stopVideo();
+}
+
+void VideoLibrary::startStreaming(std::string ip, std::string port)
+{
+    camera.startStreaming(ip, port);
+}
+
+void VideoLibrary::startStreaming(QString ip, QString port)
+{
+    startStreaming(std::string(ip.toUtf8().constData()), std::string(port.toUtf8().constData()));
+}
+
+void VideoLibrary::stopStreaming()
+{
+    camera.stopStreaming();
+}
+
+void VideoLibrary::setGPIO()
+{
+    childprocess::run(this, {paths::gpioWriteScript, {"19", "1"}}, scriptWait);
+}
+
+void VideoLibrary::sleepyTime()
+{
+    childprocess::run(this, childprocess::fromLine(paths::shutdownCommand), scriptWait);
+}

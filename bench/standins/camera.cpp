@@ -1,0 +1,124 @@
+// Stands in for the camera: an element v4l2src that shows a moving test picture with a running
+// time. The plug-in file bears the name of the system's own, which it hides when its folder is
+// in GST_PLUGIN_PATH. /run/bench/camera may say:
+//
+//   missing   the device cannot be opened
+//   lost      the device goes while it runs, and cannot be opened
+//
+// Anything else, or no file, is a camera that works.
+
+#include "control.h"
+
+#include <gst/gst.h>
+
+namespace
+{
+
+struct BenchCamera {
+    GstBin bin;
+    char *device;
+};
+
+struct BenchCameraClass {
+    GstBinClass parent;
+};
+
+enum { PropertyDevice = 1 };
+
+GstStaticPadTemplate sourceTemplate =
+    GST_STATIC_PAD_TEMPLATE("src", GST_PAD_SRC, GST_PAD_ALWAYS, GST_STATIC_CAPS("video/x-raw"));
+
+G_DEFINE_TYPE(BenchCamera, bench_camera, GST_TYPE_BIN)
+
+BenchCamera *self(gpointer object)
+{
+    return static_cast<BenchCamera *>(object);
+}
+
+GstPadProbeReturn onFrame(GstPad *, GstPadProbeInfo *info, gpointer data)
+{
+    if (!controlSays("camera", "lost"))
+        return GST_PAD_PROBE_OK;
+    GST_ELEMENT_ERROR(data, RESOURCE, READ, ("Could not read from resource."),
+                      ("the bench lost device '%s'", self(data)->device));
+    // As a device's own: the reader also sees the flow fail.
+    gst_buffer_unref(GST_PAD_PROBE_INFO_BUFFER(info));
+    GST_PAD_PROBE_INFO_FLOW_RETURN(info) = GST_FLOW_ERROR;
+    return GST_PAD_PROBE_HANDLED;
+}
+
+GstStateChangeReturn changeState(GstElement *element, GstStateChange transition)
+{
+    if (transition == GST_STATE_CHANGE_NULL_TO_READY
+        && (controlSays("camera", "missing") || controlSays("camera", "lost"))) {
+        const char *device = self(element)->device;
+        GST_ELEMENT_ERROR(element, RESOURCE, NOT_FOUND, ("Cannot identify device '%s'.", device),
+                          ("the bench has no camera"));
+        return GST_STATE_CHANGE_FAILURE;
+    }
+    return GST_ELEMENT_CLASS(bench_camera_parent_class)->change_state(element, transition);
+}
+
+void setProperty(GObject *object, guint, const GValue *value, GParamSpec *)
+{
+    g_free(self(object)->device);
+    self(object)->device = g_value_dup_string(value);
+}
+
+void getProperty(GObject *object, guint, GValue *value, GParamSpec *)
+{
+    g_value_set_string(value, self(object)->device);
+}
+
+void finalize(GObject *object)
+{
+    g_free(self(object)->device);
+    G_OBJECT_CLASS(bench_camera_parent_class)->finalize(object);
+}
+
+void bench_camera_class_init(BenchCameraClass *type)
+{
+    GObjectClass *object = G_OBJECT_CLASS(type);
+    object->set_property = setProperty;
+    object->get_property = getProperty;
+    object->finalize = finalize;
+    g_object_class_install_property(
+        object, PropertyDevice,
+        g_param_spec_string("device", "Device", "Device location", "/dev/video0",
+                            GParamFlags(G_PARAM_READWRITE | G_PARAM_CONSTRUCT)));
+
+    GstElementClass *element = GST_ELEMENT_CLASS(type);
+    element->change_state = changeState;
+    gst_element_class_add_static_pad_template(element, &sourceTemplate);
+    gst_element_class_set_static_metadata(element, "Bench camera", "Source/Video",
+                                          "Shows a moving test picture", "the bench");
+}
+
+void bench_camera_init(BenchCamera *camera)
+{
+    GstBin *bin = GST_BIN(camera);
+    GstElement *picture = addElement(bin, "videotestsrc");
+    GstElement *clock = addElement(bin, "timeoverlay");
+    if (!picture || !clock)
+        return;
+    g_object_set(picture, "is-live", TRUE, "pattern", /* smpte */ 0, "horizontal-speed", 2,
+                 nullptr);
+    g_object_set(clock, "font-desc", "Sans, 24", nullptr);
+    gst_element_link(picture, clock);
+    addGhostPad(GST_ELEMENT(camera), "src", clock);
+
+    GstPad *output = gst_element_get_static_pad(picture, "src");
+    gst_pad_add_probe(output, GST_PAD_PROBE_TYPE_BUFFER, onFrame, camera, nullptr);
+    gst_object_unref(output);
+}
+
+gboolean registerElements(GstPlugin *plugin)
+{
+    return gst_element_register(plugin, "v4l2src", GST_RANK_PRIMARY, bench_camera_get_type());
+}
+
+} // namespace
+
+#define PACKAGE "KT6120 bench"
+GST_PLUGIN_DEFINE(GST_VERSION_MAJOR, GST_VERSION_MINOR, video4linux2, "Stand-in for a camera",
+                  registerElements, "1.0", "Proprietary", PACKAGE, "https://localhost/")

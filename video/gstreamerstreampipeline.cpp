@@ -1,0 +1,60 @@
+#include "gstreamerstreampipeline.h"
+
+#include <stdexcept>
+
+namespace
+{
+
+// The address, portKey, the port and descriptionEnd follow.
+constexpr char description[] =
+    "v4l2src device=/dev/video0 name=v4l2src ! queue ! videoconvert ! "
+    "video/x-raw,width=720,height=576,framerate=25/1 ! queue ! "
+    "omxh264enc name=omxh264enc target-bitrate=4000000 control-rate=1 b-frames=0 !  "
+    "rtph264pay ! udpsink host=";
+constexpr char portKey[] = " port=";
+constexpr char descriptionEnd[] = " sync=false";
+
+constexpr PipelineTexts streamTexts{
+    /* sourceName */ "v4l2src",
+    /* starting */ "# Starting Video Stream\n",
+    /* started */ "# Started Video Stream\n",
+    /* stopping */ "",
+    /* endOfStream */ "",
+    /* sourceReleased */ "unref src stream\n",
+    /* stopped */ "",
+    /* message */ "STREAM:Got gstreamer event: ",
+    /* pipelineReleased */ "unref pipeline stream\n",
+};
+
+} // namespace
+
+GstreamerStreamPipeline::GstreamerStreamPipeline(VideoCaptureStatusHandler *handler)
+    : GStreamerPipeline(handler, streamTexts)
+{
+}
+
+GstreamerStreamPipeline::~GstreamerStreamPipeline()
+{
+    stopStreaming();
+}
+
+void GstreamerStreamPipeline::startStreaming(std::string ip, std::string port)
+{
+    start(description + ip + portKey + port + descriptionEnd);
+}
+
+void GstreamerStreamPipeline::stopStreaming()
+{
+    stop();
+}
+
+void GstreamerStreamPipeline::prepare(GstElement *built)
+{
+    const GstElementPointer encoder(gst_bin_get_by_name(GST_BIN(built), "omxh264enc"));
+    if (!encoder)
+        throw std::runtime_error("Unable to connect to omxh264enc");
+    // The least that every phone decodes: baseline, level 3.
+    g_autoptr(GstCaps) caps = gst_caps_new_simple("video/x-h264", "profile", G_TYPE_STRING,
+                                                  "baseline", "level", G_TYPE_STRING, "3", nullptr);
+    g_object_set(encoder.get(), "caps", caps, nullptr);
+}
