@@ -15,6 +15,7 @@ constexpr char description[] = "v4l2src device=/dev/video0 name=v4lsrc ! queue !
                                "video/x-raw,width=720,height=576,framerate=25/1 ! queue ! "
                                "omxh264enc target-bitrate=4000000 control-rate=1 !  rtph264pay ! "
                                "udpsink host=127.0.0.1 port=8083 sync=false";
+static_assert(sizeof(description) == 230 + 1);
 
 constexpr PipelineTexts palTexts{
     /* sourceName */ "v4lsrc",

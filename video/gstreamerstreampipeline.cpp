@@ -11,6 +11,7 @@ constexpr char description[] =
     "video/x-raw,width=720,height=576,framerate=25/1 ! queue ! "
     "omxh264enc name=omxh264enc target-bitrate=4000000 control-rate=1 b-frames=0 !  "
     "rtph264pay ! udpsink host=";
+static_assert(sizeof(description) == 228 + 1);
 constexpr char portKey[] = " port=";
 constexpr char descriptionEnd[] = " sync=false";
 
