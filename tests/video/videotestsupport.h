@@ -1,0 +1,91 @@
+#pragma once
+
+#include "error_handler.h"
+#include "testsupport.h"
+
+#include <QFile>
+#include <QStringList>
+#include <QTemporaryFile>
+#include <QtTest>
+
+#include <gst/gst.h>
+#include <unistd.h>
+
+// Makes this process see the bench's camera and encoder; before GStreamer is initialised.
+inline void useStandIns()
+{
+    qputenv("GST_PLUGIN_PATH", STANDINS);
+}
+
+// What the bench's "camera" or "encoder" does from now on; empty: it works.
+inline void setStandIn(const QString &name, const QByteArray &word)
+{
+    testsupport::writeFile("/run/bench/" + name, word);
+}
+
+// Takes what the process writes to standard output or standard error while it lives.
+class OutputCapture
+{
+public:
+    explicit OutputCapture(int descriptor = STDOUT_FILENO) : stream(descriptor), kept(dup(stream))
+    {
+        if (!file.open())
+            qFatal("no temporary file");
+        dup2(file.handle(), stream);
+    }
+    ~OutputCapture()
+    {
+        dup2(kept, stream);
+        close(kept);
+        if (QTest::currentTestFailed())
+            fprintf(stderr, "captured:\n%s\n", text().constData());
+    }
+    OutputCapture(const OutputCapture &) = delete;
+    OutputCapture &operator=(const OutputCapture &) = delete;
+
+    QByteArray text() const { return testsupport::readFile(file.fileName()).mid(taken); }
+    // What has come since the last call.
+    QByteArray take()
+    {
+        const QByteArray fresh = text();
+        taken += fresh.size();
+        return fresh;
+    }
+
+private:
+    QTemporaryFile file;
+    int taken = 0;
+    int stream;
+    int kept;
+};
+
+// Notes every report it gets, as "operation arguments".
+class NotingHandler : public VideoCaptureStatusHandler
+{
+public:
+    explicit NotingHandler(QStringList *list = nullptr, const QString &name = {})
+        : notes(list ? list : &own), prefix(name)
+    {
+    }
+    void videoCaptureErrorHandler(bool flag, std::string text) override
+    {
+        note(QString("error %1 %2").arg(flag).arg(text.c_str()));
+    }
+    void jpegCompleteHandler(int number) override { note(QString("jpeg %1").arg(number)); }
+    void jpegErrorHandler(int number, std::string text) override
+    {
+        note(QString("jpeg error %1 %2").arg(number).arg(text.c_str()));
+    }
+    void videoRecordingCompleteHandler() override { note("recording complete"); }
+    void videoShutdownCompleteHandler() override { note("shutdown complete"); }
+    void cameraDetachedHandler() override { note("detached"); }
+    void cameraAttachedHandler() override { note("attached"); }
+
+    QStringList *notes;
+
+private:
+    void note(const QString &text) { notes->append(prefix + text); }
+
+    QStringList own;
+    QString prefix;
+};
