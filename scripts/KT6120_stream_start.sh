@@ -59,8 +59,8 @@ flock -w 1 9 || exit 1
 encoder=$(first_of omxh264enc v4l2h264enc x264enc) || exit 1
 case $encoder in
 omxh264enc) settings='target-bitrate=4000000 control-rate=1 b-frames=0' ;;
-v4l2h264enc) settings='extra-controls=controls,video_bitrate=4000000' ;;
-x264enc) settings='bitrate=4000 tune=zerolatency speed-preset=ultrafast' ;;
+v4l2h264enc) settings='extra-controls=controls,video_bitrate=4000000,h264_i_frame_period=25' ;;
+x264enc) settings='bitrate=4000 tune=zerolatency speed-preset=ultrafast key-int-max=25' ;;
 esac
 
 child=

@@ -119,6 +119,5 @@ gboolean registerElements(GstPlugin *plugin)
 
 } // namespace
 
-#define PACKAGE "KT6120 bench"
 GST_PLUGIN_DEFINE(GST_VERSION_MAJOR, GST_VERSION_MINOR, video4linux2, "Stand-in for a camera",
-                  registerElements, "1.0", "Proprietary", PACKAGE, "https://localhost/")
+                  registerElements, GSTREAMER_VERSION, "Proprietary", PACKAGE, "https://localhost/")

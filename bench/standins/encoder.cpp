@@ -149,7 +149,6 @@ gboolean registerElements(GstPlugin *plugin)
 
 } // namespace
 
-#define PACKAGE "KT6120 bench"
 GST_PLUGIN_DEFINE(GST_VERSION_MAJOR, GST_VERSION_MINOR, benchencoder,
-                  "Stand-in for a hardware encoder", registerElements, "1.0", "Proprietary",
-                  PACKAGE, "https://localhost/")
+                  "Stand-in for a hardware encoder", registerElements, GSTREAMER_VERSION,
+                  "Proprietary", PACKAGE, "https://localhost/")

@@ -388,16 +388,22 @@ private slots:
                 GST_MINI_OBJECT(caps),
                 [](gpointer count, GstMiniObject *) { --*static_cast<int *>(count); }, &alive);
             gst_caps_unref(caps);
-            for (gpointer object :
-                 {gpointer(stream.pipeline.get()), gpointer(bus), gpointer(encoder)})
+            g_autoptr(GstElement) camera =
+                gst_bin_get_by_name(GST_BIN(stream.pipeline.get()), "v4l2src");
+            for (gpointer object : {gpointer(stream.pipeline.get()), gpointer(bus),
+                                    gpointer(encoder), gpointer(camera)})
                 watch(object);
             g_clear_pointer(&bus, gst_object_unref);
             g_clear_pointer(&encoder, gst_object_unref);
-            if (round % 2) {
+            g_clear_pointer(&camera, gst_object_unref);
+            if (round % 3 == 0)
+                continue; // still running
+            if (round % 3 == 1)
                 stream.stopStreaming();
-                QTRY_VERIFY(!stream.pipeline);
-                QTRY_COMPARE(alive, 0);
-            }
+            else
+                gst_element_post_message(stream.pipeline.get(), gst_message_new_eos(nullptr));
+            QTRY_VERIFY(!stream.pipeline);
+            QTRY_COMPARE(alive, 0);
             if (round == 2)
                 files = openFiles();
         }
