@@ -130,42 +130,6 @@ private slots:
         QCOMPARE(*handler.notes, QStringList());
     }
 
-    // The chain that the launch text makes, as its elements hold it.
-    void palChain()
-    {
-        NotingHandler handler;
-        Pal pal(&handler);
-        OutputCapture output;
-        pal.startVideo();
-        struct {
-            const char *element, *property, *value;
-        } const rows[] = {
-            {"v4lsrc", "device", "/dev/video0"}, {"omxh264enc", "target-bitrate", "4000000"},
-            {"omxh264enc", "control-rate", "1"}, {"rtph264pay", "config-interval", "0"},
-            {"udpsink", "host", "127.0.0.1"},    {"udpsink", "port", "8083"},
-            {"udpsink", "sync", "false"}};
-        QMap<QByteArray, GstElement *> elements{{"v4lsrc", pal.element("v4lsrc")}};
-        for (const char *name : {"omxh264enc", "rtph264pay", "udpsink"}) {
-            GstIterator *all =
-                gst_bin_iterate_all_by_element_factory_name(GST_BIN(pal.pipeline.get()), name);
-            GValue item = G_VALUE_INIT;
-            QCOMPARE(gst_iterator_next(all, &item), GST_ITERATOR_OK);
-            elements[name] = GST_ELEMENT(g_value_dup_object(&item));
-            g_value_unset(&item);
-            gst_iterator_free(all);
-        }
-        for (const auto &row : rows) {
-            GValue value = G_VALUE_INIT;
-            g_object_get_property(G_OBJECT(elements[row.element]), row.property, &value);
-            g_autofree char *text = G_VALUE_HOLDS_STRING(&value) ? g_value_dup_string(&value)
-                                                                 : gst_value_serialize(&value);
-            QCOMPARE(text, row.value);
-            g_value_unset(&value);
-        }
-        for (GstElement *element : elements)
-            gst_object_unref(element);
-    }
-
     // Whatever fails once it runs is told with the element's own text, and leaves the
     // pipeline idle: it runs again when the fault is gone.
     void faultsEndIdle_data()

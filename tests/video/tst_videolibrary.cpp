@@ -4,8 +4,6 @@
 #include "videolibrary.h"
 #include "videotestsupport.h"
 
-#include <QMetaMethod>
-
 #include <atomic>
 #include <ctime>
 #include <stdexcept>
@@ -30,19 +28,6 @@ class tst_videolibrary : public QObject
 private slots:
     void initTestCase() { useStandIns(); }
     void init() { testsupport::freshWorld(); }
-
-    void slotsStandInTheirOrder()
-    {
-        QStringList methods;
-        const QMetaObject &type = VideoLibrary::staticMetaObject;
-        for (int i = type.methodOffset(); i < type.methodCount(); ++i)
-            methods << type.method(i).methodSignature();
-        QCOMPARE(methods, QStringList({"startCaptureSignal()", "initCapture()", "startCapture()",
-                                       "startVideo()", "stopVideo()",
-                                       "startStreaming(std::string,std::string)",
-                                       "startStreaming(QString,QString)", "stopStreaming()",
-                                       "setGPIO()", "sleepyTime()"}));
-    }
 
     void facadesShareOneCapture()
     {
