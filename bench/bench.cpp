@@ -44,9 +44,9 @@ struct Channel {
     const char *reading;
 };
 constexpr Channel channels[] = {
-    {"Boost", "0x12", "0x70"}, {"LED", "0x15", "0x62"},    {"Inter", "0x11", "0x49"},
-    {"Encoder", "0x1", "0x2f"}, {"Camera", "0x13", "0x70"}, {"Sonde", "0x14", "0x70"},
-    {"LedOut", "0x7", "0x0"},  {"LedInter", "0x10", "0x40"}, {"LedTallwick", "0x16", "0x0"},
+    {"Boost", "0x12", "0x70"},  {"LED", "0x15", "0x62"},      {"Inter", "0x11", "0x49"},
+    {"Encoder", "0x1", "0x2f"}, {"Camera", "0x13", "0x70"},   {"Sonde", "0x14", "0x70"},
+    {"LedOut", "0x7", "0x0"},   {"LedInter", "0x10", "0x40"}, {"LedTallwick", "0x16", "0x0"},
 };
 
 QByteArray call(QByteArray line)
@@ -63,8 +63,7 @@ QByteArray unchanged(QByteArray line)
 } // namespace
 
 Bench::Bench()
-    : mcu(journal), unit(journal),
-      log(journal, Kind::Log, world::programLog, unchanged),
+    : mcu(journal), unit(journal), log(journal, Kind::Log, world::programLog, unchanged),
       calls(journal, Kind::Call, QString(world::benchFolder) + "/calls", call), store(journal)
 {
     arrange();

@@ -170,8 +170,7 @@ const Command table[] = {
     {"play", "FILE", "plays a scenario file", 1,
      [](Bench &bench, const Words &words) { scenario::play(bench, words[0]); }},
     {"help", "[expect]", "this", 0, help},
-    {"quit", "", "ends everything", 0,
-     [](Bench &, const Words &) { QCoreApplication::exit(0); }},
+    {"quit", "", "ends everything", 0, [](Bench &, const Words &) { QCoreApplication::exit(0); }},
 };
 
 void help(Bench &, const Words &words)
@@ -181,7 +180,8 @@ void help(Bench &, const Words &words)
     } else {
         for (const Command &command : table)
             printf("  %-9s %-48s %s\n", command.name, command.arguments, command.help);
-        printf("\nWords are separated by blanks; \"...\" may hold blanks and \\r \\n \\t \\0 \\xNN.\n");
+        printf("\nWords are separated by blanks; \"...\" may hold blanks and \\r \\n \\t \\0 "
+               "\\xNN.\n");
     }
     fflush(stdout);
 }

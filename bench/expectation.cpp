@@ -22,9 +22,9 @@ struct TextKind {
     Kind kind;
 };
 constexpr TextKind textKinds[] = {
-    {"log", Kind::Log},     {"stdout", Kind::Stdout}, {"stderr", Kind::Stderr},
-    {"serial", Kind::Serial}, {"mcu", Kind::Mcu},     {"app", Kind::App},
-    {"phone", Kind::Phone}, {"change", Kind::Store},  {"network", Kind::Network},
+    {"log", Kind::Log},       {"stdout", Kind::Stdout}, {"stderr", Kind::Stderr},
+    {"serial", Kind::Serial}, {"mcu", Kind::Mcu},       {"app", Kind::App},
+    {"phone", Kind::Phone},   {"change", Kind::Store},  {"network", Kind::Network},
     {"bench", Kind::Bench},
 };
 
@@ -40,14 +40,15 @@ QByteArray Expectation::help()
 {
     return R"(expect [none|count N] WHAT [within SECONDS] [for SECONDS]
 
-What has happened (searched from where the last expect of the same kind found its text;
-"mark" moves on to now for all kinds):
-  log TEXT        the program log               stdout TEXT    the program's standard output
-  serial TEXT     bytes of the unit to the MCU  stderr TEXT    the program's standard error
-  mcu TEXT        bytes of the MCU to the unit  call NAME ARGUMENT...  a recorded program's call
-  app TEXT        bytes of the unit to the phone  phone TEXT     bytes of the phone to the unit
-  change TEXT     a change of the store, "Battery/Voltage: 6260 -> 4695"
-  network TEXT    changes of the network        bench TEXT     the bench's own remarks
+What has happened since the last "mark" or the start. Texts of one kind are met in order:
+each is searched from where the one before it was found.
+  log TEXT        the program log
+  stdout TEXT     the program's standard output     stderr TEXT   its standard error
+  serial TEXT     bytes of the unit to the MCU      mcu TEXT      of the MCU to the unit
+  app TEXT        bytes of the unit to the phone    phone TEXT    of the phone to the unit
+  change TEXT     changes of the status store: "Battery/Voltage: 6260 -> 4695"
+  network TEXT    changes of the network            bench TEXT    the bench's own remarks
+  call NAME [ARGUMENT...]   a call of a recorded program: any order, each is met once
 What is the case:
   store KEY VALUE   the status store on disk    file PATH TEXT   the file holds the text
   exit STATUS       the program has ended: 3, or "signal 9"
@@ -140,23 +141,21 @@ void Expectation::lookForText(Kind kind, const QByteArray &pattern)
 void Expectation::lookForCall()
 {
     const QByteArray pattern = words.join(' ');
-    const auto matches = [pattern](const QByteArray &line) {
-        return line == pattern || line.startsWith(pattern + ' ');
-    };
-    Journal &journal = bench.journal;
-    met = [this, &journal, matches] {
+    met = [this, pattern] {
+        Journal &journal = bench.journal;
         const QByteArray &all = journal.stream(Kind::Call);
         int found = 0;
-        int begin = count ? journal.firstMark(Kind::Call) : journal.mark(Kind::Call);
+        int begin = journal.firstMark(Kind::Call);
         for (int end = 0; (end = int(all.indexOf('\n', begin))) >= 0; begin = end + 1) {
-            if (!matches(all.mid(begin, end - begin)))
+            const QByteArray line = all.mid(begin, end - begin);
+            if (line != pattern && !line.startsWith(pattern + ' '))
                 continue;
             ++found;
-            if (!count) {
-                if (!none)
-                    journal.setMark(Kind::Call, end + 1);
-                return true;
-            }
+            if (count || journal.isTaken(begin))
+                continue;
+            if (!none)
+                journal.take(begin);
+            return true;
         }
         return count && found == *count;
     };
@@ -206,8 +205,8 @@ QByteArray Expectation::lastLines(Kind kind) const
     const QByteArray &all = bench.journal.stream(kind);
     const QByteArray since = all.mid(bench.journal.mark(kind));
     const QByteArray &shown = since.isEmpty() ? all : since;
-    QByteArray text = since.isEmpty() ? "nothing since the last one found; before it:\n"
-                                      : "seen instead:\n";
+    QByteArray text =
+        since.isEmpty() ? "nothing since the last one found; before it:\n" : "seen instead:\n";
     const QList<QByteArray> lines = shown.right(textShown).split('\n');
     for (const QByteArray &line : lines.mid(qMax(0, int(lines.size()) - linesShown)))
         text += "    " + words::printable(line) + '\n';

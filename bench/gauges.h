@@ -13,7 +13,7 @@ namespace gauges
 std::optional<double> read(const QByteArray &name, qint64 process);
 
 // The names, in the order for a table.
-inline constexpr const char *names[] = {"rss",      "descriptors", "children",
+inline constexpr const char *names[] = {"rss",     "descriptors", "children",
                                         "zombies", "threads",     "cpu"};
 
 } // namespace gauges

@@ -4,6 +4,7 @@
 #include <QElapsedTimer>
 #include <QMetaType>
 #include <QObject>
+#include <QSet>
 
 #include <array>
 
@@ -42,6 +43,9 @@ public:
     // Where the last markAll() set this kind's mark.
     int firstMark(Kind kind) const { return logs[size_t(kind)].firstMark; }
     void setMark(Kind kind, int offset) { logs[size_t(kind)].mark = offset; }
+    // Calls of programs that run side by side come in any order: each is taken by itself.
+    bool isTaken(int callOffset) const { return taken.contains(callOffset); }
+    void take(int callOffset) { taken.insert(callOffset); }
     // Forgets everything so far for later expects.
     void markAll();
 
@@ -57,5 +61,6 @@ private:
         int firstMark = 0;
     };
     std::array<Stream, size_t(kindCount)> logs;
+    QSet<int> taken; // offsets in the stream of calls
     QElapsedTimer clock;
 };

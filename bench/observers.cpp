@@ -19,7 +19,8 @@ FileTail::FileTail(Journal &notes, Kind what, const QString &file,
 void FileTail::read()
 {
     QFile file(path);
-    struct stat state {};
+    struct stat state {
+    };
     if (!file.open(QIODevice::ReadOnly) || fstat(file.handle(), &state) != 0)
         return;
     if (state.st_ino != inode || state.st_size < position)

@@ -19,8 +19,7 @@ void writeTrait(const QString &key, const QString &trait, const QByteArray &cont
     const QString place = folder + QString("replies/") + key;
     QDir().mkpath(place);
     QSaveFile file(place + '/' + trait);
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size()
-        || !file.commit())
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size() || !file.commit())
         throw std::runtime_error("cannot set a reply of " + key.toStdString());
 }
 

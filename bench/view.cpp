@@ -12,6 +12,7 @@ namespace
 {
 
 constexpr auto rateInterval = 5s;
+constexpr int longest = 500; // bytes of a line
 
 // Name and terminal colour of each kind, in the order of Kind.
 struct Style {
@@ -23,13 +24,13 @@ constexpr std::array<Style, size_t(kindCount)> styles = {{
     {"serial <", "34"}, // blue
     {"log", "1"},       // bold
     {"stdout", "37"},
-    {"stderr", "31"},   // red
-    {"call", "35"},     // magenta
-    {"app <", "32"},    // green
+    {"stderr", "31"}, // red
+    {"call", "35"},   // magenta
+    {"app <", "32"},  // green
     {"app >", "92"},
-    {"store", "33"},    // yellow
+    {"store", "33"}, // yellow
     {"network", "95"},
-    {"bench", "90"},    // grey
+    {"bench", "90"}, // grey
 }};
 
 } // namespace
@@ -59,7 +60,7 @@ bool View::isRoutine(Kind kind, const QByteArray &text)
     const bool query = kind == Kind::Serial && text.contains('?');
     if (!query && kind != Kind::Mcu)
         return false;
-    QByteArray &last = known[text.left(text.indexOf(' '))];
+    QByteArray &last = known[query ? text : text.left(text.indexOf(' '))];
     if (last != text) {
         last = text;
         return false;
@@ -73,14 +74,15 @@ void View::printRate()
     if (queries == 0 && answers == 0)
         return;
     const double seconds = std::chrono::duration<double>(rateInterval).count();
-    print(Kind::Serial, QByteArray("... ") + QByteArray::number(queries / seconds, 'f', 1)
-                            + " known queries/s, " + QByteArray::number(answers / seconds, 'f', 1)
-                            + " unchanged answers/s");
+    print(Kind::Serial, "... " + QByteArray::number(queries / seconds, 'f', 1) + " polls/s, "
+                            + QByteArray::number(answers / seconds, 'f', 1)
+                            + " answers/s that tell nothing new");
     queries = answers = 0;
 }
 
-void View::print(Kind kind, const QByteArray &text)
+void View::print(Kind kind, const QByteArray &whole)
 {
+    const QByteArray text = whole.size() > longest ? whole.left(longest) + " ..." : whole;
     const Style &style = styles[size_t(kind)];
     if (colours)
         printf("\033[90m%8.3f\033[0m \033[%sm%-9s %s\033[0m\n", journal.seconds(), style.colour,
