@@ -67,6 +67,7 @@ Bench::Bench()
       calls(journal, Kind::Call, QString(world::benchFolder) + "/calls", call), store(journal)
 {
     arrange();
+    QObject::connect(&unit, &UnitProcess::ended, &mcu, &McuSimulator::renewLine);
 }
 
 void Bench::arrange()

@@ -14,7 +14,7 @@ using namespace std::chrono_literals;
 namespace
 {
 
-constexpr auto retryInterval = 100ms;
+constexpr auto lookupInterval = 100ms;
 constexpr uint32_t interesting = IN_MODIFY | IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_ONLYDIR;
 
 } // namespace
@@ -26,8 +26,11 @@ FolderWatch::FolderWatch(const QString &path, QObject *parent) : QObject(parent)
         throw std::runtime_error("no inotify queue left");
     notifier = new QSocketNotifier(queue, QSocketNotifier::Read, this);
     connect(notifier, &QSocketNotifier::activated, this, &FolderWatch::read);
-    retry.setInterval(retryInterval);
-    connect(&retry, &QTimer::timeout, this, &FolderWatch::watch);
+    // A folder in use goes away without a word, so it is looked up again and again; to watch
+    // the same one twice changes nothing.
+    lookup.setInterval(lookupInterval);
+    connect(&lookup, &QTimer::timeout, this, &FolderWatch::watch);
+    lookup.start();
     watch();
 }
 
@@ -39,27 +42,16 @@ FolderWatch::~FolderWatch()
 
 void FolderWatch::watch()
 {
-    if (inotify_add_watch(queue, QFile::encodeName(folder).constData(), interesting) < 0) {
-        retry.start();
-        return;
-    }
-    retry.stop();
-    emit changed(); // it may hold something already
+    const int now = inotify_add_watch(queue, QFile::encodeName(folder).constData(), interesting);
+    if (now >= 0 && now != watched)
+        emit changed(); // it may hold something already
+    watched = now;
 }
 
 void FolderWatch::read()
 {
-    alignas(inotify_event) std::array<char, 16384> buffer{};
-    bool gone = false;
-    ssize_t size = 0;
-    while ((size = ::read(queue, buffer.data(), buffer.size())) > 0) {
-        for (ssize_t at = 0; at < size;) {
-            const auto *event = reinterpret_cast<const inotify_event *>(buffer.data() + at);
-            gone = gone || (event->mask & IN_IGNORED);
-            at += ssize_t(sizeof(inotify_event) + event->len);
-        }
-    }
+    std::array<char, 16384> events{};
+    while (::read(queue, events.data(), events.size()) > 0)
+        ;
     emit changed();
-    if (gone)
-        retry.start();
 }

@@ -26,5 +26,6 @@ private:
     QString folder;
     int queue = -1; // the inotify descriptor
     QSocketNotifier *notifier;
-    QTimer retry;
+    int watched = -1; // the folder's watch in the queue
+    QTimer lookup;
 };

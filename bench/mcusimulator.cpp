@@ -69,6 +69,13 @@ void McuSimulator::plugIn()
     connect(line.get(), &Pty::arrived, this, &McuSimulator::arrived);
 }
 
+void McuSimulator::renewLine()
+{
+    gathered.clear();
+    if (line)
+        plugIn();
+}
+
 void McuSimulator::command(const QList<QByteArray> &words)
 {
     const QByteArray &verb = words.first();

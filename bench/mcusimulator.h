@@ -25,6 +25,10 @@ public:
     // model and its value. Throws std::runtime_error on anything else.
     void command(const QList<QByteArray> &words);
 
+    // A fresh line, where one is plugged in: a program that was killed leaves the old one
+    // locked for its own use.
+    void renewLine();
+
 private:
     enum class Mood { Talk, Silent, Garbage, Half, Split };
 

@@ -82,4 +82,5 @@ void UnitProcess::finished(int code, QProcess::ExitStatus status)
                                         : QByteArray::number(code);
     unasked = !stopping;
     journal.note(Kind::Bench, "unit ended: exit " + end + '\n');
+    emit ended();
 }

@@ -31,6 +31,9 @@ public:
     bool endedUnasked() const { return unasked; }
     void acknowledgeEnding() { unasked = false; }
 
+signals:
+    void ended();
+
 private:
     void finished(int code, QProcess::ExitStatus status);
 
