@@ -1,5 +1,6 @@
 #include "bench.h"
 
+#include "files.h"
 #include "recorders.h"
 #include "world.h"
 
@@ -63,8 +64,9 @@ QByteArray unchanged(QByteArray line)
 } // namespace
 
 Bench::Bench()
-    : mcu(journal), unit(journal), log(journal, Kind::Log, world::programLog, unchanged),
-      calls(journal, Kind::Call, QString(world::benchFolder) + "/calls", call), store(journal)
+    : mcu(journal), network(journal), phone(journal, network), unit(journal), store(journal),
+      log(journal, Kind::Log, world::programLog, unchanged),
+      calls(journal, Kind::Call, QString(world::benchFolder) + "/calls", call)
 {
     arrange();
     QObject::connect(&unit, &UnitProcess::ended, &mcu, &McuSimulator::renewLine);
@@ -84,8 +86,9 @@ void Bench::arrange()
         setAdc(channel.name, channel.reading);
     setUsbFault(false);
 
-    QFile commands(world::commandsFile);
-    commands.open(QIODevice::WriteOnly);
+    files::create(world::commandsFile, QByteArray());
+    files::create(world::cameraState, "ok\n");
+    files::create(world::encoderState, "ok\n");
 }
 
 QString Bench::placeOf(const QString &program)
@@ -128,6 +131,15 @@ void Bench::setSpeed(int times)
 {
     factor = times;
     unit.setSpeed(times);
+    phone.setSpeed(times);
+}
+
+RtpTap &Bench::tap(quint16 port)
+{
+    std::unique_ptr<RtpTap> &place = taps[port];
+    if (!place)
+        place = std::make_unique<RtpTap>(port, network);
+    return *place;
 }
 
 bool Bench::runUntil(const std::function<bool()> &condition, double seconds)

@@ -2,10 +2,15 @@
 
 #include "journal.h"
 #include "mcusimulator.h"
+#include "network.h"
 #include "observers.h"
+#include "phonesimulator.h"
+#include "rtptap.h"
 #include "unitprocess.h"
 
 #include <functional>
+#include <map>
+#include <memory>
 
 // The virtual unit: the world made ready, the simulators around the real program, and the
 // observers that note what happens. Everything that a command acts on.
@@ -32,17 +37,21 @@ public:
     int speed() const { return factor; }
     void setSpeed(int times);
 
+    // Listens in on a port of the video from its first use on.
+    RtpTap &tap(quint16 port);
+
     Journal journal;
     McuSimulator mcu;
+    Network network;
+    PhoneSimulator phone;
     UnitProcess unit;
+    StoreWatch store;
 
 private:
     static void arrange();
 
-    int factor = 1;
     FileTail log;
     FileTail calls;
-
-public:
-    StoreWatch store;
+    std::map<quint16, std::unique_ptr<RtpTap>> taps;
+    int factor = 1;
 };

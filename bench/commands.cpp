@@ -6,10 +6,13 @@
 #include "gauges.h"
 #include "recorders.h"
 #include "scenario.h"
+#include "snapshot.h"
 #include "words.h"
 #include "world.h"
 
+#include <QByteArrayList>
 #include <QCoreApplication>
+#include <QMap>
 
 #include <csignal>
 #include <cstdio>
@@ -104,6 +107,54 @@ void web(Bench &, const Words &words)
         files::overwrite(world::commandsFile, words.join(' ') + '\n');
 }
 
+struct Net {
+    const char *command;
+    const char *interface;
+    const char *address; // the unit's
+    const char *gateway; // the phone's
+};
+constexpr Net nets[] = {
+    {"usb", "usb0", "192.168.42.10/24", "192.168.42.129"},
+    {"eth", "eth0", "192.168.1.50/24", "192.168.1.1"},
+};
+
+// up [ADDRESS [GATEWAY]], down
+void plug(Bench &bench, const Net &net, const Words &words)
+{
+    if (words[0] == "down") {
+        bench.network.down(net.interface);
+    } else if (words[0] == "up") {
+        const QString gateway = words.size() == 2 ? QByteArray() : words.value(2, net.gateway);
+        bench.network.up(net.interface, words.value(1, net.address), gateway);
+    } else {
+        fail("up or down?");
+    }
+}
+
+// NAME up ADDRESS [GATEWAY], NAME down
+void otherNet(Bench &bench, const Words &words)
+{
+    if (words.value(1) == "up" && words.size() < 3)
+        fail("net NAME up ADDRESS/PREFIX [GATEWAY]");
+    plug(bench, {"net", words[0].constData(), "", ""}, words.mid(1));
+}
+
+// One row a state: what the stand-in elements read, and where.
+void setState(const char *place, const Words &words, const QMap<QByteArray, QByteArray> &states)
+{
+    if (!states.contains(words[0]))
+        fail(QByteArrayList(states.keys()).join(" or ") + '?');
+    files::create(place, states.value(words[0]) + '\n');
+}
+
+void snapshot(Bench &bench, const Words &words)
+{
+    const QMap<QByteArray, quint16> ports = {{"pal", 8083}, {"phone", 49152}, {"ethernet", 8001}};
+    if (!ports.contains(words[0]))
+        fail("snapshot pal, phone or ethernet?");
+    takeSnapshot(bench, ports.value(words[0]), QString::fromLocal8Bit(words[1]));
+}
+
 void show(Bench &bench, const Words &)
 {
     for (const char *name : gauges::names)
@@ -133,6 +184,30 @@ const Command table[] = {
      [](Bench &, const Words &words) { Bench::setAdc(words[0], words[1]); }},
     {"usbfault", "on|off", "the USB fault line", 1,
      [](Bench &, const Words &words) { Bench::setUsbFault(onOff(words[0])); }},
+    {"usb", "up [ADDRESS/PREFIX [GATEWAY]]|down",
+     "a phone is tethered over USB; with an address alone there is no default route", 1,
+     [](Bench &bench, const Words &words) { plug(bench, nets[0], words); }},
+    {"eth", "up [ADDRESS/PREFIX [GATEWAY]]|down", "the same over Ethernet", 1,
+     [](Bench &bench, const Words &words) { plug(bench, nets[1], words); }},
+    {"net", "NAME up ADDRESS/PREFIX [GATEWAY]|NAME down", "any other network", 2, otherNet},
+    {"app", "LINE", "the app sends the line with CR LF: app LampUp", 1,
+     [](Bench &bench, const Words &words) { bench.phone.command(words); }},
+    {"app", "raw \"BYTES\"", "it sends bytes as told", 1, nullptr},
+    {"app", "silent|talk|hang", "no heartbeat; heartbeat every 5 s; neither reads nor talks", 1,
+     nullptr},
+    {"app", "refuse|accept|close|halfclose|drop",
+     "port closed; open and reachable again; ends the connection; vanishes without a word", 1,
+     nullptr},
+    {"camera", "missing|back|lost", "the camera", 1,
+     [](Bench &, const Words &words) {
+         setState(world::cameraState, words,
+                  {{"missing", "missing"}, {"back", "ok"}, {"lost", "lost"}});
+     }},
+    {"encoder", "fails|works", "the encoder", 1,
+     [](Bench &, const Words &words) {
+         setState(world::encoderState, words, {{"fails", "fails"}, {"works", "ok"}});
+     }},
+    {"snapshot", "pal|phone|ethernet FILE.png", "writes a picture of the video there", 2, snapshot},
     {"web", "KEYWORD [ARGUMENT]", "the web page writes into the commands file", 1, web},
     {"web", "replace KEYWORD...|delete", "it puts another file in its place; takes it away", 1,
      nullptr},

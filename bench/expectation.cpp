@@ -173,6 +173,15 @@ void Expectation::lookForState()
     } else if (kind == "file") {
         met = [subject, value] { return fileContent(subject).contains(value); };
         seen = [subject] { return subject + " holds:\n" + fileContent(subject).right(textShown); };
+    } else if (kind == "rtp") {
+        const QList<QByteArray> range = words.value(3).split('.');
+        if (words.value(2) != "rate" || range.size() != 3)
+            throw std::runtime_error("rtp PORT rate A..B");
+        const double least = range[0].toDouble();
+        const double most = range[2].toDouble();
+        RtpTap &tap = bench.tap(subject.toUShort());
+        met = [&tap, least, most] { return tap.rate() >= least && tap.rate() <= most; };
+        seen = [&tap] { return QByteArray::number(tap.rate()) + " frames a second"; };
     } else if (kind == "nofile") {
         met = [subject] { return !QFile::exists(subject); };
         seen = [subject] { return subject + " is there"; };

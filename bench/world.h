@@ -15,6 +15,8 @@ inline constexpr char commandsFile[] = "/var/www/html/commands.txt";
 
 // The bench's own folder, and programs put first on the unit's search path.
 inline constexpr char benchFolder[] = "/run/bench";
+inline constexpr char cameraState[] = "/run/bench/camera";   // ok, missing or lost
+inline constexpr char encoderState[] = "/run/bench/encoder"; // ok or fails
 inline constexpr char programFolder[] = "/run/bench/bin";
 
 } // namespace world
