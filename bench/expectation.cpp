@@ -112,11 +112,15 @@ void Expectation::wait()
     if (none) {
         if (bench.runUntil(met, quiet / speed))
             throw std::runtime_error("did happen: " + told.toStdString());
-    } else if (!bench.runUntil(met, speed > 1 ? qMax(usualBound, bound / speed) : bound)) {
+        return;
+    }
+    const double limit = speed > 1 ? qMax(usualBound, bound / speed) : bound;
+    bool done = false;
+    bench.runUntil([&] { return (done = met()) || bench.unit.isLost(); }, limit);
+    if (!done)
         throw std::runtime_error("not met within " + QByteArray::number(bound).toStdString()
                                  + " s: " + words::printable(told).toStdString() + '\n'
                                  + seen().toStdString());
-    }
 }
 
 void Expectation::lookForText(Kind kind, const QByteArray &pattern)

@@ -11,8 +11,9 @@
 namespace
 {
 
-constexpr int startLimit = 5000; // ms
-constexpr int stopLimit = 5000;  // ms
+constexpr int startLimit = 5000;  // ms
+constexpr qint64 lastWords = 500; // ms
+constexpr int stopLimit = 5000;   // ms
 
 QProcessEnvironment environment(int speed)
 {
@@ -76,11 +77,17 @@ void UnitProcess::signal(int number)
     ::kill(pid_t(id()), number);
 }
 
+bool UnitProcess::isLost() const
+{
+    return unasked && sinceEnd.hasExpired(lastWords);
+}
+
 void UnitProcess::finished(int code, QProcess::ExitStatus status)
 {
     end = status == QProcess::CrashExit ? "signal " + QByteArray::number(code)
                                         : QByteArray::number(code);
     unasked = !stopping;
+    sinceEnd.start();
     journal.note(Kind::Bench, "unit ended: exit " + end + '\n');
     emit ended();
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QObject>
 #include <QProcess>
 
@@ -29,6 +30,8 @@ public:
     QByteArray ending() const { return end; }
     // Ended by itself, and nobody has asked about it yet.
     bool endedUnasked() const { return unasked; }
+    // The same, and so long ago that all it had to tell has been heard.
+    bool isLost() const;
     void acknowledgeEnding() { unasked = false; }
 
 signals:
@@ -41,6 +44,7 @@ private:
     QProcess process;
     int speed = 1;
     QByteArray end;
+    QElapsedTimer sinceEnd;
     bool unasked = false;
     bool stopping = false;
 };
