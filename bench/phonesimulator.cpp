@@ -81,6 +81,8 @@ void PhoneSimulator::command(const QList<QByteArray> &words)
         shutdown(int(connection->socketDescriptor()), SHUT_WR);
     } else if (verb == "raw" && words.size() == 2) {
         send(words[1]);
+    } else if (verb == "big" && words.size() == 2) {
+        send(QByteArray(words[1].toInt(), 'x') + "\r\n");
     } else {
         send(words.join(' ') + "\r\n");
     }
