@@ -74,8 +74,12 @@ Bench::Bench()
 
 void Bench::arrange()
 {
-    for (const char *path : standIns)
+    for (const char *path : standIns) {
         recorders::install(path);
+        const QString original = world::installedTree + QString(path);
+        if (QFile::exists(original))
+            recorders::setReal(QFileInfo(path).fileName(), original);
+    }
     for (const char *name : searchPathStandIns)
         recorders::install(QString(world::programFolder) + '/' + name);
     recorders::setReal("killall", "/usr/bin/killall");

@@ -13,6 +13,9 @@ inline constexpr char configuration[] = "/home/pi/KT6120/bin/kestraConfig.ini";
 inline constexpr char programLog[] = "/home/pi/KT6120/bin/commands_log.log";
 inline constexpr char commandsFile[] = "/var/www/html/commands.txt";
 
+// The tree as it was installed, untouched by stand-ins (see bench/sandbox).
+inline constexpr char installedTree[] = "/run/tree";
+
 // The bench's own folder, and programs put first on the unit's search path.
 inline constexpr char benchFolder[] = "/run/bench";
 inline constexpr char cameraState[] = "/run/bench/camera";   // ok, missing or lost
