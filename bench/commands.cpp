@@ -74,18 +74,23 @@ void call(Bench &, const Words &words)
 {
     const QString name = words[0];
     int at = 1;
-    const Words verbs = {"prints", "takes", "fails", "missing", "real"};
+    const Words verbs = {"prints", "takes", "fails", "missing", "idle", "real"};
     while (at < words.size() && !verbs.contains(words[at]))
         ++at;
     if (at == words.size())
-        fail("call NAME [ARGUMENT...] prints TEXT, takes SECONDS, fails [STATUS], missing or real");
+        fail("call NAME [ARGUMENT...] prints TEXT, takes SECONDS, fails [STATUS], missing, idle or "
+             "real");
     const QString key = words.mid(0, at).join(' ');
     const QByteArray &verb = words[at];
     const QByteArray value = words.mid(at + 1).join(' ');
-    if (verb == "missing") {
+    if (verb == "missing" || verb == "idle") {
         recorders::uninstall(Bench::placeOf(name));
+        if (verb == "idle")
+            files::link("/bin/true", Bench::placeOf(name));
         return;
     }
+    if (verb == "real")
+        recorders::uninstall(Bench::placeOf(name)); // it may be something else by now
     Bench::record(name);
     if (verb == "prints")
         recorders::setOutput(key, value);
@@ -178,7 +183,8 @@ const Command table[] = {
     {"call", "NAME [ARGUMENT...] prints TEXT",
      "what a recorded program answers, for these arguments or for all", 2, call},
     {"call", "NAME [ARGUMENT...] takes SECONDS|fails [STATUS]", "how it answers", 2, nullptr},
-    {"call", "NAME missing|real", "it is not installed; as at the start", 2, nullptr},
+    {"call", "NAME missing|idle|real",
+     "it is not installed; does nothing, quickly and without record; as at the start", 2, nullptr},
     {"adc", "CHANNEL READING",
      "Boost LED Inter Encoder Camera Sonde LedOut LedInter LedTallwick: adc Inter 0x64", 2,
      [](Bench &, const Words &words) { Bench::setAdc(words[0], words[1]); }},

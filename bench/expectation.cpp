@@ -52,7 +52,8 @@ each is searched from where the one before it was found.
 What is the case:
   store KEY VALUE   the status store on disk    file PATH TEXT   the file holds the text
   exit STATUS       the program has ended: 3, or "signal 9"
-  nofile PATH       there is no such file       rtp PORT rate A..B   frames a second
+  nofile PATH       there is no such file       lines PATH N     the file has N lines
+  rtp PORT rate A..B   frames a second at a port of the video: 8083, 49152, 8001
   rss|descriptors|children|zombies|threads|cpu below N   what the program takes
                     (MiB resident, counts, CPU seconds since its start)
 
@@ -189,6 +190,11 @@ void Expectation::lookForState()
     } else if (kind == "nofile") {
         met = [subject] { return !QFile::exists(subject); };
         seen = [subject] { return subject + " is there"; };
+    } else if (kind == "lines") {
+        met = [subject, value] { return fileContent(subject).count('\n') == value.toInt(); };
+        seen = [subject] {
+            return subject + " has " + QByteArray::number(fileContent(subject).count('\n'));
+        };
     } else if (kind == "exit") {
         const QByteArray status = words.mid(1).join(' ');
         met = [this, status] {

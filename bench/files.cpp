@@ -52,6 +52,11 @@ void replace(const QString &path, const QByteArray &content)
             "replace", path);
 }
 
+void link(const QString &target, const QString &path)
+{
+    require(QFile::link(target, path), "link", path);
+}
+
 void createFolder(const QString &path)
 {
     require(QDir().mkpath(path), "make", path);

@@ -12,6 +12,7 @@ void create(const QString &path, const QByteArray &content);
 void overwrite(const QString &path, const QByteArray &content);
 // Puts another file under the same name, by a rename.
 void replace(const QString &path, const QByteArray &content);
+void link(const QString &target, const QString &path);
 void createFolder(const QString &path);
 // A file, or a folder with all that it holds.
 void remove(const QString &path);

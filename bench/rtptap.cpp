@@ -31,6 +31,18 @@ QByteArray payloadFor(quint16 port, const QByteArray &packet)
     return packet.mid(header + 8);
 }
 
+// A key frame is led by the sequence parameters, alone or first in an aggregate.
+bool startsKeyFrame(const QByteArray &rtp)
+{
+    constexpr int header = 12;
+    constexpr int sequenceParameters = 7;
+    constexpr int aggregate = 24;
+    const int type = rtp.size() > header ? rtp[header] & 0x1f : 0;
+    return type == sequenceParameters
+           || (type == aggregate && rtp.size() > header + 3
+               && (rtp[header + 3] & 0x1f) == sequenceParameters);
+}
+
 } // namespace
 
 RtpTap::RtpTap(quint16 number, const Network &network) : port(number)
@@ -63,6 +75,11 @@ double RtpTap::rate() const
     return double(count) * 1000 / double(window);
 }
 
+QByteArray RtpTap::recent() const
+{
+    return rate() > 0 ? kept : QByteArray();
+}
+
 void RtpTap::read()
 {
     std::array<char, 65536> buffer{};
@@ -83,6 +100,11 @@ void RtpTap::read()
             while (frames.front() < frames.back() - window)
                 frames.pop_front();
         }
-        emit packet(rtp);
+        if (startsKeyFrame(rtp))
+            kept.clear();
+        else if (kept.isEmpty())
+            continue;
+        const quint16 frameLength = qToBigEndian(quint16(rtp.size()));
+        kept.append(reinterpret_cast<const char *>(&frameLength), sizeof frameLength).append(rtp);
     }
 }

@@ -23,8 +23,9 @@ public:
     // Frames a second over the last two seconds; 0 before there were two.
     double rate() const;
 
-signals:
-    void packet(const QByteArray &rtp);
+    // The packets from the last key frame on, each led by its length in two bytes (the framing
+    // of RTP over a stream); empty before the first key frame and when nothing came lately.
+    QByteArray recent() const;
 
 private:
     void read();
@@ -33,4 +34,5 @@ private:
     int wire = -1;
     QElapsedTimer clock;
     std::deque<qint64> frames; // when each ended, ms, oldest first
+    QByteArray kept;           // see recent()
 };

@@ -5,14 +5,12 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QProcess>
-#include <QUdpSocket>
 
 #include <stdexcept>
 
 namespace
 {
 
-constexpr quint16 decoderPort = 9083;
 constexpr double patience = 20; // seconds: a key frame may be ten seconds away
 constexpr char callerFolder[] = "/run/caller";
 
@@ -23,37 +21,40 @@ void takeSnapshot(Bench &bench, quint16 port, const QString &file)
     const QDir caller(QFileInfo::exists(callerFolder) ? callerFolder : ".");
     const QString path = caller.absoluteFilePath(file);
 
+    const RtpTap &tap = bench.tap(port);
+    if (!bench.runUntil([&tap] { return !tap.recent().isEmpty(); }, patience))
+        throw std::runtime_error("no key frame at port " + std::to_string(port));
+
+    // Everything since the key frame is decoded; the leaky queue lets the last picture through.
     QProcess decoder;
     decoder.setProcessChannelMode(QProcess::MergedChannels);
     decoder.start("gst-launch-1.0",
                   {"-q",
-                   "udpsrc",
-                   QString("port=%1").arg(decoderPort),
-                   "address=127.0.0.1",
-                   "caps=application/x-rtp,media=video,clock-rate=90000,encoding-name=H264",
+                   "fdsrc",
+                   "!",
+                   "application/x-rtp-stream,media=video,clock-rate=90000,encoding-name=H264",
+                   "!",
+                   "rtpstreamdepay",
                    "!",
                    "rtph264depay",
-                   "wait-for-keyframe=true",
                    "!",
                    "h264parse",
                    "!",
                    "avdec_h264",
                    "!",
+                   "queue",
+                   "leaky=downstream",
+                   "max-size-buffers=1",
+                   "!",
                    "videoconvert",
                    "!",
                    "pngenc",
-                   "snapshot=true",
                    "!",
-                   "filesink",
+                   "multifilesink",
                    "location=" + path});
-    QUdpSocket relay;
-    RtpTap &tap = bench.tap(port);
-    const auto connection =
-        QObject::connect(&tap, &RtpTap::packet, &relay, [&](const QByteArray &rtp) {
-            relay.writeDatagram(rtp, QHostAddress::LocalHost, decoderPort);
-        });
-    bench.runUntil([&] { return decoder.state() == QProcess::NotRunning; }, patience);
-    QObject::disconnect(connection);
+    decoder.write(tap.recent());
+    decoder.closeWriteChannel();
+    bench.runUntil([&decoder] { return decoder.state() == QProcess::NotRunning; }, patience);
     if (decoder.state() != QProcess::NotRunning)
         decoder.kill();
     decoder.waitForFinished();

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <utility>
 
 using namespace std::chrono_literals;
 
@@ -49,10 +50,26 @@ void View::show(Kind kind, const QByteArray &text)
             print(kind, words::printable(text));
         return;
     }
+    // What a program prints over and over is told once, and how often more.
     for (const QByteArray &line : text.split('\n')) {
-        if (!line.isEmpty())
-            print(kind, words::printable(line));
+        if (line.isEmpty())
+            continue;
+        if (kind == repeatedKind && line == repeated) {
+            ++repeats;
+            continue;
+        }
+        print(kind, words::printable(line));
+        repeatedKind = kind;
+        repeated = line;
     }
+}
+
+void View::printRepeats()
+{
+    const int more = std::exchange(repeats, 0);
+    repeated.clear();
+    if (more > 0)
+        print(repeatedKind, "... " + QByteArray::number(more) + " times more");
 }
 
 bool View::isRoutine(Kind kind, const QByteArray &text)
@@ -71,6 +88,7 @@ bool View::isRoutine(Kind kind, const QByteArray &text)
 
 void View::printRate()
 {
+    printRepeats();
     if (queries == 0 && answers == 0)
         return;
     const double seconds = std::chrono::duration<double>(rateInterval).count();
@@ -82,6 +100,7 @@ void View::printRate()
 
 void View::print(Kind kind, const QByteArray &whole)
 {
+    printRepeats();
     const QByteArray text = whole.size() > longest ? whole.left(longest) + " ..." : whole;
     const Style &style = styles[size_t(kind)];
     if (colours)

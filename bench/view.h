@@ -22,10 +22,14 @@ private:
     void print(Kind kind, const QByteArray &text);
     bool isRoutine(Kind kind, const QByteArray &text);
     void printRate();
+    void printRepeats();
 
     Journal &journal;
     bool colours;
     QHash<QByteArray, QByteArray> known; // first word -> last line shown, for both directions
+    Kind repeatedKind{}; // the last line of a program's output, and how often it came since
+    QByteArray repeated;
+    int repeats = 0;
     int queries = 0;
     int answers = 0;
     QTimer rate;
