@@ -251,6 +251,8 @@ const Command table[] = {
      }},
     {"play", "FILE", "plays a scenario file", 1,
      [](Bench &bench, const Words &words) { scenario::play(bench, words[0]); }},
+    {"repeat", "N ... end", "in a scenario: the lines up to \"end\", N times", 1,
+     [](Bench &, const Words &) { fail("repeat stands in a scenario file"); }},
     {"help", "[expect]", "this", 0, help},
     {"quit", "", "ends everything", 0, [](Bench &, const Words &) { QCoreApplication::exit(0); }},
 };
