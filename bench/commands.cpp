@@ -175,7 +175,7 @@ const Command table[] = {
      unit},
     {"mcu", "WORD VALUE", "what the MCU reports from now on: mcu BAT:V 1500", 1,
      [](Bench &bench, const Words &words) { bench.mcu.command(words); }},
-    {"mcu", "send \"LINE\\r\\n\"", "a line that nobody asked for, bytes as told", 1, nullptr},
+    {"mcu", R"(send "LINE\r\n")", "a line that nobody asked for, bytes as told", 1, nullptr},
     {"mcu", "silent|garbage|half|split|late MS|talk", "how it answers; talk is well again", 1,
      nullptr},
     {"mcu", "endless [BYTES]|deaf|gone", "bytes without line end; reads nothing; hangs up", 1,

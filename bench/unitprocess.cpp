@@ -25,7 +25,7 @@ QProcessEnvironment environment(int speed)
         world.insert("LD_PRELOAD", BENCH_FASTTIME);
         world.insert("BENCH_SPEED", QString::number(speed));
         // The address sanitizer otherwise insists on being preloaded first.
-        world.insert("ASAN_OPTIONS", "verify_asan_link_order=0");
+        world.insert("ASAN_OPTIONS", world.value("ASAN_OPTIONS") + ":verify_asan_link_order=0");
     }
     return world;
 }
