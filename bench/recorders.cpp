@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QSaveFile>
 
 #include <stdexcept>
 
@@ -12,12 +13,14 @@ namespace
 constexpr char folder[] = "/run/bench/";
 constexpr char callsFile[] = "/run/bench/calls";
 
-void write(const QString &path, const QByteArray &content)
+// Replaced by a rename, so that a stand-in never reads half a reply.
+void writeTrait(const QString &key, const QString &trait, const QByteArray &content)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        throw std::runtime_error("cannot write " + path.toStdString());
-    file.write(content);
+    const QString place = folder + QString("replies/") + key;
+    QDir().mkpath(place);
+    QSaveFile file(place + '/' + trait);
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size() || !file.commit())
+        throw std::runtime_error("cannot set a reply of " + key.toStdString());
 }
 
 } // namespace
@@ -36,16 +39,41 @@ void install(const QString &path)
         throw std::runtime_error("cannot install a recorder at " + path.toStdString());
 }
 
+void uninstall(const QString &path)
+{
+    QFile::remove(path);
+}
+
+void setReal(const QString &name, const QString &program)
+{
+    const QString link = folder + QString("real/") + name;
+    QFile::remove(link);
+    QFile::link(program, link);
+}
+
 void setReply(const QString &key, const QByteArray &output, double delay, int status)
 {
     clearReply(key);
-    const QString place = folder + QString("replies/") + key + '/';
-    QDir().mkpath(place);
-    write(place + "output", output);
+    setOutput(key, output);
     if (delay > 0)
-        write(place + "delay", QByteArray::number(delay));
+        setDelay(key, delay);
     if (status != 0)
-        write(place + "status", QByteArray::number(status));
+        setStatus(key, status);
+}
+
+void setOutput(const QString &key, const QByteArray &output)
+{
+    writeTrait(key, "output", output);
+}
+
+void setDelay(const QString &key, double seconds)
+{
+    writeTrait(key, "delay", QByteArray::number(seconds) + '\n');
+}
+
+void setStatus(const QString &key, int status)
+{
+    writeTrait(key, "status", QByteArray::number(status) + '\n');
 }
 
 void clearReply(const QString &key)

@@ -19,10 +19,18 @@ namespace recorders
 // Puts the stand-in at an absolute path. What stood there before becomes the real program
 // that the stand-in runs where no reply is set.
 void install(const QString &path);
+// Takes the stand-in away again, the real program with it: the unit finds nothing there.
+void uninstall(const QString &path);
+// The program that the stand-in of that name runs where no reply is set.
+void setReal(const QString &name, const QString &program);
 
 // What the stand-in prints instead of running the real program, for the name alone or for
 // one set of arguments ("KT6120_bb_read.sh 0x12"). delay in seconds.
 void setReply(const QString &key, const QByteArray &output, double delay = 0, int status = 0);
+// One trait of the reply, the others as they are. A delay alone comes before the real program.
+void setOutput(const QString &key, const QByteArray &output);
+void setDelay(const QString &key, double seconds);
+void setStatus(const QString &key, int status);
 void clearReply(const QString &key);
 
 // Every call so far, oldest first.

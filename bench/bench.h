@@ -1,0 +1,57 @@
+#pragma once
+
+#include "journal.h"
+#include "mcusimulator.h"
+#include "network.h"
+#include "observers.h"
+#include "phonesimulator.h"
+#include "rtptap.h"
+#include "unitprocess.h"
+
+#include <functional>
+#include <map>
+#include <memory>
+
+// The virtual unit: the world made ready, the simulators around the real program, and the
+// observers that note what happens. Everything that a command acts on.
+class Bench
+{
+public:
+    // Makes the world as a healthy unit on a desk finds it; the program does not run yet.
+    // Throws std::runtime_error outside the sandbox.
+    Bench();
+
+    // Lets the bench run until the condition holds; false when the seconds were over first.
+    bool runUntil(const std::function<bool()> &condition, double seconds);
+    void runFor(double seconds);
+
+    // Replies of the stand-in programs, in the unit's own terms.
+    static void setAdc(const QByteArray &channel, const QByteArray &reading);
+    static void setUsbFault(bool fault);
+    // Makes sure that a program of that name is recorded. Programs of the search path are
+    // taken up when first asked for.
+    static void record(const QString &name);
+    static QString placeOf(const QString &program);
+
+    // How many times faster than the wall clock the program's time runs.
+    int speed() const { return factor; }
+    void setSpeed(int times);
+
+    // Listens in on a port of the video from its first use on.
+    RtpTap &tap(quint16 port);
+
+    Journal journal;
+    McuSimulator mcu;
+    Network network;
+    PhoneSimulator phone;
+    UnitProcess unit;
+    StoreWatch store;
+
+private:
+    static void arrange();
+
+    FileTail log;
+    FileTail calls;
+    std::map<quint16, std::unique_ptr<RtpTap>> taps;
+    int factor = 1;
+};

@@ -1,0 +1,296 @@
+#include "commands.h"
+
+#include "bench.h"
+#include "expectation.h"
+#include "files.h"
+#include "gauges.h"
+#include "recorders.h"
+#include "scenario.h"
+#include "snapshot.h"
+#include "words.h"
+#include "world.h"
+
+#include <QByteArrayList>
+#include <QCoreApplication>
+#include <QMap>
+
+#include <csignal>
+#include <cstdio>
+#include <stdexcept>
+
+namespace
+{
+
+using Words = QList<QByteArray>;
+
+struct Command {
+    const char *name;
+    const char *arguments;
+    const char *help;
+    int least; // words after the name
+    void (*handler)(Bench &bench, const Words &words);
+};
+
+[[noreturn]] void fail(const QByteArray &why)
+{
+    throw std::runtime_error(why.toStdString());
+}
+
+double number(const QByteArray &word)
+{
+    bool ok = false;
+    const double value = word.toDouble(&ok);
+    if (!ok)
+        fail('"' + word + "\" is not a number");
+    return value;
+}
+
+bool onOff(const QByteArray &word)
+{
+    if (word != "on" && word != "off")
+        fail("on or off?");
+    return word == "on";
+}
+
+void unit(Bench &bench, const Words &words)
+{
+    const QByteArray &verb = words[0];
+    if (verb == "start") {
+        bench.unit.start();
+    } else if (verb == "stop") {
+        bench.unit.stop();
+    } else if (verb == "restart") {
+        bench.unit.stop();
+        bench.unit.start();
+    } else if (verb == "signal" && words.size() == 2) {
+        bench.unit.signal(int(number(words[1])));
+    } else {
+        fail("unit start, stop, restart or signal N?");
+    }
+}
+
+// call NAME [ARGUMENT...] VERB [VALUE]
+void call(Bench &, const Words &words)
+{
+    const QString name = words[0];
+    int at = 1;
+    const Words verbs = {"prints", "takes", "fails", "missing", "idle", "real"};
+    while (at < words.size() && !verbs.contains(words[at]))
+        ++at;
+    if (at == words.size())
+        fail("call NAME [ARGUMENT...] prints TEXT, takes SECONDS, fails [STATUS], missing, idle or "
+             "real");
+    const QString key = words.mid(0, at).join(' ');
+    const QByteArray &verb = words[at];
+    const QByteArray value = words.mid(at + 1).join(' ');
+    if (verb == "missing" || verb == "idle") {
+        recorders::uninstall(Bench::placeOf(name));
+        if (verb == "idle")
+            files::link("/bin/true", Bench::placeOf(name));
+        return;
+    }
+    if (verb == "real")
+        recorders::uninstall(Bench::placeOf(name)); // it may be something else by now
+    Bench::record(name);
+    if (verb == "prints")
+        recorders::setOutput(key, value);
+    else if (verb == "takes")
+        recorders::setDelay(key, number(value));
+    else if (verb == "fails")
+        recorders::setStatus(key, value.isEmpty() ? 1 : int(number(value)));
+    else
+        recorders::clearReply(key);
+}
+
+void web(Bench &, const Words &words)
+{
+    if (words[0] == "delete")
+        files::remove(world::commandsFile);
+    else if (words[0] == "replace")
+        files::replace(world::commandsFile, words.mid(1).join(' ') + '\n');
+    else
+        files::overwrite(world::commandsFile, words.join(' ') + '\n');
+}
+
+struct Net {
+    const char *command;
+    const char *interface;
+    const char *address; // the unit's
+    const char *gateway; // the phone's
+};
+constexpr Net nets[] = {
+    {"usb", "usb0", "192.168.42.10/24", "192.168.42.129"},
+    {"eth", "eth0", "192.168.1.50/24", "192.168.1.1"},
+};
+
+// up [ADDRESS [GATEWAY]], down
+void plug(Bench &bench, const Net &net, const Words &words)
+{
+    if (words[0] == "down") {
+        bench.network.down(net.interface);
+    } else if (words[0] == "up") {
+        const QString gateway = words.size() == 2 ? QByteArray() : words.value(2, net.gateway);
+        bench.network.up(net.interface, words.value(1, net.address), gateway);
+    } else {
+        fail("up or down?");
+    }
+}
+
+// NAME up ADDRESS [GATEWAY], NAME down
+void otherNet(Bench &bench, const Words &words)
+{
+    if (words.value(1) == "up" && words.size() < 3)
+        fail("net NAME up ADDRESS/PREFIX [GATEWAY]");
+    plug(bench, {"net", words[0].constData(), "", ""}, words.mid(1));
+}
+
+// One row a state: what the stand-in elements read, and where.
+void setState(const char *place, const Words &words, const QMap<QByteArray, QByteArray> &states)
+{
+    if (!states.contains(words[0]))
+        fail(QByteArrayList(states.keys()).join(" or ") + '?');
+    files::create(place, states.value(words[0]) + '\n');
+}
+
+void snapshot(Bench &bench, const Words &words)
+{
+    const QMap<QByteArray, quint16> ports = {{"pal", 8083}, {"phone", 49152}, {"ethernet", 8001}};
+    if (!ports.contains(words[0]))
+        fail("snapshot pal, phone or ethernet?");
+    takeSnapshot(bench, ports.value(words[0]), QString::fromLocal8Bit(words[1]));
+}
+
+void show(Bench &bench, const Words &)
+{
+    for (const char *name : gauges::names)
+        printf("  %-12s %g\n", name, gauges::read(name, bench.unit.id()).value_or(0));
+    fflush(stdout);
+}
+
+void help(Bench &bench, const Words &words);
+
+const Command table[] = {
+    {"unit", "start|stop|restart|signal N",
+     "the program; it does not run before \"unit start\", so the world can be arranged first", 1,
+     unit},
+    {"mcu", "WORD VALUE", "what the MCU reports from now on: mcu BAT:V 1500", 1,
+     [](Bench &bench, const Words &words) { bench.mcu.command(words); }},
+    {"mcu", R"(send "LINE\r\n")", "a line that nobody asked for, bytes as told", 1, nullptr},
+    {"mcu", "silent|garbage|half|split|late MS|talk", "how it answers; talk is well again", 1,
+     nullptr},
+    {"mcu", "endless [BYTES]|deaf|gone", "bytes without line end; reads nothing; hangs up", 1,
+     nullptr},
+    {"call", "NAME [ARGUMENT...] prints TEXT",
+     "what a recorded program answers, for these arguments or for all", 2, call},
+    {"call", "NAME [ARGUMENT...] takes SECONDS|fails [STATUS]", "how it answers", 2, nullptr},
+    {"call", "NAME missing|idle|real",
+     "it is not installed; does nothing, quickly and without record; as at the start", 2, nullptr},
+    {"adc", "CHANNEL READING",
+     "Boost LED Inter Encoder Camera Sonde LedOut LedInter LedTallwick: adc Inter 0x64", 2,
+     [](Bench &, const Words &words) { Bench::setAdc(words[0], words[1]); }},
+    {"usbfault", "on|off", "the USB fault line", 1,
+     [](Bench &, const Words &words) { Bench::setUsbFault(onOff(words[0])); }},
+    {"usb", "up [ADDRESS/PREFIX [GATEWAY]]|down",
+     "a phone is tethered over USB; with an address alone there is no default route", 1,
+     [](Bench &bench, const Words &words) { plug(bench, nets[0], words); }},
+    {"eth", "up [ADDRESS/PREFIX [GATEWAY]]|down", "the same over Ethernet", 1,
+     [](Bench &bench, const Words &words) { plug(bench, nets[1], words); }},
+    {"net", "NAME up ADDRESS/PREFIX [GATEWAY]|NAME down", "any other network", 2, otherNet},
+    {"app", "LINE", "the app sends the line with CR LF: app LampUp", 1,
+     [](Bench &bench, const Words &words) { bench.phone.command(words); }},
+    {"app", "raw \"BYTES\"|big COUNT", "it sends bytes as told; a line of so many bytes", 1,
+     nullptr},
+    {"app", "silent|talk|hang", "no heartbeat; heartbeat every 5 s; neither reads nor talks", 1,
+     nullptr},
+    {"app", "refuse|accept|close|halfclose|drop",
+     "port closed; open and reachable again; ends the connection; vanishes without a word", 1,
+     nullptr},
+    {"camera", "missing|back|lost", "the camera", 1,
+     [](Bench &, const Words &words) {
+         setState(world::cameraState, words,
+                  {{"missing", "missing"}, {"back", "ok"}, {"lost", "lost"}});
+     }},
+    {"encoder", "fails|works", "the encoder", 1,
+     [](Bench &, const Words &words) {
+         setState(world::encoderState, words, {{"fails", "fails"}, {"works", "ok"}});
+     }},
+    {"snapshot", "pal|phone|ethernet FILE.png", "writes a picture of the video there", 2, snapshot},
+    {"web", "KEYWORD [ARGUMENT]", "the web page writes into the commands file", 1, web},
+    {"web", "replace KEYWORD...|delete", "it puts another file in its place; takes it away", 1,
+     nullptr},
+    {"config", "KEY VALUE", "writes the configuration file: config Lamp/MaxCurrent 30", 2,
+     [](Bench &, const Words &words) {
+         files::setIniValue(world::configuration, words[0], words.mid(1).join(' '));
+     }},
+    {"store", "KEY VALUE", "writes the status store, as another program would", 2,
+     [](Bench &, const Words &words) {
+         files::setIniValue(world::statusStore, words[0], words.mid(1).join(' '));
+     }},
+    {"file", "PATH TEXT", "makes a file with that content", 2,
+     [](Bench &, const Words &words) { files::create(words[0], words.mid(1).join(' ')); }},
+    {"folder", "PATH", "makes a folder", 1,
+     [](Bench &, const Words &words) { files::createFolder(words[0]); }},
+    {"remove", "PATH", "removes a file or a folder with all it holds", 1,
+     [](Bench &, const Words &words) { files::remove(words[0]); }},
+    {"readonly", "PATH", "nothing can be written there", 1,
+     [](Bench &, const Words &words) { files::setReadOnly(words[0], true); }},
+    {"writable", "PATH", "takes readonly back", 1,
+     [](Bench &, const Words &words) { files::setReadOnly(words[0], false); }},
+    {"speed", "N", "the program's timers run N times as fast from its next start", 1,
+     [](Bench &bench, const Words &words) { bench.setSpeed(int(number(words[0]))); }},
+    {"expect", "WHAT...", "waits for it, and says what was seen instead: help expect", 2,
+     [](Bench &bench, const Words &words) { Expectation(bench, words).wait(); }},
+    {"mark", "", "later expects look only at what happens from now on", 0,
+     [](Bench &bench, const Words &) { bench.journal.markAll(); }},
+    {"wait", "SECONDS", "lets the unit's time pass", 1,
+     [](Bench &bench, const Words &words) { bench.runFor(number(words[0]) / bench.speed()); }},
+    {"show", "", "what the program takes: memory, descriptors, children, CPU time", 0, show},
+    {"echo", "TEXT", "a remark in the output", 1,
+     [](Bench &bench, const Words &words) {
+         bench.journal.note(Kind::Bench, words.join(' ') + '\n');
+     }},
+    {"play", "FILE", "plays a scenario file", 1,
+     [](Bench &bench, const Words &words) { scenario::play(bench, words[0]); }},
+    {"repeat", "N ... end", "in a scenario: the lines up to \"end\", N times", 1,
+     [](Bench &, const Words &) { fail("repeat stands in a scenario file"); }},
+    {"help", "[expect]", "this", 0, help},
+    {"quit", "", "ends everything", 0, [](Bench &, const Words &) { QCoreApplication::exit(0); }},
+};
+
+void help(Bench &, const Words &words)
+{
+    if (words.value(0) == "expect") {
+        printf("%s", Expectation::help().constData());
+    } else {
+        for (const Command &command : table)
+            printf("  %-9s %-48s %s\n", command.name, command.arguments, command.help);
+        printf("\nWords are separated by blanks; \"...\" may hold blanks and \\r \\n \\t \\0 "
+               "\\xNN.\n");
+    }
+    fflush(stdout);
+}
+
+} // namespace
+
+namespace commands
+{
+
+void run(Bench &bench, const QByteArray &line)
+{
+    if (line.trimmed().startsWith('#'))
+        return;
+    const Words words = words::split(line);
+    if (words.isEmpty())
+        return;
+    for (const Command &command : table) {
+        if (words[0] != command.name)
+            continue;
+        if (words.size() - 1 < command.least)
+            fail(QByteArray(command.name) + ' ' + command.arguments);
+        command.handler(bench, words.mid(1));
+        return;
+    }
+    fail("unknown command \"" + words[0] + "\" (help lists them)");
+}
+
+} // namespace commands

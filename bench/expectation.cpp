@@ -1,0 +1,233 @@
+#include "expectation.h"
+
+#include "bench.h"
+#include "gauges.h"
+#include "words.h"
+
+#include <QFile>
+
+#include <memory>
+#include <stdexcept>
+
+namespace
+{
+
+constexpr double usualBound = 10; // seconds
+constexpr int linesShown = 10;
+constexpr int textShown = 2000; // bytes
+
+// The kinds that are searched for a text.
+struct TextKind {
+    const char *name;
+    Kind kind;
+};
+constexpr TextKind textKinds[] = {
+    {"log", Kind::Log},       {"stdout", Kind::Stdout}, {"stderr", Kind::Stderr},
+    {"serial", Kind::Serial}, {"mcu", Kind::Mcu},       {"app", Kind::App},
+    {"phone", Kind::Phone},   {"change", Kind::Store},  {"network", Kind::Network},
+    {"bench", Kind::Bench},
+};
+
+QByteArray fileContent(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
+
+QByteArray Expectation::help()
+{
+    return R"(expect [none|count N] WHAT [within SECONDS] [for SECONDS]
+
+What has happened since the last "mark" or the start. Texts of one kind are met in order:
+each is searched from where the one before it was found.
+  log TEXT        the program log
+  stdout TEXT     the program's standard output     stderr TEXT   its standard error
+  serial TEXT     bytes of the unit to the MCU      mcu TEXT      of the MCU to the unit
+  app TEXT        bytes of the unit to the phone    phone TEXT    of the phone to the unit
+  change TEXT     changes of the status store: "Battery/Voltage: 6260 -> 4695"
+  network TEXT    changes of the network            bench TEXT    the bench's own remarks
+  call NAME [ARGUMENT...]   a call of a recorded program: any order, each is met once
+What is the case:
+  store KEY VALUE   the status store on disk    file PATH TEXT   the file holds the text
+  exit STATUS       the program has ended: 3, or "signal 9"
+  nofile PATH       there is no such file       lines PATH N     the file has N lines
+  rtp PORT rate A..B   frames a second at a port of the video: 8083, 49152, 8001
+  rss|descriptors|children|zombies|threads|cpu below N   what the program takes
+                    (MiB resident, counts, CPU seconds since its start)
+
+Without more, waits up to 10 s for it. "none": it is not so for the whole time of "for",
+1 s by default, and has not been since the mark. "count N": exactly N times since the last
+"mark" or the start; does not move on.
+)";
+}
+
+Expectation::Expectation(Bench &where, QList<QByteArray> given)
+    : bench(where), words(std::move(given)), told(words.join(' '))
+{
+    if (words.value(0) == "none") {
+        none = true;
+        words.removeFirst();
+    } else if (words.value(0) == "count") {
+        count = words.value(1).toInt();
+        words = words.mid(2);
+    }
+}
+
+double Expectation::takeSeconds(const QByteArray &word, double otherwise)
+{
+    if (words.size() < 3 || words[words.size() - 2] != word)
+        return otherwise;
+    bool ok = false;
+    const double seconds = words.last().toDouble(&ok);
+    if (!ok)
+        throw std::runtime_error(word.toStdString() + " wants a number of seconds");
+    words = words.mid(0, words.size() - 2);
+    return seconds;
+}
+
+void Expectation::wait()
+{
+    const double bound = takeSeconds("within", usualBound);
+    const double quiet = takeSeconds("for", 1);
+    if (words.size() < 2)
+        throw std::runtime_error("expect what?");
+
+    const QByteArray kind = words.takeFirst();
+    if (kind == "call") {
+        lookForCall();
+    } else {
+        for (const TextKind &known : textKinds) {
+            if (kind == known.name)
+                lookForText(known.kind, words.join(' '));
+        }
+    }
+    if (!met) {
+        words.prepend(kind);
+        lookForState();
+    }
+
+    // Seconds are the unit's; a bound is not cut below what a busy desk needs.
+    const double speed = bench.speed();
+    if (none) {
+        if (bench.runUntil(met, quiet / speed))
+            throw std::runtime_error("did happen: " + told.toStdString());
+        return;
+    }
+    const double limit = speed > 1 ? qMax(usualBound, bound / speed) : bound;
+    bool done = false;
+    bench.runUntil([&] { return (done = met()) || bench.unit.isLost(); }, limit);
+    if (!done)
+        throw std::runtime_error("not met within " + QByteArray::number(bound).toStdString()
+                                 + " s: " + words::printable(told).toStdString() + '\n'
+                                 + seen().toStdString());
+}
+
+void Expectation::lookForText(Kind kind, const QByteArray &pattern)
+{
+    Journal &journal = bench.journal;
+    if (count) {
+        met = [this, &journal, kind, pattern] {
+            return journal.stream(kind).mid(journal.firstMark(kind)).count(pattern) == *count;
+        };
+    } else {
+        met = [this, &journal, kind, pattern] {
+            const int at = int(journal.stream(kind).indexOf(pattern, journal.mark(kind)));
+            if (at >= 0 && !none)
+                journal.setMark(kind, at + int(pattern.size()));
+            return at >= 0;
+        };
+    }
+    seen = [this, kind] { return lastLines(kind); };
+}
+
+// A call is a line of its own: the name, and the arguments as far as they are given.
+void Expectation::lookForCall()
+{
+    const QByteArray pattern = words.join(' ');
+    met = [this, pattern] {
+        Journal &journal = bench.journal;
+        const QByteArray &all = journal.stream(Kind::Call);
+        int found = 0;
+        int begin = journal.firstMark(Kind::Call);
+        for (int end = 0; (end = int(all.indexOf('\n', begin))) >= 0; begin = end + 1) {
+            const QByteArray line = all.mid(begin, end - begin);
+            if (line != pattern && !line.startsWith(pattern + ' '))
+                continue;
+            ++found;
+            if (count || journal.isTaken(begin))
+                continue;
+            if (!none)
+                journal.take(begin);
+            return true;
+        }
+        return count && found == *count;
+    };
+    seen = [this] { return lastLines(Kind::Call); };
+}
+
+void Expectation::lookForState()
+{
+    const QByteArray kind = words[0];
+    const QByteArray subject = words[1];
+    const QByteArray value = words.mid(2).join(' ');
+    if (kind == "store") {
+        met = [this, subject, value] { return bench.store.value(subject) == value; };
+        seen = [this, subject] { return subject + " is " + bench.store.value(subject).toUtf8(); };
+    } else if (kind == "file") {
+        met = [subject, value] { return fileContent(subject).contains(value); };
+        seen = [subject] { return subject + " holds:\n" + fileContent(subject).right(textShown); };
+    } else if (kind == "rtp") {
+        const QList<QByteArray> range = words.value(3).split('.');
+        if (words.value(2) != "rate" || range.size() != 3)
+            throw std::runtime_error("rtp PORT rate A..B");
+        const double least = range[0].toDouble();
+        const double most = range[2].toDouble();
+        RtpTap &tap = bench.tap(subject.toUShort());
+        met = [&tap, least, most] { return tap.rate() >= least && tap.rate() <= most; };
+        seen = [&tap] { return QByteArray::number(tap.rate()) + " frames a second"; };
+    } else if (kind == "nofile") {
+        met = [subject] { return !QFile::exists(subject); };
+        seen = [subject] { return subject + " is there"; };
+    } else if (kind == "lines") {
+        met = [subject, value] { return fileContent(subject).count('\n') == value.toInt(); };
+        seen = [subject] {
+            return subject + " has " + QByteArray::number(fileContent(subject).count('\n'));
+        };
+    } else if (kind == "exit") {
+        const QByteArray status = words.mid(1).join(' ');
+        met = [this, status] {
+            if (bench.unit.ending() != status)
+                return false;
+            bench.unit.acknowledgeEnding();
+            return true;
+        };
+        seen = [this] {
+            return bench.unit.isRunning() ? "the unit runs" : "it was " + bench.unit.ending();
+        };
+    } else if (gauges::read(kind, bench.unit.id()) && subject == "below") {
+        const double limit = value.toDouble();
+        met = [this, kind, limit] {
+            return bench.unit.isRunning() && *gauges::read(kind, bench.unit.id()) < limit;
+        };
+        seen = [this, kind] {
+            return kind + " is " + QByteArray::number(*gauges::read(kind, bench.unit.id()));
+        };
+    } else {
+        throw std::runtime_error("there is nothing to expect of \"" + kind.toStdString() + '"');
+    }
+}
+
+QByteArray Expectation::lastLines(Kind kind) const
+{
+    const QByteArray &all = bench.journal.stream(kind);
+    const QByteArray since = all.mid(bench.journal.mark(kind));
+    const QByteArray &shown = since.isEmpty() ? all : since;
+    QByteArray text =
+        since.isEmpty() ? "nothing since the last one found; before it:\n" : "seen instead:\n";
+    const QList<QByteArray> lines = shown.right(textShown).split('\n');
+    for (const QByteArray &line : lines.mid(qMax(0, int(lines.size()) - linesShown)))
+        text += "    " + words::printable(line) + '\n';
+    return text;
+}

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+
+#include <functional>
+#include <optional>
+
+class Bench;
+enum class Kind;
+
+// One `expect`: waits until something has happened or stands as told, and explains itself
+// when it does not. See help() for the language.
+class Expectation
+{
+public:
+    // Throws std::runtime_error where the words make no sense.
+    Expectation(Bench &bench, QList<QByteArray> words);
+
+    // Waits for it. Throws std::runtime_error with what was seen instead.
+    void wait();
+
+    static QByteArray help();
+
+private:
+    double takeSeconds(const QByteArray &word, double otherwise);
+    void lookForText(Kind kind, const QByteArray &pattern);
+    void lookForCall();
+    void lookForState();
+    QByteArray lastLines(Kind kind) const;
+
+    Bench &bench;
+    QList<QByteArray> words; // what is left to read
+    QByteArray told;         // the words as given, for messages
+    bool none = false;
+    std::optional<int> count;
+
+    std::function<bool()> met;
+    std::function<QByteArray()> seen;
+};

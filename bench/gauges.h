@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QByteArray>
+
+#include <optional>
+
+// What the system tells about a running program.
+namespace gauges
+{
+
+// "rss" (resident MiB), "descriptors" (open), "zombies" (children ended and not reaped),
+// "children", "threads" and "cpu" (seconds used since its start); nothing for another name.
+std::optional<double> read(const QByteArray &name, qint64 process);
+
+// The names, in the order for a table.
+inline constexpr const char *names[] = {"rss",     "descriptors", "children",
+                                        "zombies", "threads",     "cpu"};
+
+} // namespace gauges

@@ -1,0 +1,48 @@
+// bench: the virtual unit. Runs in the world that bench/sandbox makes, with an installed tree;
+// see bench/run.
+//
+//   bench [--speed N] FILE    plays a scenario; exit status 0 when all it expects is met
+//   bench [--speed N]         starts the unit and takes commands from standard input
+
+#include "bench.h"
+#include "prompt.h"
+#include "scenario.h"
+#include "view.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QTimer>
+
+#include <cstdio>
+#include <optional>
+#include <stdexcept>
+#include <unistd.h>
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    QCommandLineParser options;
+    options.addOption({"speed", "The program's timers run N times as fast.", "N", "1"});
+    options.addPositionalArgument("file", "A scenario to play.", "[FILE]");
+    options.addHelpOption();
+    options.process(application);
+
+    try {
+        Bench bench;
+        View view(bench.journal, isatty(STDOUT_FILENO));
+        bench.setSpeed(qMax(1, options.value("speed").toInt()));
+        const QStringList scenarios = options.positionalArguments();
+        if (!scenarios.isEmpty()) {
+            scenario::play(bench, scenarios.first().toLocal8Bit());
+            return 0;
+        }
+        bench.unit.start();
+        printf("The unit runs. \"help\" lists the commands, \"quit\" or Ctrl-C ends it.\n");
+        Prompt prompt(bench);
+        return QCoreApplication::exec();
+    } catch (const std::runtime_error &error) {
+        fflush(stdout);
+        fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
+}

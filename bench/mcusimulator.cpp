@@ -1,0 +1,210 @@
+#include "mcusimulator.h"
+
+#include "journal.h"
+#include "pty.h"
+#include "words.h"
+
+#include <chrono>
+#include <stdexcept>
+
+using namespace std::chrono_literals;
+
+namespace
+{
+
+constexpr auto dischargeStep = 10s;
+constexpr auto splitGap = 50ms;
+constexpr auto endlessTick = 2ms;
+constexpr int endlessPiece = 8192;             // bytes a tick
+constexpr qint64 endlessDefault = 1'000'000; // bytes
+
+// The model of a healthy unit with a full battery: query word -> value.
+struct Reading {
+    const char *word;
+    const char *value;
+};
+constexpr Reading healthy[] = {
+    {"Corvantis", "X V1.0.3"}, {"LAMP:VALUE", "0"}, {"BAT:STATE", "1"},   {"BAT:V", "2400"},
+    {"PWR:I", "620"},          {"SONDE:EN", "0"},   {"CAMERA:TYPE", "2"}, {"COILER:VALUE", "0"},
+    {"TEMP", "3150"},          {"TWK", "0"},        {"LOGS", "BOOT_OK"},
+};
+
+// Set commands without an argument, and what each does to the model.
+struct Effect {
+    const char *command;
+    const char *word;
+    const char *value;
+};
+constexpr Effect effects[] = {
+    {"SONDE:ON", "SONDE:EN", "1"},        {"SONDE:OFF", "SONDE:EN", "0"},
+    {"LAMP:OFF", "LAMP:VALUE", "0"},      {"COILER:ZERO", "COILER:VALUE", "0"},
+    {"LOGS:RESET", "LOGS", "LOGS_EMPTY"},
+};
+
+bool isLineEnd(char byte)
+{
+    return byte == '\r' || byte == '\n';
+}
+
+} // namespace
+
+McuSimulator::McuSimulator(Journal &notes) : journal(notes)
+{
+    for (const Reading &reading : healthy)
+        model.insert(reading.word, reading.value);
+    plugIn();
+    battery.setInterval(dischargeStep);
+    connect(&battery, &QTimer::timeout, this, &McuSimulator::discharge);
+    battery.start();
+    endless.setInterval(endlessTick);
+    connect(&endless, &QTimer::timeout, this, &McuSimulator::sendEndless);
+}
+
+McuSimulator::~McuSimulator() = default;
+
+void McuSimulator::plugIn()
+{
+    line.reset(); // removes the device before the new one is made
+    line = std::make_unique<Pty>();
+    connect(line.get(), &Pty::arrived, this, &McuSimulator::arrived);
+}
+
+void McuSimulator::renewLine()
+{
+    gathered.clear();
+    if (line)
+        plugIn();
+}
+
+void McuSimulator::command(const QList<QByteArray> &words)
+{
+    const QByteArray &verb = words.first();
+    const QByteArray argument = words.value(1);
+    if (verb == "silent") {
+        mood = Mood::Silent;
+    } else if (verb == "garbage") {
+        mood = Mood::Garbage;
+    } else if (verb == "half") {
+        mood = Mood::Half;
+    } else if (verb == "split") {
+        mood = Mood::Split;
+    } else if (verb == "late") {
+        lateBy = argument.toInt();
+    } else if (verb == "talk") {
+        mood = Mood::Talk;
+        lateBy = 0;
+        endless.stop();
+        if (!line)
+            plugIn();
+        line->setDeaf(false);
+    } else if (verb == "endless") {
+        endlessLeft = words.size() > 1 ? argument.toLongLong() : endlessDefault;
+        endless.start();
+    } else if (verb == "deaf" && line) {
+        line->setDeaf(true);
+    } else if (verb == "gone") {
+        endless.stop();
+        line.reset();
+    } else if (verb == "send" && words.size() == 2) {
+        send(argument);
+    } else if (model.contains(verb) && words.size() >= 2) {
+        if (verb == "BAT:V")
+            battery.stop(); // what is set by hand stays
+        model[verb] = words.mid(1).join(' ');
+    } else {
+        throw std::runtime_error("the MCU knows no \"" + words.join(' ').toStdString() + '"');
+    }
+}
+
+void McuSimulator::arrived(const QByteArray &bytes)
+{
+    // Shown line by line, each with its own line end; what has none stands alone.
+    int begin = 0;
+    for (int at = 0; at < bytes.size(); ++at) {
+        if (isLineEnd(bytes[at]) && (at + 1 == bytes.size() || !isLineEnd(bytes[at + 1]))) {
+            journal.note(Kind::Serial, bytes.mid(begin, at + 1 - begin));
+            begin = at + 1;
+        }
+    }
+    if (begin < bytes.size())
+        journal.note(Kind::Serial, bytes.mid(begin));
+
+    for (const char byte : bytes) {
+        if (!isLineEnd(byte)) {
+            gathered += byte;
+        } else if (!gathered.isEmpty()) {
+            handle(gathered);
+            gathered.clear();
+        }
+    }
+}
+
+void McuSimulator::handle(const QByteArray &text)
+{
+    if (text.endsWith('?')) {
+        const QByteArray word = text == "*IDN?" ? "Corvantis" : text.chopped(1);
+        if (model.contains(word))
+            answer(word + ' ' + model.value(word) + "\r\n");
+        return;
+    }
+    if (text.startsWith("LAMP:SET "))
+        model["LAMP:VALUE"] = text.mid(9);
+    for (const Effect &effect : effects) {
+        if (text == effect.command)
+            model[effect.word] = effect.value;
+    }
+}
+
+// One line a write: the unit takes one line a notification, so two lines in one write
+// would leave every later answer one behind.
+void McuSimulator::answer(const QByteArray &text)
+{
+    if (lateBy > 0 && mood == Mood::Talk) {
+        QTimer::singleShot(lateBy, this, [this, text] { send(text); });
+        return;
+    }
+    const int middle = int(text.size()) / 2;
+    switch (mood) {
+    case Mood::Talk:
+        send(text);
+        break;
+    case Mood::Silent:
+        break;
+    case Mood::Garbage:
+        send(QByteArray("\x00\xff\xfe\x1b\x80 \xc3\x28\n", 9));
+        break;
+    case Mood::Half:
+        send(text.left(middle));
+        break;
+    case Mood::Split:
+        send(text.left(middle));
+        QTimer::singleShot(splitGap, this, [this, text, middle] { send(text.mid(middle)); });
+        break;
+    }
+}
+
+void McuSimulator::send(const QByteArray &bytes)
+{
+    if (!line)
+        return;
+    journal.note(Kind::Mcu, bytes);
+    line->send(bytes);
+}
+
+void McuSimulator::sendEndless()
+{
+    const qint64 size = qMin<qint64>(endlessPiece, endlessLeft);
+    endlessLeft -= size;
+    if (line)
+        line->send(QByteArray(int(size), 'x'));
+    if (endlessLeft <= 0) {
+        endless.stop();
+        journal.note(Kind::Bench, "endless line sent\n");
+    }
+}
+
+void McuSimulator::discharge()
+{
+    QByteArray &voltage = model["BAT:V"];
+    voltage = QByteArray::number(qMax(0, voltage.toInt() - 1));
+}

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QTimer>
+
+#include <memory>
+
+class Journal;
+class Pty;
+
+// The microcontroller at the far end of the serial line: answers each query from a model of
+// the unit's hardware, follows set commands, and misbehaves on request.
+class McuSimulator : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit McuSimulator(Journal &journal);
+    ~McuSimulator() override;
+
+    // Carries out "mcu WORD...": a mood (silent, garbage, ...), "send TEXT", or a word of the
+    // model and its value. Throws std::runtime_error on anything else.
+    void command(const QList<QByteArray> &words);
+
+    // A fresh line, where one is plugged in: a program that was killed leaves the old one
+    // locked for its own use.
+    void renewLine();
+
+private:
+    enum class Mood { Talk, Silent, Garbage, Half, Split };
+
+    void plugIn();
+    void arrived(const QByteArray &bytes);
+    void handle(const QByteArray &line);
+    void answer(const QByteArray &line);
+    void send(const QByteArray &bytes);
+    void sendEndless();
+    void discharge();
+
+    Journal &journal;
+    std::unique_ptr<Pty> line;
+    QHash<QByteArray, QByteArray> model; // word -> value, as sent
+    QByteArray gathered;                 // the unit's bytes since the last line end
+    Mood mood = Mood::Talk;
+    int lateBy = 0; // ms before each answer
+    QTimer battery; // one step of discharge, until the voltage is set by hand
+    QTimer endless; // sends bytes without a line end
+    qint64 endlessLeft = 0;
+};

@@ -1,0 +1,113 @@
+#include "network.h"
+
+#include "journal.h"
+
+#include <QCoreApplication>
+#include <QProcess>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace
+{
+
+void run(const QString &program, const QString &arguments)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(program, arguments.split(' ', Qt::SkipEmptyParts));
+    process.waitForFinished();
+    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
+        throw std::runtime_error((program + ' ' + arguments + ": ").toStdString()
+                                 + process.readAll().trimmed().toStdString());
+}
+
+void enter(int space)
+{
+    if (setns(space, CLONE_NEWNET) != 0)
+        throw std::runtime_error("cannot change the network namespace");
+}
+
+int currentSpace()
+{
+    return open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
+}
+
+} // namespace
+
+Network::Network(Journal &notes) : journal(notes)
+{
+    unitSpace = currentSpace();
+    if (unshare(CLONE_NEWNET) != 0)
+        throw std::runtime_error("cannot make the phone's network: not in the sandbox?");
+    phoneSpace = currentSpace();
+    enter(unitSpace);
+    phonePlace = QString("/proc/%1/fd/%2").arg(QCoreApplication::applicationPid()).arg(phoneSpace);
+    phoneIp("link set lo up");
+}
+
+Network::~Network()
+{
+    close(phoneSpace);
+    close(unitSpace);
+}
+
+void Network::up(const QString &name, const QString &address, const QString &gateway)
+{
+    if (peers.contains(name))
+        down(name);
+    ip(QString("link add %1 type veth peer name %1 netns %2").arg(name, phonePlace));
+    ip(QString("addr add %1 broadcast + dev %2").arg(address, name));
+    ip(QString("link set %1 up").arg(name));
+    const QString peer = gateway + address.mid(address.indexOf('/'));
+    peers.insert(name, gateway.isEmpty() ? QString() : peer);
+    phoneIp(QString("link set %1 up").arg(name));
+    if (!gateway.isEmpty()) {
+        phoneIp(QString("addr add %1 broadcast + dev %2").arg(peer, name));
+        ip(QString("route append default via %1 dev %2").arg(gateway, name));
+    }
+    journal.note(Kind::Network,
+                 QString("%1 up: %2, gateway %3\n")
+                     .arg(name, address, gateway.isEmpty() ? QString("none") : gateway)
+                     .toUtf8());
+}
+
+void Network::down(const QString &name)
+{
+    peers.remove(name);
+    ip("link del " + name);
+    journal.note(Kind::Network, name.toUtf8() + " down\n");
+}
+
+void Network::setPhoneReachable(bool reachable)
+{
+    for (auto peer = peers.cbegin(); peer != peers.cend(); ++peer) {
+        if (peer.value().isEmpty())
+            continue;
+        phoneIp("addr flush dev " + peer.key());
+        if (reachable)
+            phoneIp(QString("addr add %1 broadcast + dev %2").arg(peer.value(), peer.key()));
+    }
+}
+
+void Network::ip(const QString &arguments) const
+{
+    run("ip", arguments);
+}
+
+void Network::phoneIp(const QString &arguments) const
+{
+    run("nsenter", "--net=" + phonePlace + " ip " + arguments);
+}
+
+Network::InPhone::InPhone(const Network &where) : network(where)
+{
+    enter(network.phoneSpace);
+}
+
+Network::InPhone::~InPhone()
+{
+    setns(network.unitSpace, CLONE_NEWNET);
+}

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+class Bench;
+
+// Decodes one picture of the real RTP stream at a port and writes it as a PNG file. Throws
+// std::runtime_error where no picture comes.
+void takeSnapshot(Bench &bench, quint16 port, const QString &file);
