@@ -15,7 +15,7 @@ namespace
 constexpr auto dischargeStep = 10s;
 constexpr auto splitGap = 50ms;
 constexpr auto endlessTick = 2ms;
-constexpr int endlessPiece = 8192;             // bytes a tick
+constexpr int endlessPiece = 8192;           // bytes a tick
 constexpr qint64 endlessDefault = 1'000'000; // bytes
 
 // The model of a healthy unit with a full battery: query word -> value.
