@@ -27,6 +27,9 @@ constexpr auto splashWait = 1000ms;
 constexpr auto gpioWait = 1000ms;
 constexpr auto connectWait = 5000ms;
 
+// Answers waiting for a phone that does not read them; one that is this far behind is gone.
+constexpr qint64 unsentLimit = 1024 * 1024; // bytes
+
 constexpr int connectAttempts = 2;
 constexpr quint16 appTcpPort = 8082;
 constexpr char usbStreamPort[] = "49152";
@@ -136,6 +139,11 @@ void commsExternal::commsExternalSendCmdByteArray(QByteArray bytes)
 {
     if (tcpSocket->state() != QAbstractSocket::ConnectedState)
         return;
+    if (tcpSocket->bytesToWrite() > unsentLimit) {
+        qWarning() << "TCP peer does not read, connection dropped";
+        tcpSocket->abort(); // the next tick takes it up like any lost connection
+        return;
+    }
     tcpSocket->write(bytes);
     // An acknowledgement must not wait for the event behind it, which may take seconds.
     tcpSocket->flush();

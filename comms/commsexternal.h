@@ -68,7 +68,8 @@ public slots:
     void commsExternalAttemptConnect();
     // Starts the ticks.
     void commsExternalInit();
-    // Writes the bytes at once and as they are; without a connection, nothing.
+    // Writes the bytes at once and as they are; without a connection, nothing. Drops a
+    // connection whose peer has left more than a megabyte unread.
     void commsExternalSendCmdByteArray(QByteArray bytes);
     void commsExternalSendCmd(QString text);
     void commsExternalReadyRead();

@@ -2,6 +2,7 @@
 
 #include "eventhandler.h"
 
+#include "inifile.h"
 #include "paths.h"
 
 #include <QDebug>
@@ -23,7 +24,7 @@ constexpr uint8_t lampPercent(int milliamperes)
 
 void eventHandler::readConfiguration()
 {
-    configuration = std::make_unique<QSettings>(paths::configuration, QSettings::IniFormat);
+    configuration = std::make_unique<IniFile>(paths::configuration);
     encoderScalar = configuration->value("Coiler/EncoderScalar", defaultEncoderScalar).toDouble();
 
     const int current = configuration->value("Lamp/MaxCurrent", defaultLampCurrent).toInt();

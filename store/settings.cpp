@@ -3,8 +3,7 @@
 #include "paths.h"
 #include "version.h"
 
-settings::settings(QObject *parent)
-    : QObject(parent), store(paths::statusStore, QSettings::IniFormat)
+settings::settings(QObject *parent) : QObject(parent), store(paths::statusStore)
 {
     settingsSetValue("Compute/SoftwareVersion",
                      QString("V%1.%2.%3").arg(version::major, version::minor, version::build));
@@ -38,5 +37,5 @@ QVariant settings::settingsGetValue(const QString &key, const QString &defaultVa
 void settings::write(const QString &key, const QVariant &value)
 {
     store.setValue(key, value);
-    store.sync();
+    store.write();
 }

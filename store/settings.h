@@ -1,7 +1,8 @@
 #pragma once
 
+#include "inifile.h"
+
 #include <QObject>
-#include <QSettings>
 #include <QString>
 #include <QVariant>
 
@@ -28,5 +29,5 @@ public:
 private:
     void write(const QString &key, const QVariant &value);
 
-    QSettings store;
+    IniFile store;
 };

@@ -3,14 +3,14 @@
 #include "paths.h"
 
 #include <QDebug>
-#include <QFile>
+#include <QSaveFile>
 
 void writeMcuLog(const QString &text)
 {
-    QFile file(paths::mcuLog);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Text)) {
+    // The old text stays until the new one is on the disk, however full that is.
+    QSaveFile file(paths::mcuLog);
+    const bool written = file.open(QIODevice::WriteOnly | QIODevice::Text)
+                         && file.write(text.toUtf8()) >= 0 && file.flush() && file.commit();
+    if (!written)
         qCritical() << "Error Creating MCU Log File\n";
-        return;
-    }
-    file.write(text.toUtf8());
 }

@@ -1,0 +1,108 @@
+#!/usr/bin/env python3
+"""Kills a writing process at random moments and looks at what is left of its files.
+
+Usage: powercut.py WRITER [KILLS]   (in the sandbox)
+
+After each kill the status store and the configuration file must parse, hold the old or the new
+value of every key that was being written and all else unchanged; log and CSV may end in one torn
+line. A killed process shows what the program and the system calls do. It does not show what a
+device's cache loses when the power goes: the kernel lives on and completes what it was handed.
+"""
+
+import os
+import pathlib
+import random
+import re
+import signal
+import subprocess
+import sys
+import time
+
+WRITER = sys.argv[1]
+KILLS = int(sys.argv[2]) if len(sys.argv) > 2 else 40
+FOLDER = pathlib.Path("/home/pi/KT6120/bin")
+STORE, CONFIGURATION = FOLDER / "KT6120.ini", FOLDER / "kestraConfig.ini"
+LOG, CSV = FOLDER / "commands_log.log", FOLDER / "status_log.csv"
+STAMP = r"\d\d-\d\d-\d{4} \d\d:\d\d:\d\d,"
+LONGEST_WAIT = 0.03  # seconds; a round takes a millisecond or two
+
+foreign = {"Other/Text": '"a, b"', "Other/Number": "12.5", "Other/Empty": ""}
+kept = {
+    STORE: {**foreign, "Compute/SoftwareVersion": "V1.2.12", "Camera/CoilerOffset": "1.25"},
+    CONFIGURATION: {**foreign, "Coiler/EncoderScalar": "0.25", "Lamp/MaxCurrent": "20"},
+}
+
+
+def check(condition, what):
+    if not condition:
+        sys.exit(f"kill {kill}: {what}")
+
+
+def parse(path):
+    values, group = {}, None
+    for line in path.read_text(encoding="ascii").splitlines():
+        if match := re.fullmatch(r"\[(\w+)\]", line):
+            group = match[1]
+        elif line:
+            match = re.fullmatch(r"(\w+)=(.*)", line)
+            check(match and group, f"{path} does not parse: {line!r}")
+            check(f"{group}/{match[1]}" not in values, f"{path} repeats {line!r}")
+            values[f"{group}/{match[1]}"] = match[2]
+    return values
+
+
+def write(path, values):
+    groups = {}
+    for key, value in values.items():
+        group, entry = key.split("/")
+        groups.setdefault(group, []).append(f"{entry}={value}")
+    path.write_text("".join(f"[{g}]\n" + "\n".join(e) + "\n\n" for g, e in groups.items()))
+
+
+def check_ini(path, written, before, begun):
+    values = parse(path)
+    for key, text in written.items():
+        # As the process found it, or as one of its last two rounds wrote it.
+        allowed = [text(begun - 1) if begun > 1 else before.get(key), text(begun)]
+        check(values.pop(key, None) in allowed, f"{path}: {key} is none of {allowed}")
+    check(values == kept[path], f"{path} is left with {values}, not {kept[path]}")
+
+
+def whole_lines(path):
+    """All lines but one that is torn."""
+    return path.read_text(encoding="ascii").split("\n")[:-1]
+
+
+kill = 0
+os.environ["PATH"] = "/nowhere"  # no log rotation
+for path, values in kept.items():
+    write(path, values)
+rounds = 0
+for kill in range(1, KILLS + 1):
+    LOG.unlink(missing_ok=True)
+    CSV.unlink(missing_ok=True)
+    before = {path: parse(path) for path in kept}
+    writer = subprocess.Popen([WRITER], stdout=subprocess.PIPE)
+    first = writer.stdout.readline()
+    time.sleep(random.uniform(0, LONGEST_WAIT))
+    writer.send_signal(signal.SIGKILL)
+    begun = int((first + writer.stdout.read()).split()[-1])
+    check(writer.wait() == -signal.SIGKILL, "the writer ended by itself")
+    rounds += begun
+
+    state, volts = str, lambda n: str(int(n * 3.13))
+    check_ini(STORE, {"Battery/State": state, "Battery/Voltage": volts}, before[STORE], begun)
+    check_ini(CONFIGURATION, {"Coiler/Model": "M{}".format}, before[CONFIGURATION], begun)
+
+    log = [line for line in whole_lines(LOG) if "Battery State" in line]
+    check(all(re.match(STAMP + "[124],", line) for line in whole_lines(LOG)), "a torn log line")
+    states = [int(line.rsplit(" ", 1)[1]) for line in log]
+    check(states in ([*range(1, begun)], [*range(1, begun + 1)]), f"log of {begun} rounds: {states}")
+
+    rows = whole_lines(CSV) if CSV.exists() else []
+    check(not rows or rows[0].startswith("timestamp,"), "no CSV header")
+    check(all(re.fullmatch(STAMP + "([^,]*,){11}[^,]*", row) for row in rows[1:]), "a torn row")
+    volts_written = [row.split(",")[1] for row in rows[1:]]
+    check(volts_written in ([volts(n) for n in range(1, last)] for last in (begun, begun + 1)),
+          f"CSV of {begun} rounds: {volts_written}")
+print(f"{kill} kills in {rounds} rounds of writing: nothing lost")
