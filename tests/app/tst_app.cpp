@@ -17,36 +17,14 @@
 
 #include <functional>
 #include <thread>
-#include <unistd.h>
 
+using testsupport::OutputCapture;
 using testsupport::readFile;
 
 namespace
 {
 
 const char programLog[] = "/home/pi/KT6120/bin/commands_log.log";
-
-// What is printed on standard output while it lives.
-class PrintedOutput
-{
-public:
-    PrintedOutput() : saved(dup(STDOUT_FILENO))
-    {
-        fflush(stdout);
-        file.open();
-        dup2(file.handle(), STDOUT_FILENO);
-    }
-    ~PrintedOutput()
-    {
-        dup2(saved, STDOUT_FILENO);
-        close(saved);
-    }
-    QByteArray text() const { return readFile(file.fileName()); }
-
-private:
-    int saved;
-    QTemporaryFile file;
-};
 
 // Logs through the sink; QtTest's own handler is put back afterwards.
 void log(const std::function<void()> &statements)
@@ -68,7 +46,7 @@ private slots:
     void eachMessageIsALine()
     {
         const QString before = QDateTime::currentDateTime().toString("dd-MM-yyyy HH:mm:ss");
-        const PrintedOutput printed;
+        const OutputCapture printed;
         log([] {
             qInfo() << "Sonde Turned On";
             qWarning() << "Setting Lamp Brightness to " << 15 << "% (Scaled " << 14 << "%)";
@@ -88,7 +66,7 @@ private slots:
     void aLogThatCannotBeWrittenIsSaidOnStandardOutput()
     {
         QVERIFY(QDir().mkpath(programLog)); // a folder in its place
-        const PrintedOutput printed;
+        const OutputCapture printed;
         log([] {
             qInfo() << "lost";
             qDebug() << "chatter";
@@ -123,7 +101,7 @@ private slots:
         commsInternal mcu;
         commsExternal app;
         VideoLibrary video;
-        const PrintedOutput printed;
+        const OutputCapture printed;
         std::vector<QMetaObject::Connection> made;
         log([&] { made = connectComponents({&events, &mcu, &app, &video}); });
         QCOMPARE(int(made.size()), 13);

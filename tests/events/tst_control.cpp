@@ -91,7 +91,7 @@ private slots:
         QCOMPARE(LogCapture::texts(QtInfoMsg).size(), sets.size());
 
         QStringList written;
-        for (const QString &call : unit.calls()) {
+        for (const QString &call : testsupport::calls()) {
             QVERIFY(call.startsWith("KT6120_gpio_write.sh 21 "));
             written.append(call.section(' ', 2));
         }
@@ -105,7 +105,7 @@ private slots:
         unit.raise(EVENT_LampDown);
         QCOMPARE(LogCapture::texts(QtInfoMsg).last(),
                  QString("Setting Lamp Brightness to  0 % (Scaled  0 %)"));
-        QCOMPARE(unit.calls(),
+        QCOMPARE(testsupport::calls(),
                  QStringList({"KT6120_gpio_write.sh 21 0", "KT6120_gpio_write.sh 21 1"}));
     }
 
@@ -130,7 +130,7 @@ private slots:
             QCOMPARE(unit.stored("Sonde/Enabled"), QString("0"));
             QCOMPARE(unit.serial, QStringList({"SONDE:ON\r\n", "SONDE:OFF\r\n"}));
             QCOMPARE(unit.app, QStringList("SondeState 1\r\n"));
-            QCOMPARE(unit.calls(), QStringList({"KT6120_sonde_en_write.sh 43 1",
+            QCOMPARE(testsupport::calls(), QStringList({"KT6120_sonde_en_write.sh 43 1",
                                                 "KT6120_sonde_en_write.sh 43 0"}));
             QCOMPARE(LogCapture::texts(QtInfoMsg),
                      QStringList({"Sonde Turned On", "Sonde Turned Off"}));
@@ -348,7 +348,7 @@ private slots:
     {
         const UnitUnderEvents unit;
         unit.raise(EVENT_Shutdown, SOURCE_MCU);
-        QCOMPARE(unit.calls(), QStringList("KT6120_shutdown.sh"));
+        QCOMPARE(testsupport::calls(), QStringList("KT6120_shutdown.sh"));
         QCOMPARE(LogCapture::texts(QtCriticalMsg), QStringList("Shutdown Event Triggered"));
     }
 

@@ -155,7 +155,7 @@ private slots:
         unit.report<uint8_t>(EVENT_TallwickDetected, 1);
         unit.report<uint8_t>(EVENT_TallwickDetected, 1);
         QCOMPARE(unit.serial, QStringList({"LAMP:OFF\r\n", "LAMP:SET 0\r\n"}));
-        QCOMPARE(UnitUnderEvents::calls(), QStringList("KT6120_gpio_write.sh 21 1"));
+        QCOMPARE(testsupport::calls(), QStringList("KT6120_gpio_write.sh 21 1"));
         QCOMPARE(unit.stored("Camera/Lamp"), QString("0"));
         QCOMPARE(unit.stored("Tallwick/Detected"), QString("1"));
 
@@ -164,7 +164,7 @@ private slots:
         unit.report<uint8_t>(EVENT_LampValue, 50);
         unit.raise(EVENT_LampUp);
         unit.raise(EVENT_LampDown);
-        QCOMPARE(unit.serial + unit.calls() + LogCapture::texts(QtInfoMsg), QStringList());
+        QCOMPARE(unit.serial + testsupport::calls() + LogCapture::texts(QtInfoMsg), QStringList());
         QCOMPARE(unit.stored("Camera/Lamp"), QString("0"));
         unit.raise(EVENT_LampOff);
         QCOMPARE(unit.serial, QStringList("LAMP:OFF\r\n"));

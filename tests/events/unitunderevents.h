@@ -49,15 +49,6 @@ public:
         return testsupport::iniValue(paths::statusStore, key);
     }
 
-    // "name argument argument" of every recorded call.
-    static QStringList calls()
-    {
-        QStringList all;
-        for (const Call &call : recorders::calls())
-            all.append((QStringList(call.name) + call.arguments).join(' '));
-        return all;
-    }
-
     // Forgets what was sent, called and logged.
     void forget()
     {

@@ -16,6 +16,7 @@
 
 using testsupport::iniValue;
 using testsupport::LogCapture;
+using testsupport::openDescriptors;
 using testsupport::readFile;
 using testsupport::writeFile;
 
@@ -35,13 +36,6 @@ constexpr char header[] =
 QByteArray bytes(const char *text, int size)
 {
     return {text, size};
-}
-
-int openDescriptors()
-{
-    return QDir("/proc/self/fd")
-        .entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System)
-        .size();
 }
 
 bool hasChildProcesses()

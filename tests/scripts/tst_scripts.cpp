@@ -12,6 +12,7 @@
 #include <csignal>
 #include <sys/stat.h>
 
+using testsupport::calls;
 using testsupport::readFile;
 using testsupport::writeFile;
 
@@ -42,15 +43,6 @@ Outcome run(const QString &script, const QStringList &arguments)
     if (!process.waitForFinished(10000) || process.exitStatus() != QProcess::NormalExit)
         qFatal("%s does not end", qPrintable(script));
     return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
-}
-
-// The calls of the stand-ins, one text each.
-QStringList calls()
-{
-    QStringList texts;
-    for (const Call &call : recorders::calls())
-        texts.append((QStringList(call.name) + call.arguments).join(' '));
-    return texts;
 }
 
 // libgpiod's tools of a version, or none.

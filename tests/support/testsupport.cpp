@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QMutex>
 #include <QSettings>
+#include <QTest>
 
 #include <utility>
 
@@ -54,6 +55,19 @@ QString iniValue(const QString &path, const QString &key)
     return value.isValid() ? value.toString() : QString();
 }
 
+QStringList calls()
+{
+    QStringList lines;
+    for (const Call &call : recorders::calls())
+        lines.append((QStringList(call.name) + call.arguments).join(' '));
+    return lines;
+}
+
+int openDescriptors()
+{
+    return QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size();
+}
+
 LogCapture::LogCapture()
 {
     clear();
@@ -80,6 +94,29 @@ void LogCapture::clear()
 {
     const QMutexLocker locker(&lock);
     messages.clear();
+}
+
+OutputCapture::OutputCapture(int descriptor) : stream(descriptor), kept(dup(stream))
+{
+    fflush(stdout);
+    if (!file.open())
+        qFatal("no temporary file");
+    dup2(file.handle(), stream);
+}
+
+OutputCapture::~OutputCapture()
+{
+    dup2(kept, stream);
+    close(kept);
+    if (QTest::currentTestFailed())
+        fprintf(stderr, "captured:\n%s\n", text().constData());
+}
+
+QByteArray OutputCapture::take()
+{
+    const QByteArray fresh = text();
+    taken += fresh.size();
+    return fresh;
 }
 
 } // namespace testsupport

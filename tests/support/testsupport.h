@@ -4,6 +4,9 @@
 #include <QList>
 #include <QString>
 #include <QStringList>
+#include <QTemporaryFile>
+
+#include <unistd.h>
 
 // What several tests need of the sandboxed world.
 namespace testsupport
@@ -20,6 +23,11 @@ void writeFile(const QString &path, const QByteArray &content);
 // The raw value of "Group/Entry" in an INI file as it stands on disk; null when missing.
 QString iniValue(const QString &path, const QString &key);
 
+// The calls of the stand-ins so far, in words: "name argument argument".
+QStringList calls();
+
+int openDescriptors();
+
 // Collects what is logged while it lives, instead of printing it; any thread may log.
 class LogCapture
 {
@@ -32,6 +40,26 @@ public:
     // Texts of one message type, in order.
     static QStringList texts(QtMsgType type);
     static void clear();
+};
+
+// Takes what the process writes to standard output or standard error while it lives.
+class OutputCapture
+{
+public:
+    explicit OutputCapture(int descriptor = STDOUT_FILENO);
+    ~OutputCapture();
+    OutputCapture(const OutputCapture &) = delete;
+    OutputCapture &operator=(const OutputCapture &) = delete;
+
+    QByteArray text() const { return readFile(file.fileName()).mid(taken); }
+    // What has come since the last call.
+    QByteArray take();
+
+private:
+    QTemporaryFile file;
+    int taken = 0;
+    int stream;
+    int kept;
 };
 
 } // namespace testsupport

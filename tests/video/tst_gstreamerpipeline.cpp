@@ -2,7 +2,6 @@
 #include "gstreamerstreampipeline.h"
 #include "videotestsupport.h"
 
-#include <QDir>
 #include <QUdpSocket>
 
 #include <atomic>
@@ -52,11 +51,6 @@ QString failure(Start start)
         return error.what();
     }
     return "no failure";
-}
-
-int openFiles()
-{
-    return QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size();
 }
 
 } // namespace
@@ -369,10 +363,10 @@ private slots:
             QTRY_VERIFY(!stream.pipeline);
             QTRY_COMPARE(alive, 0);
             if (round == 2)
-                files = openFiles();
+                files = testsupport::openDescriptors();
         }
         QTRY_COMPARE(alive, 0);
-        QVERIFY(openFiles() <= files);
+        QVERIFY(testsupport::openDescriptors() <= files);
     }
 };
 

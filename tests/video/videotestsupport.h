@@ -5,11 +5,11 @@
 
 #include <QFile>
 #include <QStringList>
-#include <QTemporaryFile>
 #include <QtTest>
 
 #include <gst/gst.h>
-#include <unistd.h>
+
+using testsupport::OutputCapture;
 
 // What the libraries never free, and mean not to: GLib's outgrown tables, the fonts of the test
 // picture. Included once in each test program.
@@ -37,42 +37,6 @@ inline void setStandIn(const QString &name, const QByteArray &word)
 {
     testsupport::writeFile("/run/bench/" + name, word);
 }
-
-// Takes what the process writes to standard output or standard error while it lives.
-class OutputCapture
-{
-public:
-    explicit OutputCapture(int descriptor = STDOUT_FILENO) : stream(descriptor), kept(dup(stream))
-    {
-        if (!file.open())
-            qFatal("no temporary file");
-        dup2(file.handle(), stream);
-    }
-    ~OutputCapture()
-    {
-        dup2(kept, stream);
-        close(kept);
-        if (QTest::currentTestFailed())
-            fprintf(stderr, "captured:\n%s\n", text().constData());
-    }
-    OutputCapture(const OutputCapture &) = delete;
-    OutputCapture &operator=(const OutputCapture &) = delete;
-
-    QByteArray text() const { return testsupport::readFile(file.fileName()).mid(taken); }
-    // What has come since the last call.
-    QByteArray take()
-    {
-        const QByteArray fresh = text();
-        taken += fresh.size();
-        return fresh;
-    }
-
-private:
-    QTemporaryFile file;
-    int taken = 0;
-    int stream;
-    int kept;
-};
 
 // Notes every report it gets, as "operation arguments".
 class NotingHandler : public VideoCaptureStatusHandler
