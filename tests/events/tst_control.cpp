@@ -35,30 +35,15 @@ private slots:
         const int up = EVENT_LampUp;
         const int down = EVENT_LampDown;
         const int off = EVENT_LampOff;
-        QTest::newRow("up to the maximum")
-            << 15 << 0 << QList<int>{up, up, up, up, up} << "15 30 45 50 50"
-            << "14 27 41 45"
-            << "0 0 0 0 0";
-        QTest::newRow("down to nothing")
-            << 15 << 50 << QList<int>{down, down, down, down, down} << "35 20 5 0 0"
-            << "32 18 5 0"
-            << "0 0 0 0 1";
-        QTest::newRow("full current") << 30 << 75 << QList<int>{up, up, up} << "90 100 100"
-                                      << "81 90"
-                                      << "0 0 0";
-        QTest::newRow("least current") << 1 << 0 << QList<int>{up, up, down} << "3 3 0"
-                                       << "3 0"
-                                       << "0 0 0 1";
-        QTest::newRow("off keeps the level") << 15 << 30 << QList<int>{off, up} << "-1 45"
-                                             << "41"
-                                             << "1 0";
-        QTest::newRow("reported level above the maximum")
-            << 15 << 100 << QList<int>{up, down} << "50 35"
-            << "45 32"
-            << "0 0";
-        QTest::newRow("an 8-bit step wraps to nothing") << 15 << 120 << QList<int>{up} << "0"
-                                                        << "0"
-                                                        << "0 1";
+        // clang-format off
+        QTest::newRow("up to the maximum") << 15 << 0 << QList<int>{up, up, up, up, up} << "15 30 45 50 50" << "14 27 41 45" << "0 0 0 0 0";
+        QTest::newRow("down to nothing") << 15 << 50 << QList<int>{down, down, down, down, down} << "35 20 5 0 0" << "32 18 5 0" << "0 0 0 0 1";
+        QTest::newRow("full current") << 30 << 75 << QList<int>{up, up, up} << "90 100 100" << "81 90" << "0 0 0";
+        QTest::newRow("least current") << 1 << 0 << QList<int>{up, up, down} << "3 3 0" << "3 0" << "0 0 0 1";
+        QTest::newRow("off keeps the level") << 15 << 30 << QList<int>{off, up} << "-1 45" << "41" << "1 0";
+        QTest::newRow("reported level above the maximum") << 15 << 100 << QList<int>{up, down} << "50 35" << "45 32" << "0 0";
+        QTest::newRow("an 8-bit step wraps to nothing") << 15 << 120 << QList<int>{up} << "0" << "0" << "0 1";
+        // clang-format on
     }
     void lampSteps()
     {
@@ -131,7 +116,7 @@ private slots:
             QCOMPARE(unit.serial, QStringList({"SONDE:ON\r\n", "SONDE:OFF\r\n"}));
             QCOMPARE(unit.app, QStringList("SondeState 1\r\n"));
             QCOMPARE(testsupport::calls(), QStringList({"KT6120_sonde_en_write.sh 43 1",
-                                                "KT6120_sonde_en_write.sh 43 0"}));
+                                                        "KT6120_sonde_en_write.sh 43 0"}));
             QCOMPARE(LogCapture::texts(QtInfoMsg),
                      QStringList({"Sonde Turned On", "Sonde Turned Off"}));
         }
@@ -147,31 +132,21 @@ private slots:
             QTest::newRow(name) << before << int(request) << answer;
         };
         const auto nothing = [](const UnitUnderEvents &) {};
-        row("battery state", EVENT_BatteryStateRequest, "BatteryState 7\r",
-            [](const auto &unit) { unit.template report<int32_t>(EVENT_BatteryState, 7); });
-        row("battery level", EVENT_BatteryLevelRequest, "BatteryLevel 6260\r",
-            [](const auto &unit) { unit.template report<uint16_t>(EVENT_BatteryVoltage, 2000); });
+        // clang-format off
+        row("battery state", EVENT_BatteryStateRequest, "BatteryState 7\r", [](const auto &u) { u.template report<int32_t>(EVENT_BatteryState, 7); });
+        row("battery level", EVENT_BatteryLevelRequest, "BatteryLevel 6260\r", [](const auto &u) { u.template report<uint16_t>(EVENT_BatteryVoltage, 2000); });
         row("frequency, never given", EVENT_SondeFrequencyRequest, "SondeFreq 512", nothing);
-        row("frequency", EVENT_SondeFrequencyRequest, "SondeFreq 33k",
-            [](const auto &unit) { unit.template report<QString>(EVENT_SondeFrequency, "33k"); });
-        row("temperature", EVENT_ComputeTemperatureRequest, "Temp:Compute -250\r",
-            [](const auto &unit) { unit.template report<int16_t>(EVENT_Thermistor, -250); });
+        row("frequency", EVENT_SondeFrequencyRequest, "SondeFreq 33k", [](const auto &u) { u.template report<QString>(EVENT_SondeFrequency, "33k"); });
+        row("temperature", EVENT_ComputeTemperatureRequest, "Temp:Compute -250\r", [](const auto &u) { u.template report<int16_t>(EVENT_Thermistor, -250); });
         row("identification", EVENT_IdnRequest, "KT6120 v1.2.12\r\n", nothing);
         row("model, never given", EVENT_CoilerModelRequest, "Model x40\r\n", nothing);
-        row("model", EVENT_CoilerModelRequest, "Model x60, long\r\n", [](const auto &unit) {
-            unit.template report<QString>(EVENT_CoilerModel, "x60, long");
-        });
-        row("distance", EVENT_CoilerValueRequest, "CoilerValue 12.5\r",
-            [](const auto &unit) { unit.template report<uint16_t>(EVENT_CoilerValue, 100); });
-        row("distance, six digits", EVENT_CoilerValueRequest, "CoilerValue 1234.69\r",
-            [](const auto &unit) {
-                unit.template report<uint16_t>(EVENT_CoilerValue, 9875);
-                unit.template report<double>(EVENT_CoilerSet, 0.3125);
-            });
-        row("distance behind zero", EVENT_CoilerValueRequest, "CoilerValue -0.125\r",
-            [](const auto &unit) { unit.template report<uint16_t>(EVENT_CoilerValue, 65535); });
-        row("offset", EVENT_CoilerValueRequest, "CoilerValue 2.5\r",
-            [](const auto &unit) { unit.template report<double>(EVENT_CoilerSet, 2.5); });
+        row("model", EVENT_CoilerModelRequest, "Model x60, long\r\n", [](const auto &u) { u.template report<QString>(EVENT_CoilerModel, "x60, long"); });
+        row("distance", EVENT_CoilerValueRequest, "CoilerValue 12.5\r", [](const auto &u) { u.template report<uint16_t>(EVENT_CoilerValue, 100); });
+        row("distance, six digits", EVENT_CoilerValueRequest, "CoilerValue 1234.69\r", [](const auto &u) { u.template report<uint16_t>(EVENT_CoilerValue, 9875);
+                u.template report<double>(EVENT_CoilerSet, 0.3125); });
+        row("distance behind zero", EVENT_CoilerValueRequest, "CoilerValue -0.125\r", [](const auto &u) { u.template report<uint16_t>(EVENT_CoilerValue, 65535); });
+        row("offset", EVENT_CoilerValueRequest, "CoilerValue 2.5\r", [](const auto &u) { u.template report<double>(EVENT_CoilerSet, 2.5); });
+        // clang-format on
     }
     void requests()
     {
@@ -203,6 +178,7 @@ private slots:
         QTest::addColumn<QString>("info");
         QTest::addColumn<int>("steps"); // LAMP:SETs on the way to the maximum
         const QString invalid;          // null: the warning
+        // clang-format off
         QTest::newRow("1 mA") << QByteArray("1") << "LED current limit set to  1 mA" << 1;
         QTest::newRow("29 mA") << QByteArray("29") << "LED current limit set to  29 mA" << 7;
         QTest::newRow("30 mA") << QByteArray("30") << "LED current limit set to  30 mA" << 7;
@@ -210,6 +186,7 @@ private slots:
         QTest::newRow("0 mA") << QByteArray("0") << invalid << 4;
         QTest::newRow("negative") << QByteArray("-5") << invalid << 4;
         QTest::newRow("text") << QByteArray("much") << invalid << 4;
+        // clang-format on
     }
     void configurationLimits()
     {
@@ -342,23 +319,6 @@ private slots:
             LogCapture::texts(QtInfoMsg),
             QStringList({"PAL Output Stopped", "PAL Output Started", "EVENT_StreamStart",
                          "Stream Started at  \"192.167.0.0\" : \"8001\"", "EVENT_StreamStart"}));
-    }
-
-    void shutdownRunsTheScript()
-    {
-        const UnitUnderEvents unit;
-        unit.raise(EVENT_Shutdown, SOURCE_MCU);
-        QCOMPARE(testsupport::calls(), QStringList("KT6120_shutdown.sh"));
-        QCOMPARE(LogCapture::texts(QtCriticalMsg), QStringList("Shutdown Event Triggered"));
-    }
-
-    void aMissingScriptHoldsNothingUp()
-    {
-        const UnitUnderEvents unit;
-        QVERIFY(QFile::remove(paths::sondeEnableScript));
-        unit.raise(EVENT_SondeOn);
-        QCOMPARE(unit.serial, QStringList("SONDE:ON\r\n"));
-        QCOMPARE(LogCapture::texts(QtWarningMsg), QStringList());
     }
 
     void theMcuLogIsWritten()

@@ -92,45 +92,25 @@ private slots:
         QTest::addColumn<QString>("key");
         QTest::addColumn<QString>("stored");
 
-        QTest::newRow("voltage over, normal, over again")
-            << int(EVENT_BatteryVoltage) << QList<int>{3000, 3000, 2000, 3000}
-            << QStringList{"Battery Voltage Over Threshold ( 9390 )",
-                           "Battery Voltage Over Threshold ( 9390 )"}
-            << "Battery/Voltage"
-            << "9390";
-        QTest::newRow("voltage just under, then just normal")
-            << int(EVENT_BatteryVoltage) << QList<int>{1757, 1757, 1758}
-            << QStringList{"Battery Voltage Under Threshold ( 5499 )"} << "Battery/Voltage"
-            << "5502";
-        QTest::newRow("voltage from over to under and back")
-            << int(EVENT_BatteryVoltage) << QList<int>{3000, 1000, 3000}
-            << QStringList{"Battery Voltage Over Threshold ( 9390 )",
-                           "Battery Voltage Under Threshold ( 3130 )",
-                           "Battery Voltage Over Threshold ( 9390 )"}
-            << "Battery/Voltage"
-            << "9390";
-        QTest::newRow("voltage beyond 16 bits keeps the low ones")
-            << int(EVENT_BatteryVoltage) << QList<int>{21000}
-            << QStringList{"Battery Voltage Under Threshold ( 194 )"} << "Battery/Voltage"
-            << "194";
-        QTest::newRow("current: the limits change nothing")
-            << int(EVENT_Current) << QList<int>{1500, 1501, 1500, 0, 1501, 1499, 1501}
-            << QStringList{"Battery Current Over Threshold ( 1501 )",
-                           "Battery Current Over Threshold ( 1501 )"}
-            << "Battery/Current"
-            << "1501";
-        QTest::newRow("temperature over, at its limit, normal, over")
-            << int(EVENT_Thermistor) << QList<int>{7001, 7000, 7001, 6999, 7001}
-            << QStringList{"Compute Module Temperature Over Threshold ( 7001 )",
-                           "Compute Module Temperature Over Threshold ( 7001 )"}
-            << "Temperature/CM3"
-            << "70.01";
-        QTest::newRow("temperature under")
-            << int(EVENT_Thermistor) << QList<int>{-1000, -1001, -1000, -1001, -999, -1001}
-            << QStringList{"Compute Module Temperature Under Threshold ( -1001 )",
-                           "Compute Module Temperature Under Threshold ( -1001 )"}
-            << "Temperature/CM3"
-            << "-10.01";
+        const auto row = [](const char *name, EVENT_TYPE_t event, const QList<int> &readings,
+                            const QStringList &warnings, const char *key, const char *stored) {
+            QTest::newRow(name) << int(event) << readings << warnings << key << stored;
+        };
+        const QString high = "Battery Voltage Over Threshold ( 9390 )";
+        const QString low = "Battery Voltage Under Threshold ( %1 )";
+        const QString strong = "Battery Current Over Threshold ( 1501 )";
+        const QString hot = "Compute Module Temperature Over Threshold ( 7001 )";
+        const QString cold = "Compute Module Temperature Under Threshold ( -1001 )";
+        const char *volts = "Battery/Voltage", *degrees = "Temperature/CM3";
+        // clang-format off
+        row("voltage over, normal, over again", EVENT_BatteryVoltage, {3000, 3000, 2000, 3000}, {high, high}, volts, "9390");
+        row("voltage just under, then just normal", EVENT_BatteryVoltage, {1757, 1757, 1758}, {low.arg(5499)}, volts, "5502");
+        row("voltage from over to under and back", EVENT_BatteryVoltage, {3000, 1000, 3000}, {high, low.arg(3130), high}, volts, "9390");
+        row("voltage beyond 16 bits keeps the low ones", EVENT_BatteryVoltage, {21000}, {low.arg(194)}, volts, "194");
+        row("current: the limits change nothing", EVENT_Current, {1500, 1501, 1500, 0, 1501, 1499, 1501}, {strong, strong}, "Battery/Current", "1501");
+        row("temperature over, at its limit, normal, over", EVENT_Thermistor, {7001, 7000, 7001, 6999, 7001}, {hot, hot}, degrees, "70.01");
+        row("temperature under", EVENT_Thermistor, {-1000, -1001, -1000, -1001, -999, -1001}, {cold, cold}, degrees, "-10.01");
+        // clang-format on
     }
     void bands()
     {

@@ -108,31 +108,21 @@ private slots:
         QTest::addColumn<QByteArray>("reply");
         QTest::addColumn<int>("toolStatus");
         QTest::addColumn<int>("status");
-        struct Row {
-            const char *name, *gpiod, *command, *tool, *reply;
-            int toolStatus, status;
-        };
         // clang-format off
-        const Row rows[] = {
-            {"drive, 1", "1.6.3", "gpio_write.sh 21 1", "gpioset --mode=signal --background gpiochip0 21=1", "", 0, 0},
-            {"drive, 2", "2.2.1", "gpio_write.sh 25 0", "gpioset --daemonize --chip gpiochip0 25=0", "", 0, 0},
-            {"drive, refused", "2.2.1", "gpio_write.sh 19 1", "gpioset --daemonize --chip gpiochip0 19=1", "busy", 3, 1},
-            {"sonde", "1.6.3", "sonde_en_write.sh 43 0", "gpioset --mode=signal --background gpiochip0 43=0", "", 0, 0},
-            {"read, 1", "1.6.3", "gpio_read.sh 26", "gpioget gpiochip0 26", "1\n", 0, 0},
-            {"read, 2", "2.2.1", "gpio_read.sh 26", "gpioget --numeric --chip gpiochip0 26", "0\n", 0, 0},
-            {"read, refused", "1.6.3", "gpio_read.sh 26", "gpioget gpiochip0 26", "", 4, 1},
-            {"channel", "", "bb_read.sh 0x12", "i2cget -y 1 0x48 0x12", "0x64\n", 0, 0},
-            {"channel, one digit", "", "bb_read.sh 0x1", "i2cget -y 1 0x48 0x1", "0xff\n", 0, 0},
-            {"channel, refused", "", "bb_read.sh 0x7", "i2cget -y 1 0x48 0x7", "0x00\n", 2, 1},
-            {"channel, garbage", "", "bb_read.sh 0x7", "i2cget -y 1 0x48 0x7", "Warning\n", 0, 1},
-            {"shutdown", "", "shutdown.sh", "systemctl poweroff", "", 0, 0},
-            {"shutdown, refused", "", "shutdown.sh", "systemctl poweroff", "", 5, 5},
-        };
+        QTest::newRow("drive, 1") << QByteArray("1.6.3") << "gpio_write.sh 21 1" << "gpioset --mode=signal --background gpiochip0 21=1" << QByteArray("") << 0 << 0;
+        QTest::newRow("drive, 2") << QByteArray("2.2.1") << "gpio_write.sh 25 0" << "gpioset --daemonize --chip gpiochip0 25=0" << QByteArray("") << 0 << 0;
+        QTest::newRow("drive, refused") << QByteArray("2.2.1") << "gpio_write.sh 19 1" << "gpioset --daemonize --chip gpiochip0 19=1" << QByteArray("busy") << 3 << 1;
+        QTest::newRow("sonde") << QByteArray("1.6.3") << "sonde_en_write.sh 43 0" << "gpioset --mode=signal --background gpiochip0 43=0" << QByteArray("") << 0 << 0;
+        QTest::newRow("read, 1") << QByteArray("1.6.3") << "gpio_read.sh 26" << "gpioget gpiochip0 26" << QByteArray("1\n") << 0 << 0;
+        QTest::newRow("read, 2") << QByteArray("2.2.1") << "gpio_read.sh 26" << "gpioget --numeric --chip gpiochip0 26" << QByteArray("0\n") << 0 << 0;
+        QTest::newRow("read, refused") << QByteArray("1.6.3") << "gpio_read.sh 26" << "gpioget gpiochip0 26" << QByteArray("") << 4 << 1;
+        QTest::newRow("channel") << QByteArray("") << "bb_read.sh 0x12" << "i2cget -y 1 0x48 0x12" << QByteArray("0x64\n") << 0 << 0;
+        QTest::newRow("channel, one digit") << QByteArray("") << "bb_read.sh 0x1" << "i2cget -y 1 0x48 0x1" << QByteArray("0xff\n") << 0 << 0;
+        QTest::newRow("channel, refused") << QByteArray("") << "bb_read.sh 0x7" << "i2cget -y 1 0x48 0x7" << QByteArray("0x00\n") << 2 << 1;
+        QTest::newRow("channel, garbage") << QByteArray("") << "bb_read.sh 0x7" << "i2cget -y 1 0x48 0x7" << QByteArray("Warning\n") << 0 << 1;
+        QTest::newRow("shutdown") << QByteArray("") << "shutdown.sh" << "systemctl poweroff" << QByteArray("") << 0 << 0;
+        QTest::newRow("shutdown, refused") << QByteArray("") << "shutdown.sh" << "systemctl poweroff" << QByteArray("") << 5 << 5;
         // clang-format on
-        for (const Row &row : rows) {
-            QTest::newRow(row.name) << QByteArray(row.gpiod) << row.command << row.tool
-                                    << QByteArray(row.reply) << row.toolStatus << row.status;
-        }
     }
     void chores()
     {
@@ -151,40 +141,29 @@ private slots:
         QCOMPARE(made, QStringList(tool));
     }
 
-    void wrongArguments_data()
+    void wrongArguments()
     {
-        QTest::addColumn<QString>("script");
-        QTest::addColumn<QStringList>("arguments");
         const QList<QStringList> noLine = {{},     {""},  {"54"},          {"026"},
                                            {"-1"}, {"x"}, {"26", "1", "1"}};
         const QList<QStringList> noLevel = {
             {"21"}, {"21", ""}, {"21", "2"}, {"21", "on"}, {"21", "01"}};
-        const QList<QStringList> noChannel = {{},        {""},    {"12"},        {"0x"},
-                                              {"0x123"}, {"0xG"}, {"0x1", "0x2"}};
-        const std::pair<const char *, QList<QStringList>> rows[] = {
+        const std::pair<QByteArray, QList<QStringList>> rows[] = {
             {"gpio_write.sh", noLine + noLevel},
             {"sonde_en_write.sh", noLine + noLevel},
             {"gpio_read.sh", noLine},
-            {"bb_read.sh", noChannel},
+            {"bb_read.sh", {{}, {""}, {"12"}, {"0x"}, {"0x123"}, {"0xG"}, {"0x1", "0x2"}}},
             {"shutdown.sh", {{"now"}}},
             {"usb_monitor.sh", {{"1-1"}}},
         };
         for (const auto &[script, all] : rows) {
-            for (const QStringList &arguments : all)
-                QTest::addRow("%s '%s'", script, qPrintable(arguments.join("' '")))
-                    << script << arguments;
+            for (const QStringList &arguments : all) {
+                const auto [status, printed, complaint] = run("KT6120_" + script, arguments);
+                const QByteArray what = script + " '" + arguments.join("' '").toUtf8() + '\'';
+                QVERIFY2(status == 2 && printed.isEmpty() && calls().isEmpty(), what);
+                QVERIFY2(complaint.startsWith("usage: KT6120_" + script), what);
+                QVERIFY2(complaint.count('\n') == 1, what);
+            }
         }
-    }
-    void wrongArguments()
-    {
-        QFETCH(QString, script);
-        QFETCH(QStringList, arguments);
-        const Outcome outcome = run("KT6120_" + script, arguments);
-        QCOMPARE(outcome.status, 2);
-        QCOMPARE(outcome.printed, QByteArray());
-        QVERIFY(outcome.complaint.startsWith("usage: KT6120_" + script.toUtf8()));
-        QCOMPARE(outcome.complaint.count('\n'), 1);
-        QCOMPARE(calls(), QStringList());
     }
 
     // A line stays driven by a process; a new level replaces it and nobody else's.

@@ -136,19 +136,15 @@ private slots:
         const QString noDevice = "error 0 Cannot identify device '/dev/video0'.";
         const QString gone = "error 0 Could not read from resource.";
         const QString encoder = "error 0 Could not encode stream.";
-        QTest::newRow("no camera")
-            << "camera" << QByteArray("missing") << true << false << noDevice;
-        QTest::newRow("no camera, stopped while starting")
-            << "camera" << QByteArray("missing") << true << true << noDevice;
+        // clang-format off
+        QTest::newRow("no camera") << "camera" << QByteArray("missing") << true << false << noDevice;
+        QTest::newRow("no camera, stopped while starting") << "camera" << QByteArray("missing") << true << true << noDevice;
         QTest::newRow("camera lost") << "camera" << QByteArray("lost") << false << false << gone;
-        QTest::newRow("camera lost while stopping")
-            << "camera" << QByteArray("lost") << false << true << gone;
-        QTest::newRow("encoder fails at start")
-            << "encoder" << QByteArray("fails") << true << false << encoder;
-        QTest::newRow("encoder fails")
-            << "encoder" << QByteArray("fails") << false << false << encoder;
-        QTest::newRow("stopped while starting")
-            << "camera" << QByteArray("ok") << true << true << QString();
+        QTest::newRow("camera lost while stopping") << "camera" << QByteArray("lost") << false << true << gone;
+        QTest::newRow("encoder fails at start") << "encoder" << QByteArray("fails") << true << false << encoder;
+        QTest::newRow("encoder fails") << "encoder" << QByteArray("fails") << false << false << encoder;
+        QTest::newRow("stopped while starting") << "camera" << QByteArray("ok") << true << true << QString();
+        // clang-format on
     }
     void faultsEndIdle()
     {
@@ -323,9 +319,8 @@ private slots:
         int alive = 0;
         const auto watch = [&alive](gpointer object) {
             ++alive;
-            g_object_weak_ref(
-                G_OBJECT(object), [](gpointer count, GObject *) { --*static_cast<int *>(count); },
-                &alive);
+            const auto gone = [](gpointer count, GObject *) { --*static_cast<int *>(count); };
+            g_object_weak_ref(G_OBJECT(object), gone, &alive);
         };
         NotingHandler handler;
         OutputCapture errors(STDERR_FILENO);
@@ -334,9 +329,8 @@ private slots:
         for (int round = 0; round < 25; ++round) {
             Stream stream(&handler);
             stream.startStreaming("127.0.0.1", "5004");
-            g_autoptr(GstBus) bus = gst_element_get_bus(stream.pipeline.get());
-            g_autoptr(GstElement) encoder =
-                gst_bin_get_by_name(GST_BIN(stream.pipeline.get()), "omxh264enc");
+            const auto bin = GST_BIN(stream.pipeline.get());
+            GstElement *encoder = gst_bin_get_by_name(bin, "omxh264enc");
             GstCaps *caps = nullptr;
             g_object_get(encoder, "caps", &caps, nullptr);
             g_autofree char *text = gst_caps_to_string(caps);
@@ -346,14 +340,13 @@ private slots:
                 GST_MINI_OBJECT(caps),
                 [](gpointer count, GstMiniObject *) { --*static_cast<int *>(count); }, &alive);
             gst_caps_unref(caps);
-            g_autoptr(GstElement) camera =
-                gst_bin_get_by_name(GST_BIN(stream.pipeline.get()), "v4l2src");
-            for (gpointer object : {gpointer(stream.pipeline.get()), gpointer(bus),
-                                    gpointer(encoder), gpointer(camera)})
-                watch(object);
-            g_clear_pointer(&bus, gst_object_unref);
-            g_clear_pointer(&encoder, gst_object_unref);
-            g_clear_pointer(&camera, gst_object_unref);
+            watch(bin);
+            for (gpointer held :
+                 {gpointer(gst_element_get_bus(GST_ELEMENT(bin))),
+                  gpointer(gst_bin_get_by_name(bin, "v4l2src")), gpointer(encoder)}) {
+                watch(held);
+                gst_object_unref(held);
+            }
             if (round % 3 == 0)
                 continue; // still running
             if (round % 3 == 1)

@@ -34,16 +34,11 @@ private slots:
     void wrongArgumentsTouchNothing_data()
     {
         QTest::addColumn<QStringList>("arguments");
-        const char *const rows[] = {"",
-                                    "192.168.42.255",
-                                    "192.168.42.255 0",
-                                    "192.168.42.255 65536",
-                                    "192.168.42.255 8001x",
-                                    "192.168.42.255 8001 1",
-                                    "192.168.42 8001",
-                                    "192.168.42.256 8001",
-                                    "192.168..42 8001",
-                                    "phone 8001"};
+        // clang-format off
+        const char *const rows[] = {
+            "", "192.168.42.255", "192.168.42.255 0", "192.168.42.255 65536", "192.168.42.255 8001x",
+            "192.168.42.255 8001 1", "192.168.42 8001", "192.168.42.256 8001", "192.168..42 8001", "phone 8001"};
+        // clang-format on
         for (const char *row : rows)
             QTest::newRow(row) << QString(row).split(' ', Qt::SkipEmptyParts);
     }
