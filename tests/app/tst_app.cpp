@@ -63,18 +63,6 @@ private slots:
         QCOMPARE(printed.text(), QByteArray("chatter\n"));
     }
 
-    void aLogThatCannotBeWrittenIsSaidOnStandardOutput()
-    {
-        QVERIFY(QDir().mkpath(programLog)); // a folder in its place
-        const OutputCapture printed;
-        log([] {
-            qInfo() << "lost";
-            qDebug() << "chatter";
-            qCritical() << "lost too";
-        });
-        QCOMPARE(printed.text(), QByteArray("Error Creating File\nchatter\nError Creating File\n"));
-    }
-
     void linesOfTwoThreadsNeverMix()
     {
         constexpr int count = 200;

@@ -447,21 +447,6 @@ private slots:
         QVERIFY(link->setStreamSplashScreenState(false));
     }
 
-    void quietWithoutThePrograms()
-    {
-        const QByteArray path = qgetenv("PATH");
-        link.emplace();
-        LogCapture::clear();
-        for (const char *poor : {"/run/bench/bin", "/nowhere"}) {
-            qputenv("PATH", poor);
-            link->commsExternalMonitorTethering();
-            QCOMPARE(link->getMobileType(), 0);
-        }
-        qputenv("PATH", path);
-        for (const QtMsgType type : {QtDebugMsg, QtInfoMsg, QtWarningMsg})
-            QCOMPARE(LogCapture::texts(type), QStringList());
-    }
-
     void usbBootPulse()
     {
         link->commsExternalBootUSB();

@@ -65,20 +65,6 @@ private slots:
         QCOMPARE(store.settingsGetValue("Camera/CoilerOffset", "0").toDouble(), 0.0);
         QCOMPARE(store.settingsGetValue("Tallwick/Detected", "false").toInt(), 0);
     }
-
-    // A folder that is gone comes back, and with it everything held.
-    void survivesAMissingFolder()
-    {
-        settings store(nullptr);
-        store.settingsSetValue("Sonde/Frequency", QString("33k"));
-        QVERIFY(QDir("/home/pi/KT6120").removeRecursively());
-        testsupport::writeFile("/home/pi/KT6120", "in the way");
-        store.settingsSetValue("Camera/Lamp", 15);
-        QCOMPARE(store.settingsGetValue("Camera/Lamp", "0").toInt(), 15);
-        QVERIFY(QFile::remove("/home/pi/KT6120"));
-        store.settingsSetValue("Camera/Lamp", 30);
-        QCOMPARE(iniValue(paths::statusStore, "Camera/Lamp"), QString("30"));
-    }
 };
 
 QTEST_GUILESS_MAIN(tst_settings)

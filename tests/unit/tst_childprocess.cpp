@@ -82,13 +82,6 @@ private slots:
         QVERIFY(!QFile::exists("/tmp/oops"));
     }
 
-    void commandLinesAreSplitAtBlanks()
-    {
-        const auto command = childprocess::fromLine("/bin/sh /home/pi/x.sh 192.168.42.255 49152");
-        QCOMPARE(command.program, QString("/bin/sh"));
-        QCOMPARE(command.arguments, QStringList({"/home/pi/x.sh", "192.168.42.255", "49152"}));
-    }
-
     void execReadsToTheEnd()
     {
         QCOMPARE(childprocess::exec("printf '%0300d\\nrest' 7"), std::string(299, '0') + "7\nrest");
