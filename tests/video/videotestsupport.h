@@ -11,21 +11,6 @@
 
 using testsupport::OutputCapture;
 
-// What the libraries never free, and mean not to: GLib's outgrown tables, the fonts of the test
-// picture. Included once in each test program.
-extern "C" const char *__lsan_default_suppressions();
-extern "C" const char *__lsan_default_suppressions()
-{
-    return "leak:^g_malloc$\nleak:libfontconfig\n";
-}
-
-// The thread sanitizer does not see into Qt, GLib and GStreamer, and takes their work for races.
-extern "C" const char *__tsan_default_options();
-extern "C" const char *__tsan_default_options()
-{
-    return "ignore_noninstrumented_modules=1";
-}
-
 // Makes this process see the bench's camera and encoder; before GStreamer is initialised.
 inline void useStandIns()
 {
