@@ -1,6 +1,7 @@
 #include "bench.h"
 
 #include "files.h"
+#include "gauges.h"
 #include "recorders.h"
 #include "world.h"
 
@@ -136,6 +137,13 @@ void Bench::setSpeed(int times)
     factor = times;
     unit.setSpeed(times);
     phone.setSpeed(times);
+}
+
+void Bench::mark()
+{
+    journal.markAll();
+    for (const char *name : gauges::names)
+        markedGauges[name] = gauges::read(name, unit.id()).value_or(0);
 }
 
 RtpTap &Bench::tap(quint16 port)

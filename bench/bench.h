@@ -8,6 +8,8 @@
 #include "rtptap.h"
 #include "unitprocess.h"
 
+#include <QMap>
+
 #include <functional>
 #include <map>
 #include <memory>
@@ -37,6 +39,11 @@ public:
     int speed() const { return factor; }
     void setSpeed(int times);
 
+    // Later expects look only at what happens, and what the program takes more, from now on.
+    void mark();
+    // What the program took at the last mark, by the gauge's name; 0 before the first.
+    double markedGauge(const QByteArray &name) const { return markedGauges.value(name); }
+
     // Listens in on a port of the video from its first use on.
     RtpTap &tap(quint16 port);
 
@@ -53,5 +60,6 @@ private:
     FileTail log;
     FileTail calls;
     std::map<quint16, std::unique_ptr<RtpTap>> taps;
+    QMap<QByteArray, double> markedGauges;
     int factor = 1;
 };

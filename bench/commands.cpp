@@ -241,7 +241,7 @@ const Command table[] = {
     {"expect", "WHAT...", "waits for it, and says what was seen instead: help expect", 2,
      [](Bench &bench, const Words &words) { Expectation(bench, words).wait(); }},
     {"mark", "", "later expects look only at what happens from now on", 0,
-     [](Bench &bench, const Words &) { bench.journal.markAll(); }},
+     [](Bench &bench, const Words &) { bench.mark(); }},
     {"wait", "SECONDS", "lets the unit's time pass", 1,
      [](Bench &bench, const Words &words) { bench.runFor(number(words[0]) / bench.speed()); }},
     {"show", "", "what the program takes: memory, descriptors, children, CPU time", 0, show},

@@ -55,7 +55,8 @@ What is the case:
   nofile PATH       there is no such file       lines PATH N     the file has N lines
   rtp PORT rate A..B   frames a second at a port of the video: 8083, 49152, 8001
   rss|descriptors|children|zombies|threads|cpu below N   what the program takes
-                    (MiB resident, counts, CPU seconds since its start)
+                    (MiB resident, counts, CPU seconds since its start); "growth below N" is
+                    counted from the last mark
 
 Without more, waits up to 10 s for it. "none": it is not so for the whole time of "for",
 1 s by default, and has not been since the mark. "count N": exactly N times since the last
@@ -206,13 +207,15 @@ void Expectation::lookForState()
         seen = [this] {
             return bench.unit.isRunning() ? "the unit runs" : "it was " + bench.unit.ending();
         };
-    } else if (gauges::read(kind, bench.unit.id()) && subject == "below") {
-        const double limit = value.toDouble();
-        met = [this, kind, limit] {
-            return bench.unit.isRunning() && *gauges::read(kind, bench.unit.id()) < limit;
+    } else if (gauges::read(kind, bench.unit.id()) && words.value(words.size() - 2) == "below") {
+        const double limit = words.last().toDouble();
+        const double base = subject == "growth" ? bench.markedGauge(kind) : 0;
+        met = [this, kind, limit, base] {
+            return bench.unit.isRunning() && *gauges::read(kind, bench.unit.id()) - base < limit;
         };
-        seen = [this, kind] {
-            return kind + " is " + QByteArray::number(*gauges::read(kind, bench.unit.id()));
+        seen = [this, kind, base] {
+            return kind + " is " + QByteArray::number(*gauges::read(kind, bench.unit.id()))
+                   + ", at the mark it was " + QByteArray::number(base);
         };
     } else {
         throw std::runtime_error("there is nothing to expect of \"" + kind.toStdString() + '"');
