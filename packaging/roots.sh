@@ -1,0 +1,50 @@
+# shellcheck shell=bash
+# Roots of Debian 12 in build/roots, for the scripts beside this file to source. Nothing of
+# another architecture is ever installed on the machine itself.
+
+repo=$(realpath "$(dirname "${BASH_SOURCE[0]}")/..")
+suite=bookworm
+mirror=http://deb.debian.org/debian
+
+# make_root NAME OPTION...: makes the root unless it is there; the options are mmdebstrap's.
+make_root() {
+    local root=$repo/build/roots/$1
+    [ ! -d "$root" ] || return 0
+    mkdir -p "$repo/build/roots"
+    echo "making a root of Debian $suite in ${root#"$repo"/}"
+    rm -rf "$root.part"
+    nice -n 10 mmdebstrap --quiet --aptopt='Apt::Install-Recommends "false"' \
+        --aptopt='Acquire::Languages "none"' --dpkgopt='path-exclude=/usr/share/doc/*' \
+        --dpkgopt='path-exclude=/usr/share/man/*' "${@:2}" $suite "$root.part" $mirror
+    mv "$root.part" "$root"
+}
+
+# make_cross_root ARCHITECTURE: one that compiles for it and, emulated, runs what it compiled.
+# Compiler, build tools and the programs that the unit's scripts call are this machine's, the
+# libraries are the unit's.
+make_cross_root() {
+    local arch=$1 package include=(
+        "crossbuild-essential-$1" cmake ninja-build ccache pkg-config python3 debhelper
+        qtbase5-dev-tools qemu-user-static
+        iproute2 net-tools psmisc util-linux procps logrotate gpiod gstreamer1.0-tools
+        gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
+        gstreamer1.0-plugins-ugly gstreamer1.0-libav)
+    for package in qtbase5-dev libqt5serialport5-dev libx11-dev libopencv-dev \
+        libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base \
+        gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly; do
+        include+=("$package:$arch")
+    done
+    local list
+    list=$(IFS=,; echo "${include[*]}")
+    make_root "$arch" --variant=apt --architectures="amd64,$arch" --include="$list"
+}
+
+# in_root NAME COMMAND...: in the root, which cannot be changed, with the tree at its own place.
+in_root() {
+    mkdir -p "$HOME/.cache/ccache"
+    bwrap --unshare-user-try --unshare-pid --die-with-parent \
+        --ro-bind "$repo/build/roots/$1" / --proc /proc --dev /dev --tmpfs /tmp --tmpfs /root \
+        --tmpfs /home --bind "$repo" "$repo" \
+        --dir /tmp/ccache --bind "$HOME/.cache/ccache" /tmp/ccache --setenv CCACHE_DIR /tmp/ccache \
+        --setenv HOME /root --chdir "$repo" "${@:2}"
+}
