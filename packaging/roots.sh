@@ -41,10 +41,14 @@ make_cross_root() {
 
 # in_root NAME COMMAND...: in the root, which cannot be changed, with the tree at its own place.
 in_root() {
+    local root=$repo/build/roots/$1 folder mounts=()
+    for folder in bin lib lib64 sbin; do
+        mounts+=(--symlink "usr/$folder" "/$folder")
+    done
     mkdir -p "$HOME/.cache/ccache"
-    bwrap --unshare-user-try --unshare-pid --die-with-parent \
-        --ro-bind "$repo/build/roots/$1" / --proc /proc --dev /dev --tmpfs /tmp --tmpfs /root \
-        --tmpfs /home --bind "$repo" "$repo" \
-        --dir /tmp/ccache --bind "$HOME/.cache/ccache" /tmp/ccache --setenv CCACHE_DIR /tmp/ccache \
-        --setenv HOME /root --chdir "$repo" "${@:2}"
+    bwrap --unshare-user-try --unshare-pid --unshare-net --die-with-parent \
+        --ro-bind "$root/usr" /usr --ro-bind "$root/etc" /etc --ro-bind "$root/var" /var \
+        "${mounts[@]}" --proc /proc --dev /dev --tmpfs /tmp --dir /root \
+        --bind "$HOME/.cache/ccache" /tmp/ccache --setenv CCACHE_DIR /tmp/ccache \
+        --bind "$repo" "$repo" --setenv HOME /root --chdir "$repo" "${@:2}"
 }
