@@ -28,7 +28,7 @@ constexpr auto gpioWait = 1000ms;
 constexpr auto connectWait = 5000ms;
 
 // Answers waiting for a phone that does not read them; one that is this far behind is gone.
-constexpr qint64 unsentLimit = 1024 * 1024; // bytes
+constexpr qint64 unsentLimit = 1'048'576; // bytes
 
 constexpr int connectAttempts = 2;
 constexpr quint16 appTcpPort = 8082;

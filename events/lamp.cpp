@@ -77,10 +77,13 @@ void eventHandler::lampOff(SOURCE_TYPE_t, const void *)
 
 void eventHandler::eventHandlerUpdateLamp(bool up)
 {
-    // Signed 8-bit: a level that the MCU reported above 112 steps up to below 0, and so to 0.
-    auto candidate = static_cast<int8_t>(up ? lampLevel + lampStep : lampLevel - lampStep);
+    // Kept as a signed 8-bit number: a level that the MCU reported above 112 steps up to below
+    // 0, and so to 0.
+    int candidate = up ? lampLevel + lampStep : lampLevel - lampStep;
+    if (candidate > INT8_MAX)
+        candidate -= 256;
     if (candidate > lampMaximum) {
-        candidate = static_cast<int8_t>(lampMaximum);
+        candidate = lampMaximum;
     } else if (candidate < 0) {
         if (lampLevel == 0)
             return;

@@ -17,7 +17,7 @@ namespace
 
 // Free space at which a write is safe: the new file, the lock and folder entries take a few
 // blocks of 4 KiB.
-constexpr quint64 room = 64 * 1024; // bytes
+constexpr quint64 room = 65'536; // bytes
 constexpr auto retryInterval = 2s;
 
 } // namespace
