@@ -25,18 +25,21 @@ make_root() {
 make_cross_root() {
     local arch=$1 package include=(
         "crossbuild-essential-$1" cmake ninja-build ccache pkg-config python3 debhelper
-        qtbase5-dev-tools qemu-user-static
+        qtbase5-dev-tools
+        # Debian 12's own emulator does not know the call with which Qt starts processes.
+        "qemu-user/$suite-backports" "qemu-user-binfmt/$suite-backports"
         iproute2 net-tools psmisc util-linux procps logrotate gpiod gstreamer1.0-tools
         gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
-        gstreamer1.0-plugins-ugly gstreamer1.0-libav)
+        gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-x)
     for package in qtbase5-dev libqt5serialport5-dev libx11-dev libopencv-dev \
         libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base \
-        gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly; do
+        gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-x; do
         include+=("$package:$arch")
     done
     local list
     list=$(IFS=,; echo "${include[*]}")
-    make_root "$arch" --variant=apt --architectures="amd64,$arch" --include="$list"
+    make_root "$arch" --variant=apt --architectures="amd64,$arch" --include="$list" \
+        --setup-hook="echo deb $mirror $suite-backports main >\"\$1\"/etc/apt/sources.list.d/backports.list"
 }
 
 # in_root NAME COMMAND...: in the root, which cannot be changed, with the tree at its own place.
