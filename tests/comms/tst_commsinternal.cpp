@@ -155,6 +155,7 @@ private slots:
         taken("lamp", "LAMP:VALUE 41\r\n", EVENT_LampValue, "41");
         taken("lamp keeps 8 bits", "LAMP:VALUE 300\r\n", EVENT_LampValue, "44");
         taken("battery state", "BAT:STATE 257\r\n", EVENT_BatteryState, "1");
+        taken("lamp below zero", "LAMP:VALUE -1\r\n", EVENT_LampValue, "255");
         taken("voltage", "BAT:V 2000\r\n", EVENT_BatteryVoltage, "2000");
         taken("voltage keeps 16 bits", "BAT:V 65537\r\n", EVENT_BatteryVoltage, "1");
         taken("current", "PWR:I 1500\r\n", EVENT_Current, "1500");

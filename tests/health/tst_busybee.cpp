@@ -50,8 +50,10 @@ private slots:
         QTest::newRow("full scale") << BusyBee::convertVoltage(255, 12.82) << 42306;
         QTest::newRow("no voltage at all") << BusyBee::convertVoltage(INT_MAX, 9.0) << INT_MAX;
         QTest::newRow("LED current") << BusyBee::convertCurrentLEDs(1294) << 26;
+        QTest::newRow("LED current, below") << BusyBee::convertCurrentLEDs(24) << 0;
         QTest::newRow("LED current, half") << BusyBee::convertCurrentLEDs(25) << 1;
         QTest::newRow("interstage current") << BusyBee::convertCurrentIntersage(1294) << 129;
+        QTest::newRow("interstage, below") << BusyBee::convertCurrentIntersage(24) << 2;
         QTest::newRow("interstage, half") << BusyBee::convertCurrentIntersage(25) << 3;
     }
     void conversion()

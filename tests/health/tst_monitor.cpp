@@ -207,6 +207,14 @@ private slots:
         invoke("monitor_timer_expired");
         QCOMPARE(readFile(csv).count("timestamp"), 0);
         QCOMPARE(readFile(csv).count('\n'), 1);
+
+        QVERIFY(QFile::remove(csv));
+        QVERIFY(QDir().mkdir(csv));
+        const LogCapture log;
+        invoke("monitor_timer_expired");
+        QCOMPARE(LogCapture::texts(QtWarningMsg) + LogCapture::texts(QtCriticalMsg), QStringList());
+        QVERIFY(QDir().rmdir(csv));
+        invoke("monitor_timer_expired");
     }
 
     void childrenAreReleased()
