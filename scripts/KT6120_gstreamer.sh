@@ -6,23 +6,9 @@
 # its reason on standard error; where one runs already, this ends at once with status 0. With
 # no H.264 decoder at hand it says so and ends with status 1.
 set -u
+. "$(dirname "$0")/KT6120_video.sh"
 
 lock=/run/lock/KT6120_gstreamer
-
-first_of() {
-    for element; do
-        gst-inspect-1.0 --exists --atleast-version=1.0 "$element" && echo "$element" && return
-    done
-    echo "${0##*/}: needs one of: $*" >&2
-    return 1
-}
-
-# Waits for a command in a way that a signal can break.
-run() {
-    "$@" &
-    child=$!
-    wait "$child"
-}
 
 exec 9>"$lock" || exit 1
 flock -n 9 || exit 0
@@ -38,8 +24,7 @@ else
     sink=fakesink
 fi
 
-child=
-trap 'trap "" TERM INT HUP; kill "$child" 2>/dev/null; wait; exit 0' TERM INT HUP
+end_with_child
 while :; do
     run timeout -k 2 0 gst-launch-1.0 -q \
         udpsrc port=8083 address=127.0.0.1 \

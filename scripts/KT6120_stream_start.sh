@@ -7,6 +7,7 @@
 # with its reason on standard error. Wrong arguments end with status 2, a missing encoder with
 # status 1.
 set -u
+. "$(dirname "$0")/KT6120_video.sh"
 
 lock=/run/lock/KT6120_stream # open for as long as anything streams
 
@@ -31,21 +32,6 @@ is_port() {
     [ ${#1} -le 5 ] && [ "$1" -ge 1 ] && [ "$1" -le 65535 ]
 }
 
-first_of() {
-    for element; do
-        gst-inspect-1.0 --exists --atleast-version=1.0 "$element" && echo "$element" && return
-    done
-    echo "${0##*/}: needs one of: $*" >&2
-    return 1
-}
-
-# Waits for a command in a way that a signal can break.
-run() {
-    "$@" &
-    child=$!
-    wait "$child"
-}
-
 if ! { [ $# -eq 2 ] && is_address "$1" && is_port "$2"; }; then
     usage
 fi
@@ -63,8 +49,7 @@ v4l2h264enc) settings='extra-controls=controls,video_bitrate=4000000,h264_i_fram
 x264enc) settings='bitrate=4000 tune=zerolatency speed-preset=ultrafast key-int-max=25' ;;
 esac
 
-child=
-trap 'trap "" TERM INT HUP; kill "$child" 2>/dev/null; wait; exit 0' TERM INT HUP
+end_with_child
 while :; do
     # The stream headers go out every second, for a viewer that joins late.
     # shellcheck disable=SC2086 # several settings
