@@ -114,7 +114,7 @@ OutputCapture::~OutputCapture()
 
 QByteArray OutputCapture::take()
 {
-    const QByteArray fresh = text();
+    QByteArray fresh = text();
     taken += fresh.size();
     return fresh;
 }

@@ -3,6 +3,14 @@
 #include <QProcess>
 #include <QUdpSocket>
 
+namespace
+{
+
+const char rtpCaps[] =
+    "caps=application/x-rtp,media=video,encoding-name=H264,clock-rate=90000,payload=96";
+
+} // namespace
+
 // The unit's own scripts, run with the bench's camera and encoder.
 class tst_streamscripts : public QObject
 {
@@ -19,9 +27,7 @@ class tst_streamscripts : public QObject
     {
         return QProcess::execute("timeout",
                                  {"20", "gst-launch-1.0", "-q", "udpsrc", QString("port=") + port,
-                                  "caps=application/x-rtp,media=video,encoding-name=H264,"
-                                  "clock-rate=90000,payload=96",
-                                  "!", "rtph264depay", "!", "avdec_h264", "!",
+                                  rtpCaps, "!", "rtph264depay", "!", "avdec_h264", "!",
                                   "video/x-raw,width=720,height=576", "!", "identity",
                                   "eos-after=5", "!", "fakesink"})
                == 0;
