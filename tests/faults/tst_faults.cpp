@@ -33,7 +33,7 @@ void fillDisk(int blocksLeft)
         while (ballast.write(QByteArray(size, 'x')) == size)
             ;
     }
-    ballast.resize(ballast.size() - blocksLeft * 4096);
+    ballast.resize(ballast.size() - qint64(blocksLeft) * 4096);
 }
 
 void setReadOnly(bool readOnly)
