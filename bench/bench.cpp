@@ -132,10 +132,10 @@ void Bench::setUsbFault(bool fault)
     recorders::setOutput("KT6120_gpio_read.sh 26", fault ? "1\n" : "0\n");
 }
 
-void Bench::setSpeed(int times)
+void Bench::setSpeed(int times, double stride)
 {
-    factor = times;
-    unit.setSpeed(times);
+    clock.setPace(times, stride);
+    unit.setPace(times > 1 ? clock.file() : QString());
     phone.setSpeed(times);
 }
 
@@ -179,5 +179,8 @@ bool Bench::runUntil(const std::function<bool()> &condition, double seconds)
 
 void Bench::runFor(double seconds)
 {
-    runUntil([] { return false; }, seconds);
+    // A program that does not run skips nothing.
+    const double end = clock.seconds() + seconds;
+    const double bound = unit.isRunning() ? seconds : seconds / clock.speed();
+    runUntil([&] { return clock.seconds() >= end || unit.isLost(); }, bound);
 }

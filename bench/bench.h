@@ -1,5 +1,6 @@
 #pragma once
 
+#include "clock.h"
 #include "journal.h"
 #include "mcusimulator.h"
 #include "network.h"
@@ -25,7 +26,7 @@ public:
 
     // Lets the bench run until the condition holds; false when the seconds were over first.
     bool runUntil(const std::function<bool()> &condition, double seconds);
-    void runFor(double seconds);
+    void runFor(double seconds); // of the unit's time
 
     // Replies of the stand-in programs, in the unit's own terms.
     static void setAdc(const QByteArray &channel, const QByteArray &reading);
@@ -35,9 +36,9 @@ public:
     static void record(const QString &name);
     static QString placeOf(const QString &program);
 
-    // How many times faster than the wall clock the program's time runs.
-    int speed() const { return factor; }
-    void setSpeed(int times);
+    // How many times faster than the wall clock the program's time runs while it rests, and how
+    // many seconds of it a rest lasts at least. A program that was started at speed 1 stays there.
+    void setSpeed(int times, double stride = 0);
 
     // Later expects look only at what happens, and what the program takes more, from now on.
     void mark();
@@ -47,6 +48,7 @@ public:
     // Listens in on a port of the video from its first use on.
     RtpTap &tap(quint16 port);
 
+    Clock clock;
     Journal journal;
     McuSimulator mcu;
     Network network;
@@ -61,5 +63,4 @@ private:
     FileTail calls;
     std::map<quint16, std::unique_ptr<RtpTap>> taps;
     QMap<QByteArray, double> markedGauges;
-    int factor = 1;
 };

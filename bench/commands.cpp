@@ -12,6 +12,8 @@
 
 #include <QByteArrayList>
 #include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
 #include <QMap>
 
 #include <csignal>
@@ -167,6 +169,37 @@ void show(Bench &bench, const Words &)
     fflush(stdout);
 }
 
+constexpr double secondsPerDay = 86400;
+
+// Files of the unit whose size is sampled.
+struct Counted {
+    const char *name;
+    const char *path;
+};
+constexpr Counted countedFiles[] = {{"log", world::programLog}, {"csv", world::statusCsv}};
+
+// A row of what the program takes, under a header, in a file of the caller's.
+void sample(Bench &bench, const Words &words)
+{
+    QFile file(files::ofCaller(words[0]));
+    if (!file.open(QIODevice::Append))
+        fail("cannot write " + words[0]);
+    QByteArray header = "day";
+    QByteArray row = QByteArray::number(bench.clock.seconds() / secondsPerDay, 'f', 3);
+    for (const char *name : gauges::names) {
+        header += QByteArray(",") + name;
+        row += ',' + QByteArray::number(gauges::read(name, bench.unit.id()).value_or(0));
+    }
+    for (const Counted &counted : countedFiles) {
+        header += QByteArray(",") + counted.name;
+        row += ',' + QByteArray::number(QFileInfo(counted.path).size());
+    }
+    if (file.size() == 0)
+        file.write(header + '\n');
+    file.write(row + '\n');
+    bench.journal.note(Kind::Bench, "sample " + row + '\n');
+}
+
 void help(Bench &bench, const Words &words);
 
 const Command table[] = {
@@ -236,15 +269,20 @@ const Command table[] = {
      [](Bench &, const Words &words) { files::setReadOnly(words[0], true); }},
     {"writable", "PATH", "takes readonly back", 1,
      [](Bench &, const Words &words) { files::setReadOnly(words[0], false); }},
-    {"speed", "N", "the program's timers run N times as fast from its next start", 1,
-     [](Bench &bench, const Words &words) { bench.setSpeed(int(number(words[0]))); }},
+    {"speed", "N [STRIDE]",
+     "the program's timers run N times as fast; those shorter than STRIDE seconds come once in it",
+     1,
+     [](Bench &bench, const Words &words) {
+         bench.setSpeed(int(number(words[0])), number(words.value(1, "0")));
+     }},
     {"expect", "WHAT...", "waits for it, and says what was seen instead: help expect", 2,
      [](Bench &bench, const Words &words) { Expectation(bench, words).wait(); }},
     {"mark", "", "later expects look only at what happens from now on", 0,
      [](Bench &bench, const Words &) { bench.mark(); }},
     {"wait", "SECONDS", "lets the unit's time pass", 1,
-     [](Bench &bench, const Words &words) { bench.runFor(number(words[0]) / bench.speed()); }},
+     [](Bench &bench, const Words &words) { bench.runFor(number(words[0])); }},
     {"show", "", "what the program takes: memory, descriptors, children, CPU time", 0, show},
+    {"sample", "FILE", "adds a row of the same to a table", 1, sample},
     {"echo", "TEXT", "a remark in the output", 1,
      [](Bench &bench, const Words &words) {
          bench.journal.note(Kind::Bench, words.join(' ') + '\n');

@@ -110,7 +110,7 @@ void Expectation::wait()
     }
 
     // Seconds are the unit's; a bound is not cut below what a busy desk needs.
-    const double speed = bench.speed();
+    const double speed = bench.clock.speed();
     if (none) {
         if (bench.runUntil(met, quiet / speed))
             throw std::runtime_error("did happen: " + told.toStdString());

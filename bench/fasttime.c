@@ -1,17 +1,21 @@
-// Makes time run fast for a Qt program while it rests: preloaded into it, with BENCH_SPEED=N
-// in the environment. While the main loop waits in poll, N seconds pass for every second of
-// the wall clock: the wait is cut to its Nth part, and the time skipped is added to every
-// clock that Qt reads afterwards. Waits for children and connections (which Qt makes with
-// ppoll), GStreamer's clock and the program's working time are left alone.
+// Makes time run fast for a Qt program while it rests: preloaded into it, with the file of the
+// pace (pace.h) as BENCH_PACE in the environment. While the main loop waits in poll, `speed`
+// seconds pass for every second of the wall clock: the wait is cut accordingly, and the time
+// skipped is added to every clock that Qt reads afterwards. With a `stride`, a wait is drawn out
+// to it first, so that shorter timers come once in that time. Waits for children and connections
+// (which Qt makes with ppoll), GStreamer's clock and the program's working time are left alone.
 
 #define _GNU_SOURCE
+#include "pace.h"
+
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <link.h>
 #include <poll.h>
-#include <stdatomic.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <time.h>
@@ -27,8 +31,8 @@ struct Range {
 static struct Range qt = {.library = "/libQt5Core.so"};
 static struct Range glib = {.library = "/libglib-2.0.so"};
 
-static int64_t speed = 1;
-static _Atomic int64_t skipped; // ns
+static struct Pace ordinary = {.speed = 1};
+static struct Pace *pace = &ordinary;
 
 static int (*real_clock_gettime)(clockid_t, struct timespec *);
 static int (*real_gettimeofday)(struct timeval *, void *);
@@ -66,11 +70,21 @@ static void prepare(void)
     real_time = (time_t(*)(time_t *))dlsym(RTLD_NEXT, "time");
     dl_iterate_phdr(find, &qt);
     dl_iterate_phdr(find, &glib);
-    const char *given = getenv("BENCH_SPEED");
-    if (given && atoi(given) > 1)
-        speed = atoi(given);
+    const char *given = getenv("BENCH_PACE");
+    const int file = given ? open(given, O_RDWR | O_CLOEXEC) : -1;
+    if (file >= 0) {
+        void *page = mmap(NULL, sizeof *pace, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+        if (page != MAP_FAILED)
+            pace = page;
+        close(file);
+    }
     unsetenv("LD_PRELOAD"); // the program's children live in ordinary time
     real_poll = (int (*)(struct pollfd *, nfds_t, int))dlsym(RTLD_NEXT, "poll");
+}
+
+static int64_t load(const int64_t *word)
+{
+    return __atomic_load_n(word, __ATOMIC_RELAXED);
 }
 
 static int64_t monotonic(void)
@@ -88,7 +102,7 @@ int clock_gettime(clockid_t clock, struct timespec *now)
                       || clock == CLOCK_MONOTONIC_COARSE || clock == CLOCK_REALTIME
                       || clock == CLOCK_REALTIME_COARSE;
     if (result == 0 && moves && isFrom(&qt, __builtin_return_address(0))) {
-        const int64_t moved = now->tv_sec * second + now->tv_nsec + skipped;
+        const int64_t moved = now->tv_sec * second + now->tv_nsec + load(&pace->skipped);
         now->tv_sec = moved / second;
         now->tv_nsec = moved % second;
     }
@@ -100,7 +114,7 @@ int gettimeofday(struct timeval *restrict now, void *restrict zone)
     prepare();
     const int result = real_gettimeofday(now, zone);
     if (result == 0 && isFrom(&qt, __builtin_return_address(0))) {
-        const int64_t moved = now->tv_sec * second + now->tv_usec * 1000 + skipped;
+        const int64_t moved = now->tv_sec * second + now->tv_usec * 1000 + load(&pace->skipped);
         now->tv_sec = moved / second;
         now->tv_usec = moved % second / 1000;
     }
@@ -112,7 +126,7 @@ time_t time(time_t *now)
     prepare();
     time_t moved = real_time(NULL);
     if (isFrom(&qt, __builtin_return_address(0)))
-        moved += skipped / second;
+        moved += load(&pace->skipped) / second;
     if (now)
         *now = moved;
     return moved;
@@ -121,14 +135,18 @@ time_t time(time_t *now)
 int poll(struct pollfd *descriptors, nfds_t count, int timeout)
 {
     prepare();
+    const int64_t speed = load(&pace->speed);
     const int rests = speed > 1 && timeout != 0 && isFrom(&glib, __builtin_return_address(0))
                       && syscall(SYS_gettid) == getpid();
     if (!rests)
         return real_poll(descriptors, count, timeout);
-    const int64_t wait = timeout * (second / 1000) / speed;
+    const int64_t asked = timeout * (second / 1000);
+    const int64_t stride = load(&pace->stride);
+    const int64_t wait = (asked > stride ? asked : stride) / speed;
     const struct timespec limit = {.tv_sec = wait / second, .tv_nsec = wait % second};
     const int64_t begin = monotonic();
     const int result = ppoll(descriptors, count, timeout < 0 ? NULL : &limit, NULL);
-    skipped += (monotonic() - begin) * (speed - 1);
+    const int64_t skipped = (monotonic() - begin) * (speed - 1);
+    __atomic_fetch_add(&pace->skipped, skipped, __ATOMIC_RELAXED);
     return result;
 }

@@ -1,5 +1,7 @@
 #include "files.h"
 
+#include "world.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -66,6 +68,12 @@ void remove(const QString &path)
 {
     require(QFileInfo(path).isDir() ? QDir(path).removeRecursively() : QFile::remove(path),
             "remove", path);
+}
+
+QString ofCaller(const QString &path)
+{
+    const QDir caller(QFileInfo::exists(world::callerFolder) ? world::callerFolder : ".");
+    return caller.absoluteFilePath(path);
 }
 
 void setReadOnly(const QString &path, bool readOnly)

@@ -17,6 +17,9 @@ void createFolder(const QString &path);
 // A file, or a folder with all that it holds.
 void remove(const QString &path);
 
+// A file of whoever has started the bench, by its path as seen from there.
+QString ofCaller(const QString &path);
+
 void setReadOnly(const QString &path, bool readOnly);
 
 void setIniValue(const QString &path, const QString &key, const QByteArray &value);

@@ -5,6 +5,7 @@
 
 #include <QTcpSocket>
 
+#include <algorithm>
 #include <chrono>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -45,7 +46,7 @@ PhoneSimulator::PhoneSimulator(Journal &notes, Network &networks)
 
 void PhoneSimulator::setSpeed(int factor)
 {
-    heartbeat.start(heartbeatInterval / factor);
+    heartbeat.start(std::max(heartbeatInterval / factor, 1ms));
 }
 
 void PhoneSimulator::listen()

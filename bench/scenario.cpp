@@ -28,12 +28,17 @@ QList<Line> readLines(const QByteArray &path)
 
 void play(Bench &bench, const QList<Line> &lines);
 
+bool isRepeat(const Line &line)
+{
+    return line.text.startsWith("repeat ");
+}
+
 // The lines behind "repeat N" up to its "end"; returns how many lines that were.
 int repeat(Bench &bench, const QList<Line> &lines, int begin)
 {
     int end = begin;
-    while (end < lines.size() && lines[end].text != "end")
-        ++end;
+    for (int inner = 0; end < lines.size() && (inner > 0 || lines[end].text != "end"); ++end)
+        inner += int(isRepeat(lines[end])) - int(lines[end].text == "end");
     if (end == lines.size())
         throw std::runtime_error("repeat without end");
     const QList<Line> body = lines.mid(begin, end - begin);
@@ -49,7 +54,7 @@ void play(Bench &bench, const QList<Line> &lines)
         if (!line.text.isEmpty() && !line.text.startsWith('#'))
             bench.journal.note(Kind::Bench, line.text + '\n');
         try {
-            if (line.text.startsWith("repeat "))
+            if (isRepeat(line))
                 at += repeat(bench, lines, at);
             else
                 commands::run(bench, line.text);

@@ -1,8 +1,8 @@
 #include "snapshot.h"
 
 #include "bench.h"
+#include "files.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <QProcess>
 
@@ -12,14 +12,12 @@ namespace
 {
 
 constexpr double patience = 20; // seconds: a key frame may be ten seconds away
-constexpr char callerFolder[] = "/run/caller";
 
 } // namespace
 
 void takeSnapshot(Bench &bench, quint16 port, const QString &file)
 {
-    const QDir caller(QFileInfo::exists(callerFolder) ? callerFolder : ".");
-    const QString path = caller.absoluteFilePath(file);
+    const QString path = files::ofCaller(file);
 
     const RtpTap &tap = bench.tap(port);
     if (!bench.runUntil([&tap] { return !tap.recent().isEmpty(); }, patience))

@@ -15,7 +15,7 @@ constexpr int startLimit = 5000;  // ms
 constexpr qint64 lastWords = 500; // ms
 constexpr int stopLimit = 5000;   // ms
 
-QProcessEnvironment environment(int speed)
+QProcessEnvironment environment(const QString &paceFile)
 {
     QProcessEnvironment world = QProcessEnvironment::systemEnvironment();
     world.insert("PATH", QString(world::programFolder) + ":/usr/sbin:/usr/bin:/sbin:/bin");
@@ -25,9 +25,9 @@ QProcessEnvironment environment(int speed)
     // otherwise insists on being preloaded first.
     world.insert("ASAN_OPTIONS",
                  world.value("ASAN_OPTIONS") + ":detect_leaks=0:verify_asan_link_order=0");
-    if (speed > 1) {
+    if (!paceFile.isEmpty()) {
         world.insert("LD_PRELOAD", BENCH_FASTTIME);
-        world.insert("BENCH_SPEED", QString::number(speed));
+        world.insert("BENCH_PACE", paceFile);
     }
     return world;
 }
@@ -55,7 +55,7 @@ void UnitProcess::start()
         throw std::runtime_error("the unit is running");
     end.clear();
     stopping = unasked = false;
-    process.setProcessEnvironment(environment(speed));
+    process.setProcessEnvironment(environment(paceFile));
     process.setWorkingDirectory("/");
     process.start(world::program, QStringList());
     if (!process.waitForStarted(startLimit))

@@ -16,8 +16,8 @@ public:
     explicit UnitProcess(Journal &journal);
     ~UnitProcess() override; // ends it
 
-    // How many times faster than the wall clock the program's timers run.
-    void setSpeed(int factor) { speed = factor; }
+    // From the next start on, its timers run at the pace that the file tells (pace.h).
+    void setPace(const QString &file) { paceFile = file; }
 
     void start(); // throws std::runtime_error where it cannot be started
     void stop();  // ends it and waits
@@ -42,7 +42,7 @@ private:
 
     Journal &journal;
     QProcess process;
-    int speed = 1;
+    QString paceFile;
     QByteArray end;
     QElapsedTimer sinceEnd;
     bool unasked = false;

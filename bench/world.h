@@ -11,10 +11,14 @@ inline constexpr char program[] = "/home/pi/KT6120/bin/KT6120";
 inline constexpr char statusStore[] = "/home/pi/KT6120/bin/KT6120.ini";
 inline constexpr char configuration[] = "/home/pi/KT6120/bin/kestraConfig.ini";
 inline constexpr char programLog[] = "/home/pi/KT6120/bin/commands_log.log";
+inline constexpr char statusCsv[] = "/home/pi/KT6120/bin/status_log.csv";
 inline constexpr char commandsFile[] = "/var/www/html/commands.txt";
 
 // The tree as it was installed, untouched by stand-ins (see bench/sandbox).
 inline constexpr char installedTree[] = "/run/tree";
+
+// The folder of whoever has started the bench, where it may be written to (see bench/sandbox).
+inline constexpr char callerFolder[] = "/run/caller";
 
 // The bench's own folder, and programs put first on the unit's search path.
 inline constexpr char benchFolder[] = "/run/bench";

@@ -20,20 +20,18 @@ make_root() {
 }
 
 # make_cross_root ARCHITECTURE: one that compiles for it and, emulated, runs what it compiled.
-# Compiler, build tools and the programs that the unit's scripts call are this machine's, the
-# libraries are the unit's.
+# Compiler, build tools and the small programs that the unit's scripts call are this machine's;
+# the libraries and GStreamer's programs, which load our elements, are the unit's.
 make_cross_root() {
     local arch=$1 package include=(
         "crossbuild-essential-$1" cmake ninja-build ccache pkg-config python3 debhelper
         qtbase5-dev-tools
         # Debian 12's own emulator does not know the call with which Qt starts processes.
         "qemu-user/$suite-backports" "qemu-user-binfmt/$suite-backports"
-        iproute2 net-tools psmisc util-linux procps logrotate gpiod gstreamer1.0-tools
-        gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
-        gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-x)
+        iproute2 net-tools psmisc util-linux procps logrotate gpiod)
     for package in qtbase5-dev libqt5serialport5-dev libx11-dev libopencv-dev \
-        libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base \
-        gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-x; do
+        libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev \
+        gstreamer1.0-{tools,plugins-base,plugins-good,plugins-bad,plugins-ugly,libav,x}; do
         include+=("$package:$arch")
     done
     local list
