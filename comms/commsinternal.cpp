@@ -80,7 +80,8 @@ void commsInternal::commsInternalInit()
 
 void commsInternal::serialPortProcessData()
 {
-    const QByteArray piece = serialPort->readLine();
+    // Told how much there is at most: otherwise the library takes 32 KiB from the heap for a line.
+    const QByteArray piece = serialPort->readLine(serialPort->bytesAvailable() + 1);
     rxBuffer.append(piece);
     if (!piece.endsWith('\n'))
         return;
