@@ -16,6 +16,7 @@ namespace
 
 struct BenchCamera {
     GstBin bin;
+    GstGhostPad *output;
     char *device;
 };
 
@@ -47,6 +48,28 @@ GstPadProbeReturn onFrame(GstPad *, GstPadProbeInfo *info, gpointer data)
     return GST_PAD_PROBE_HANDLED;
 }
 
+// The picture is made when the camera is opened for the first time: what it takes to draw one is
+// no weight of a program whose camera is missing.
+void makePicture(BenchCamera *camera)
+{
+    GstBin *bin = GST_BIN(camera);
+    GstElement *picture = addElement(bin, "videotestsrc");
+    GstElement *clock = addElement(bin, "timeoverlay");
+    if (!picture || !clock)
+        return;
+    g_object_set(picture, "is-live", TRUE, "pattern", /* smpte */ 0, "horizontal-speed", 2,
+                 nullptr);
+    g_object_set(clock, "font-desc", "Sans, 24", nullptr);
+    gst_element_link(picture, clock);
+    GstPad *drawn = gst_element_get_static_pad(clock, "src");
+    gst_ghost_pad_set_target(camera->output, drawn);
+    gst_object_unref(drawn);
+
+    GstPad *frames = gst_element_get_static_pad(picture, "src");
+    gst_pad_add_probe(frames, GST_PAD_PROBE_TYPE_BUFFER, onFrame, camera, nullptr);
+    gst_object_unref(frames);
+}
+
 GstStateChangeReturn changeState(GstElement *element, GstStateChange transition)
 {
     if (transition == GST_STATE_CHANGE_NULL_TO_READY
@@ -56,6 +79,8 @@ GstStateChangeReturn changeState(GstElement *element, GstStateChange transition)
                           ("the bench has no camera"));
         return GST_STATE_CHANGE_FAILURE;
     }
+    if (transition == GST_STATE_CHANGE_NULL_TO_READY && GST_BIN(element)->numchildren == 0)
+        makePicture(self(element));
     return GST_ELEMENT_CLASS(bench_camera_parent_class)->change_state(element, transition);
 }
 
@@ -96,20 +121,11 @@ void bench_camera_class_init(BenchCameraClass *type)
 
 void bench_camera_init(BenchCamera *camera)
 {
-    GstBin *bin = GST_BIN(camera);
-    GstElement *picture = addElement(bin, "videotestsrc");
-    GstElement *clock = addElement(bin, "timeoverlay");
-    if (!picture || !clock)
-        return;
-    g_object_set(picture, "is-live", TRUE, "pattern", /* smpte */ 0, "horizontal-speed", 2,
-                 nullptr);
-    g_object_set(clock, "font-desc", "Sans, 24", nullptr);
-    gst_element_link(picture, clock);
-    addGhostPad(GST_ELEMENT(camera), "src", clock);
-
-    GstPad *output = gst_element_get_static_pad(picture, "src");
-    gst_pad_add_probe(output, GST_PAD_PROBE_TYPE_BUFFER, onFrame, camera, nullptr);
-    gst_object_unref(output);
+    GstPadTemplate *pattern = gst_static_pad_template_get(&sourceTemplate);
+    GstPad *pad = gst_ghost_pad_new_no_target_from_template("src", pattern);
+    camera->output = GST_GHOST_PAD(pad);
+    gst_element_add_pad(GST_ELEMENT(camera), pad);
+    gst_object_unref(pattern);
 }
 
 gboolean registerElements(GstPlugin *plugin)
