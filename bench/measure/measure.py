@@ -4,7 +4,8 @@
 Usage: measure.py BIN_FOLDER ROUNDS. Each row sets a figure of the program beside the same figure
 of a bare process of the same libraries (bench/measure/floor.cpp) taken in turn in the same run:
 medians over the rounds and the median of the ratios pair by pair, which holds when the machine's
-speed drifts. The waits that the system prescribes at start are not counted.
+speed drifts. The pauses that the system prescribes at start are not counted. The instructions of a
+poll cycle stand beside those of the last release (bench/measure/pollcycle.txt).
 """
 
 import os
@@ -13,15 +14,28 @@ import select
 import signal
 import socket
 import statistics
+import struct
 import subprocess
 import sys
+import threading
 import time
 import tty
 
 BIN, ROUNDS = pathlib.Path(sys.argv[1]), int(sys.argv[2])
 UNIT, FLOOR = "/home/pi/KT6120/bin/KT6120", str(BIN / "floor")
 STORE = "/home/pi/KT6120/bin/KT6120.ini"
+LAST_RELEASE = pathlib.Path(__file__).with_name("pollcycle.txt")
 SAMPLES = 300
+SETTLED = 3  # seconds after which everything that is started beside the program has come up
+ANNOUNCEMENTS = 5 * 0.4  # seconds: a pause after each line that greets the microcontroller
+CYCLE = 14  # queries
+PAL_PORT = 8083
+ANSWERS = {b"BAT:V?": b"2400", b"COILER:VALUE?": b"12", b"BAT:STATE?": b"1", b"PWR:I?": b"620",
+           b"SONDE:EN?": b"0", b"TWK?": b"0", b"TEMP?": b"3150", b"*IDN?": b"X V1.0.3"}
+PIPELINE = ("v4l2src device=/dev/video0 ! queue ! videoconvert ! "
+            "video/x-raw,width=720,height=576,framerate=25/1 ! queue ! omxh264enc "
+            "target-bitrate=4000000 control-rate=1 ! rtph264pay ! "
+            f"udpsink host=127.0.0.1 port={PAL_PORT} sync=false").split()
 rows = []
 
 
@@ -49,6 +63,36 @@ class Line:
     def drain(self):
         while select.select([self.master], [], [], 0)[0]:
             os.read(self.master, 4096)
+
+
+class Microcontroller(threading.Thread):
+    """Answers every query on a line, until it is stopped."""
+
+    def __init__(self, line):
+        super().__init__(daemon=True)
+        self.line, self.queries, self.stopped = line, 0, False
+        self.start()
+
+    def run(self):
+        heard = b""
+        while not self.stopped:
+            if not select.select([self.line.master], [], [], 0.1)[0]:
+                continue
+            try:
+                heard += os.read(self.line.master, 4096)
+            except OSError:
+                time.sleep(0.01)
+                continue
+            *texts, heard = heard.replace(b"\r", b"\n").split(b"\n")
+            for text in texts:
+                if text in ANSWERS:
+                    word = b"Corvantis" if text == b"*IDN?" else text[:-1]
+                    self.queries += 1
+                    os.write(self.line.master, word + b" " + ANSWERS[text] + b"\r\n")
+
+    def stop(self):
+        self.stopped = True
+        self.join()
 
 
 def start(*command, **options):
@@ -115,6 +159,40 @@ def round_trips(connection, request):
     return taken[len(taken) // 2], taken[len(taken) * 99 // 100]
 
 
+def first_packet(*command, **options):
+    """A process, and the seconds from its start to the first packet at the PAL port."""
+    tap = socket.socket(socket.AF_PACKET, socket.SOCK_DGRAM, socket.htons(0x0800))
+    tap.settimeout(30)
+    begin = time.perf_counter()
+    process = start(*command, **options)
+    while True:
+        packet = tap.recv(4096)
+        header = 4 * (packet[0] & 15)
+        if packet[9] == socket.IPPROTO_UDP and \
+                struct.unpack_from(">H", packet, header + 2)[0] == PAL_PORT:
+            tap.close()
+            return process, time.perf_counter() - begin
+
+
+def poll_cycle(cycles=5):
+    """Instructions of the program's own code and what it calls, for a cycle of queries: sending
+    them, taking up the answers, and all that follows from these."""
+    counted = "/tmp/callgrind.out"
+    line = Line()
+    mcu = Microcontroller(line)
+    unit = start("valgrind", "--tool=callgrind", f"--callgrind-out-file={counted}",
+                 "--collect-atstart=no",
+                 "--toggle-collect=commsInternal::commsInternalProcessRequest()",
+                 "--toggle-collect=commsInternal::serialPortProcessData()", UNIT)
+    while mcu.queries < CYCLE * cycles:
+        time.sleep(0.01)
+    unit.terminate()
+    unit.wait()
+    mcu.stop()
+    text = pathlib.Path(counted).read_text()
+    return int(text.split("\ntotals: ")[1].split()[0]) / cycles
+
+
 def accept(listener):
     connection, _ = listener.accept()
     connection.settimeout(20)
@@ -147,6 +225,7 @@ def main():
         line.wait(b"BOOT:READY")
         started.append((time.perf_counter() - begin) * 1e3)
         line.wait(b"COILER:VALUE?")
+        time.sleep(SETTLED)
         for process, sizes, counts in ((unit, resident, objects), (bare, bare_resident, bare_objects)):
             size, count = memory(process)
             sizes.append(size)
@@ -187,33 +266,48 @@ def main():
     row("request to answer, p50", "us", p50, echo50)
     row("request to answer, p99", "us", p99, echo99)
     row("request to acknowledgement, p50", "us", acknowledged, echo50)
+    row("instructions per poll cycle, beside the last release", "", [poll_cycle()],
+        [int(LAST_RELEASE.read_text().split()[-1])])
 
     line = Line()
+    mcu = Microcontroller(line)
     unit = start(UNIT)
-    line.wait(b"COILER:VALUE?")
-    off = processor(unit, 20)
+    time.sleep(SETTLED)
+    off = processor(unit, 60)
     stop(unit)
-    pathlib.Path("/run/bench/camera").write_text("ok\n")
-    line = Line()
-    unit = start(UNIT)
-    line.wait(b"COILER:VALUE?")
-    on, size = processor(unit, 20), memory(unit)[0]
-    stop(unit)
-    pipeline = ("v4l2src device=/dev/video0 ! queue ! videoconvert ! "
-                "video/x-raw,width=720,height=576,framerate=25/1 ! queue ! omxh264enc "
-                "target-bitrate=4000000 control-rate=1 ! rtph264pay ! "
-                "udpsink host=127.0.0.1 port=8083 sync=false").split()
-    launch = start("gst-launch-1.0", "-q", *pipeline)
-    time.sleep(2)
-    row("resident memory, PAL on, beside gst-launch", "MiB", [size], [memory(launch)[0]])
-    row("processor share, PAL on, beside gst-launch", "%", [on], [processor(launch, 20)])
-    stop(launch)
+    mcu.stop()
+    with_picture()
 
-    print(f"{'figure':<44}{'program':>10}{'floor':>10}{'ratio':>8}")
+    print(f"{'figure':<54}{'program':>10}{'floor':>10}{'ratio':>8}")
     for name, unit_name, ours, floor, ratio in rows:
-        print(f"{name:<44}{ours:>10.1f}{floor:>10.1f}{ratio:>8.2f}  {unit_name}")
-    print(f"{'processor share, PAL off':<44}{off:>10.1f}{'':>10}{'':>8}  %")
-    print(f"medians over {ROUNDS} rounds of {SAMPLES} samples")
+        print(f"{name:<54}{ours:>10.1f}{floor:>10.1f}{ratio:>8.2f}  {unit_name}")
+    print(f"{'processor share, polling, PAL off':<54}{off:>10.1f}{'':>10}{'':>8}  %")
+    print(f"medians over {ROUNDS} rounds of {SAMPLES} samples; processor share over a minute")
+
+
+def with_picture():
+    """The rows with the PAL output on, beside gst-launch with the same pipeline."""
+    pathlib.Path("/run/bench/camera").write_text("ok\n")
+    packet, launch_packet, resident, launch_resident = ([] for _ in range(4))
+    for i in range(ROUNDS):
+        mcu = Microcontroller(Line())
+        unit, seconds = first_packet(UNIT)
+        packet.append((seconds - ANNOUNCEMENTS) * 1e3)
+        time.sleep(SETTLED)
+        resident.append(memory(unit)[0])
+        if i == ROUNDS - 1:
+            on = processor(unit, 60)
+        stop(unit)
+        mcu.stop()
+        launch, seconds = first_packet("gst-launch-1.0", "-q", *PIPELINE)
+        launch_packet.append(seconds * 1e3)
+        time.sleep(SETTLED)
+        launch_resident.append(memory(launch)[0])
+        if i == ROUNDS - 1:
+            row("processor share, PAL on", "%", [on], [processor(launch, 60)])
+        stop(launch)
+    row("start to first RTP packet, beside gst-launch", "ms", packet, launch_packet)
+    row("resident memory, PAL on, beside gst-launch", "MiB", resident, launch_resident)
 
 
 main()

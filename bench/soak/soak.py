@@ -88,7 +88,7 @@ def play(days):
     (PLACE / "soak.csv").unlink(missing_ok=True)
     scenario = PLACE / "soak.scenario"
     scenario.write_text(SCENARIO.read_text().replace("\nrepeat 30\n", f"\nrepeat {days}\n"))
-    with open(PLACE / "soak.log", "w") as log:
+    with open(PLACE / "soak.log", "w", buffering=1) as log:
         bench = subprocess.Popen([REPO / "bench/run", "release", scenario], cwd=PLACE, text=True,
                                  errors="replace", stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         last = ""
