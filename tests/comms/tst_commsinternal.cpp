@@ -5,7 +5,6 @@
 #include "testsupport.h"
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QSerialPort>
 #include <QTimer>
 #include <QtTest>
@@ -232,45 +231,6 @@ private slots:
         }
     }
 
-    void errorQueueIsReadAndCleared()
-    {
-        link->commsInternalParseCmd("*CLS", SOURCE_MCU);
-        link->commsInternalParseCmd("BAT:V", SOURCE_MCU);
-        link->commsInternalParseCmd("BAT:V x", SOURCE_MCU);
-        QCOMPARE(errorQueue(), QByteArray("-109, -102"));
-        QCOMPARE(errorQueue(), QByteArray("-109, -102"));
-        link->commsInternalParseCmd("*CLS", SOURCE_MCU);
-        QCOMPARE(errorQueue(), QByteArray());
-        QCOMPARE(LogCapture::texts(QtCriticalMsg), QStringList());
-    }
-
-    void aLineInPiecesIsHandledOnce()
-    {
-        for (const char *piece : {"TE", "MP", " 1", "2"})
-            deliver(piece);
-        QVERIFY(seen.isEmpty());
-        deliver("\n");
-        waitForSeen(1);
-        QCOMPARE(seen.size(), 1);
-        QCOMPARE(seen.first().value, QString("12"));
-    }
-
-    // One notification handles one line: the second of a burst waits for further bytes.
-    void aBurstIsHandledLineByLine()
-    {
-        deliver("BAT:V 1\nBAT:V 2\n");
-        waitForSeen(1);
-        QTest::qWait(0);
-        QCOMPARE(seen.size(), 1);
-        deliver("BAT:V 3\n");
-        waitForSeen(2);
-        QCOMPARE(seen.last().value, QString("2"));
-        deliver("\n");
-        waitForSeen(3);
-        QCOMPARE(seen.last().value, QString("3"));
-        link->serialPortProcessData(); // the empty line, so that nothing waits
-    }
-
     // The wait of a write reads from the port; what it brings is taken up afterwards, and
     // without waiting for further bytes.
     void aLineNeverInterruptsAHandler()
@@ -322,37 +282,6 @@ private slots:
         link->commsInternalSendCommand("end", SOURCE_MCU);
         QTRY_COMPARE(mcu->received(), QByteArray("end"));
         link->findChild<QTimer *>()->start();
-    }
-
-    // Last of those that use the line.
-    void xALineThatIsGoneCostsNothing()
-    {
-        auto *port = link->findChild<QSerialPort *>();
-        const QSignalSpy errors(port, &QSerialPort::errorOccurred);
-        mcu->hangUp();
-        QTRY_VERIFY_WITH_TIMEOUT(LogCapture::texts(QtCriticalMsg).size() >= 5, 20000);
-        QVERIFY(LogCapture::texts(QtCriticalMsg).first().startsWith("Failed to write command: "));
-        QVERIFY2(errors.size() < 50, qPrintable(QString::number(errors.size())));
-        QVERIFY(port->isOpen());
-    }
-
-    void yWithoutADeviceTheLinkStaysDown()
-    {
-        link.reset();
-        mcu.reset(); // removes the device
-        LogCapture::clear();
-        commsInternal down;
-        down.commsInternalInit();
-        QCOMPARE(LogCapture::texts(QtCriticalMsg),
-                 QStringList("MCU Serial Port Failed to Open..."));
-        QVERIFY(!down.findChild<QTimer *>());
-        LogCapture::clear();
-        down.commsInternalSendCommand("LAMP:ON\r\n", SOURCE_MCU);
-        down.commsInternalRequestLogs();
-        QCOMPARE(LogCapture::texts(QtCriticalMsg),
-                 QStringList({"Failed to write command:  \"LAMP:ON\\r\\n\"",
-                              "Failed to write command:  \"LOGS?\\n\\r\""}));
-        QCOMPARE(LogCapture::texts(QtWarningMsg), QStringList());
     }
 };
 

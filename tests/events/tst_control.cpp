@@ -5,13 +5,9 @@
 #include <QDir>
 #include <QtTest>
 
-#include <functional>
 #include <optional>
 
 using testsupport::LogCapture;
-
-using Preparation = std::function<void(const UnitUnderEvents &)>;
-Q_DECLARE_METATYPE(Preparation)
 
 class tst_control : public QObject
 {
@@ -83,17 +79,6 @@ private slots:
         QCOMPARE(written.join(' '), power);
     }
 
-    void theLastStepDownIsLoggedWithItsScaledLevel()
-    {
-        const UnitUnderEvents unit;
-        unit.report<uint8_t>(EVENT_LampValue, 5);
-        unit.raise(EVENT_LampDown);
-        QCOMPARE(LogCapture::texts(QtInfoMsg).last(),
-                 QString("Setting Lamp Brightness to  0 % (Scaled  0 %)"));
-        QCOMPARE(testsupport::calls(),
-                 QStringList({"KT6120_gpio_write.sh 21 0", "KT6120_gpio_write.sh 21 1"}));
-    }
-
     void aLampValueFromElsewhereIsAnsweredNotTaken()
     {
         const UnitUnderEvents unit;
@@ -103,60 +88,19 @@ private slots:
         QCOMPARE(unit.stored("Camera/Lamp"), QString("20"));
     }
 
-    void sonde()
+    // Negative, with six significant digits, and without digits that tell nothing.
+    void numbersInAnswers()
     {
-        UnitUnderEvents unit;
-        for (const SOURCE_TYPE_t source : {SOURCE_APP, SOURCE_MCU, SOURCE_FIFO}) {
-            unit.forget();
-            unit.raise(EVENT_SondeOn, source);
-            QCOMPARE(unit.stored("Sonde/Enabled"), QString("1"));
-            unit.raise(EVENT_SondeStateRequest);
-            unit.raise(EVENT_SondeOff, source);
-            QCOMPARE(unit.stored("Sonde/Enabled"), QString("0"));
-            QCOMPARE(unit.serial, QStringList({"SONDE:ON\r\n", "SONDE:OFF\r\n"}));
-            QCOMPARE(unit.app, QStringList("SondeState 1\r\n"));
-            QCOMPARE(testsupport::calls(), QStringList({"KT6120_sonde_en_write.sh 43 1",
-                                                        "KT6120_sonde_en_write.sh 43 0"}));
-            QCOMPARE(LogCapture::texts(QtInfoMsg),
-                     QStringList({"Sonde Turned On", "Sonde Turned Off"}));
-        }
-    }
-
-    void requests_data()
-    {
-        QTest::addColumn<Preparation>("before");
-        QTest::addColumn<int>("request");
-        QTest::addColumn<QString>("answer");
-        const auto row = [](const char *name, EVENT_TYPE_t request, const char *answer,
-                            const Preparation &before) {
-            QTest::newRow(name) << before << int(request) << answer;
-        };
-        const auto nothing = [](const UnitUnderEvents &) {};
-        // clang-format off
-        row("battery state", EVENT_BatteryStateRequest, "BatteryState 7\r", [](const auto &u) { u.template report<int32_t>(EVENT_BatteryState, 7); });
-        row("battery level", EVENT_BatteryLevelRequest, "BatteryLevel 6260\r", [](const auto &u) { u.template report<uint16_t>(EVENT_BatteryVoltage, 2000); });
-        row("frequency, never given", EVENT_SondeFrequencyRequest, "SondeFreq 512", nothing);
-        row("frequency", EVENT_SondeFrequencyRequest, "SondeFreq 33k", [](const auto &u) { u.template report<QString>(EVENT_SondeFrequency, "33k"); });
-        row("temperature", EVENT_ComputeTemperatureRequest, "Temp:Compute -250\r", [](const auto &u) { u.template report<int16_t>(EVENT_Thermistor, -250); });
-        row("identification", EVENT_IdnRequest, "KT6120 v1.2.12\r\n", nothing);
-        row("model, never given", EVENT_CoilerModelRequest, "Model x40\r\n", nothing);
-        row("model", EVENT_CoilerModelRequest, "Model x60, long\r\n", [](const auto &u) { u.template report<QString>(EVENT_CoilerModel, "x60, long"); });
-        row("distance", EVENT_CoilerValueRequest, "CoilerValue 12.5\r", [](const auto &u) { u.template report<uint16_t>(EVENT_CoilerValue, 100); });
-        row("distance, six digits", EVENT_CoilerValueRequest, "CoilerValue 1234.69\r", [](const auto &u) { u.template report<uint16_t>(EVENT_CoilerValue, 9875);
-                u.template report<double>(EVENT_CoilerSet, 0.3125); });
-        row("distance behind zero", EVENT_CoilerValueRequest, "CoilerValue -0.125\r", [](const auto &u) { u.template report<uint16_t>(EVENT_CoilerValue, 65535); });
-        row("offset", EVENT_CoilerValueRequest, "CoilerValue 2.5\r", [](const auto &u) { u.template report<double>(EVENT_CoilerSet, 2.5); });
-        // clang-format on
-    }
-    void requests()
-    {
-        QFETCH(Preparation, before);
-        QFETCH(int, request);
-        QFETCH(QString, answer);
         const UnitUnderEvents unit;
-        before(unit);
-        unit.raise(static_cast<EVENT_TYPE_t>(request));
-        QCOMPARE(unit.app, QStringList(answer));
+        unit.report<int16_t>(EVENT_Thermistor, -250);
+        unit.raise(EVENT_ComputeTemperatureRequest);
+        unit.report<uint16_t>(EVENT_CoilerValue, 65535);
+        unit.raise(EVENT_CoilerValueRequest);
+        unit.report<double>(EVENT_CoilerSet, 0.3125);
+        unit.report<uint16_t>(EVENT_CoilerValue, 9875);
+        unit.raise(EVENT_CoilerValueRequest);
+        QCOMPARE(unit.app, QStringList({"Temp:Compute -250\r", "CoilerValue -0.125\r",
+                                        "CoilerValue 1234.69\r"}));
     }
 
     void zeroingTheReel()
@@ -218,84 +162,6 @@ private slots:
         }
     }
 
-    void theModelIsKeptInTheConfigurationFile()
-    {
-        UnitUnderEvents unit("[Lamp]\nMaxCurrent=20\n");
-        unit.report<QString>(EVENT_CoilerModel, "x60");
-        unit.handler.reset();
-        QCOMPARE(testsupport::iniValue("/home/pi/KT6120/bin/kestraConfig.ini", "Coiler/Model"),
-                 QString("x60"));
-        QCOMPARE(testsupport::iniValue(paths::configuration, "Lamp/MaxCurrent"), QString("20"));
-    }
-
-    void commandsFileLines_data()
-    {
-        QTest::addColumn<QString>("line");
-        QTest::addColumn<QStringList>("serial");
-        QTest::addColumn<QString>("model");
-        const QStringList nothing;
-        const QStringList lampUp = {"LAMP:SET 14\r\n", "LAMP:ON\r\n"};
-        const QString model = "x40";
-        QTest::newRow("sonde on") << "SONDE 1" << QStringList("SONDE:ON\r\n") << model;
-        QTest::newRow("sonde off") << "SONDE 0" << QStringList("SONDE:OFF\r\n") << model;
-        QTest::newRow("sonde, two blanks") << "SONDE  1" << QStringList("SONDE:OFF\r\n") << model;
-        QTest::newRow("sonde alone") << "SONDE" << nothing << model;
-        QTest::newRow("lamp up") << "LAMPUP" << lampUp << model;
-        QTest::newRow("lamp up, words after") << "LAMPUP 1 2" << lampUp << model;
-        QTest::newRow("lamp down at nothing") << "LAMPDOWN" << nothing << model;
-        QTest::newRow("lamp off") << "LAMPOFF" << QStringList("LAMP:OFF\r\n") << model;
-        QTest::newRow("reel") << "RESET" << QStringList("COILER:ZERO\r\n") << model;
-        QTest::newRow("MCU log") << "LOGRST" << QStringList("LOGS:RESET\r\n") << model;
-        QTest::newRow("model") << "MODEL x60 y" << nothing << "x60";
-        QTest::newRow("model alone") << "MODEL" << nothing << model;
-        QTest::newRow("shell text is text") << "MODEL $(reboot);\"'" << nothing << "$(reboot);\"'";
-        QTest::newRow("lower case") << "lampup" << nothing << model;
-        QTest::newRow("leading blank") << " LAMPUP" << nothing << model;
-        QTest::newRow("empty") << "" << nothing << model;
-    }
-    void commandsFileLines()
-    {
-        QFETCH(QString, line);
-        QFETCH(QStringList, serial);
-        QFETCH(QString, model);
-        const UnitUnderEvents unit;
-        const QSignalSpy logsAsked(unit.handler.get(), &eventHandler::eventHandlerUpdateLogs);
-        unit.handler->eventHandlerParseFIFO(line);
-        QCOMPARE(unit.serial, serial);
-        QCOMPARE(logsAsked.size(), line == "LOGRST" ? 1 : 0);
-        QCOMPARE(LogCapture::texts(QtInfoMsg).contains("Resetting Microcontroller Logs"),
-                 line == "LOGRST");
-        unit.raise(EVENT_CoilerModelRequest);
-        QCOMPARE(unit.app, QStringList("Model " + model + "\r\n"));
-    }
-
-    // In place, so that each write is one notification.
-    static void writeInPlace(const QByteArray &content)
-    {
-        QFile file(paths::commandsFile);
-        QVERIFY(file.open(QIODevice::ReadWrite));
-        file.write(content);
-    }
-
-    void everyChangeOfTheCommandsFileIsCarriedOut()
-    {
-        const UnitUnderEvents unit;
-        writeInPlace("LAMPUP\r\nLAMPOFF\n");
-        QTRY_COMPARE(unit.serial.size(), 2);
-        writeInPlace("LAMPUP\r\nLAMPOFF\n");
-        QTRY_COMPARE(unit.serial.value(2), QString("LAMP:SET 27\r\n"));
-        // Binary and huge: the first line only, and bounded.
-        writeInPlace(QByteArray("RESET \0\xff", 8) + QByteArray(5'000'000, 'x'));
-        QTRY_COMPARE(unit.serial.last(), QString("COILER:ZERO\r\n"));
-
-        // Replaced by another file: this change is the last one seen.
-        testsupport::writeFile("/var/www/html/new", "SONDE 1\n");
-        QCOMPARE(rename("/var/www/html/new", paths::commandsFile), 0);
-        QTRY_COMPARE(unit.serial.last(), QString("SONDE:ON\r\n"));
-        unit.handler->eventHandlerFIFOChanged("/var/www/html/other.txt");
-        QCOMPARE(unit.serial.size(), 6);
-    }
-
     void videoSwitchAndStreamReports()
     {
         const UnitUnderEvents unit;
@@ -319,13 +185,6 @@ private slots:
             LogCapture::texts(QtInfoMsg),
             QStringList({"PAL Output Stopped", "PAL Output Started", "EVENT_StreamStart",
                          "Stream Started at  \"192.167.0.0\" : \"8001\"", "EVENT_StreamStart"}));
-    }
-
-    void theMcuLogIsWritten()
-    {
-        const UnitUnderEvents unit;
-        unit.report<QString>(EVENT_WriteLogs, "log text");
-        QCOMPARE(testsupport::readFile("/home/pi/KT6120/bin/mcu_log.log"), QByteArray("log text"));
     }
 
     void theSnapshotHoldsTheHeldState()
