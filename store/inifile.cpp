@@ -22,7 +22,8 @@ constexpr auto retryInterval = 2s;
 
 } // namespace
 
-IniFile::IniFile(const QString &path) : QSettings(path, QSettings::IniFormat)
+IniFile::IniFile(const QString &path)
+    : QSettings(path, QSettings::IniFormat), folder(QFile::encodeName(QFileInfo(path).path()))
 {
     QFile::remove(path + ".lock");
 }
@@ -49,7 +50,6 @@ bool IniFile::event(QEvent *event)
 bool IniFile::hasRoom() const
 {
     struct statvfs disk = {};
-    const QByteArray folder = QFile::encodeName(QFileInfo(fileName()).path());
     if (statvfs(folder.constData(), &disk) != 0 || disk.f_blocks == 0)
         return true;
     const quint64 blocks = geteuid() == 0 ? disk.f_bfree : disk.f_bavail;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QSettings>
 #include <QString>
 
@@ -22,4 +23,6 @@ protected:
 
 private:
     bool hasRoom() const;
+
+    const QByteArray folder;
 };
