@@ -94,7 +94,7 @@ private slots:
         QCOMPARE(testsupport::LogCapture::texts(QtWarningMsg), QStringList());
     }
 
-    // One cycle: nine channels in order, each under its own key; one that fails is 0.
+    // One cycle: the channels in order, each under its own key; one that fails is 0.
     void cycle()
     {
         struct Row {
@@ -117,8 +117,9 @@ private slots:
         BusyBee board(nullptr, &store);
         QVERIFY(recorders::calls().isEmpty());
         QVERIFY(QMetaObject::invokeMethod(&board, "processADC"));
-        QCOMPARE(recorders::calls().size(), 9);
-        for (int i = 0; i < 9; ++i) {
+        constexpr int count = std::size(rows);
+        QCOMPARE(recorders::calls().size(), count);
+        for (int i = 0; i < count; ++i) {
             QCOMPARE(recorders::calls().at(i).arguments, QStringList(rows[i].channel));
             QCOMPARE(iniValue(ini, rows[i].key), QString(rows[i].stored));
         }
