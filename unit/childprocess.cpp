@@ -36,6 +36,9 @@ QProcess *start(QObject *parent, const Command &command)
 {
     QProcess *process = create(parent);
     process->setStandardOutputFile(QProcess::nullDevice());
+    // The object stays; closed, it holds a third of the memory.
+    QObject::connect(process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), process,
+                     &QProcess::close);
     launch(process, command);
     return process;
 }
