@@ -24,9 +24,10 @@ using namespace std::chrono_literals;
 
 int main(int argc, char *argv[])
 {
-    // Each start of a picture makes new threads. With an arena of the heap for each, frames that
-    // they leave behind in one are of no use to the next, and memory grows for days.
+    // Each start of a picture makes threads and frames anew. In arenas of their own, or among what
+    // lasts, the frames would leave gaps of no use to the next, and memory would grow for days.
     mallopt(M_ARENA_MAX, 1);
+    mallopt(M_MMAP_THRESHOLD, 131'072); // bytes; the usual start value, which then stays
 
     QCoreApplication application(argc, argv);
     XInitThreads();
