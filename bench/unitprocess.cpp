@@ -24,7 +24,8 @@ QProcessEnvironment environment(const QString &paceFile)
     // Its components live until the process ends, which is no leak; and the address sanitizer
     // otherwise insists on being preloaded first.
     world.insert("ASAN_OPTIONS",
-                 world.value("ASAN_OPTIONS") + ":detect_leaks=0:verify_asan_link_order=0");
+                 world.value("ASAN_OPTIONS")
+                     + ":detect_leaks=0:fast_unwind_on_malloc=1:verify_asan_link_order=0");
     if (!paceFile.isEmpty()) {
         world.insert("LD_PRELOAD", BENCH_FASTTIME);
         world.insert("BENCH_PACE", paceFile);
