@@ -1,7 +1,6 @@
 #include "commsexternal.h"
 
 #include <QDebug>
-#include <QRegularExpression>
 #include <QTcpSocket>
 
 #include <algorithm>
@@ -71,10 +70,11 @@ const std::vector<commsExternal::AppCommand> commsExternal::commandsAlone = {
 // Every read stands on its own: whatever it holds after its last line break is a line too.
 void commsExternal::commsExternalReadyRead()
 {
-    static const QRegularExpression lineBreak("(\n\r|\r\n|\r|\n)");
     // The text of a read ends at its first NUL byte.
-    const QString text = QString::fromUtf8(tcpSocket->readAll().constData());
-    for (const QString &piece : text.split(lineBreak)) {
+    QString text = QString::fromUtf8(tcpSocket->readAll().constData());
+    // A line break of two characters makes an empty line more, which counts no more than others.
+    text.replace('\r', '\n');
+    for (const QString &piece : text.split('\n')) {
         const QString line = piece.trimmed();
         if (!line.isEmpty())
             commsExternalParse(line.split(' '));

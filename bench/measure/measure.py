@@ -25,7 +25,7 @@ BIN, ROUNDS = pathlib.Path(sys.argv[1]), int(sys.argv[2])
 UNIT, FLOOR = "/home/pi/KT6120/bin/KT6120", str(BIN / "floor")
 STORE = "/home/pi/KT6120/bin/KT6120.ini"
 LAST_RELEASE = pathlib.Path(__file__).with_name("pollcycle.txt")
-SAMPLES = 300
+SAMPLES = 1000
 SETTLED = 3  # seconds after which everything that is started beside the program has come up
 ANNOUNCEMENTS = 5 * 0.4  # seconds: a pause after each line that greets the microcontroller
 CYCLE = 14  # queries
@@ -108,11 +108,12 @@ def stop(process):
 
 
 def memory(process):
-    """Resident bytes that are the process's share, and mapped shared objects."""
+    """Resident memory and what of it was written to, in MiB, and mapped shared objects."""
     text = pathlib.Path(f"/proc/{process.pid}/smaps_rollup").read_text()
-    resident = int(text.split("\nRss:")[1].split()[0]) / 1024
+    resident, written = (int(text.split(f"\n{key}:")[1].split()[0]) / 1024
+                         for key in ("Rss", "Private_Dirty"))
     maps = pathlib.Path(f"/proc/{process.pid}/maps").read_text().split("\n")
-    return resident, len({m.split()[-1] for m in maps if ".so" in m})
+    return resident, written, len({m.split()[-1] for m in maps if ".so" in m})
 
 
 def processor(process, seconds):
@@ -146,17 +147,18 @@ def wire_to_store(line, offset):
     return statistics.median(taken)
 
 
-def round_trips(connection, request):
-    """Microseconds from request to answer: median and 99th percentile."""
-    taken = []
+def round_trips(*requests):
+    """Microseconds from request to answer for each (connection, request), sorted. They are asked in
+    turn, so that all meet the same moods of the machine."""
+    taken = [[] for _ in requests]
     for _ in range(SAMPLES):
-        begin = time.perf_counter()
-        connection.sendall(request)
-        connection.recv(4096)
-        taken.append((time.perf_counter() - begin) * 1e6)
-        time.sleep(0.001)
-    taken.sort()
-    return taken[len(taken) // 2], taken[len(taken) * 99 // 100]
+        for (connection, request), times in zip(requests, taken):
+            begin = time.perf_counter()
+            connection.sendall(request)
+            connection.recv(4096)
+            times.append((time.perf_counter() - begin) * 1e6)
+            time.sleep(0.001)
+    return [sorted(times) for times in taken]
 
 
 def first_packet(*command, **options):
@@ -211,7 +213,7 @@ def main():
     pathlib.Path("/run/bench/camera").write_text("missing\n")
     listener = socket.create_server(("192.168.42.1", 8082))
     listener.settimeout(20)
-    started, bare_started, resident, bare_resident, objects, bare_objects = ([] for _ in range(6))
+    started, bare_started, sizes, bare_sizes = ([] for _ in range(4))
     stored, bare_stored, p50, echo50, p99, echo99, acknowledged = ([] for _ in range(7))
 
     for _ in range(ROUNDS):
@@ -226,10 +228,8 @@ def main():
         started.append((time.perf_counter() - begin) * 1e3)
         line.wait(b"COILER:VALUE?")
         time.sleep(SETTLED)
-        for process, sizes, counts in ((unit, resident, objects), (bare, bare_resident, bare_objects)):
-            size, count = memory(process)
-            sizes.append(size)
-            counts.append(count)
+        sizes.append(memory(unit))
+        bare_sizes.append(memory(bare))
         stop(bare)
         stored.append(wire_to_store(line, 0))
 
@@ -238,12 +238,18 @@ def main():
            "ip route add default via 192.168.42.1; ip addr add 192.168.42.1/32 dev lo")
         connection = accept(listener)
         connection.recv(4096)
-        median, late = round_trips(connection, b"LampValue?\r\n")
-        p50.append(median)
-        p99.append(late)
-        acknowledged.append(round_trips(connection, b"Port 1\r\n")[0])
+        floor = start(FLOOR, "echo")
+        echo = accept(listener)
+        answers, acknowledgements, echoes = round_trips(
+            (connection, b"LampValue?\r\n"), (connection, b"Port 1\r\n"), (echo, b"LampValue?\r\n"))
+        for part, ours, bare in ((0.5, p50, echo50), (0.99, p99, echo99)):
+            ours.append(answers[int(SAMPLES * part)])
+            bare.append(echoes[int(SAMPLES * part)])
+        acknowledged.append(acknowledgements[SAMPLES // 2])
         stop(unit)
+        stop(floor)
         connection.close()
+        echo.close()
         sh("ip addr del 192.168.42.10/24 dev usb0")
 
         line = Line()  # the old one stays exclusive to the program that opened it
@@ -251,17 +257,12 @@ def main():
         floor.stdout.read(1)
         bare_stored.append(wire_to_store(line, 1))
         stop(floor)
-        floor = start(FLOOR, "echo")
-        connection = accept(listener)
-        median, late = round_trips(connection, b"LampValue?\r\n")
-        echo50.append(median)
-        echo99.append(late)
-        stop(floor)
-        connection.close()
 
     row("start to first serial byte", "ms", started, bare_started)
-    row("resident memory, idle", "MiB", resident, bare_resident)
-    row("mapped shared objects, idle", "", objects, bare_objects)
+    for name, unit_name, ours, floor in zip(
+            ("resident memory, idle", "written memory, idle", "mapped shared objects, idle"),
+            ("MiB", "MiB", ""), zip(*sizes), zip(*bare_sizes)):
+        row(name, unit_name, ours, floor)
     row("wire to store", "us", stored, bare_stored)
     row("request to answer, p50", "us", p50, echo50)
     row("request to answer, p99", "us", p99, echo99)

@@ -41,8 +41,8 @@ def panel(offset, title, days, values):
         f"{offset + TOP + (HEIGHT - TOP - 10) * (1 - (v - low) / room):.1f}"
         for d, v in zip(days, values))
     return (f'<text x="{LEFT}" y="{offset + 18}" font-weight="bold">{title}</text>'
-            f'<text x="{LEFT - 6}" y="{offset + TOP + 6}" text-anchor="end">{high:g}</text>'
-            f'<text x="{LEFT - 6}" y="{offset + HEIGHT - 6}" text-anchor="end">{low:g}</text>'
+            f'<text x="{LEFT - 6}" y="{offset + TOP + 6}" text-anchor="end">{high:.4g}</text>'
+            f'<text x="{LEFT - 6}" y="{offset + HEIGHT - 6}" text-anchor="end">{low:.4g}</text>'
             f'<line x1="{LEFT}" y1="{offset + HEIGHT - 4}" x2="{WIDTH - 20}" '
             f'y2="{offset + HEIGHT - 4}" stroke="#bbb"/>'
             f'<polyline points="{points}" fill="none" stroke="#06c" stroke-width="1.5"/>\n')
