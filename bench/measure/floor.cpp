@@ -1,8 +1,9 @@
 // What the measured program cannot undercut: the same libraries doing the bare minimum.
 //
 //   floor bare     Qt and GStreamer made ready, one byte on standard output, then idle
-//   floor store    one byte on standard output; then a line on /dev/serial0 becomes a
-//                  value of an INI file like the status store
+//   floor store DEVICE FILE
+//                  one byte on standard output; then a line on that serial device becomes a
+//                  value of that INI file, as of the status store
 //   floor echo     connects to port 8082 of 192.168.42.1 and sends back what comes
 
 #include <QCoreApplication>
@@ -28,10 +29,10 @@ void bare()
     sayReady();
 }
 
-void store()
+void store(const QString &device, const QString &file)
 {
-    auto *ini = new QSettings("/home/pi/KT6120/bin/KT6120.ini", QSettings::IniFormat);
-    auto *line = new QSerialPort("/dev/serial0");
+    auto *ini = new QSettings(file, QSettings::IniFormat);
+    auto *line = new QSerialPort(device);
     line->setBaudRate(115200);
     if (!line->open(QIODevice::ReadWrite))
         qFatal("no serial line");
@@ -59,8 +60,8 @@ int main(int argc, char *argv[])
     const QString mode = argc > 1 ? argv[1] : "";
     if (mode == "bare")
         bare();
-    else if (mode == "store")
-        store();
+    else if (mode == "store" && argc > 3)
+        store(argv[2], argv[3]);
     else if (mode == "echo")
         echo();
     else

@@ -11,6 +11,7 @@ poll cycle stand beside those of the last release (bench/measure/pollcycle.txt).
 import os
 import pathlib
 import select
+import shutil
 import signal
 import socket
 import statistics
@@ -24,6 +25,7 @@ import tty
 BIN, ROUNDS = pathlib.Path(sys.argv[1]), int(sys.argv[2])
 UNIT, FLOOR = "/home/pi/KT6120/bin/KT6120", str(BIN / "floor")
 STORE = "/home/pi/KT6120/bin/KT6120.ini"
+FLOOR_STORE = "/home/pi/KT6120/bin/floor.ini"
 LAST_RELEASE = pathlib.Path(__file__).with_name("pollcycle.txt")
 SAMPLES = 1000
 SETTLED = 3  # seconds after which everything that is started beside the program has come up
@@ -45,8 +47,9 @@ class Line:
     def __init__(self):
         self.master, slave = os.openpty()
         tty.setraw(self.master)
+        self.device = os.ttyname(slave)
         pathlib.Path("/dev/serial0").unlink(missing_ok=True)
-        os.symlink(os.ttyname(slave), "/dev/serial0")
+        os.symlink(self.device, "/dev/serial0")
         os.close(slave)
 
     def wait(self, text, limit=10):
@@ -131,20 +134,22 @@ def row(name, unit, ours, floor):
     rows.append((name, unit, statistics.median(ours), statistics.median(floor), ratio))
 
 
-def wire_to_store(line, offset):
-    """Microseconds from the last byte of a line to the renamed store, one sample a line."""
-    taken = []
+def wire_to_store(*ends):
+    """Microseconds from the last byte of a line to the renamed file for each (line, file): medians.
+    Written in turn, for the same reason as below."""
+    taken = [[] for _ in ends]
     for i in range(SAMPLES):
-        line.drain()
-        inode = os.stat(STORE).st_ino
-        begin = time.perf_counter()
-        os.write(line.master, b"BAT:STATE %d\n" % ((i + offset) % 200))
-        while os.stat(STORE).st_ino == inode:
-            if time.perf_counter() - begin > 1:
-                break
-        taken.append((time.perf_counter() - begin) * 1e6)
-        time.sleep(0.002)
-    return statistics.median(taken)
+        for (line, file), times in zip(ends, taken):
+            line.drain()
+            inode = os.stat(file).st_ino
+            begin = time.perf_counter()
+            os.write(line.master, b"BAT:STATE %d\n" % (i % 200))
+            while os.stat(file).st_ino == inode:
+                if time.perf_counter() - begin > 1:
+                    break
+            times.append((time.perf_counter() - begin) * 1e6)
+            time.sleep(0.002)
+    return [statistics.median(times) for times in taken]
 
 
 def round_trips(*requests):
@@ -231,7 +236,14 @@ def main():
         sizes.append(memory(unit))
         bare_sizes.append(memory(bare))
         stop(bare)
-        stored.append(wire_to_store(line, 0))
+        other = Line()  # under its own name, since the program holds the other
+        shutil.copy(STORE, FLOOR_STORE)
+        floor = start(FLOOR, "store", other.device, FLOOR_STORE, stdout=subprocess.PIPE)
+        floor.stdout.read(1)
+        ours, bare = wire_to_store((line, STORE), (other, FLOOR_STORE))
+        stored.append(ours)
+        bare_stored.append(bare)
+        stop(floor)
 
         # The phone's network is there; the app's address is local, like the floor's peer.
         sh("ip addr add 192.168.42.10/24 brd + dev usb0; ip addr del 192.168.42.1/32 dev lo;"
@@ -251,12 +263,6 @@ def main():
         connection.close()
         echo.close()
         sh("ip addr del 192.168.42.10/24 dev usb0")
-
-        line = Line()  # the old one stays exclusive to the program that opened it
-        floor = start(FLOOR, "store", stdout=subprocess.PIPE)
-        floor.stdout.read(1)
-        bare_stored.append(wire_to_store(line, 1))
-        stop(floor)
 
     row("start to first serial byte", "ms", started, bare_started)
     for name, unit_name, ours, floor in zip(
