@@ -4,7 +4,7 @@
 #ifndef PACE_H
 #define PACE_H
 
-#include <stdint.h>
+#include <stdint.h> // NOLINT(modernize-deprecated-headers): read by C too
 
 struct Pace {
     int64_t speed;   // seconds of the unit's time for each that the program rests; at least 1
