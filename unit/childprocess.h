@@ -22,7 +22,8 @@ struct Command {
 // A command line split at blanks; double quotes hold a word together.
 Command fromLine(const QString &line);
 
-// Starts a command in a new process object that stays a child of parent, and does not wait.
+// Starts a command in a new process object that stays a child of parent, and does not wait. The
+// object is closed when the child has ended.
 // Its standard output is discarded, so that a child that runs for months costs no memory.
 QProcess *start(QObject *parent, const Command &command);
 

@@ -135,8 +135,8 @@ def row(name, unit, ours, floor):
 
 
 def wire_to_store(*ends):
-    """Microseconds from the last byte of a line to the renamed file for each (line, file): medians.
-    Written in turn, for the same reason as below."""
+    """Microseconds from the last byte of a line to the renamed file, medians for each (line, file).
+    Written in turn, so that all meet the same moods of the machine."""
     taken = [[] for _ in ends]
     for i in range(SAMPLES):
         for (line, file), times in zip(ends, taken):

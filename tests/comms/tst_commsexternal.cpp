@@ -29,8 +29,7 @@ void sh(const QString &commands)
 // A phone on USB. Its address is local, so that a server in this process answers at it.
 void plugPhone()
 {
-    sh("ip link add usb0 type veth peer name far-usb0; ip link set usb0 up; ip link set far-usb0 "
-       "up;"
+    sh("ip link add usb0 type veth peer name far; ip link set usb0 up; ip link set far up;"
        "ip addr add 192.168.42.10/24 brd + dev usb0; ip route add default via 192.168.42.1;"
        "ip addr add 192.168.42.1/32 dev lo");
 }

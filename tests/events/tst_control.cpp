@@ -1,4 +1,4 @@
-// What is asked of the unit: lamp, sonde, reel, requests, commands file, configuration.
+// What is asked of the unit: lamp, reel, answers, configuration, video switch, snapshot.
 
 #include "unitunderevents.h"
 
@@ -88,7 +88,7 @@ private slots:
         QCOMPARE(unit.stored("Camera/Lamp"), QString("20"));
     }
 
-    // Negative, with six significant digits, and without digits that tell nothing.
+    // Negative ones, and six significant digits at most.
     void numbersInAnswers()
     {
         const UnitUnderEvents unit;
