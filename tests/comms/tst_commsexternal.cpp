@@ -5,6 +5,7 @@
 
 #include <QElapsedTimer>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
@@ -256,6 +257,25 @@ private slots:
         }
         QTRY_COMPARE(held(), before);
         QCOMPARE(link->events, QVector<int>(50, EVENT_LampUp));
+    }
+
+    // A USB interface without an address counts for the port; the image leads the stream by 100 ms.
+    void ethernetBesideABareUsb()
+    {
+        const auto restore = qScopeGuard([] {
+            sh("ip link del eth0");
+            unplugPhone();
+            plugPhone();
+        });
+        sh("ip addr flush dev usb0; ip link add eth0 type veth peer name far-eth0;"
+           "ip link set eth0 up; ip link set far-eth0 up; ip addr add 10.1.2.3/8 brd + dev eth0");
+        link.emplace();
+        link->commsExternalMonitorTethering();
+        QTRY_COMPARE(
+            calls(),
+            QStringList({"pngview -d 3 -l 9 -b 0x000F /home/pi/KT6120/bin/splashStream.png -n",
+                         "KT6120_stream_start.sh 10.255.255.255 49152"}));
+        QVERIFY(recorders::calls()[1].uptime - recorders::calls()[0].uptime > 0.085);
     }
 
     // The viewer outlasts its wait and stays, and the operation goes on.
