@@ -11,37 +11,52 @@
 // One command: the first thing done is to keep its argument, then it is acknowledged, then
 // its event is raised, from SOURCE_APP.
 struct commsExternal::AppCommand {
-    using Keep = void *(*)(commsExternal &, const QString &argument);
+    // What becomes of the argument, and the event; each may be missing.
+    struct Effect {
+        void *(*keep)(commsExternal &, const QString &argument) = nullptr; // where the value lies
+        std::optional<EVENT_TYPE_t> event = std::nullopt;
+
+        constexpr Effect() = default;
+        constexpr Effect(EVENT_TYPE_t raised) : event(raised) {}
+        constexpr Effect(decltype(keep) kept, std::optional<EVENT_TYPE_t> raised = std::nullopt)
+            : keep(kept), event(raised)
+        {
+        }
+    };
 
     const char *word;
     const char *acknowledgement = nullptr;
-    std::optional<EVENT_TYPE_t> event = std::nullopt;
-    Keep keep = nullptr; // returns where the event's value lies
+    Effect effect = {};
     const char *debugText = nullptr;
 
-    template <QString commsExternal::*member>
-    static void *text(commsExternal &link, const QString &argument)
+    template <auto member>
+    static void *keep(commsExternal &link, const QString &argument)
     {
-        link.*member = argument;
+        set(link.*member, argument);
         return &(link.*member);
     }
+    // The event's pointer points at the member, which has to be of the event's type.
+    template <EVENT_TYPE_t event, Payload<event> commsExternal::*member>
+    static constexpr Effect raise = {keep<member>, event};
 
-    static void *coilerOffset(commsExternal &link, const QString &argument)
+private:
+    static void set(QString &text, const QString &argument) { text = argument; }
+    static void set(double &number, const QString &argument)
     {
-        const double metres = argument.toDouble(); // 0 for what is no number at all
-        link.coilerSetValue = qIsFinite(metres) ? metres : 0;
-        return &link.coilerSetValue;
+        number = argument.toDouble(); // 0 for what is no number at all
+        if (!qIsFinite(number))
+            number = 0;
     }
 };
 
 // clang-format off
 const std::vector<commsExternal::AppCommand> commsExternal::commandsWithArgument = {
-    {"Port",      "Port\r",      {},                   AppCommand::text<&commsExternal::appPort>},
-    {"IP",        "IP\r",        {},                   AppCommand::text<&commsExternal::appAddress>},
+    {"Port",      "Port\r",      AppCommand::keep<&commsExternal::appPort>},
+    {"IP",        "IP\r",        AppCommand::keep<&commsExternal::appAddress>},
     {"TolvApp"}, // a heartbeat
-    {"SondeFreq", nullptr,       EVENT_SondeFrequency, AppCommand::text<&commsExternal::sondeFrequency>},
-    {"Model",     nullptr,       EVENT_CoilerModel,    AppCommand::text<&commsExternal::coilerModel>},
-    {"CoilerSet", "CoilerSet\r", EVENT_CoilerSet,      AppCommand::coilerOffset},
+    {"SondeFreq", nullptr,       AppCommand::raise<EVENT_SondeFrequency, &commsExternal::sondeFrequency>},
+    {"Model",     nullptr,       AppCommand::raise<EVENT_CoilerModel, &commsExternal::coilerModel>},
+    {"CoilerSet", "CoilerSet\r", AppCommand::raise<EVENT_CoilerSet, &commsExternal::coilerSetValue>},
 };
 
 const std::vector<commsExternal::AppCommand> commsExternal::commandsAlone = {
@@ -58,8 +73,8 @@ const std::vector<commsExternal::AppCommand> commsExternal::commandsAlone = {
     {"SondeFreq?",      nullptr,         EVENT_SondeFrequencyRequest},
     {"SondeState?",     nullptr,         EVENT_SondeStateRequest},
     {"BatteryLevel?",   nullptr,         EVENT_BatteryLevelRequest},
-    {"BatteryState?",   nullptr,         EVENT_BatteryStateRequest,    nullptr, "Battery state request"},
-    {"TallwickDetect?", nullptr,         EVENT_TallwickDetectRequest,  nullptr, "Tallwick detect request"},
+    {"BatteryState?",   nullptr,         EVENT_BatteryStateRequest,    "Battery state request"},
+    {"TallwickDetect?", nullptr,         EVENT_TallwickDetectRequest,  "Tallwick detect request"},
     {"*IDN?",           nullptr,         EVENT_IdnRequest},
     {"TolvApp"},   // heartbeats
     {"KestraApp"},
@@ -93,11 +108,12 @@ void commsExternal::commsExternalParse(QStringList tokens)
         commsExternalSendCmdByteArray("ERROR\r");
         return;
     }
-    void *value = command->keep ? command->keep(*this, tokens[1]) : nullptr;
+    const auto &[keep, event] = command->effect;
+    void *value = keep ? keep(*this, tokens[1]) : nullptr;
     if (command->debugText)
         qDebug() << command->debugText;
     if (command->acknowledgement)
         commsExternalSendCmdByteArray(command->acknowledgement);
-    if (command->event)
-        emit commsExternalEvent(*command->event, SOURCE_APP, value);
+    if (event)
+        emit commsExternalEvent(*event, SOURCE_APP, value);
 }

@@ -85,9 +85,8 @@ private:
     int commsInternalMCULogs(QStringList words, SOURCE_TYPE_t source);
 
     bool readNumber(const QString &word, int &number);
-    template <typename Width, typename Member>
-    int updateNumber(const QStringList &words, SOURCE_TYPE_t source, Member &member,
-                     EVENT_TYPE_t event);
+    template <EVENT_TYPE_t type, typename Width = Payload<type>>
+    int updateNumber(const QStringList &words, SOURCE_TYPE_t source, Payload<type> &member);
 
     bool writeAll(const QByteArray &bytes);
     void silenceDeadLine();
@@ -107,10 +106,10 @@ private:
     int batteryState = 0;
     uint16_t batteryVoltage = 0;
     uint16_t batteryCurrent = 0;
-    uint16_t coilerValue = 0;
+    int16_t coilerValue = 0;
     int cameraType = 0;
     uint8_t sondeState = 0;
-    uint16_t thermistorValue = 0;
+    int16_t thermistorValue = 0;
     uint8_t tallwickDetected = 0;
     QString mcuLogs;
 };

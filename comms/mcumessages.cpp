@@ -46,48 +46,48 @@ bool commsInternal::readNumber(const QString &word, int &number)
 }
 
 // Keeps the low bits of the first argument, as many as Width holds, and raises the event.
-template <typename Width, typename Member>
-int commsInternal::updateNumber(const QStringList &words, SOURCE_TYPE_t source, Member &member,
-                                EVENT_TYPE_t event)
+template <EVENT_TYPE_t type, typename Width>
+int commsInternal::updateNumber(const QStringList &words, SOURCE_TYPE_t source,
+                                Payload<type> &member)
 {
     int number = 0;
     if (!readNumber(words.at(1), number))
         return 1;
     member = static_cast<Width>(number);
-    emit commsInternalEvent(event, source, &member);
+    emit commsInternalEvent(type, source, &member);
     return 0;
 }
 
 int commsInternal::commsInternalIDN(QStringList words, SOURCE_TYPE_t source)
 {
     mcuVersion = words.last();
-    emit commsInternalEvent(EVENT_McuVersion, source, &mcuVersion);
+    emit commsInternalEvent(EVENT_McuVersion, source, payloadPointer<EVENT_McuVersion>(mcuVersion));
     return 0;
 }
 
 int commsInternal::commsInternalUpdateLampVal(QStringList words, SOURCE_TYPE_t source)
 {
-    return updateNumber<uint8_t>(words, source, lampValue, EVENT_LampValue);
+    return updateNumber<EVENT_LampValue>(words, source, lampValue);
 }
 
 int commsInternal::commsInternalUpdateBatState(QStringList words, SOURCE_TYPE_t source)
 {
-    return updateNumber<uint8_t>(words, source, batteryState, EVENT_BatteryState);
+    return updateNumber<EVENT_BatteryState, uint8_t>(words, source, batteryState);
 }
 
 int commsInternal::commsInternalUpdateBatV(QStringList words, SOURCE_TYPE_t source)
 {
-    return updateNumber<uint16_t>(words, source, batteryVoltage, EVENT_BatteryVoltage);
+    return updateNumber<EVENT_BatteryVoltage>(words, source, batteryVoltage);
 }
 
 int commsInternal::commsInternalUpdateCurrent(QStringList words, SOURCE_TYPE_t source)
 {
-    return updateNumber<uint16_t>(words, source, batteryCurrent, EVENT_Current);
+    return updateNumber<EVENT_Current>(words, source, batteryCurrent);
 }
 
 int commsInternal::commsInternalUpdateCoiler(QStringList words, SOURCE_TYPE_t source)
 {
-    return updateNumber<uint16_t>(words, source, coilerValue, EVENT_CoilerValue);
+    return updateNumber<EVENT_CoilerValue>(words, source, coilerValue);
 }
 
 int commsInternal::commsInternalShutdown(QStringList, SOURCE_TYPE_t source)
@@ -98,7 +98,7 @@ int commsInternal::commsInternalShutdown(QStringList, SOURCE_TYPE_t source)
 
 int commsInternal::commsInternalUpdateCameraType(QStringList words, SOURCE_TYPE_t source)
 {
-    return updateNumber<uint8_t>(words, source, cameraType, EVENT_CameraType);
+    return updateNumber<EVENT_CameraType, uint8_t>(words, source, cameraType);
 }
 
 // Over- and under-temperature of the MCU's supply: accepted, so that they are no errors.
@@ -143,12 +143,12 @@ int commsInternal::commsInternalSondeState(QStringList words, SOURCE_TYPE_t sour
 
 int commsInternal::commsInternalThermistor(QStringList words, SOURCE_TYPE_t source)
 {
-    return updateNumber<uint16_t>(words, source, thermistorValue, EVENT_Thermistor);
+    return updateNumber<EVENT_Thermistor>(words, source, thermistorValue);
 }
 
 int commsInternal::commsInternalTallwickDetected(QStringList words, SOURCE_TYPE_t source)
 {
-    return updateNumber<uint8_t>(words, source, tallwickDetected, EVENT_TallwickDetected);
+    return updateNumber<EVENT_TallwickDetected>(words, source, tallwickDetected);
 }
 
 int commsInternal::commsInternalMCULogs(QStringList words, SOURCE_TYPE_t)

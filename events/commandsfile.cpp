@@ -43,6 +43,16 @@ constexpr Row rows[] = {
     {"MODEL", Argument::Text, EVENT_CoilerModel, {}, nullptr},
 };
 
+constexpr bool eachTextIsItsEventsPayload()
+{
+    for (const Row &row : rows) {
+        if (row.argument == Argument::Text && !carries<QString>(row.event))
+            return false;
+    }
+    return true;
+}
+static_assert(eachTextIsItsEventsPayload());
+
 } // namespace
 
 // A file that is missing now is not watched later; one that is replaced is no longer watched.

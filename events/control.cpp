@@ -26,29 +26,24 @@ constexpr char coilerModelKey[] = "Coiler/Model"; // of the configuration file
 constexpr char defaultCoilerModel[] = "x40";
 constexpr char defaultSondeFrequency[] = "512";
 
-const QString &text(const void *payload)
-{
-    return *static_cast<const QString *>(payload);
-}
-
 } // namespace
 
-void eventHandler::answerBatteryState(SOURCE_TYPE_t source, const void *)
+void eventHandler::answerBatteryState(SOURCE_TYPE_t source)
 {
     eventHandlerSendCommand(source, QString("BatteryState %1\r").arg(batteryState));
 }
 
-void eventHandler::answerBatteryLevel(SOURCE_TYPE_t source, const void *)
+void eventHandler::answerBatteryLevel(SOURCE_TYPE_t source)
 {
     eventHandlerSendCommand(source, QString("BatteryLevel %1\r").arg(batteryVoltage));
 }
 
-void eventHandler::sondeOn(SOURCE_TYPE_t, const void *)
+void eventHandler::sondeOn(SOURCE_TYPE_t)
 {
     switchSonde(true);
 }
 
-void eventHandler::sondeOff(SOURCE_TYPE_t, const void *)
+void eventHandler::sondeOff(SOURCE_TYPE_t)
 {
     switchSonde(false);
 }
@@ -63,30 +58,30 @@ void eventHandler::switchSonde(bool on)
     eventHandlerSendCommand(SOURCE_MCU, on ? "SONDE:ON\r\n" : "SONDE:OFF\r\n");
 }
 
-void eventHandler::sondeFrequencyGiven(SOURCE_TYPE_t, const void *payload)
+void eventHandler::sondeFrequencyGiven(SOURCE_TYPE_t, const QString *frequency)
 {
-    sondeFrequency = text(payload);
+    sondeFrequency = *frequency;
     store->settingsSetValue("Sonde/Frequency", sondeFrequency);
 }
 
-void eventHandler::answerSondeFrequency(SOURCE_TYPE_t source, const void *)
+void eventHandler::answerSondeFrequency(SOURCE_TYPE_t source)
 {
     const QVariant stored = store->settingsGetValue("Sonde/Frequency", defaultSondeFrequency);
     eventHandlerSendCommand(source, "SondeFreq " + stored.toString());
 }
 
-void eventHandler::answerSondeState(SOURCE_TYPE_t source, const void *)
+void eventHandler::answerSondeState(SOURCE_TYPE_t source)
 {
     eventHandlerSendCommand(source, QString("SondeState %1\r\n").arg(int(sondeEnabled)));
 }
 
-void eventHandler::shutDown(SOURCE_TYPE_t, const void *)
+void eventHandler::shutDown(SOURCE_TYPE_t)
 {
     qCritical() << "Shutdown Event Triggered";
     childprocess::run(this, childprocess::fromLine(paths::shutdownCommand), shutdownWait);
 }
 
-void eventHandler::answerCoilerValue(SOURCE_TYPE_t source, const void *)
+void eventHandler::answerCoilerValue(SOURCE_TYPE_t source)
 {
     // From the store each time: other programs on the unit may set the offset there.
     coilerOffset = store->settingsGetValue("Camera/CoilerOffset", "0").toDouble();
@@ -95,28 +90,28 @@ void eventHandler::answerCoilerValue(SOURCE_TYPE_t source, const void *)
 }
 
 // The counter itself is not touched: it follows the MCU's next report.
-void eventHandler::setCoiler(SOURCE_TYPE_t, const void *payload)
+void eventHandler::setCoiler(SOURCE_TYPE_t, const double *metres)
 {
     eventHandlerSendCommand(SOURCE_MCU, "COILER:ZERO\r\n");
     store->settingsSetValue("Camera/Coiler", QString("0"));
-    coilerOffset = payload ? *static_cast<const double *>(payload) : 0.0;
+    coilerOffset = metres ? *metres : 0.0;
     qInfo() << "Coiler offset set to " << coilerOffset << "m";
     store->settingsSetValue("Camera/CoilerOffset", coilerOffset);
 }
 
-void eventHandler::coilerModelGiven(SOURCE_TYPE_t, const void *payload)
+void eventHandler::coilerModelGiven(SOURCE_TYPE_t, const QString *model)
 {
-    coilerModel = text(payload);
+    coilerModel = *model;
     configuration->setValue(coilerModelKey, coilerModel);
 }
 
-void eventHandler::answerCoilerModel(SOURCE_TYPE_t source, const void *)
+void eventHandler::answerCoilerModel(SOURCE_TYPE_t source)
 {
     const QVariant stored = configuration->value(coilerModelKey, defaultCoilerModel);
     eventHandlerSendCommand(source, "Model " + stored.toString() + "\r\n");
 }
 
-void eventHandler::startStream(SOURCE_TYPE_t, const void *)
+void eventHandler::startStream(SOURCE_TYPE_t)
 {
     qInfo() << "EVENT_StreamStart";
     if (streamAddress.isEmpty() || streamPort.isEmpty())
@@ -125,7 +120,7 @@ void eventHandler::startStream(SOURCE_TYPE_t, const void *)
         qInfo() << "Stream Started at " << streamAddress << ":" << streamPort;
 }
 
-void eventHandler::stopStream(SOURCE_TYPE_t, const void *)
+void eventHandler::stopStream(SOURCE_TYPE_t)
 {
     if (!streamActive)
         return;
@@ -134,38 +129,38 @@ void eventHandler::stopStream(SOURCE_TYPE_t, const void *)
     qInfo() << "Stream Stopped";
 }
 
-void eventHandler::startPal(SOURCE_TYPE_t, const void *)
+void eventHandler::startPal(SOURCE_TYPE_t)
 {
     emit eventHandlerStartPAL();
     qInfo() << "PAL Output Started";
 }
 
-void eventHandler::stopPal(SOURCE_TYPE_t, const void *)
+void eventHandler::stopPal(SOURCE_TYPE_t)
 {
     emit eventHandlerStopPAL();
     qInfo() << "PAL Output Stopped";
 }
 
-void eventHandler::answerIdn(SOURCE_TYPE_t source, const void *)
+void eventHandler::answerIdn(SOURCE_TYPE_t source)
 {
     eventHandlerSendCommand(
         source, QString("%1 v%2.%3.%4\r\n")
                     .arg(version::product, version::major, version::minor, version::build));
 }
 
-void eventHandler::answerComputeTemperature(SOURCE_TYPE_t source, const void *)
+void eventHandler::answerComputeTemperature(SOURCE_TYPE_t source)
 {
     eventHandlerSendCommand(source, QString("Temp:Compute %1\r").arg(computeTemperature));
 }
 
-void eventHandler::answerTallwick(SOURCE_TYPE_t source, const void *)
+void eventHandler::answerTallwick(SOURCE_TYPE_t source)
 {
     eventHandlerSendCommand(source, QString("TWK %1\r").arg(int(tallwickDetected)));
 }
 
-void eventHandler::mcuLogGiven(SOURCE_TYPE_t, const void *payload)
+void eventHandler::mcuLogGiven(SOURCE_TYPE_t, const QString *text)
 {
-    mcuLog = text(payload);
+    mcuLog = *text;
     eventHandlerWriteLogs();
 }
 
@@ -174,13 +169,13 @@ void eventHandler::eventHandlerWriteLogs()
     writeMcuLog(mcuLog);
 }
 
-void eventHandler::resetMcuLog(SOURCE_TYPE_t, const void *)
+void eventHandler::resetMcuLog(SOURCE_TYPE_t)
 {
     eventHandlerSendCommand(SOURCE_MCU, "LOGS:RESET\r\n");
     emit eventHandlerUpdateLogs();
 }
 
-void eventHandler::countUnknownCommand(SOURCE_TYPE_t, const void *)
+void eventHandler::countUnknownCommand(SOURCE_TYPE_t)
 {
     ++unknownCommands;
     store->settingsSetValue("Commands/Unknown", unknownCommands);

@@ -7,7 +7,8 @@
 #include <QDebug>
 #include <QFileSystemWatcher>
 
-#include <array>
+#include <iterator>
+#include <type_traits>
 
 eventHandler::eventHandler(QObject *parent) : QObject(parent), store(new settings(this))
 {
@@ -21,55 +22,92 @@ eventHandler::eventHandler(QObject *parent) : QObject(parent), store(new setting
 
 eventHandler::~eventHandler() = default;
 
+// What is done for each event, a row an event in the order of their list. A row does not compile
+// unless its function takes a pointer to the event's type of value, or none where none goes with
+// it.
+struct eventHandler::Dispatch {
+    using self = eventHandler;
+
+    struct Row {
+        EVENT_TYPE_t event;
+        void (*act)(self &handler, SOURCE_TYPE_t source, const void *payload);
+    };
+
+    template <EVENT_TYPE_t event, auto function>
+    static constexpr Row on()
+    {
+        return {event, [](self &handler, SOURCE_TYPE_t source, const void *payload) {
+                    if constexpr (std::is_void_v<Payload<event>>)
+                        (handler.*function)(source);
+                    else
+                        (handler.*function)(source, static_cast<const Payload<event> *>(payload));
+                }};
+    }
+    template <EVENT_TYPE_t event>
+    static constexpr Row ignore()
+    {
+        return {event, [](self &, SOURCE_TYPE_t, const void *) {}};
+    }
+
+    static const Row rows[];
+    static constexpr bool hasOneRowForEachEvent();
+};
+
+constexpr eventHandler::Dispatch::Row eventHandler::Dispatch::rows[] = {
+    on<EVENT_BatteryState, &self::batteryStateReported>(),
+    on<EVENT_BatteryStateRequest, &self::answerBatteryState>(),
+    on<EVENT_BatteryVoltage, &self::batteryVoltageReported>(),
+    on<EVENT_BatteryLevelRequest, &self::answerBatteryLevel>(),
+    on<EVENT_SondeOn, &self::sondeOn>(),
+    on<EVENT_SondeOff, &self::sondeOff>(),
+    on<EVENT_SondeFrequency, &self::sondeFrequencyGiven>(),
+    on<EVENT_SondeFrequencyRequest, &self::answerSondeFrequency>(),
+    on<EVENT_SondeStateRequest, &self::answerSondeState>(),
+    on<EVENT_Current, &self::currentReported>(),
+    on<EVENT_LampValueRequest, &self::answerLampValue>(),
+    on<EVENT_LampValue, &self::lampValueReported>(),
+    on<EVENT_LampUp, &self::lampUp>(),
+    on<EVENT_LampDown, &self::lampDown>(),
+    on<EVENT_LampOff, &self::lampOff>(),
+    on<EVENT_Shutdown, &self::shutDown>(),
+    on<EVENT_CameraType, &self::cameraTypeReported>(),
+    on<EVENT_CoilerValue, &self::coilerValueReported>(),
+    on<EVENT_CoilerValueRequest, &self::answerCoilerValue>(),
+    on<EVENT_CoilerSet, &self::setCoiler>(),
+    ignore<EVENT_EncoderValue>(),
+    on<EVENT_McuVersion, &self::mcuVersionReported>(),
+    on<EVENT_StreamStart, &self::startStream>(),
+    on<EVENT_StreamStop, &self::stopStream>(),
+    on<EVENT_PALStart, &self::startPal>(),
+    on<EVENT_PALStop, &self::stopPal>(),
+    on<EVENT_IdnRequest, &self::answerIdn>(),
+    on<EVENT_Thermistor, &self::thermistorReported>(),
+    on<EVENT_ComputeTemperatureRequest, &self::answerComputeTemperature>(),
+    on<EVENT_TallwickDetected, &self::tallwickReported>(),
+    on<EVENT_TallwickDetectRequest, &self::answerTallwick>(),
+    on<EVENT_CoilerModel, &self::coilerModelGiven>(),
+    on<EVENT_CoilerModelRequest, &self::answerCoilerModel>(),
+    on<EVENT_WriteLogs, &self::mcuLogGiven>(),
+    on<EVENT_ResetLogs, &self::resetMcuLog>(),
+    on<EVENT_UnknownCommand, &self::countUnknownCommand>(),
+};
+
+constexpr bool eventHandler::Dispatch::hasOneRowForEachEvent()
+{
+    for (std::size_t i = 0; i < std::size(allEvents); ++i) {
+        if (rows[i].event != allEvents[i])
+            return false;
+    }
+    return std::size(rows) == std::size(allEvents);
+}
+
 void eventHandler::eventHandlerProcess(EVENT_TYPE_t event, SOURCE_TYPE_t source, void *ptr)
 {
-    using self = eventHandler;
-    // Indexed by event; null: ignored.
-    static constexpr std::array<Handler, 40> handlers = {
-        /* EVENT_BatteryState */ &self::batteryStateReported,
-        /* EVENT_BatteryStateRequest */ &self::answerBatteryState,
-        /* EVENT_BatteryVoltage */ &self::batteryVoltageReported,
-        /* EVENT_BatteryLevelRequest */ &self::answerBatteryLevel,
-        /* EVENT_SondeOn */ &self::sondeOn,
-        /* EVENT_SondeOff */ &self::sondeOff,
-        /* EVENT_SondeFrequency */ &self::sondeFrequencyGiven,
-        /* EVENT_SondeFrequencyRequest */ &self::answerSondeFrequency,
-        /* EVENT_SondeStateRequest */ &self::answerSondeState,
-        /* EVENT_Current */ &self::currentReported,
-        /* EVENT_LampValueRequest */ &self::answerLampValue,
-        /* EVENT_LampValue */ &self::lampValueReported,
-        /* EVENT_LampUp */ &self::lampUp,
-        /* EVENT_LampDown */ &self::lampDown,
-        /* EVENT_LampOff */ &self::lampOff,
-        /* EVENT_Shutdown */ &self::shutDown,
-        /* EVENT_CameraType */ &self::cameraTypeReported,
-        /* EVENT_CoilerValue */ &self::coilerValueReported,
-        /* EVENT_CoilerValueRequest */ &self::answerCoilerValue,
-        /* EVENT_CoilerSet */ &self::setCoiler,
-        /* EVENT_EncoderValue */ nullptr,
-        /* EVENT_McuVersion */ &self::mcuVersionReported,
-        /* 22 */ nullptr,
-        /* 23 */ nullptr,
-        /* EVENT_StreamStart */ &self::startStream,
-        /* EVENT_StreamStop */ &self::stopStream,
-        /* EVENT_PALStart */ &self::startPal,
-        /* EVENT_PALStop */ &self::stopPal,
-        /* EVENT_IdnRequest */ &self::answerIdn,
-        /* EVENT_Thermistor */ &self::thermistorReported,
-        /* EVENT_ComputeTemperatureRequest */ &self::answerComputeTemperature,
-        /* 31 */ nullptr,
-        /* 32 */ nullptr,
-        /* EVENT_TallwickDetected */ &self::tallwickReported,
-        /* EVENT_TallwickDetectRequest */ &self::answerTallwick,
-        /* EVENT_CoilerModel */ &self::coilerModelGiven,
-        /* EVENT_CoilerModelRequest */ &self::answerCoilerModel,
-        /* EVENT_WriteLogs */ &self::mcuLogGiven,
-        /* EVENT_ResetLogs */ &self::resetMcuLog,
-        /* EVENT_UnknownCommand */ &self::countUnknownCommand,
-    };
-    const auto index = static_cast<size_t>(event); // a negative value becomes a large one
-    if (index < handlers.size() && handlers[index])
-        (this->*handlers[index])(source, ptr);
+    static_assert(Dispatch::hasOneRowForEachEvent());
+    for (const Dispatch::Row &row : Dispatch::rows) {
+        if (row.event == event)
+            return row.act(*this, source, ptr);
+    }
 }
 
 void eventHandler::eventHandlerSendCommand(SOURCE_TYPE_t destination, QString text)

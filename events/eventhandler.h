@@ -81,54 +81,57 @@ public slots:
     void eventHandlerSetPort(QString port);
 
 private:
-    using Handler = void (eventHandler::*)(SOURCE_TYPE_t source, const void *payload);
+    struct Dispatch;
     enum class Alarm { Normal = 0, Under = 1, Over = 2 };
     struct Band;
 
+    // One function an event. It gets the event's source, and the pointer to the value where one
+    // goes with the event.
+    //
     // telemetry.cpp
-    void batteryStateReported(SOURCE_TYPE_t source, const void *payload);
-    void batteryVoltageReported(SOURCE_TYPE_t source, const void *payload);
-    void currentReported(SOURCE_TYPE_t source, const void *payload);
-    void cameraTypeReported(SOURCE_TYPE_t source, const void *payload);
-    void coilerValueReported(SOURCE_TYPE_t source, const void *payload);
-    void mcuVersionReported(SOURCE_TYPE_t source, const void *payload);
-    void thermistorReported(SOURCE_TYPE_t source, const void *payload);
-    void tallwickReported(SOURCE_TYPE_t source, const void *payload);
+    void batteryStateReported(SOURCE_TYPE_t source, const int32_t *state);
+    void batteryVoltageReported(SOURCE_TYPE_t source, const uint16_t *raw);
+    void currentReported(SOURCE_TYPE_t source, const uint16_t *current);
+    void cameraTypeReported(SOURCE_TYPE_t source, const int32_t *type);
+    void coilerValueReported(SOURCE_TYPE_t source, const int16_t *count);
+    void mcuVersionReported(SOURCE_TYPE_t source, const QString *version);
+    void thermistorReported(SOURCE_TYPE_t source, const int16_t *hundredths);
+    void tallwickReported(SOURCE_TYPE_t source, const uint8_t *flag);
     static void checkBand(int reading, const Band &band, Alarm &alarm);
 
     // lamp.cpp
-    void lampValueReported(SOURCE_TYPE_t source, const void *payload);
-    void answerLampValue(SOURCE_TYPE_t source, const void *payload);
-    void lampUp(SOURCE_TYPE_t source, const void *payload);
-    void lampDown(SOURCE_TYPE_t source, const void *payload);
-    void lampOff(SOURCE_TYPE_t source, const void *payload);
+    void lampValueReported(SOURCE_TYPE_t source, const uint8_t *level);
+    void answerLampValue(SOURCE_TYPE_t source);
+    void lampUp(SOURCE_TYPE_t source);
+    void lampDown(SOURCE_TYPE_t source);
+    void lampOff(SOURCE_TYPE_t source);
     void switchLampPower(const char *lineValue);
     void storeLampLevel();
 
     // control.cpp
-    void answerBatteryState(SOURCE_TYPE_t source, const void *payload);
-    void answerBatteryLevel(SOURCE_TYPE_t source, const void *payload);
-    void sondeOn(SOURCE_TYPE_t source, const void *payload);
-    void sondeOff(SOURCE_TYPE_t source, const void *payload);
+    void answerBatteryState(SOURCE_TYPE_t source);
+    void answerBatteryLevel(SOURCE_TYPE_t source);
+    void sondeOn(SOURCE_TYPE_t source);
+    void sondeOff(SOURCE_TYPE_t source);
     void switchSonde(bool on);
-    void sondeFrequencyGiven(SOURCE_TYPE_t source, const void *payload);
-    void answerSondeFrequency(SOURCE_TYPE_t source, const void *payload);
-    void answerSondeState(SOURCE_TYPE_t source, const void *payload);
-    void shutDown(SOURCE_TYPE_t source, const void *payload);
-    void answerCoilerValue(SOURCE_TYPE_t source, const void *payload);
-    void setCoiler(SOURCE_TYPE_t source, const void *payload);
-    void coilerModelGiven(SOURCE_TYPE_t source, const void *payload);
-    void answerCoilerModel(SOURCE_TYPE_t source, const void *payload);
-    void startStream(SOURCE_TYPE_t source, const void *payload);
-    void stopStream(SOURCE_TYPE_t source, const void *payload);
-    void startPal(SOURCE_TYPE_t source, const void *payload);
-    void stopPal(SOURCE_TYPE_t source, const void *payload);
-    void answerIdn(SOURCE_TYPE_t source, const void *payload);
-    void answerComputeTemperature(SOURCE_TYPE_t source, const void *payload);
-    void answerTallwick(SOURCE_TYPE_t source, const void *payload);
-    void mcuLogGiven(SOURCE_TYPE_t source, const void *payload);
-    void resetMcuLog(SOURCE_TYPE_t source, const void *payload);
-    void countUnknownCommand(SOURCE_TYPE_t source, const void *payload);
+    void sondeFrequencyGiven(SOURCE_TYPE_t source, const QString *frequency);
+    void answerSondeFrequency(SOURCE_TYPE_t source);
+    void answerSondeState(SOURCE_TYPE_t source);
+    void shutDown(SOURCE_TYPE_t source);
+    void answerCoilerValue(SOURCE_TYPE_t source);
+    void setCoiler(SOURCE_TYPE_t source, const double *metres);
+    void coilerModelGiven(SOURCE_TYPE_t source, const QString *model);
+    void answerCoilerModel(SOURCE_TYPE_t source);
+    void startStream(SOURCE_TYPE_t source);
+    void stopStream(SOURCE_TYPE_t source);
+    void startPal(SOURCE_TYPE_t source);
+    void stopPal(SOURCE_TYPE_t source);
+    void answerIdn(SOURCE_TYPE_t source);
+    void answerComputeTemperature(SOURCE_TYPE_t source);
+    void answerTallwick(SOURCE_TYPE_t source);
+    void mcuLogGiven(SOURCE_TYPE_t source, const QString *text);
+    void resetMcuLog(SOURCE_TYPE_t source);
+    void countUnknownCommand(SOURCE_TYPE_t source);
 
     // configuration.cpp
     void readConfiguration();

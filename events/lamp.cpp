@@ -31,24 +31,24 @@ int scaledLevel(int level)
 
 } // namespace
 
-void eventHandler::lampValueReported(SOURCE_TYPE_t source, const void *payload)
+void eventHandler::lampValueReported(SOURCE_TYPE_t source, const uint8_t *level)
 {
     if (tallwickDetected != 0)
         return;
     if (source == SOURCE_MCU)
-        lampLevel = *static_cast<const uint8_t *>(payload);
+        lampLevel = *level;
     else
-        answerLampValue(source, payload);
+        answerLampValue(source);
     qInfo() << "Setting Lamp Brightness to " << int(lampLevel);
     storeLampLevel();
 }
 
-void eventHandler::answerLampValue(SOURCE_TYPE_t source, const void *)
+void eventHandler::answerLampValue(SOURCE_TYPE_t source)
 {
     eventHandlerSendCommand(source, QString("LampValue %1\r\n").arg(int(lampLevel)));
 }
 
-void eventHandler::lampUp(SOURCE_TYPE_t, const void *)
+void eventHandler::lampUp(SOURCE_TYPE_t)
 {
     if (tallwickDetected != 0)
         return;
@@ -57,7 +57,7 @@ void eventHandler::lampUp(SOURCE_TYPE_t, const void *)
     storeLampLevel();
 }
 
-void eventHandler::lampDown(SOURCE_TYPE_t, const void *)
+void eventHandler::lampDown(SOURCE_TYPE_t)
 {
     if (tallwickDetected != 0)
         return;
@@ -68,7 +68,7 @@ void eventHandler::lampDown(SOURCE_TYPE_t, const void *)
 }
 
 // The level stays, so that the next step up starts from it.
-void eventHandler::lampOff(SOURCE_TYPE_t, const void *)
+void eventHandler::lampOff(SOURCE_TYPE_t)
 {
     switchLampPower(lampPowerOff);
     store->settingsSetValue("Camera/Lamp", lampOffValue);

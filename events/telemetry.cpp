@@ -20,39 +20,33 @@ namespace
 // Battery voltage a raw count.
 constexpr double voltageScale = 3.13;
 
-template <typename T>
-T read(const void *payload)
-{
-    return *static_cast<const T *>(payload);
-}
-
 } // namespace
 
-void eventHandler::batteryStateReported(SOURCE_TYPE_t, const void *payload)
+void eventHandler::batteryStateReported(SOURCE_TYPE_t, const int32_t *state)
 {
     const int32_t before = batteryState;
-    batteryState = read<int32_t>(payload);
+    batteryState = *state;
     store->settingsSetValue("Battery/State", batteryState);
     if (batteryState != before)
         qInfo() << "Battery State Changed to: " << batteryState;
 }
 
-void eventHandler::batteryVoltageReported(SOURCE_TYPE_t, const void *payload)
+void eventHandler::batteryVoltageReported(SOURCE_TYPE_t, const uint16_t *raw)
 {
-    const auto scaled = static_cast<unsigned>(read<uint16_t>(payload) * voltageScale);
+    const auto scaled = static_cast<unsigned>(*raw * voltageScale);
     batteryVoltage = static_cast<uint16_t>(scaled);
     eventHandlerParseBatteryVoltage();
 }
 
-void eventHandler::currentReported(SOURCE_TYPE_t, const void *payload)
+void eventHandler::currentReported(SOURCE_TYPE_t, const uint16_t *current)
 {
-    batteryCurrent = read<uint16_t>(payload);
+    batteryCurrent = *current;
     eventHandlerParseBatteryCurrent();
 }
 
-void eventHandler::thermistorReported(SOURCE_TYPE_t, const void *payload)
+void eventHandler::thermistorReported(SOURCE_TYPE_t, const int16_t *hundredths)
 {
-    computeTemperature = read<int16_t>(payload);
+    computeTemperature = *hundredths;
     eventHandlerParseComputeTemperature();
     store->settingsSetValue("Temperature/CM3", computeTemperature / 100.0);
 }
@@ -97,33 +91,32 @@ void eventHandler::checkBand(int reading, const Band &band, Alarm &alarm)
     alarm = now;
 }
 
-void eventHandler::cameraTypeReported(SOURCE_TYPE_t, const void *payload)
+void eventHandler::cameraTypeReported(SOURCE_TYPE_t, const int32_t *type)
 {
-    cameraType = read<int32_t>(payload);
+    cameraType = *type;
     store->settingsSetValue("Camera/Type", cameraType);
     qInfo() << "Camera Type Updated to " << cameraType;
 }
 
-void eventHandler::coilerValueReported(SOURCE_TYPE_t, const void *payload)
+void eventHandler::coilerValueReported(SOURCE_TYPE_t, const int16_t *count)
 {
-    coilerCount = read<int16_t>(payload);
+    coilerCount = *count;
     store->settingsSetValue("Camera/Coiler", int(coilerCount));
 }
 
-void eventHandler::mcuVersionReported(SOURCE_TYPE_t, const void *payload)
+void eventHandler::mcuVersionReported(SOURCE_TYPE_t, const QString *version)
 {
-    mcuVersion = read<QString>(payload);
+    mcuVersion = *version;
     store->settingsSetValue("MCU/Version", mcuVersion);
 }
 
-void eventHandler::tallwickReported(SOURCE_TYPE_t, const void *payload)
+void eventHandler::tallwickReported(SOURCE_TYPE_t, const uint8_t *flag)
 {
-    const auto flag = read<uint8_t>(payload);
-    if (flag == tallwickDetected)
+    if (*flag == tallwickDetected)
         return;
-    tallwickDetected = flag;
-    store->settingsSetValue("Tallwick/Detected", int(flag));
-    if (flag != 1)
+    tallwickDetected = *flag;
+    store->settingsSetValue("Tallwick/Detected", int(tallwickDetected));
+    if (tallwickDetected != 1)
         return;
     // A Tallwick probe has a lamp of its own: ours goes off and stays off.
     eventHandlerProcess(EVENT_LampOff, SOURCE_MCU, nullptr);

@@ -1,45 +1,65 @@
 #pragma once
 
 #include <QMetaType>
+#include <QString>
 
-// What happened. The numbers are fixed; 22, 23, 31 and 32 are unused.
+#include <cstdint>
+#include <type_traits>
+
+// Every event: its name, its number, and the type of the value that its pointer points at; void
+// where no value is read. The numbers are fixed; 22, 23, 31 and 32 are unused. From this one table
+// come the enumeration, Payload and carries().
+// clang-format off
+#define UNIT_EVENTS(EVENT)                                                                    \
+    EVENT(EVENT_BatteryState,               0, int32_t)                                       \
+    EVENT(EVENT_BatteryStateRequest,        1, void)                                          \
+    EVENT(EVENT_BatteryVoltage,             2, uint16_t)                                      \
+    EVENT(EVENT_BatteryLevelRequest,        3, void)                                          \
+    EVENT(EVENT_SondeOn,                    4, void)                                          \
+    EVENT(EVENT_SondeOff,                   5, void)                                          \
+    EVENT(EVENT_SondeFrequency,             6, QString)                                       \
+    EVENT(EVENT_SondeFrequencyRequest,      7, void)                                          \
+    EVENT(EVENT_SondeStateRequest,          8, void)                                          \
+    EVENT(EVENT_Current,                    9, uint16_t)                                      \
+    EVENT(EVENT_LampValueRequest,          10, void)                                          \
+    EVENT(EVENT_LampValue,                 11, uint8_t)                                       \
+    EVENT(EVENT_LampUp,                    12, void)                                          \
+    EVENT(EVENT_LampDown,                  13, void)                                          \
+    EVENT(EVENT_LampOff,                   14, void)                                          \
+    EVENT(EVENT_Shutdown,                  15, void)                                          \
+    EVENT(EVENT_CameraType,                16, int32_t)                                       \
+    EVENT(EVENT_CoilerValue,               17, int16_t)                                       \
+    EVENT(EVENT_CoilerValueRequest,        18, void)                                          \
+    EVENT(EVENT_CoilerSet,                 19, double)   /* metres; a null pointer is 0 */    \
+    EVENT(EVENT_EncoderValue,              20, uint16_t)                                      \
+    EVENT(EVENT_McuVersion,                21, QString)                                       \
+    EVENT(EVENT_StreamStart,               24, void)                                          \
+    EVENT(EVENT_StreamStop,                25, void)                                          \
+    EVENT(EVENT_PALStart,                  26, void)                                          \
+    EVENT(EVENT_PALStop,                   27, void)                                          \
+    EVENT(EVENT_IdnRequest,                28, void)                                          \
+    EVENT(EVENT_Thermistor,                29, int16_t)  /* hundredths of a degree Celsius */ \
+    EVENT(EVENT_ComputeTemperatureRequest, 30, void)                                          \
+    EVENT(EVENT_TallwickDetected,          33, uint8_t)                                       \
+    EVENT(EVENT_TallwickDetectRequest,     34, void)                                          \
+    EVENT(EVENT_CoilerModel,               35, QString)                                       \
+    EVENT(EVENT_CoilerModelRequest,        36, void)                                          \
+    EVENT(EVENT_WriteLogs,                 37, QString)                                       \
+    EVENT(EVENT_ResetLogs,                 38, void)                                          \
+    EVENT(EVENT_UnknownCommand,            39, void)
+// clang-format on
+
+// What happened.
 enum EVENT_TYPE_t : int {
-    EVENT_BatteryState = 0,
-    EVENT_BatteryStateRequest = 1,
-    EVENT_BatteryVoltage = 2,
-    EVENT_BatteryLevelRequest = 3,
-    EVENT_SondeOn = 4,
-    EVENT_SondeOff = 5,
-    EVENT_SondeFrequency = 6,
-    EVENT_SondeFrequencyRequest = 7,
-    EVENT_SondeStateRequest = 8,
-    EVENT_Current = 9,
-    EVENT_LampValueRequest = 10,
-    EVENT_LampValue = 11,
-    EVENT_LampUp = 12,
-    EVENT_LampDown = 13,
-    EVENT_LampOff = 14,
-    EVENT_Shutdown = 15,
-    EVENT_CameraType = 16,
-    EVENT_CoilerValue = 17,
-    EVENT_CoilerValueRequest = 18,
-    EVENT_CoilerSet = 19,
-    EVENT_EncoderValue = 20,
-    EVENT_McuVersion = 21,
-    EVENT_StreamStart = 24,
-    EVENT_StreamStop = 25,
-    EVENT_PALStart = 26,
-    EVENT_PALStop = 27,
-    EVENT_IdnRequest = 28,
-    EVENT_Thermistor = 29,
-    EVENT_ComputeTemperatureRequest = 30,
-    EVENT_TallwickDetected = 33,
-    EVENT_TallwickDetectRequest = 34,
-    EVENT_CoilerModel = 35,
-    EVENT_CoilerModelRequest = 36,
-    EVENT_WriteLogs = 37,
-    EVENT_ResetLogs = 38,
-    EVENT_UnknownCommand = 39,
+#define NUMBERED(name, number, payload) name = (number),
+    UNIT_EVENTS(NUMBERED)
+#undef NUMBERED
+};
+
+inline constexpr EVENT_TYPE_t allEvents[] = {
+#define NAMED(name, number, payload) name,
+    UNIT_EVENTS(NAMED)
+#undef NAMED
 };
 
 // Where an event came from; as a destination, where an answer goes.
@@ -54,3 +74,33 @@ static_assert(sizeof(EVENT_TYPE_t) == 4 && sizeof(SOURCE_TYPE_t) == 4);
 
 Q_DECLARE_METATYPE(EVENT_TYPE_t)
 Q_DECLARE_METATYPE(SOURCE_TYPE_t)
+
+// The type of the value that goes with an event.
+template <EVENT_TYPE_t event>
+struct PayloadOf;
+#define PAYLOAD(name, number, payload)                                                             \
+    template <>                                                                                    \
+    struct PayloadOf<name> {                                                                       \
+        using Type = payload;                                                                      \
+    };
+UNIT_EVENTS(PAYLOAD)
+#undef PAYLOAD
+template <EVENT_TYPE_t event>
+using Payload = typename PayloadOf<event>::Type;
+
+// Whether values of type T go with an event, where the event is known at run time only.
+template <typename T>
+constexpr bool carries(EVENT_TYPE_t event)
+{
+#define OR_THIS(name, number, payload) || (event == (name) && std::is_same_v<payload, T>)
+    return false UNIT_EVENTS(OR_THIS);
+#undef OR_THIS
+}
+
+// The pointer that an event is raised with. What it points at has to have the event's type, and
+// lives in the emitter.
+template <EVENT_TYPE_t event>
+void *payloadPointer(Payload<event> &value)
+{
+    return &value;
+}

@@ -29,26 +29,19 @@ struct Seen {
     QString value; // as the event's reader takes it; empty for a null pointer
 };
 
-// Each event's payload type, as its reader takes it.
 QString payload(EVENT_TYPE_t event, const void *ptr)
 {
-    switch (event) {
-    case EVENT_McuVersion:
+    if (carries<QString>(event))
         return *static_cast<const QString *>(ptr);
-    case EVENT_BatteryState:
-    case EVENT_CameraType:
+    if (carries<int32_t>(event))
         return QString::number(*static_cast<const int32_t *>(ptr));
-    case EVENT_BatteryVoltage:
-    case EVENT_Current:
+    if (carries<uint16_t>(event))
         return QString::number(*static_cast<const uint16_t *>(ptr));
-    case EVENT_CoilerValue:
-    case EVENT_Thermistor:
+    if (carries<int16_t>(event))
         return QString::number(*static_cast<const int16_t *>(ptr));
-    case EVENT_Shutdown:
-        return ptr ? "not null" : "";
-    default:
+    if (carries<uint8_t>(event))
         return QString::number(*static_cast<const uint8_t *>(ptr));
-    }
+    return ptr ? "not null" : "";
 }
 
 } // namespace

@@ -51,7 +51,7 @@ private slots:
         QFETCH(QString, power);
 
         UnitUnderEvents unit("[Lamp]\nMaxCurrent=" + QByteArray::number(maxCurrent) + "\n");
-        unit.report(EVENT_LampValue, static_cast<uint8_t>(level));
+        unit.report<EVENT_LampValue>(static_cast<uint8_t>(level));
         unit.forget();
         QStringList stored;
         for (const int event : events) {
@@ -82,8 +82,8 @@ private slots:
     void aLampValueFromElsewhereIsAnsweredNotTaken()
     {
         const UnitUnderEvents unit;
-        unit.report<uint8_t>(EVENT_LampValue, 20);
-        unit.report<uint8_t>(EVENT_LampValue, 99, SOURCE_APP);
+        unit.report<EVENT_LampValue>(20);
+        unit.report<EVENT_LampValue>(99, SOURCE_APP);
         QCOMPARE(unit.app, QStringList("LampValue 20\r\n"));
         QCOMPARE(unit.stored("Camera/Lamp"), QString("20"));
     }
@@ -92,12 +92,12 @@ private slots:
     void numbersInAnswers()
     {
         const UnitUnderEvents unit;
-        unit.report<int16_t>(EVENT_Thermistor, -250);
+        unit.report<EVENT_Thermistor>(-250);
         unit.raise(EVENT_ComputeTemperatureRequest);
-        unit.report<uint16_t>(EVENT_CoilerValue, 65535);
+        unit.report<EVENT_CoilerValue>(-1);
         unit.raise(EVENT_CoilerValueRequest);
-        unit.report<double>(EVENT_CoilerSet, 0.3125);
-        unit.report<uint16_t>(EVENT_CoilerValue, 9875);
+        unit.report<EVENT_CoilerSet>(0.3125);
+        unit.report<EVENT_CoilerValue>(9875);
         unit.raise(EVENT_CoilerValueRequest);
         QCOMPARE(unit.app, QStringList({"Temp:Compute -250\r", "CoilerValue -0.125\r",
                                         "CoilerValue 1234.69\r"}));
@@ -106,7 +106,7 @@ private slots:
     void zeroingTheReel()
     {
         UnitUnderEvents unit;
-        unit.report<double>(EVENT_CoilerSet, 2.5, SOURCE_APP);
+        unit.report<EVENT_CoilerSet>(2.5, SOURCE_APP);
         QCOMPARE(unit.stored("Camera/Coiler"), QString("0"));
         QCOMPARE(unit.stored("Camera/CoilerOffset").toDouble(), 2.5);
         unit.raise(EVENT_CoilerSet);
@@ -155,8 +155,8 @@ private slots:
         for (const auto &[scalar, answer] :
              {std::pair("0.5", "CoilerValue 6\r"), std::pair("wide", "CoilerValue 1\r")}) {
             const UnitUnderEvents unit(QByteArray("[Coiler]\nEncoderScalar=") + scalar + "\n");
-            unit.report<double>(EVENT_CoilerSet, 1);
-            unit.report<uint16_t>(EVENT_CoilerValue, 10);
+            unit.report<EVENT_CoilerSet>(1);
+            unit.report<EVENT_CoilerValue>(10);
             unit.raise(EVENT_CoilerValueRequest);
             QCOMPARE(unit.app, QStringList(answer));
         }
@@ -190,8 +190,8 @@ private slots:
     void theSnapshotHoldsTheHeldState()
     {
         const UnitUnderEvents unit;
-        unit.report<uint16_t>(EVENT_BatteryVoltage, 2000);
-        unit.report<uint16_t>(EVENT_CoilerValue, 65535);
+        unit.report<EVENT_BatteryVoltage>(2000);
+        unit.report<EVENT_CoilerValue>(-1);
         unit.handler->eventHandlerSetPort("49152");
         unit.raise(EVENT_SondeOn);
         const QString before = QDir::currentPath();

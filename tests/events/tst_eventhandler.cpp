@@ -60,16 +60,16 @@ private slots:
     void reportsAreStored()
     {
         const UnitUnderEvents unit;
-        unit.report<int32_t>(EVENT_BatteryState, 3);
-        unit.report<int32_t>(EVENT_BatteryState, 3);
-        unit.report<uint16_t>(EVENT_BatteryVoltage, 2000);
-        unit.report<uint16_t>(EVENT_Current, 900);
-        unit.report<int16_t>(EVENT_Thermistor, -250);
-        unit.report<int32_t>(EVENT_CameraType, 2);
-        unit.report<int32_t>(EVENT_CameraType, 2);
-        unit.report<uint16_t>(EVENT_CoilerValue, 65535);
-        unit.report<uint8_t>(EVENT_LampValue, 41);
-        unit.report<QString>(EVENT_McuVersion, "V1.0,3");
+        unit.report<EVENT_BatteryState>(3);
+        unit.report<EVENT_BatteryState>(3);
+        unit.report<EVENT_BatteryVoltage>(2000);
+        unit.report<EVENT_Current>(900);
+        unit.report<EVENT_Thermistor>(-250);
+        unit.report<EVENT_CameraType>(2);
+        unit.report<EVENT_CameraType>(2);
+        unit.report<EVENT_CoilerValue>(-1);
+        unit.report<EVENT_LampValue>(41);
+        unit.report<EVENT_McuVersion>("V1.0,3");
         const QPair<const char *, const char *> expected[] = {
             {"Battery/State", "3"},      {"Battery/Voltage", "6260"}, {"Battery/Current", "900"},
             {"Temperature/CM3", "-2.5"}, {"Camera/Type", "2"},        {"Camera/Coiler", "-1"},
@@ -120,8 +120,10 @@ private slots:
         QFETCH(QString, key);
         QFETCH(QString, stored);
         const UnitUnderEvents unit;
-        for (const int reading : readings)
-            unit.report(static_cast<EVENT_TYPE_t>(event), static_cast<uint16_t>(reading));
+        for (const int reading : readings) {
+            auto value = static_cast<uint16_t>(reading); // each of these events has 16 bits
+            unit.raise(static_cast<EVENT_TYPE_t>(event), SOURCE_MCU, &value);
+        }
         QCOMPARE(LogCapture::texts(QtWarningMsg), warnings);
         QCOMPARE(unit.stored(key), stored);
     }
@@ -129,11 +131,11 @@ private slots:
     void aTallwickProbeSwitchesTheLampOff()
     {
         UnitUnderEvents unit;
-        unit.report<uint8_t>(EVENT_LampValue, 30);
-        unit.report<uint8_t>(EVENT_TallwickDetected, 0); // no change
+        unit.report<EVENT_LampValue>(30);
+        unit.report<EVENT_TallwickDetected>(0); // no change
         QCOMPARE(unit.stored("Tallwick/Detected"), QString());
-        unit.report<uint8_t>(EVENT_TallwickDetected, 1);
-        unit.report<uint8_t>(EVENT_TallwickDetected, 1);
+        unit.report<EVENT_TallwickDetected>(1);
+        unit.report<EVENT_TallwickDetected>(1);
         QCOMPARE(unit.serial, QStringList({"LAMP:OFF\r\n", "LAMP:SET 0\r\n"}));
         QCOMPARE(testsupport::calls(), QStringList("KT6120_gpio_write.sh 21 1"));
         QCOMPARE(unit.stored("Camera/Lamp"), QString("0"));
@@ -141,7 +143,7 @@ private slots:
 
         // While it is there the lamp can only be switched off.
         unit.forget();
-        unit.report<uint8_t>(EVENT_LampValue, 50);
+        unit.report<EVENT_LampValue>(50);
         unit.raise(EVENT_LampUp);
         unit.raise(EVENT_LampDown);
         QCOMPARE(unit.serial + testsupport::calls() + LogCapture::texts(QtInfoMsg), QStringList());
@@ -150,10 +152,10 @@ private slots:
         QCOMPARE(unit.serial, QStringList("LAMP:OFF\r\n"));
 
         unit.forget();
-        unit.report<uint8_t>(EVENT_TallwickDetected, 2); // blocks, but is no detection
+        unit.report<EVENT_TallwickDetected>(2); // blocks, but is no detection
         unit.raise(EVENT_LampUp);
         QCOMPARE(unit.serial, QStringList());
-        unit.report<uint8_t>(EVENT_TallwickDetected, 0);
+        unit.report<EVENT_TallwickDetected>(0);
         unit.raise(EVENT_LampUp);
         QCOMPARE(unit.serial, QStringList({"LAMP:SET 14\r\n", "LAMP:ON\r\n"}));
         unit.raise(EVENT_TallwickDetectRequest);

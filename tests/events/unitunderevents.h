@@ -38,8 +38,8 @@ public:
     {
         handler->eventHandlerProcess(event, source, payload);
     }
-    template <typename T>
-    void report(EVENT_TYPE_t event, T value, SOURCE_TYPE_t source = SOURCE_MCU) const
+    template <EVENT_TYPE_t event>
+    void report(Payload<event> value, SOURCE_TYPE_t source = SOURCE_MCU) const
     {
         raise(event, source, &value);
     }

@@ -53,9 +53,11 @@ QString shape(const QByteArray &text)
 void write(eventHandler &handler, int32_t number)
 {
     QString text = QString("T%1").arg(number);
-    handler.eventHandlerProcess(EVENT_BatteryState, SOURCE_MCU, &number);
-    handler.eventHandlerProcess(EVENT_CoilerModel, SOURCE_APP, &text);
-    handler.eventHandlerProcess(EVENT_WriteLogs, SOURCE_MCU, &text);
+    handler.eventHandlerProcess(EVENT_BatteryState, SOURCE_MCU,
+                                payloadPointer<EVENT_BatteryState>(number));
+    handler.eventHandlerProcess(EVENT_CoilerModel, SOURCE_APP,
+                                payloadPointer<EVENT_CoilerModel>(text));
+    handler.eventHandlerProcess(EVENT_WriteLogs, SOURCE_MCU, payloadPointer<EVENT_WriteLogs>(text));
     QMetaObject::invokeMethod(handler.findChild<monitor *>(), "monitor_timer_expired");
     QCoreApplication::processEvents(); // the configuration file
 }

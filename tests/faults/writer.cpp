@@ -19,11 +19,14 @@ int main(int argc, char *argv[])
     for (int32_t round = 1;; ++round) {
         printf("%d\n", round);
         fflush(stdout);
-        handler.eventHandlerProcess(EVENT_BatteryState, SOURCE_MCU, &round); // store and log
+        handler.eventHandlerProcess(EVENT_BatteryState, SOURCE_MCU,
+                                    payloadPointer<EVENT_BatteryState>(round)); // store and log
         QString model = QString("M%1").arg(round);
-        handler.eventHandlerProcess(EVENT_CoilerModel, SOURCE_APP, &model);
+        handler.eventHandlerProcess(EVENT_CoilerModel, SOURCE_APP,
+                                    payloadPointer<EVENT_CoilerModel>(model));
         auto voltage = static_cast<uint16_t>(round);
-        handler.eventHandlerProcess(EVENT_BatteryVoltage, SOURCE_MCU, &voltage);
+        handler.eventHandlerProcess(EVENT_BatteryVoltage, SOURCE_MCU,
+                                    payloadPointer<EVENT_BatteryVoltage>(voltage));
         QCoreApplication::processEvents();                          // the configuration file
         QMetaObject::invokeMethod(health, "monitor_timer_expired"); // the status CSV
     }

@@ -21,7 +21,8 @@ void fuzz::input(const QByteArray &bytes)
         eventHandler handler;
         askEverything(handler);
         QMetaObject::invokeMethod(handler.findChild<monitor *>(), "monitor_timer_expired");
-        handler.eventHandlerProcess(EVENT_CoilerModel, SOURCE_APP, &model);
+        handler.eventHandlerProcess(EVENT_CoilerModel, SOURCE_APP,
+                                    payloadPointer<EVENT_CoilerModel>(model));
         QCoreApplication::processEvents(); // the configuration file is written
     }
     require(testsupport::iniValue(paths::statusStore, "Compute/SoftwareVersion") == "V1.2.12",
