@@ -1,6 +1,7 @@
 #include "commsexternal.h"
 
 #include "childprocess.h"
+#include "gpio.h"
 #include "network.h"
 #include "paths.h"
 
@@ -35,8 +36,6 @@ constexpr quint16 appTcpPort = 8082;
 constexpr char usbStreamPort[] = "49152";
 constexpr char ethernetStreamPort[] = "8001";
 constexpr char greeting[] = "Connected To Kestra\r\n";
-
-constexpr char usbBootLine[] = "25";
 
 QByteArray shellOutput(QObject *parent, const QString &line)
 {
@@ -200,9 +199,9 @@ void commsExternal::commsExternalMonitorTethering()
 
 void commsExternal::commsExternalBootUSB()
 {
-    QProcess *script = childprocess::start(this, {paths::gpioWriteScript, {usbBootLine, "1"}});
+    QProcess *script = childprocess::start(this, {paths::gpioWriteScript, {gpio::usbBoot, "1"}});
     script->waitForFinished(int(gpioWait.count()));
-    script->start(paths::gpioWriteScript, {usbBootLine, "0"}, QIODevice::ReadWrite);
+    script->start(paths::gpioWriteScript, {gpio::usbBoot, "0"}, QIODevice::ReadWrite);
     script->waitForFinished(int(gpioWait.count()));
 }
 

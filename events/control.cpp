@@ -4,6 +4,7 @@
 #include "eventhandler.h"
 
 #include "childprocess.h"
+#include "gpio.h"
 #include "mculog.h"
 #include "paths.h"
 #include "settings.h"
@@ -18,7 +19,6 @@ using namespace std::chrono_literals;
 namespace
 {
 
-constexpr char sondeEnableLine[] = "43"; // GPIO
 constexpr auto sondeWait = 1000ms;
 constexpr auto shutdownWait = 10000ms;
 
@@ -50,7 +50,7 @@ void eventHandler::sondeOff(SOURCE_TYPE_t)
 
 void eventHandler::switchSonde(bool on)
 {
-    childprocess::run(this, {paths::sondeEnableScript, {sondeEnableLine, on ? "1" : "0"}},
+    childprocess::run(this, {paths::sondeEnableScript, {gpio::sondeEnable, on ? "1" : "0"}},
                       sondeWait);
     qInfo() << (on ? "Sonde Turned On" : "Sonde Turned Off");
     sondeEnabled = on ? 1 : 0;

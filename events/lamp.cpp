@@ -3,6 +3,7 @@
 #include "eventhandler.h"
 
 #include "childprocess.h"
+#include "gpio.h"
 #include "paths.h"
 #include "settings.h"
 
@@ -18,7 +19,6 @@ namespace
 constexpr int lampStep = 15; // percent
 constexpr int lampOffValue = -1;
 
-constexpr char lampPowerLine[] = "21"; // GPIO
 constexpr char lampPowerOn[] = "0";
 constexpr char lampPowerOff[] = "1";
 constexpr auto gpioWait = 10000ms;
@@ -102,7 +102,7 @@ void eventHandler::eventHandlerUpdateLamp(bool up)
 
 void eventHandler::switchLampPower(const char *lineValue)
 {
-    childprocess::run(this, {paths::gpioWriteScript, {lampPowerLine, lineValue}}, gpioWait);
+    childprocess::run(this, {paths::gpioWriteScript, {gpio::lampPower, lineValue}}, gpioWait);
 }
 
 void eventHandler::storeLampLevel()

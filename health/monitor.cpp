@@ -1,6 +1,7 @@
 #include "monitor.h"
 
 #include "childprocess.h"
+#include "gpio.h"
 #include "paths.h"
 #include "settings.h"
 
@@ -24,8 +25,6 @@ constexpr auto temperatureInterval = 10s;
 
 constexpr auto commandWait = 1000ms;
 constexpr auto logRotateWait = 5000ms;
-
-constexpr char usbFaultLine[] = "26";
 
 // One field of a status row, in the order of the row.
 struct Field {
@@ -120,7 +119,7 @@ void monitor::monitor_write_file(const QString &row)
 void monitor::monitor_usb_check()
 {
     const QByteArray printed =
-        childprocess::output(this, {paths::gpioReadScript, {usbFaultLine}}, commandWait);
+        childprocess::output(this, {paths::gpioReadScript, {gpio::usbFault}}, commandWait);
     // With its length, so that a NUL byte makes it no number.
     const int level = QString::fromLatin1(printed.constData(), printed.size()).trimmed().toInt();
     if (level != 1 || usbFaultReported)

@@ -1,6 +1,7 @@
 #include "videolibrary.h"
 
 #include "childprocess.h"
+#include "gpio.h"
 #include "paths.h"
 
 #include <QAbstractEventDispatcher>
@@ -64,7 +65,7 @@ void VideoLibrary::stopStreaming()
 
 void VideoLibrary::setGPIO()
 {
-    childprocess::run(this, {paths::gpioWriteScript, {"19", "1"}}, scriptWait);
+    childprocess::run(this, {paths::gpioWriteScript, {gpio::startedUp, "1"}}, scriptWait);
 }
 
 void VideoLibrary::sleepyTime()

@@ -72,6 +72,11 @@ for source in sources():
 coded |= set(re.findall(r'"((?:Temperature|Voltage|Current)/\w+)"', text("health/busybee.cpp")))
 compare("store keys", {r[0] for r in table("docs/operating.md", "Keys of the status store")}, coded)
 
+# GPIO lines that the program drives and reads through its scripts.
+coded = set(re.findall(r'"(\d+)"', text("unit/gpio.h")))
+scripts = table("docs/operating.md", "Unit scripts")
+compare("GPIO lines", {n for r in scripts for n in re.findall(r"`(\d+)`", r[1])}, coded)
+
 # Log messages by their first literal, with their type.
 types = {"qWarning": "1", "qCritical": "2", "qInfo": "4"}
 coded = set()
