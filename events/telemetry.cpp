@@ -12,7 +12,19 @@ struct eventHandler::Band {
     int upper;
     const char *underWarning; // null: the reading cannot be under
     const char *overWarning;
+
+    static const Band batteryVoltage;
+    static const Band batteryCurrent;
+    static const Band computeTemperature; // hundredths of a degree Celsius
 };
+
+constexpr eventHandler::Band eventHandler::Band::batteryVoltage = {
+    5500, 8600, "Battery Voltage Under Threshold (", "Battery Voltage Over Threshold ("};
+constexpr eventHandler::Band eventHandler::Band::batteryCurrent = {
+    0, 1500, nullptr, "Battery Current Over Threshold ("};
+constexpr eventHandler::Band eventHandler::Band::computeTemperature = {
+    -1000, 7000, "Compute Module Temperature Under Threshold (",
+    "Compute Module Temperature Over Threshold ("};
 
 namespace
 {
@@ -53,24 +65,19 @@ void eventHandler::thermistorReported(SOURCE_TYPE_t, const int16_t *hundredths)
 
 void eventHandler::eventHandlerParseBatteryVoltage()
 {
-    static constexpr Band band = {5500, 8600, "Battery Voltage Under Threshold (",
-                                  "Battery Voltage Over Threshold ("};
     store->settingsSetValue("Battery/Voltage", batteryVoltage);
-    checkBand(batteryVoltage, band, voltageAlarm);
+    checkBand(batteryVoltage, Band::batteryVoltage, voltageAlarm);
 }
 
 void eventHandler::eventHandlerParseBatteryCurrent()
 {
-    static constexpr Band band = {0, 1500, nullptr, "Battery Current Over Threshold ("};
     store->settingsSetValue("Battery/Current", batteryCurrent);
-    checkBand(batteryCurrent, band, currentAlarm);
+    checkBand(batteryCurrent, Band::batteryCurrent, currentAlarm);
 }
 
 void eventHandler::eventHandlerParseComputeTemperature()
 {
-    static constexpr Band band = {-1000, 7000, "Compute Module Temperature Under Threshold (",
-                                  "Compute Module Temperature Over Threshold ("};
-    checkBand(computeTemperature, band, temperatureAlarm);
+    checkBand(computeTemperature, Band::computeTemperature, temperatureAlarm);
 }
 
 void eventHandler::checkBand(int reading, const Band &band, Alarm &alarm)
