@@ -37,19 +37,3 @@ void eventHandler::readConfiguration()
         lampMaximum = lampPercent(defaultLampCurrent);
     }
 }
-
-void eventHandler::eventHandlerParseSettingsFile()
-{
-    QSettings snapshot("KT6120.ini", QSettings::IniFormat);
-    snapshot.setValue("Battery/Voltage", batteryVoltage);
-    snapshot.setValue("Battery/Current", batteryCurrent);
-    snapshot.setValue("Battery/State", batteryState);
-    snapshot.setValue("Camera/Coiler", int(coilerCount));
-    snapshot.setValue("Camera/Lamp", int(lampLevel));
-    snapshot.setValue("Camera/Type", cameraType);
-    snapshot.setValue("Video/IP", streamAddress);
-    snapshot.setValue("Video/Port", streamPort);
-    snapshot.setValue("MCU/Version", mcuVersion);
-    snapshot.setValue("Commands/Unknown", unknownCommands);
-    snapshot.setValue("Sonde/State", int(sondeEnabled));
-}

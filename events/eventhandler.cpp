@@ -22,6 +22,22 @@ eventHandler::eventHandler(QObject *parent) : QObject(parent), store(new setting
 
 eventHandler::~eventHandler() = default;
 
+void eventHandler::eventHandlerParseSettingsFile()
+{
+    QSettings snapshot("KT6120.ini", QSettings::IniFormat);
+    snapshot.setValue("Battery/Voltage", batteryVoltage);
+    snapshot.setValue("Battery/Current", batteryCurrent);
+    snapshot.setValue("Battery/State", batteryState);
+    snapshot.setValue("Camera/Coiler", int(coilerCount));
+    snapshot.setValue("Camera/Lamp", int(lampLevel));
+    snapshot.setValue("Camera/Type", cameraType);
+    snapshot.setValue("Video/IP", streamAddress);
+    snapshot.setValue("Video/Port", streamPort);
+    snapshot.setValue("MCU/Version", mcuVersion);
+    snapshot.setValue("Commands/Unknown", unknownCommands);
+    snapshot.setValue("Sonde/State", int(sondeEnabled));
+}
+
 // What is done for each event, a row an event in the order of their list. A row does not compile
 // unless its function takes a pointer to the event's type of value, or none where none goes with
 // it.

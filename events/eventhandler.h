@@ -27,7 +27,7 @@ struct command_t {
 // unit scripts are run and waited for. Owns the status store, the monitor, the ADC reader, the
 // configuration file and the commands-file watcher.
 //
-// One source file a duty: eventhandler.cpp construction, dispatch, routing, queue;
+// One source file a duty: eventhandler.cpp construction, snapshot, dispatch, routing, queue;
 // telemetry.cpp what the MCU reports; lamp.cpp; control.cpp everything else that is asked for;
 // commandsfile.cpp; configuration.cpp.
 class eventHandler : public QObject
