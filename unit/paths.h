@@ -15,6 +15,8 @@ inline constexpr char statusCsv[] = "/home/pi/KT6120/bin/status_log.csv";
 inline constexpr char commandsFile[] = "/var/www/html/commands.txt";
 
 inline constexpr char mcuSerialDevice[] = "/dev/serial0";
+inline constexpr char camera[] = "/dev/video0";
+inline constexpr int cameraIndex = 0; // the same, for OpenCV
 inline constexpr char routeTable[] = "/proc/net/route";
 
 // Unit scripts started as programs with an argument list.

@@ -2,6 +2,7 @@
 
 #include "camera.h"
 #include "console.h"
+#include "paths.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -13,7 +14,6 @@
 namespace
 {
 
-constexpr int cameraIndex = 0;
 constexpr int frameHeight = 576;
 constexpr int frameWidth = 720;
 constexpr int framesPerSecond = 25;
@@ -27,7 +27,7 @@ std::unique_ptr<Camera> openCamera()
         qWarning() << "No camera module:" << module.errorString();
         return nullptr;
     }
-    return std::unique_ptr<Camera>(open(cameraIndex));
+    return std::unique_ptr<Camera>(open(paths::cameraIndex));
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "gstreamerpalpipeline.h"
 
+#include "paths.h"
+
 #include <chrono>
 #include <cstdio>
 #include <fcntl.h>
@@ -11,11 +13,11 @@ using namespace std::chrono_literals;
 namespace
 {
 
-constexpr char description[] = "v4l2src device=/dev/video0 name=v4lsrc ! queue ! videoconvert ! "
-                               "video/x-raw,width=720,height=576,framerate=25/1 ! queue ! "
-                               "omxh264enc target-bitrate=4000000 control-rate=1 !  rtph264pay ! "
-                               "udpsink host=127.0.0.1 port=8083 sync=false";
-static_assert(sizeof(description) == 230 + 1);
+// After the camera's path.
+constexpr char restOfDescription[] = " name=v4lsrc ! queue ! videoconvert ! "
+                                     "video/x-raw,width=720,height=576,framerate=25/1 ! queue ! "
+                                     "omxh264enc target-bitrate=4000000 control-rate=1 !  "
+                                     "rtph264pay ! udpsink host=127.0.0.1 port=8083 sync=false";
 
 constexpr PipelineTexts palTexts{
     /* sourceName */ "v4lsrc",
@@ -46,7 +48,7 @@ GStreamerPALPipeline::~GStreamerPALPipeline()
 
 void GStreamerPALPipeline::startVideo()
 {
-    start(description);
+    start(std::string("v4l2src device=") + paths::camera + restOfDescription);
 }
 
 void GStreamerPALPipeline::stopVideo()

@@ -1,19 +1,18 @@
 #include "gstreamerstreampipeline.h"
 
+#include "paths.h"
+
 #include <stdexcept>
 
 namespace
 {
 
-// The address, portKey, the port and descriptionEnd follow.
-constexpr char description[] =
-    "v4l2src device=/dev/video0 name=v4l2src ! queue ! videoconvert ! "
+// Between the camera's path and the address.
+constexpr char middleOfDescription[] =
+    " name=v4l2src ! queue ! videoconvert ! "
     "video/x-raw,width=720,height=576,framerate=25/1 ! queue ! "
     "omxh264enc name=omxh264enc target-bitrate=4000000 control-rate=1 b-frames=0 !  "
     "rtph264pay ! udpsink host=";
-static_assert(sizeof(description) == 228 + 1);
-constexpr char portKey[] = " port=";
-constexpr char descriptionEnd[] = " sync=false";
 
 constexpr PipelineTexts streamTexts{
     /* sourceName */ "v4l2src",
@@ -41,7 +40,8 @@ GstreamerStreamPipeline::~GstreamerStreamPipeline()
 
 void GstreamerStreamPipeline::startStreaming(std::string ip, std::string port)
 {
-    start(description + ip + portKey + port + descriptionEnd);
+    start(std::string("v4l2src device=") + paths::camera + middleOfDescription + ip
+          + " port=" + port + " sync=false");
 }
 
 void GstreamerStreamPipeline::stopStreaming()
