@@ -29,7 +29,7 @@ public:
     void runFor(double seconds); // of the unit's time
 
     // Replies of the stand-in programs, in the unit's own terms.
-    static void setAdc(const QByteArray &channel, const QByteArray &reading);
+    static void setAdc(const QByteArray &name, const QByteArray &reading);
     static void setUsbFault(bool fault);
     // Makes sure that a program of that name is recorded. Programs of the search path are
     // taken up when first asked for.

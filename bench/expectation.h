@@ -15,7 +15,7 @@ class Expectation
 {
 public:
     // Throws std::runtime_error where the words make no sense.
-    Expectation(Bench &bench, QList<QByteArray> words);
+    Expectation(Bench &where, QList<QByteArray> given);
 
     // Waits for it. Throws std::runtime_error with what was seen instead.
     void wait();

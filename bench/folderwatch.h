@@ -13,7 +13,7 @@ class FolderWatch : public QObject
     Q_OBJECT
 
 public:
-    explicit FolderWatch(const QString &folder, QObject *parent = nullptr);
+    explicit FolderWatch(const QString &path, QObject *parent = nullptr);
     ~FolderWatch() override;
 
 signals:

@@ -18,7 +18,7 @@ class McuSimulator : public QObject
     Q_OBJECT
 
 public:
-    explicit McuSimulator(Journal &journal);
+    explicit McuSimulator(Journal &notes);
     ~McuSimulator() override;
 
     // Carries out "mcu WORD...": a mood (silent, garbage, ...), "send TEXT", or a word of the
@@ -34,8 +34,8 @@ private:
 
     void plugIn();
     void arrived(const QByteArray &bytes);
-    void handle(const QByteArray &line);
-    void answer(const QByteArray &line);
+    void handle(const QByteArray &text);
+    void answer(const QByteArray &text);
     void send(const QByteArray &bytes);
     void sendEndless();
     void discharge();

@@ -14,7 +14,7 @@ class Network
 {
 public:
     // Makes the phone's network namespace.
-    explicit Network(Journal &journal);
+    explicit Network(Journal &notes);
     ~Network();
     Network(const Network &) = delete;
     Network &operator=(const Network &) = delete;
@@ -31,7 +31,7 @@ public:
     class InPhone
     {
     public:
-        explicit InPhone(const Network &network);
+        explicit InPhone(const Network &where);
         ~InPhone();
         InPhone(const InPhone &) = delete;
         InPhone &operator=(const InPhone &) = delete;

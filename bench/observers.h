@@ -17,7 +17,7 @@ class FileTail : public QObject
 
 public:
     // clean turns a line of the file into what is noted.
-    FileTail(Journal &journal, Kind kind, const QString &path, QByteArray (*clean)(QByteArray));
+    FileTail(Journal &notes, Kind what, const QString &file, QByteArray (*clean)(QByteArray));
 
     void read();
 
@@ -37,7 +37,7 @@ class StoreWatch : public QObject
     Q_OBJECT
 
 public:
-    explicit StoreWatch(Journal &journal);
+    explicit StoreWatch(Journal &notes);
 
     // The value on disk; null when the key is missing.
     QString value(const QString &key) const { return values.value(key); }

@@ -20,7 +20,7 @@ class PhoneSimulator : public QObject
     Q_OBJECT
 
 public:
-    PhoneSimulator(Journal &journal, Network &network);
+    PhoneSimulator(Journal &notes, Network &network);
 
     // Carries out "app WORD...": a mood (refuse, silent, ...), "raw BYTES", or a line to send.
     // Throws std::runtime_error where there is no connection to send on.

@@ -13,7 +13,7 @@ class Prompt : public QObject
     Q_OBJECT
 
 public:
-    explicit Prompt(Bench &bench);
+    explicit Prompt(Bench &where);
 
 private:
     void read();

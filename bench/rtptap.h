@@ -17,7 +17,7 @@ class RtpTap : public QObject
 public:
     // Port 8083 is tapped on the unit's loopback, any other at the phone. Throws
     // std::runtime_error where the wire cannot be tapped.
-    RtpTap(quint16 port, const Network &network);
+    RtpTap(quint16 number, const Network &network);
     ~RtpTap() override;
 
     // Frames a second over the last two seconds; 0 before there were two.

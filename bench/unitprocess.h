@@ -13,7 +13,7 @@ class UnitProcess : public QObject
     Q_OBJECT
 
 public:
-    explicit UnitProcess(Journal &journal);
+    explicit UnitProcess(Journal &notes);
     ~UnitProcess() override; // ends it
 
     // From the next start on, its timers run at the pace that the file tells (pace.h).

@@ -15,11 +15,11 @@ class View : public QObject
     Q_OBJECT
 
 public:
-    View(Journal &journal, bool colours);
+    View(Journal &notes, bool colours);
 
 private:
     void show(Kind kind, const QByteArray &text);
-    void print(Kind kind, const QByteArray &text);
+    void print(Kind kind, const QByteArray &whole);
     bool isRoutine(Kind kind, const QByteArray &text);
     void printRate();
     void printRepeats();
