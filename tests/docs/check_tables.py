@@ -52,9 +52,28 @@ documented = {
 }
 compare("rooms", documented, coded)
 
+# Waits of the one thread.
+coded = set()
+for room in rooms:
+    for path in sorted((top / room).glob("*.cpp")):
+        for name, limit in re.findall(r"^constexpr auto (\w*(?:[wW]ait|[pP]ause)\w*) = (\w+);",
+                                      path.read_text(encoding="utf-8"), re.M):
+            coded.add((f"{room}/{path.name} {name}", limit))
+documented = {(r[0], r[1]) for r in table("docs/architecture.md", "What blocks the loop")}
+compare("waits", documented, coded)
+
 # Words of the MCU and their arguments.
 coded = set(re.findall(r'\{"([^"]+)", (\d), &commsInternal::', text("comms/mcumessages.cpp")))
 compare("MCU words", {(r[0], r[1]) for r in table("docs/operating.md", "The serial line")}, coded)
+
+# Texts to the MCU with their line ends; those of the app end otherwise.
+ends = {"\\n\\r": "LF CR", "\\r\\n": "CR LF"}
+coded = set()
+for source in sources():
+    for sent, end in re.findall(r'"([*A-Z][A-Z:]+\??(?: %1| 0)?)(\\n\\r|\\r\\n)"', source):
+        coded.add((sent.replace("%1", "N"), ends[end]))
+documented = {(r[0], r[1]) for r in table("docs/operating.md", "What the unit sends")}
+compare("texts to the MCU", documented, coded)
 
 # Commands of the app and of the commands file.
 app = text("comms/appcommands.cpp")
