@@ -109,5 +109,10 @@ for source in sources():
 documented = {(r[0], r[1]) for r in table("docs/operating.md", "Log messages")}
 compare("log messages", documented, coded)
 
+# The package comes under the same licence as the tree.
+paragraphs = text("LICENSE").split("\n\n", 2)[2].split()
+packaged = text("packaging/debian/copyright").split("License: LicenseRef-KT6120\n", 1)[1].split()
+compare("licence", {" ".join(w for w in packaged if w != ".")}, {" ".join(paragraphs)})
+
 print("\n".join(differences) or "tables agree")
 sys.exit(1 if differences else 0)
