@@ -29,37 +29,19 @@ FIGURES = (("rss", "resident memory, MiB", 1, 2, None),
            ("log", "program log, KiB", 1024, None, 8),
            ("csv", "status rows, KiB", 1024, None, 4))
 
-WIDTH, HEIGHT, LEFT, TOP = 900, 90, 60, 30
-
-
-def panel(offset, title, days, values):
-    """One figure over time as a polyline with its extremes at the axis."""
-    low, high = min(values), max(values)
-    room = (high - low) or 1
-    points = " ".join(
-        f"{LEFT + (WIDTH - LEFT - 20) * d / days[-1]:.1f},"
-        f"{offset + TOP + (HEIGHT - TOP - 10) * (1 - (v - low) / room):.1f}"
-        for d, v in zip(days, values))
-    return (f'<text x="{LEFT}" y="{offset + 18}" font-weight="bold">{title}</text>'
-            f'<text x="{LEFT - 6}" y="{offset + TOP + 6}" text-anchor="end">{high:.4g}</text>'
-            f'<text x="{LEFT - 6}" y="{offset + HEIGHT - 6}" text-anchor="end">{low:.4g}</text>'
-            f'<line x1="{LEFT}" y1="{offset + HEIGHT - 4}" x2="{WIDTH - 20}" '
-            f'y2="{offset + HEIGHT - 4}" stroke="#bbb"/>'
-            f'<polyline points="{points}" fill="none" stroke="#06c" stroke-width="1.5"/>\n')
-
-
-def draw(days, columns):
-    """The SVG of all figures, one under the other, over the days."""
-    height = HEIGHT * len(FIGURES) + 40
-    picture = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{WIDTH}" height="{height}" '
-               'font-family="sans-serif" font-size="12">'
-               f'<rect width="{WIDTH}" height="{height}" fill="#fff"/>\n']
-    for i, (column, title, scale, *_) in enumerate(FIGURES):
-        picture.append(panel(HEIGHT * i, title, days, [v / scale for v in columns[column]]))
-    picture.append(f'<text x="{LEFT}" y="{height - 14}">0</text>'
-                   f'<text x="{WIDTH - 20}" y="{height - 14}" text-anchor="end">'
-                   f'{days[-1]:.0f} days</text></svg>\n')
-    return "".join(picture)
+def draw(columns, table, picture):
+    """The SVG of all figures, one under the other, over the days, with their extremes at the axis."""
+    commands = [f"set terminal svg size 900,{90 * len(FIGURES)} background 'white'",
+                f"set output '{picture}'", "set datafile separator comma columnheaders",
+                f"set multiplot layout {len(FIGURES)},1",
+                "set grid; unset key; set lmargin 9; set rmargin 3; set tmargin 1.6; set bmargin 1.6",
+                "set title offset 0,-0.8; set xtics offset 0,0.5; set border 3; set tics nomirror"]
+    for column, title, scale, *_ in FIGURES:
+        low, high = min(columns[column]) / scale, max(columns[column]) / scale
+        commands += [f"set title '{title}'; set ytics ({low:.4g}, {high:.4g})",
+                     f"set yrange [{low - (low == high)}:{high + (low == high)}]",
+                     f"plot '{table}' using 'day':(column('{column}') / {scale}) with lines lw 1.5"]
+    subprocess.run(["gnuplot"], input="\n".join(commands), text=True, check=True)
 
 
 def judge(days, columns):
@@ -110,7 +92,7 @@ def main():
     with open(PLACE / "soak.csv") as table:
         rows = list(csv.DictReader(table))
     columns = {name: [float(row[name]) for row in rows] for name in rows[0]}
-    (PLACE / "soak.svg").write_text(draw(columns["day"], columns))
+    draw(columns, PLACE / "soak.csv", PLACE / "soak.svg")
     holds = judge(columns["day"], columns) and met
     print(f"verdict: {'nothing grows' if holds else 'it does not hold'} in {columns['day'][-1]:.0f} "
           "days; build/soak/soak.svg shows it")

@@ -4,6 +4,7 @@
 Usage: check_tables.py SOURCE_FOLDER. Prints a line per difference; ends with 1 where there is one.
 """
 
+import hashlib
 import pathlib
 import re
 import sys
@@ -108,6 +109,11 @@ for source in sources():
     coded |= {(t, "4") for t in re.findall(r'"(Sonde Turned O\w+|Resetting Micro[^"]*)"', source)}
 documented = {(r[0], r[1]) for r in table("docs/operating.md", "Log messages")}
 compare("log messages", documented, coded)
+
+# The picture is that of its text.
+digest = hashlib.sha256((top / "docs/architecture.dot").read_bytes()).hexdigest()
+drawn = set(re.findall("sha256 (\\w+)", text("docs/architecture.svg")))
+compare("architecture.svg (./dev docs draws it)", drawn, {digest})
 
 # The package comes under the same licence as the tree.
 paragraphs = text("LICENSE").split("\n\n", 2)[2].split()
