@@ -1,5 +1,6 @@
-# Cross-compiling in a root of packaging/make-root: Debian's compiler and build tools (moc among
-# them) for this machine beside the libraries of the unit's architecture, KT6120_ARCH.
+# Cross-compiling in a root that make_cross_root (packaging/roots.sh) makes: Debian's compiler and
+# build tools (moc among them) for this machine beside the libraries of the unit's architecture,
+# KT6120_ARCH.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${KT6120_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${KT6120_TRIPLET}-g++)
