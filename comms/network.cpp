@@ -2,8 +2,6 @@
 
 #include <QDebug>
 #include <QHostAddress>
-#include <QRegularExpression>
-#include <QStringList>
 
 namespace network
 {
@@ -30,16 +28,17 @@ QString dotted(const QByteArray &digits)
 
 QString broadcastAddress(const QByteArray &listing)
 {
-    // The text ends at the first NUL byte.
-    const QString text = QString::fromUtf8(listing.constData()).trimmed();
-    const QStringList words = text.split(QRegularExpression("\\s+"), Qt::SkipEmptyParts);
+    // The text ends at the first NUL byte. Not split by a regular expression, whose library alone
+    // would take half a megabyte for this.
+    const QList<QByteArray> words = QByteArray(listing.constData()).simplified().split(' ');
     if (words.size() != broadcastLineWords)
         return {};
-    if (!isIPv4(words.last())) {
+    QString address = QString::fromUtf8(words.last());
+    if (!isIPv4(address)) {
         qWarning() << "Invalid Broadcast Address Found";
         return {};
     }
-    return words.last();
+    return address;
 }
 
 QString defaultGateway(const QByteArray &routeTable)
