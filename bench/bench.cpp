@@ -137,6 +137,7 @@ void Bench::setSpeed(int times, double stride)
     clock.setPace(times, stride);
     unit.setPace(times > 1 ? clock.file() : QString());
     phone.setSpeed(times);
+    mcu.setSpeed(times);
 }
 
 void Bench::mark()

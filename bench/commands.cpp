@@ -76,12 +76,12 @@ void call(Bench &, const Words &words)
 {
     const QString name = words[0];
     int at = 1;
-    const Words verbs = {"prints", "takes", "fails", "missing", "idle", "real"};
+    const Words verbs = {"prints", "takes", "holds", "fails", "missing", "idle", "real"};
     while (at < words.size() && !verbs.contains(words[at]))
         ++at;
     if (at == words.size())
-        fail("call NAME [ARGUMENT...] prints TEXT, takes SECONDS, fails [STATUS], missing, idle or "
-             "real");
+        fail("call NAME [ARGUMENT...] prints TEXT, takes SECONDS, holds, fails [STATUS], missing, "
+             "idle or real");
     const QString key = words.mid(0, at).join(' ');
     const QByteArray &verb = words[at];
     const QByteArray value = words.mid(at + 1).join(' ');
@@ -98,6 +98,8 @@ void call(Bench &, const Words &words)
         recorders::setOutput(key, value);
     else if (verb == "takes")
         recorders::setDelay(key, number(value));
+    else if (verb == "holds")
+        recorders::hold(key);
     else if (verb == "fails")
         recorders::setStatus(key, value.isEmpty() ? 1 : int(number(value)));
     else
@@ -215,7 +217,8 @@ const Command table[] = {
      nullptr},
     {"call", "NAME [ARGUMENT...] prints TEXT",
      "what a recorded program answers, for these arguments or for all", 2, call},
-    {"call", "NAME [ARGUMENT...] takes SECONDS|fails [STATUS]", "how it answers", 2, nullptr},
+    {"call", "NAME [ARGUMENT...] takes SECONDS|holds|fails [STATUS]",
+     "how it answers; what holds does not end before it is real again", 2, nullptr},
     {"call", "NAME missing|idle|real",
      "it is not installed; does nothing, quickly and without record; as at the start", 2, nullptr},
     {"adc", "CHANNEL READING",

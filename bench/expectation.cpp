@@ -12,7 +12,7 @@
 namespace
 {
 
-constexpr double usualBound = 10; // seconds
+constexpr double usualBound = 60; // seconds, for a busy desk
 constexpr int linesShown = 10;
 constexpr int textShown = 2000; // bytes
 
@@ -58,7 +58,7 @@ What is the case:
                     (MiB resident, counts, CPU seconds since its start); "growth below N" is
                     counted from the last mark
 
-Without more, waits up to 10 s for it. "none": it is not so for the whole time of "for",
+Without more, waits up to a minute for it. "none": it is not so for the whole time of "for",
 1 s by default, and has not been since the mark. "count N": exactly N times since the last
 "mark" or the start; does not move on.
 )";

@@ -1,9 +1,10 @@
 // Makes time run fast for a Qt program while it rests: preloaded into it, with the file of the
-// pace (pace.h) as BENCH_PACE in the environment. While the main loop waits in poll, `speed`
-// seconds pass for every second of the wall clock: the wait is cut accordingly, and the time
-// skipped is added to every clock that Qt reads afterwards. With a `stride`, a wait is drawn out
-// to it first, so that shorter timers come once in that time. Waits for children and connections
-// (which Qt makes with ppoll), GStreamer's clock and the program's working time are left alone.
+// pace (pace.h) as BENCH_PACE in the environment. While the main loop waits in poll or sleeps,
+// `speed` seconds pass for every second of the wall clock: the wait is cut accordingly, and the
+// time skipped is added to every clock that Qt reads afterwards. With a `stride`, a wait in poll is
+// drawn out to it first, so that shorter timers come once in that time. Waits for children and
+// connections (which Qt makes with ppoll), GStreamer's clock and the program's working time are
+// left alone.
 
 #define _GNU_SOURCE
 #include "pace.h"
@@ -37,6 +38,7 @@ static struct Pace *pace = &ordinary;
 static int (*real_clock_gettime)(clockid_t, struct timespec *);
 static int (*real_gettimeofday)(struct timeval *, void *);
 static time_t (*real_time)(time_t *);
+static int (*real_nanosleep)(const struct timespec *, struct timespec *);
 static int (*real_poll)(struct pollfd *, nfds_t, int);
 
 static int find(struct dl_phdr_info *info, size_t size, void *data)
@@ -68,6 +70,8 @@ static void prepare(void)
     real_clock_gettime = (int (*)(clockid_t, struct timespec *))dlsym(RTLD_NEXT, "clock_gettime");
     real_gettimeofday = (int (*)(struct timeval *, void *))dlsym(RTLD_NEXT, "gettimeofday");
     real_time = (time_t(*)(time_t *))dlsym(RTLD_NEXT, "time");
+    real_nanosleep =
+        (int (*)(const struct timespec *, struct timespec *))dlsym(RTLD_NEXT, "nanosleep");
     dl_iterate_phdr(find, &qt);
     dl_iterate_phdr(find, &glib);
     const char *given = getenv("BENCH_PACE");
@@ -132,13 +136,36 @@ time_t time(time_t *now)
     return moved;
 }
 
+static int isMainThread(void)
+{
+    return syscall(SYS_gettid) == getpid();
+}
+
+static void skip(int64_t begin, int64_t speed)
+{
+    __atomic_fetch_add(&pace->skipped, (monotonic() - begin) * (speed - 1), __ATOMIC_RELAXED);
+}
+
+int nanosleep(const struct timespec *asked, struct timespec *left)
+{
+    prepare();
+    const int64_t speed = load(&pace->speed);
+    if (speed <= 1 || !isFrom(&qt, __builtin_return_address(0)) || !isMainThread())
+        return real_nanosleep(asked, left);
+    const int64_t wait = (asked->tv_sec * second + asked->tv_nsec) / speed;
+    const struct timespec limit = {.tv_sec = wait / second, .tv_nsec = wait % second};
+    const int64_t begin = monotonic();
+    const int result = real_nanosleep(&limit, left); // what is left of it may be a little short
+    skip(begin, speed);
+    return result;
+}
+
 int poll(struct pollfd *descriptors, nfds_t count, int timeout)
 {
     prepare();
     const int64_t speed = load(&pace->speed);
-    const int rests = speed > 1 && timeout != 0 && isFrom(&glib, __builtin_return_address(0))
-                      && syscall(SYS_gettid) == getpid();
-    if (!rests)
+    if (speed <= 1 || timeout == 0 || !isFrom(&glib, __builtin_return_address(0))
+        || !isMainThread())
         return real_poll(descriptors, count, timeout);
     const int64_t asked = timeout * (second / 1000);
     const int64_t stride = load(&pace->stride);
@@ -146,7 +173,6 @@ int poll(struct pollfd *descriptors, nfds_t count, int timeout)
     const struct timespec limit = {.tv_sec = wait / second, .tv_nsec = wait % second};
     const int64_t begin = monotonic();
     const int result = ppoll(descriptors, count, timeout < 0 ? NULL : &limit, NULL);
-    const int64_t skipped = (monotonic() - begin) * (speed - 1);
-    __atomic_fetch_add(&pace->skipped, skipped, __ATOMIC_RELAXED);
+    skip(begin, speed);
     return result;
 }

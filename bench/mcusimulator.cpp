@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <stdexcept>
+#include <utility>
 
 using namespace std::chrono_literals;
 
@@ -13,7 +14,7 @@ namespace
 {
 
 constexpr auto dischargeStep = 10s;
-constexpr auto splitGap = 50ms;
+constexpr std::chrono::milliseconds splitGap = 50ms;
 constexpr auto endlessTick = 2ms;
 constexpr int endlessPiece = 8192;           // bytes a tick
 constexpr qint64 endlessDefault = 1'000'000; // bytes
@@ -58,6 +59,8 @@ McuSimulator::McuSimulator(Journal &notes) : journal(notes)
     battery.start();
     endless.setInterval(endlessTick);
     connect(&endless, &QTimer::timeout, this, &McuSimulator::sendEndless);
+    gap.setSingleShot(true);
+    connect(&gap, &QTimer::timeout, this, &McuSimulator::sendRest);
 }
 
 McuSimulator::~McuSimulator() = default;
@@ -160,9 +163,10 @@ void McuSimulator::handle(const QByteArray &text)
 void McuSimulator::answer(const QByteArray &text)
 {
     if (lateBy > 0 && mood == Mood::Talk) {
-        QTimer::singleShot(lateBy, this, [this, text] { send(text); });
+        QTimer::singleShot(lateBy / speed, this, [this, text] { send(text); });
         return;
     }
+    sendRest(); // of the answer before, where the unit asks so soon
     const int middle = int(text.size()) / 2;
     switch (mood) {
     case Mood::Talk:
@@ -178,9 +182,17 @@ void McuSimulator::answer(const QByteArray &text)
         break;
     case Mood::Split:
         send(text.left(middle));
-        QTimer::singleShot(splitGap, this, [this, text, middle] { send(text.mid(middle)); });
+        rest = text.mid(middle);
+        gap.start(splitGap / speed);
         break;
     }
+}
+
+void McuSimulator::sendRest()
+{
+    gap.stop();
+    if (!rest.isEmpty())
+        send(std::exchange(rest, {}));
 }
 
 void McuSimulator::send(const QByteArray &bytes)

@@ -25,6 +25,9 @@ public:
     // model and its value. Throws std::runtime_error on anything else.
     void command(const QList<QByteArray> &words);
 
+    // Its pauses are that many times as short.
+    void setSpeed(int factor) { speed = factor; }
+
     // A fresh line, where one is plugged in: a program that was killed leaves the old one
     // locked for its own use.
     void renewLine();
@@ -37,6 +40,7 @@ private:
     void handle(const QByteArray &text);
     void answer(const QByteArray &text);
     void send(const QByteArray &bytes);
+    void sendRest();
     void sendEndless();
     void discharge();
 
@@ -45,8 +49,11 @@ private:
     QHash<QByteArray, QByteArray> model; // word -> value, as sent
     QByteArray gathered;                 // the unit's bytes since the last line end
     Mood mood = Mood::Talk;
-    int lateBy = 0; // ms before each answer
-    QTimer battery; // one step of discharge, until the voltage is set by hand
-    QTimer endless; // sends bytes without a line end
+    int speed = 1;
+    int lateBy = 0;  // ms before each answer
+    QTimer gap;      // between the halves of an answer
+    QByteArray rest; // the second half
+    QTimer battery;  // one step of discharge, until the voltage is set by hand
+    QTimer endless;  // sends bytes without a line end
     qint64 endlessLeft = 0;
 };

@@ -71,6 +71,11 @@ void setDelay(const QString &key, double seconds)
     writeTrait(key, "delay", QByteArray::number(seconds) + '\n');
 }
 
+void hold(const QString &key)
+{
+    writeTrait(key, "hold", {});
+}
+
 void setStatus(const QString &key, int status)
 {
     writeTrait(key, "status", QByteArray::number(status) + '\n');

@@ -31,6 +31,8 @@ void setReply(const QString &key, const QByteArray &output, double delay = 0, in
 void setOutput(const QString &key, const QByteArray &output);
 void setDelay(const QString &key, double seconds);
 void setStatus(const QString &key, int status);
+// It does not end before its reply is cleared.
+void hold(const QString &key);
 void clearReply(const QString &key);
 
 // Every call so far, oldest first.

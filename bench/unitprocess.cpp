@@ -20,7 +20,7 @@ QProcessEnvironment environment(const QString &paceFile)
     QProcessEnvironment world = QProcessEnvironment::systemEnvironment();
     world.insert("PATH", QString(world::programFolder) + ":/usr/sbin:/usr/bin:/sbin:/bin");
     world.insert("GST_PLUGIN_PATH", BENCH_STANDINS);
-    world.insert("GST_REGISTRY", "/tmp/gstreamer-registry");
+    world.insert("GST_REGISTRY", BENCH_REGISTRY);
     // Its components live until the process ends, which is no leak; and the address sanitizer
     // otherwise insists on being preloaded first.
     world.insert("ASAN_OPTIONS",

@@ -44,7 +44,7 @@ struct Phone : QTcpServer {
     Phone() { listen(QHostAddress("192.168.42.1"), 8082); }
     bool greeted()
     {
-        if (!waitForNewConnection(3000))
+        if (!waitForNewConnection(testsupport::patience))
             return false;
         socket = nextPendingConnection();
         return hears("Connected To Kestra\r\n");
@@ -57,10 +57,11 @@ struct Phone : QTcpServer {
     bool hears(const QByteArray &expected)
     {
         QByteArray heard;
-        (void)QTest::qWaitFor([&] {
+        const auto heardAll = [&] {
             heard += socket->readAll();
             return heard.size() >= expected.size();
-        });
+        };
+        (void)QTest::qWaitFor(heardAll, testsupport::patience);
         return heard == expected;
     }
 

@@ -66,7 +66,8 @@ private:
         mcu->clear();
         link->commsInternalParseCmd("ERR?", SOURCE_MCU);
         link->commsInternalSendCommand("end", SOURCE_MCU);
-        const bool ended = QTest::qWaitFor([&] { return mcu->received().endsWith("end"); });
+        const bool ended =
+            QTest::qWaitFor([&] { return mcu->received().endsWith("end"); }, testsupport::patience);
         link->findChild<QTimer *>()->start();
         return ended ? mcu->received().chopped(3) : "no answer";
     }
@@ -76,13 +77,13 @@ private:
     {
         QSignalSpy arrived(link->findChild<QSerialPort *>(), &QSerialPort::readyRead);
         mcu->send(bytes);
-        if (!arrived.wait())
+        if (!arrived.wait(testsupport::patience))
             qWarning("nothing arrived");
     }
 
     void waitForSeen(int count)
     {
-        if (!QTest::qWaitFor([&] { return seen.size() >= count; }))
+        if (!QTest::qWaitFor([&] { return seen.size() >= count; }, testsupport::patience))
             qWarning("too few events");
     }
 
@@ -125,7 +126,7 @@ private slots:
         const QByteArray expected =
             QByteArray("BOOT:READY\n\rUPGRADE:STATE 0\r\nSONDE:OFF\r\n*IDN?\n\rLOGS?\n\r")
             + rotation + "BAT:V?\n\r";
-        QTRY_COMPARE_WITH_TIMEOUT(mcu->received().left(expected.size()), expected, 20000);
+        QTRY_COMPARE(mcu->received().left(expected.size()), expected);
         QCOMPARE(link->findChild<QTimer *>()->interval(), 150);
     }
 
@@ -258,12 +259,12 @@ private slots:
     {
         // From a known place of the rotation.
         mcu->clear();
-        QTRY_VERIFY_WITH_TIMEOUT(mcu->received().endsWith("PWR:I?\n\r"), 20000);
+        QTRY_VERIFY(mcu->received().endsWith("PWR:I?\n\r"));
         mcu->clear();
         link->commsInternalRequestLogs();
         link->commsInternalRequestLogs();
         const QByteArray expected = "LOGS?\n\rLOGS?\n\rCOILER:VALUE?\n\rSONDE:EN?\n\r";
-        QTRY_COMPARE_WITH_TIMEOUT(mcu->received().left(expected.size()), expected, 20000);
+        QTRY_COMPARE(mcu->received().left(expected.size()), expected);
     }
 
     void onlyTheMcuIsWrittenTo()

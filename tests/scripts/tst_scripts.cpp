@@ -40,7 +40,8 @@ Outcome run(const QString &script, const QStringList &arguments)
 {
     QProcess process;
     process.start(installed + script, arguments);
-    if (!process.waitForFinished(10000) || process.exitStatus() != QProcess::NormalExit)
+    if (!process.waitForFinished(testsupport::patience)
+        || process.exitStatus() != QProcess::NormalExit)
         qFatal("%s does not end", qPrintable(script));
     return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
 }

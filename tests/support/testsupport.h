@@ -5,12 +5,21 @@
 #include <QString>
 #include <QStringList>
 #include <QTemporaryFile>
+#include <QtTest>
 
 #include <unistd.h>
 
 // What several tests need of the sandboxed world.
 namespace testsupport
 {
+
+// A busy machine may need long for anything: a bound that only guards against hanging is a minute.
+constexpr int patience = 60000; // ms
+#undef QTRY_VERIFY
+#define QTRY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, testsupport::patience)
+#undef QTRY_COMPARE
+#define QTRY_COMPARE(actual, expected)                                                             \
+    QTRY_COMPARE_WITH_TIMEOUT(actual, expected, testsupport::patience)
 
 // Empties the install directory, the commands file's folder and the recorded calls, so that
 // the test functions of one process do not see each other.

@@ -14,7 +14,8 @@ using testsupport::OutputCapture;
 // Makes this process see the bench's camera and encoder; before GStreamer is initialised.
 inline void useStandIns()
 {
-    qputenv("GST_PLUGIN_PATH", STANDINS);
+    qputenv("GST_PLUGIN_PATH", BENCH_STANDINS);
+    qputenv("GST_REGISTRY", BENCH_REGISTRY);
 }
 
 // What the bench's "camera" or "encoder" does from now on; empty: it works.
