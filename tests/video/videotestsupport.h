@@ -3,11 +3,8 @@
 #include "error_handler.h"
 #include "testsupport.h"
 
-#include <QFile>
 #include <QStringList>
 #include <QtTest>
-
-#include <gst/gst.h>
 
 using testsupport::OutputCapture;
 
@@ -28,29 +25,19 @@ inline void setStandIn(const QString &name, const QByteArray &word)
 class NotingHandler : public VideoCaptureStatusHandler
 {
 public:
-    explicit NotingHandler(QStringList *list = nullptr, const QString &name = {})
-        : notes(list ? list : &own), prefix(name)
-    {
-    }
     void videoCaptureErrorHandler(bool flag, std::string text) override
     {
-        note(QString("error %1 %2").arg(flag).arg(text.c_str()));
+        notes << QString("error %1 %2").arg(flag).arg(text.c_str());
     }
-    void jpegCompleteHandler(int number) override { note(QString("jpeg %1").arg(number)); }
+    void jpegCompleteHandler(int number) override { notes << QString("jpeg %1").arg(number); }
     void jpegErrorHandler(int number, std::string text) override
     {
-        note(QString("jpeg error %1 %2").arg(number).arg(text.c_str()));
+        notes << QString("jpeg error %1 %2").arg(number).arg(text.c_str());
     }
-    void videoRecordingCompleteHandler() override { note("recording complete"); }
-    void videoShutdownCompleteHandler() override { note("shutdown complete"); }
-    void cameraDetachedHandler() override { note("detached"); }
-    void cameraAttachedHandler() override { note("attached"); }
+    void videoRecordingCompleteHandler() override { notes << "recording complete"; }
+    void videoShutdownCompleteHandler() override { notes << "shutdown complete"; }
+    void cameraDetachedHandler() override { notes << "detached"; }
+    void cameraAttachedHandler() override { notes << "attached"; }
 
-    QStringList *notes;
-
-private:
-    void note(const QString &text) { notes->append(prefix + text); }
-
-    QStringList own;
-    QString prefix;
+    QStringList notes;
 };
