@@ -17,6 +17,7 @@
 namespace
 {
 
+constexpr quint16 palPort = 8083; // of the unit itself; any other is the phone's
 constexpr int checkInterval = 20; // ms, for conditions that no note announces
 
 // Programs at fixed places that a desk does not have; real scripts of the tree run behind
@@ -151,7 +152,7 @@ RtpTap &Bench::tap(quint16 port)
 {
     std::unique_ptr<RtpTap> &place = taps[port];
     if (!place)
-        place = std::make_unique<RtpTap>(port, network);
+        place = std::make_unique<RtpTap>(port, port == palPort ? nullptr : &network);
     return *place;
 }
 

@@ -298,6 +298,16 @@ const Command table[] = {
     {"quit", "", "ends everything", 0, [](Bench &, const Words &) { QCoreApplication::exit(0); }},
 };
 
+// The program's version, which scenarios need not repeat.
+struct Figure {
+    const char *name;
+    const char *value;
+};
+constexpr Figure figures[] = {{"@VERSION@", BENCH_VERSION},
+                              {"@MAJOR@", BENCH_VERSION_MAJOR},
+                              {"@MINOR@", BENCH_VERSION_MINOR},
+                              {"@PATCH@", BENCH_VERSION_PATCH}};
+
 void help(Bench &, const Words &words)
 {
     if (words.value(0) == "expect") {
@@ -306,7 +316,8 @@ void help(Bench &, const Words &words)
         for (const Command &command : table)
             printf("  %-9s %-48s %s\n", command.name, command.arguments, command.help);
         printf("\nWords are separated by blanks; \"...\" may hold blanks and \\r \\n \\t \\0 "
-               "\\xNN.\n");
+               "\\xNN;\n@VERSION@ is the program's version, @MAJOR@, @MINOR@ and @PATCH@ its "
+               "parts.\n");
     }
     fflush(stdout);
 }
@@ -316,10 +327,13 @@ void help(Bench &, const Words &words)
 namespace commands
 {
 
-void run(Bench &bench, const QByteArray &line)
+void run(Bench &bench, const QByteArray &given)
 {
-    if (line.trimmed().startsWith('#'))
+    if (given.trimmed().startsWith('#'))
         return;
+    QByteArray line = given;
+    for (const Figure &figure : figures)
+        line.replace(figure.name, figure.value);
     const Words words = words::split(line);
     if (words.isEmpty())
         return;

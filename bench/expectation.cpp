@@ -36,6 +36,14 @@ QByteArray fileContent(const QString &path)
 
 } // namespace
 
+// What is the case, by its name; the words that follow it are left in `words`.
+const Expectation::State Expectation::states[] = {
+    {"call", &Expectation::lookForCall},     {"store", &Expectation::lookForStore},
+    {"file", &Expectation::lookForFile},     {"nofile", &Expectation::lookForNoFile},
+    {"lines", &Expectation::lookForLines},   {"exit", &Expectation::lookForExit},
+    {"rtp", &Expectation::lookForFrameRate},
+};
+
 QByteArray Expectation::help()
 {
     return R"(expect [none|count N] WHAT [within SECONDS] [for SECONDS]
@@ -96,18 +104,16 @@ void Expectation::wait()
         throw std::runtime_error("expect what?");
 
     const QByteArray kind = words.takeFirst();
-    if (kind == "call") {
-        lookForCall();
-    } else {
-        for (const TextKind &known : textKinds) {
-            if (kind == known.name)
-                lookForText(known.kind, words.join(' '));
-        }
+    for (const TextKind &known : textKinds) {
+        if (kind == known.name)
+            lookForText(known.kind, words.join(' '));
     }
-    if (!met) {
-        words.prepend(kind);
-        lookForState();
+    for (const State &known : states) {
+        if (kind == known.name)
+            (this->*known.look)();
     }
+    if (!met)
+        lookForGauge(kind);
 
     // Seconds are the unit's; a bound is not cut below what a busy desk needs.
     const double speed = bench.clock.speed();
@@ -168,58 +174,76 @@ void Expectation::lookForCall()
     seen = [this] { return lastLines(Kind::Call); };
 }
 
-void Expectation::lookForState()
+void Expectation::lookForStore()
 {
-    const QByteArray kind = words[0];
-    const QByteArray subject = words[1];
-    const QByteArray value = words.mid(2).join(' ');
-    if (kind == "store") {
-        met = [this, subject, value] { return bench.store.value(subject) == value; };
-        seen = [this, subject] { return subject + " is " + bench.store.value(subject).toUtf8(); };
-    } else if (kind == "file") {
-        met = [subject, value] { return fileContent(subject).contains(value); };
-        seen = [subject] { return subject + " holds:\n" + fileContent(subject).right(textShown); };
-    } else if (kind == "rtp") {
-        const QList<QByteArray> range = words.value(3).split('.');
-        if (words.value(2) != "rate" || range.size() != 3)
-            throw std::runtime_error("rtp PORT rate A..B");
-        const double least = range[0].toDouble();
-        const double most = range[2].toDouble();
-        RtpTap &tap = bench.tap(subject.toUShort());
-        met = [&tap, least, most] { return tap.rate() >= least && tap.rate() <= most; };
-        seen = [&tap] { return QByteArray::number(tap.rate()) + " frames a second"; };
-    } else if (kind == "nofile") {
-        met = [subject] { return !QFile::exists(subject); };
-        seen = [subject] { return subject + " is there"; };
-    } else if (kind == "lines") {
-        met = [subject, value] { return fileContent(subject).count('\n') == value.toInt(); };
-        seen = [subject] {
-            return subject + " has " + QByteArray::number(fileContent(subject).count('\n'));
-        };
-    } else if (kind == "exit") {
-        const QByteArray status = words.mid(1).join(' ');
-        met = [this, status] {
-            if (bench.unit.ending() != status)
-                return false;
-            bench.unit.acknowledgeEnding();
-            return true;
-        };
-        seen = [this] {
-            return bench.unit.isRunning() ? "the unit runs" : "it was " + bench.unit.ending();
-        };
-    } else if (gauges::read(kind, bench.unit.id()) && words.value(words.size() - 2) == "below") {
-        const double limit = words.last().toDouble();
-        const double base = subject == "growth" ? bench.markedGauge(kind) : 0;
-        met = [this, kind, limit, base] {
-            return bench.unit.isRunning() && *gauges::read(kind, bench.unit.id()) - base < limit;
-        };
-        seen = [this, kind, base] {
-            return kind + " is " + QByteArray::number(*gauges::read(kind, bench.unit.id()))
-                   + ", at the mark it was " + QByteArray::number(base);
-        };
-    } else {
-        throw std::runtime_error("there is nothing to expect of \"" + kind.toStdString() + '"');
-    }
+    const QByteArray key = words[0];
+    const QByteArray value = words.mid(1).join(' ');
+    met = [this, key, value] { return bench.store.value(key) == value; };
+    seen = [this, key] { return key + " is " + bench.store.value(key).toUtf8(); };
+}
+
+void Expectation::lookForFile()
+{
+    const QByteArray path = words[0];
+    const QByteArray text = words.mid(1).join(' ');
+    met = [path, text] { return fileContent(path).contains(text); };
+    seen = [path] { return path + " holds:\n" + fileContent(path).right(textShown); };
+}
+
+void Expectation::lookForNoFile()
+{
+    const QByteArray path = words[0];
+    met = [path] { return !QFile::exists(path); };
+    seen = [path] { return path + " is there"; };
+}
+
+void Expectation::lookForLines()
+{
+    const QByteArray path = words[0];
+    const int number = words.value(1).toInt();
+    met = [path, number] { return fileContent(path).count('\n') == number; };
+    seen = [path] { return path + " has " + QByteArray::number(fileContent(path).count('\n')); };
+}
+
+void Expectation::lookForExit()
+{
+    const QByteArray status = words.join(' ');
+    met = [this, status] {
+        if (bench.unit.ending() != status)
+            return false;
+        bench.unit.acknowledgeEnding();
+        return true;
+    };
+    seen = [this] {
+        return bench.unit.isRunning() ? "the unit runs" : "it was " + bench.unit.ending();
+    };
+}
+
+void Expectation::lookForFrameRate()
+{
+    const QList<QByteArray> range = words.value(2).split('.');
+    if (words.value(1) != "rate" || range.size() != 3)
+        throw std::runtime_error("rtp PORT rate A..B");
+    const double least = range[0].toDouble();
+    const double most = range[2].toDouble();
+    RtpTap &tap = bench.tap(words[0].toUShort());
+    met = [&tap, least, most] { return tap.rate() >= least && tap.rate() <= most; };
+    seen = [&tap] { return QByteArray::number(tap.rate()) + " frames a second"; };
+}
+
+void Expectation::lookForGauge(const QByteArray &name)
+{
+    if (!gauges::read(name, bench.unit.id()) || words.value(words.size() - 2) != "below")
+        throw std::runtime_error("there is nothing to expect of \"" + name.toStdString() + '"');
+    const double limit = words.last().toDouble();
+    const double base = words[0] == "growth" ? bench.markedGauge(name) : 0;
+    met = [this, name, limit, base] {
+        return bench.unit.isRunning() && *gauges::read(name, bench.unit.id()) - base < limit;
+    };
+    seen = [this, name, base] {
+        return name + " is " + QByteArray::number(*gauges::read(name, bench.unit.id()))
+               + ", at the mark it was " + QByteArray::number(base);
+    };
 }
 
 QByteArray Expectation::lastLines(Kind kind) const

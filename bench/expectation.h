@@ -23,10 +23,22 @@ public:
     static QByteArray help();
 
 private:
+    struct State {
+        const char *name;
+        void (Expectation::*look)(); // sets met and seen
+    };
+    static const State states[];
+
     double takeSeconds(const QByteArray &word, double otherwise);
     void lookForText(Kind kind, const QByteArray &pattern);
     void lookForCall();
-    void lookForState();
+    void lookForStore();
+    void lookForFile();
+    void lookForNoFile();
+    void lookForLines();
+    void lookForExit();
+    void lookForFrameRate();
+    void lookForGauge(const QByteArray &name);
     QByteArray lastLines(Kind kind) const;
 
     Bench &bench;

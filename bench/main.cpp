@@ -38,7 +38,7 @@ int main(int argc, char *argv[])
         }
         bench.unit.start();
         printf("The unit runs. \"help\" lists the commands, \"quit\" or Ctrl-C ends it.\n");
-        Prompt prompt(bench);
+        Prompt prompt(bench, view);
         return QCoreApplication::exec();
     } catch (const std::runtime_error &error) {
         fflush(stdout);

@@ -1,7 +1,6 @@
 #include "mcusimulator.h"
 
 #include "journal.h"
-#include "pty.h"
 #include "words.h"
 
 #include <chrono>
@@ -49,7 +48,7 @@ bool isLineEnd(char byte)
 
 } // namespace
 
-McuSimulator::McuSimulator(Journal &notes) : journal(notes)
+McuSimulator::McuSimulator(Journal &notes, const QString &place) : journal(notes), device(place)
 {
     for (const Reading &reading : healthy)
         model.insert(reading.word, reading.value);
@@ -68,7 +67,7 @@ McuSimulator::~McuSimulator() = default;
 void McuSimulator::plugIn()
 {
     line.reset(); // removes the device before the new one is made
-    line = std::make_unique<Pty>();
+    line = std::make_unique<Pty>(device);
     connect(line.get(), &Pty::arrived, this, &McuSimulator::arrived);
 }
 
@@ -79,44 +78,57 @@ void McuSimulator::renewLine()
         plugIn();
 }
 
+// What it can be told, beside the words of the model.
+struct McuSimulator::Verb {
+    const char *name;
+    void (*act)(McuSimulator &mcu, const QByteArray &argument);
+};
+const McuSimulator::Verb McuSimulator::verbs[] = {
+    {"silent", [](McuSimulator &mcu, const QByteArray &) { mcu.mood = Mood::Silent; }},
+    {"garbage", [](McuSimulator &mcu, const QByteArray &) { mcu.mood = Mood::Garbage; }},
+    {"half", [](McuSimulator &mcu, const QByteArray &) { mcu.mood = Mood::Half; }},
+    {"split", [](McuSimulator &mcu, const QByteArray &) { mcu.mood = Mood::Split; }},
+    {"late", [](McuSimulator &mcu, const QByteArray &ms) { mcu.lateBy = ms.toInt(); }},
+    {"talk", [](McuSimulator &mcu, const QByteArray &) { mcu.recover(); }},
+    {"endless",
+     [](McuSimulator &mcu, const QByteArray &bytes) {
+         mcu.endlessLeft = bytes.isEmpty() ? endlessDefault : bytes.toLongLong();
+         mcu.endless.start();
+     }},
+    {"deaf",
+     [](McuSimulator &mcu, const QByteArray &) {
+         if (mcu.line)
+             mcu.line->setDeaf(true);
+     }},
+    {"gone",
+     [](McuSimulator &mcu, const QByteArray &) {
+         mcu.endless.stop();
+         mcu.line.reset();
+     }},
+    {"send", [](McuSimulator &mcu, const QByteArray &bytes) { mcu.send(bytes); }},
+};
+
 void McuSimulator::command(const QList<QByteArray> &words)
 {
-    const QByteArray &verb = words.first();
-    const QByteArray argument = words.value(1);
-    if (verb == "silent") {
-        mood = Mood::Silent;
-    } else if (verb == "garbage") {
-        mood = Mood::Garbage;
-    } else if (verb == "half") {
-        mood = Mood::Half;
-    } else if (verb == "split") {
-        mood = Mood::Split;
-    } else if (verb == "late") {
-        lateBy = argument.toInt();
-    } else if (verb == "talk") {
-        mood = Mood::Talk;
-        lateBy = 0;
-        endless.stop();
-        if (!line)
-            plugIn();
-        line->setDeaf(false);
-    } else if (verb == "endless") {
-        endlessLeft = words.size() > 1 ? argument.toLongLong() : endlessDefault;
-        endless.start();
-    } else if (verb == "deaf" && line) {
-        line->setDeaf(true);
-    } else if (verb == "gone") {
-        endless.stop();
-        line.reset();
-    } else if (verb == "send" && words.size() == 2) {
-        send(argument);
-    } else if (model.contains(verb) && words.size() >= 2) {
-        if (verb == "BAT:V")
-            battery.stop(); // what is set by hand stays
-        model[verb] = words.mid(1).join(' ');
-    } else {
-        throw std::runtime_error("the MCU knows no \"" + words.join(' ').toStdString() + '"');
+    for (const Verb &verb : verbs) {
+        if (words.first() == verb.name)
+            return verb.act(*this, words.value(1));
     }
+    if (!model.contains(words.first()) || words.size() < 2)
+        throw std::runtime_error("the MCU knows no \"" + words.join(' ').toStdString() + '"');
+    if (words.first() == "BAT:V")
+        battery.stop(); // what is set by hand stays
+    model[words.first()] = words.mid(1).join(' ');
+}
+
+void McuSimulator::recover()
+{
+    mood = Mood::Talk;
+    lateBy = 0;
+    endless.stop();
+    if (!line)
+        plugIn();
+    line->setDeaf(false);
 }
 
 void McuSimulator::arrived(const QByteArray &bytes)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "pty.h"
+
 #include <QByteArray>
 #include <QHash>
 #include <QList>
@@ -9,7 +11,6 @@
 #include <memory>
 
 class Journal;
-class Pty;
 
 // The microcontroller at the far end of the serial line: answers each query from a model of
 // the unit's hardware, follows set commands, and misbehaves on request.
@@ -18,7 +19,8 @@ class McuSimulator : public QObject
     Q_OBJECT
 
 public:
-    explicit McuSimulator(Journal &notes);
+    // At the far end of the serial device of that path.
+    explicit McuSimulator(Journal &notes, const QString &place = Pty::serialDevice);
     ~McuSimulator() override;
 
     // Carries out "mcu WORD...": a mood (silent, garbage, ...), "send TEXT", or a word of the
@@ -35,7 +37,11 @@ public:
 private:
     enum class Mood { Talk, Silent, Garbage, Half, Split };
 
+    struct Verb;
+    static const Verb verbs[];
+
     void plugIn();
+    void recover();
     void arrived(const QByteArray &bytes);
     void handle(const QByteArray &text);
     void answer(const QByteArray &text);
@@ -45,6 +51,7 @@ private:
     void discharge();
 
     Journal &journal;
+    QString device;
     std::unique_ptr<Pty> line;
     QHash<QByteArray, QByteArray> model; // word -> value, as sent
     QByteArray gathered;                 // the unit's bytes since the last line end

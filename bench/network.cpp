@@ -13,14 +13,14 @@
 namespace
 {
 
-void run(const QString &program, const QString &arguments)
+void run(const QString &program, const QStringList &arguments)
 {
     QProcess process;
     process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(program, arguments.split(' ', Qt::SkipEmptyParts));
+    process.start(program, arguments);
     process.waitForFinished();
     if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
-        throw std::runtime_error((program + ' ' + arguments + ": ").toStdString()
+        throw std::runtime_error((program + ' ' + arguments.join(' ') + ": ").toStdString()
                                  + process.readAll().trimmed().toStdString());
 }
 
@@ -58,16 +58,9 @@ void Network::up(const QString &name, const QString &address, const QString &gat
 {
     if (peers.contains(name))
         down(name);
-    ip(QString("link add %1 type veth peer name %1 netns %2").arg(name, phonePlace));
-    ip(QString("addr add %1 broadcast + dev %2").arg(address, name));
-    ip(QString("link set %1 up").arg(name));
+    run(BENCH_PLUG, {name, address, gateway, phonePlace});
     const QString peer = gateway + address.mid(address.indexOf('/'));
     peers.insert(name, gateway.isEmpty() ? QString() : peer);
-    phoneIp(QString("link set %1 up").arg(name));
-    if (!gateway.isEmpty()) {
-        phoneIp(QString("addr add %1 broadcast + dev %2").arg(peer, name));
-        ip(QString("route append default via %1 dev %2").arg(gateway, name));
-    }
     journal.note(Kind::Network,
                  QString("%1 up: %2, gateway %3\n")
                      .arg(name, address, gateway.isEmpty() ? QString("none") : gateway)
@@ -77,7 +70,7 @@ void Network::up(const QString &name, const QString &address, const QString &gat
 void Network::down(const QString &name)
 {
     peers.remove(name);
-    ip("link del " + name);
+    run("ip", {"link", "del", name});
     journal.note(Kind::Network, name.toUtf8() + " down\n");
 }
 
@@ -92,14 +85,9 @@ void Network::setPhoneReachable(bool reachable)
     }
 }
 
-void Network::ip(const QString &arguments) const
-{
-    run("ip", arguments);
-}
-
 void Network::phoneIp(const QString &arguments) const
 {
-    run("nsenter", "--net=" + phonePlace + " ip " + arguments);
+    run("nsenter", QStringList({"--net=" + phonePlace, "ip"}) + arguments.split(' '));
 }
 
 Network::InPhone::InPhone(const Network &where) : network(where)

@@ -41,8 +41,7 @@ public:
     };
 
 private:
-    void ip(const QString &arguments) const;      // in the unit's world
-    void phoneIp(const QString &arguments) const; // in the phone's
+    void phoneIp(const QString &arguments) const; // in the phone's world
 
     Journal &journal;
     int unitSpace = -1;

@@ -56,37 +56,62 @@ void PhoneSimulator::listen()
         throw std::runtime_error("the phone cannot listen at port 8082");
 }
 
+// What it can be told; anything else it says to the unit.
+struct PhoneSimulator::Verb {
+    const char *name;
+    int words; // with the name; a line with another number of words is said
+    void (*act)(PhoneSimulator &phone, const QByteArray &argument);
+};
+const PhoneSimulator::Verb PhoneSimulator::verbs[] = {
+    {"refuse", 1,
+     [](PhoneSimulator &phone, const QByteArray &) {
+         phone.server.close();
+         if (phone.connection)
+             phone.connection->abort();
+     }},
+    {"accept", 1,
+     [](PhoneSimulator &phone, const QByteArray &) {
+         phone.network.setPhoneReachable(true);
+         phone.listen();
+     }},
+    {"silent", 1, [](PhoneSimulator &phone, const QByteArray &) { phone.talks = false; }},
+    {"hang", 1,
+     [](PhoneSimulator &phone, const QByteArray &) { phone.talks = phone.reads = false; }},
+    {"talk", 1,
+     [](PhoneSimulator &phone, const QByteArray &) {
+         phone.talks = phone.reads = true;
+         if (phone.connection)
+             emit phone.connection->readyRead(); // take up what waits
+     }},
+    {"drop", 1,
+     [](PhoneSimulator &phone, const QByteArray &) { phone.network.setPhoneReachable(false); }},
+    {"close", 1,
+     [](PhoneSimulator &phone, const QByteArray &) { phone.connected()->disconnectFromHost(); }},
+    {"halfclose", 1,
+     [](PhoneSimulator &phone, const QByteArray &) {
+         shutdown(int(phone.connected()->socketDescriptor()), SHUT_WR);
+     }},
+    {"raw", 2, [](PhoneSimulator &phone, const QByteArray &bytes) { phone.send(bytes); }},
+    {"big", 2,
+     [](PhoneSimulator &phone, const QByteArray &count) {
+         phone.send(QByteArray(count.toInt(), 'x') + "\r\n");
+     }},
+};
+
 void PhoneSimulator::command(const QList<QByteArray> &words)
 {
-    const QByteArray &verb = words[0];
-    if (verb == "refuse") {
-        server.close();
-        if (connection)
-            connection->abort();
-    } else if (verb == "accept") {
-        network.setPhoneReachable(true);
-        listen();
-    } else if (verb == "silent") {
-        talks = false;
-    } else if (verb == "hang") {
-        talks = reads = false;
-    } else if (verb == "talk") {
-        talks = reads = true;
-        if (connection)
-            emit connection->readyRead(); // take up what waits
-    } else if (verb == "drop") {
-        network.setPhoneReachable(false);
-    } else if (verb == "close" && connection) {
-        connection->disconnectFromHost();
-    } else if (verb == "halfclose" && connection) {
-        shutdown(int(connection->socketDescriptor()), SHUT_WR);
-    } else if (verb == "raw" && words.size() == 2) {
-        send(words[1]);
-    } else if (verb == "big" && words.size() == 2) {
-        send(QByteArray(words[1].toInt(), 'x') + "\r\n");
-    } else {
-        send(words.join(' ') + "\r\n");
+    for (const Verb &verb : verbs) {
+        if (words.first() == verb.name && words.size() == verb.words)
+            return verb.act(*this, words.value(1));
     }
+    send(words.join(' ') + "\r\n");
+}
+
+QTcpSocket *PhoneSimulator::connected() const
+{
+    if (!connection)
+        throw std::runtime_error("the unit is not connected to the app");
+    return connection;
 }
 
 void PhoneSimulator::takeConnection()
@@ -111,9 +136,7 @@ void PhoneSimulator::takeConnection()
 
 void PhoneSimulator::send(const QByteArray &bytes)
 {
-    if (!connection)
-        throw std::runtime_error("the unit is not connected to the app");
+    connected()->write(bytes);
     journal.note(Kind::Phone, bytes);
-    connection->write(bytes);
     connection->flush();
 }

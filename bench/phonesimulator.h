@@ -30,7 +30,11 @@ public:
     void setSpeed(int factor);
 
 private:
+    struct Verb;
+    static const Verb verbs[];
+
     void listen();
+    QTcpSocket *connected() const; // throws where there is none
     void takeConnection();
     void send(const QByteArray &bytes);
 

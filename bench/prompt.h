@@ -5,22 +5,27 @@
 #include <QObject>
 
 class Bench;
+class View;
 
-// Reads commands from standard input, one a line, and carries them out in order. The end of
-// the input ends the bench.
+// Reads commands from standard input, one a line, with the editing and the history of readline, and
+// carries them out in order. What the view prints stands above the line that is being typed. The
+// end of the input ends the bench. There is one at most.
 class Prompt : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit Prompt(Bench &where);
+    Prompt(Bench &where, View &view);
+    ~Prompt() override;
 
 private:
-    void read();
+    static void take(char *line); // readline's, null at the end of the input
+    static void hide();
+    static void show();
     void work();
 
+    static Prompt *current; // whom readline's lines are for
     Bench &bench;
-    QByteArray typed;        // bytes of a line that is not whole yet
     QList<QByteArray> lines; // not carried out yet
     bool working = false;
     bool ended = false;

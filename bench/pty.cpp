@@ -15,8 +15,6 @@
 namespace
 {
 
-constexpr char serialDevice[] = "/dev/serial0";
-
 void waitUntilWritable(int descriptor)
 {
     pollfd line{descriptor, POLLOUT, 0};
@@ -25,7 +23,7 @@ void waitUntilWritable(int descriptor)
 
 } // namespace
 
-Pty::Pty(QObject *parent) : QObject(parent)
+Pty::Pty(const QString &place) : link(place)
 {
     master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
     if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0)
@@ -36,9 +34,9 @@ Pty::Pty(QObject *parent) : QObject(parent)
     cfmakeraw(&settings);
     tcsetattr(master, TCSANOW, &settings);
 
-    QFile::remove(serialDevice);
-    if (!QFile::link(ptsname(master), serialDevice))
-        throw std::runtime_error("cannot link /dev/serial0: not in the sandbox?");
+    QFile::remove(link);
+    if (!QFile::link(ptsname(master), link))
+        throw std::runtime_error("cannot link " + link.toStdString() + ": not in the sandbox?");
     notifier = new QSocketNotifier(master, QSocketNotifier::Read, this);
     connect(notifier, &QSocketNotifier::activated, this, &Pty::read);
 }
@@ -46,7 +44,7 @@ Pty::Pty(QObject *parent) : QObject(parent)
 Pty::~Pty()
 {
     hangUp();
-    QFile::remove(serialDevice);
+    QFile::remove(link);
 }
 
 void Pty::send(const QByteArray &bytes)

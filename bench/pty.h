@@ -5,15 +5,17 @@
 
 class QSocketNotifier;
 
-// The far end of the unit's serial line: a pseudo-terminal whose slave is linked as
-// /dev/serial0 of the sandbox.
+// The far end of the unit's serial line: a pseudo-terminal whose slave is linked at a place, the
+// unit's serial device where no other is given.
 class Pty : public QObject
 {
     Q_OBJECT
 
 public:
+    static constexpr char serialDevice[] = "/dev/serial0";
+
     // Makes the terminal and the link. Throws std::runtime_error where either fails.
-    explicit Pty(QObject *parent = nullptr);
+    explicit Pty(const QString &place = serialDevice);
     ~Pty() override; // the line is gone, the link removed
 
     // Writes all bytes at once, as one arrival at the unit.
@@ -34,6 +36,7 @@ signals:
 private:
     void read();
 
+    QString link;
     int master = -1;
     QSocketNotifier *notifier = nullptr;
     QByteArray heard;

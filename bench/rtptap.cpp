@@ -17,8 +17,8 @@
 namespace
 {
 
-constexpr quint16 palPort = 8083;
 constexpr qint64 window = 2000; // ms
+constexpr double stampsPerSecond = 90000;
 
 // The payload of a UDP datagram to the port; empty when the packet is something else.
 QByteArray payloadFor(quint16 port, const QByteArray &packet)
@@ -45,11 +45,10 @@ bool startsKeyFrame(const QByteArray &rtp)
 
 } // namespace
 
-RtpTap::RtpTap(quint16 number, const Network &network) : port(number)
+RtpTap::RtpTap(quint16 number, const Network *phone) : port(number)
 {
     {
-        const auto inPhone =
-            port == palPort ? nullptr : std::make_unique<Network::InPhone>(network);
+        const auto inPhone = phone ? std::make_unique<Network::InPhone>(*phone) : nullptr;
         wire = socket(AF_PACKET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, htons(ETH_P_IP));
     }
     if (wire < 0)
@@ -66,13 +65,10 @@ RtpTap::~RtpTap()
 
 double RtpTap::rate() const
 {
-    const qint64 now = clock.elapsed();
-    if (now < window)
+    if (frames.empty() || frames.back().arrival < clock.elapsed() - window)
         return 0;
-    qint64 count = 0;
-    for (const qint64 end : frames)
-        count += end > now - window;
-    return double(count) * 1000 / double(window);
+    const quint32 span = frames.back().stamp - frames.front().stamp;
+    return span == 0 ? 0 : double(frames.size() - 1) * stampsPerSecond / span;
 }
 
 QByteArray RtpTap::recent() const
@@ -95,9 +91,11 @@ void RtpTap::read()
         const QByteArray rtp = payloadFor(port, QByteArray(buffer.data(), int(size)));
         if (rtp.size() < 12)
             continue;
+        emit arrived();
         if (rtp[1] & 0x80) { // the marker: the last packet of a frame
-            frames.push_back(clock.elapsed());
-            while (frames.front() < frames.back() - window)
+            const auto stamp = qFromBigEndian<quint32>(rtp.constData() + 4);
+            frames.push_back({clock.elapsed(), stamp});
+            while (frames.front().arrival < frames.back().arrival - window)
                 frames.pop_front();
         }
         if (startsKeyFrame(rtp))

@@ -15,17 +15,21 @@ class RtpTap : public QObject
     Q_OBJECT
 
 public:
-    // Port 8083 is tapped on the unit's loopback, any other at the phone. Throws
-    // std::runtime_error where the wire cannot be tapped.
-    RtpTap(quint16 number, const Network &network);
+    // Taps the wire at the phone, or, without one, in this world. Throws std::runtime_error where
+    // it cannot be tapped.
+    RtpTap(quint16 number, const Network *phone);
     ~RtpTap() override;
 
-    // Frames a second over the last two seconds; 0 before there were two.
+    // Frames a second by the picture's own clock, over those that came in the last two seconds; 0
+    // when there were not two.
     double rate() const;
 
     // The packets from the last key frame on, each led by its length in two bytes (the framing
     // of RTP over a stream); empty before the first key frame and when nothing came lately.
     QByteArray recent() const;
+
+signals:
+    void arrived(); // a packet
 
 private:
     void read();
@@ -33,6 +37,10 @@ private:
     quint16 port;
     int wire = -1;
     QElapsedTimer clock;
-    std::deque<qint64> frames; // when each ended, ms, oldest first
-    QByteArray kept;           // see recent()
+    struct Frame {
+        qint64 arrival; // of its last packet, ms
+        quint32 stamp;  // its time in the picture
+    };
+    std::deque<Frame> frames; // oldest first
+    QByteArray kept;          // see recent()
 };

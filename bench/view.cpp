@@ -103,10 +103,12 @@ void View::print(Kind kind, const QByteArray &whole)
     printRepeats();
     const QByteArray text = whole.size() > longest ? whole.left(longest) + " ..." : whole;
     const Style &style = styles[size_t(kind)];
+    emit printing();
     if (colours)
         printf("\033[90m%8.3f\033[0m \033[%sm%-9s %s\033[0m\n", journal.seconds(), style.colour,
                style.name, text.constData());
     else
         printf("%8.3f %-9s %s\n", journal.seconds(), style.name, text.constData());
     fflush(stdout);
+    emit printed();
 }

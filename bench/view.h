@@ -17,6 +17,10 @@ class View : public QObject
 public:
     View(Journal &notes, bool colours);
 
+signals:
+    void printing(); // a line comes
+    void printed();
+
 private:
     void show(Kind kind, const QByteArray &text);
     void print(Kind kind, const QByteArray &whole);

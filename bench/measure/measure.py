@@ -15,25 +15,22 @@ import shutil
 import signal
 import socket
 import statistics
-import struct
 import subprocess
 import sys
-import threading
 import time
-import tty
 
 BIN, ROUNDS = pathlib.Path(sys.argv[1]), int(sys.argv[2])
 UNIT, FLOOR = "/home/pi/KT6120/bin/KT6120", str(BIN / "floor")
 STORE = "/home/pi/KT6120/bin/KT6120.ini"
 FLOOR_STORE = "/home/pi/KT6120/bin/floor.ini"
+FLOOR_LINE = "/run/bench/serial"
+PLUG = pathlib.Path(__file__).parents[1] / "plug"
 LAST_RELEASE = pathlib.Path(__file__).with_name("pollcycle.txt")
 SAMPLES = 1000
 SETTLED = 3  # seconds after which everything that is started beside the program has come up
 ANNOUNCEMENTS = 5 * 0.4  # seconds: a pause after each line that greets the microcontroller
 CYCLE = 14  # queries
 PAL_PORT = 8083
-ANSWERS = {b"BAT:V?": b"2400", b"COILER:VALUE?": b"12", b"BAT:STATE?": b"1", b"PWR:I?": b"620",
-           b"SONDE:EN?": b"0", b"TWK?": b"0", b"TEMP?": b"3150", b"*IDN?": b"X V1.0.3"}
 PIPELINE = ("v4l2src device=/dev/video0 ! queue ! videoconvert ! "
             "video/x-raw,width=720,height=576,framerate=25/1 ! queue ! omxh264enc "
             "target-bitrate=4000000 control-rate=1 ! rtph264pay ! "
@@ -41,66 +38,39 @@ PIPELINE = ("v4l2src device=/dev/video0 ! queue ! videoconvert ! "
 rows = []
 
 
-class Line:
-    """The far end of the serial line."""
+class FarEnd:
+    """One of the bench's far ends (bench/farend.cpp): "serial", "mcu" or "tap"."""
 
-    def __init__(self):
-        self.master, slave = os.openpty()
-        tty.setraw(self.master)
-        self.device = os.ttyname(slave)
-        pathlib.Path("/dev/serial0").unlink(missing_ok=True)
-        os.symlink(self.device, "/dev/serial0")
-        os.close(slave)
+    def __init__(self, *arguments):
+        self.process = subprocess.Popen([BIN / "farend", *arguments], bufsize=0,
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self.heard = b""
+        self.wait(b"ready\n")
 
-    def wait(self, text, limit=10):
-        heard, end = b"", time.monotonic() + limit
-        while text not in heard:
+    def listen(self, seconds):
+        while select.select([self.process.stdout], [], [], seconds)[0]:
+            self.heard += os.read(self.process.stdout.fileno(), 65536)
+            seconds = 0
+
+    def wait(self, text, limit=30):
+        end = time.monotonic() + limit
+        while text not in self.heard:
             if time.monotonic() > end:
-                sys.exit(f"nothing like {text} on the serial line")
-            if select.select([self.master], [], [], 0.1)[0]:
-                try:
-                    heard += os.read(self.master, 4096)
-                except OSError:  # nobody has opened the other end yet
-                    time.sleep(0.0005)
+                sys.exit(f"nothing like {text} from the far end")
+            self.listen(0.1)
+        self.heard = self.heard.split(text, 1)[1]
 
-    def drain(self):
-        while select.select([self.master], [], [], 0)[0]:
-            os.read(self.master, 4096)
-
-
-class Microcontroller(threading.Thread):
-    """Answers every query on a line, until it is stopped."""
-
-    def __init__(self, line):
-        super().__init__(daemon=True)
-        self.line, self.queries, self.stopped = line, 0, False
-        self.start()
-
-    def run(self):
-        heard = b""
-        while not self.stopped:
-            if not select.select([self.line.master], [], [], 0.1)[0]:
-                continue
-            try:
-                heard += os.read(self.line.master, 4096)
-            except OSError:
-                time.sleep(0.01)
-                continue
-            *texts, heard = heard.replace(b"\r", b"\n").split(b"\n")
-            for text in texts:
-                if text in ANSWERS:
-                    word = b"Corvantis" if text == b"*IDN?" else text[:-1]
-                    self.queries += 1
-                    os.write(self.line.master, word + b" " + ANSWERS[text] + b"\r\n")
+    def send(self, line):
+        self.process.stdin.write(line)
 
     def stop(self):
-        self.stopped = True
-        self.join()
+        self.process.terminate()
+        self.process.wait()
 
 
 def start(*command, **options):
     environment = dict(os.environ, GST_PLUGIN_PATH=str(BIN.parent / "standins"),
-                       GST_REGISTRY="/tmp/registry")
+                       GST_REGISTRY=str(BIN.parent / "gstreamer-registry"))
     return subprocess.Popen(command, env=environment, stderr=subprocess.DEVNULL,
                             **{"stdout": subprocess.DEVNULL, **options})
 
@@ -140,10 +110,10 @@ def wire_to_store(*ends):
     taken = [[] for _ in ends]
     for i in range(SAMPLES):
         for (line, file), times in zip(ends, taken):
-            line.drain()
+            line.listen(0)
             inode = os.stat(file).st_ino
             begin = time.perf_counter()
-            os.write(line.master, b"BAT:STATE %d\n" % (i % 200))
+            line.send(b"BAT:STATE %d\n" % (i % 200))
             while os.stat(file).st_ino == inode:
                 if time.perf_counter() - begin > 1:
                     break
@@ -168,31 +138,26 @@ def round_trips(*requests):
 
 def first_packet(*command, **options):
     """A process, and the seconds from its start to the first packet at the PAL port."""
-    tap = socket.socket(socket.AF_PACKET, socket.SOCK_DGRAM, socket.htons(0x0800))
-    tap.settimeout(30)
+    tap = FarEnd("tap", str(PAL_PORT))
     begin = time.perf_counter()
     process = start(*command, **options)
-    while True:
-        packet = tap.recv(4096)
-        header = 4 * (packet[0] & 15)
-        if packet[9] == socket.IPPROTO_UDP and \
-                struct.unpack_from(">H", packet, header + 2)[0] == PAL_PORT:
-            tap.close()
-            return process, time.perf_counter() - begin
+    tap.wait(b".")
+    seconds = time.perf_counter() - begin
+    tap.stop()
+    return process, seconds
 
 
 def poll_cycle(cycles=5):
     """Instructions of the program's own code and what it calls, for a cycle of queries: sending
     them, taking up the answers, and all that follows from these."""
     counted = "/tmp/callgrind.out"
-    line = Line()
-    mcu = Microcontroller(line)
+    mcu = FarEnd("mcu")
     unit = start("valgrind", "--tool=callgrind", f"--callgrind-out-file={counted}",
                  "--collect-atstart=no",
                  "--toggle-collect=commsInternal::commsInternalProcessRequest()",
                  "--toggle-collect=commsInternal::serialPortProcessData()", UNIT)
-    while mcu.queries < CYCLE * cycles:
-        time.sleep(0.01)
+    while mcu.heard.count(b"?") < CYCLE * cycles:
+        mcu.listen(0.1)
     unit.terminate()
     unit.wait()
     mcu.stop()
@@ -212,17 +177,15 @@ def sh(line):
 
 
 def main():
-    sh("ip link add usb0 type veth peer name phone; ip link set usb0 up; ip link set phone up")
-    sh("ip addr add 192.168.42.1/32 dev lo")
     pathlib.Path("/run/bench").mkdir(exist_ok=True)
     pathlib.Path("/run/bench/camera").write_text("missing\n")
-    listener = socket.create_server(("192.168.42.1", 8082))
+    listener = socket.create_server(("", 8082))
     listener.settimeout(20)
     started, bare_started, sizes, bare_sizes = ([] for _ in range(4))
     stored, bare_stored, p50, echo50, p99, echo99, acknowledged = ([] for _ in range(7))
 
     for _ in range(ROUNDS):
-        line = Line()
+        line = FarEnd("serial")
         begin = time.perf_counter()
         bare = start(FLOOR, "bare", stdout=subprocess.PIPE)
         bare.stdout.read(1)
@@ -236,18 +199,18 @@ def main():
         sizes.append(memory(unit))
         bare_sizes.append(memory(bare))
         stop(bare)
-        other = Line()  # under its own name, since the program holds the other
+        other = FarEnd("serial", FLOOR_LINE)
         shutil.copy(STORE, FLOOR_STORE)
-        floor = start(FLOOR, "store", other.device, FLOOR_STORE, stdout=subprocess.PIPE)
+        floor = start(FLOOR, "store", FLOOR_LINE, FLOOR_STORE, stdout=subprocess.PIPE)
         floor.stdout.read(1)
         ours, bare = wire_to_store((line, STORE), (other, FLOOR_STORE))
         stored.append(ours)
         bare_stored.append(bare)
         stop(floor)
+        other.stop()
 
-        # The phone's network is there; the app's address is local, like the floor's peer.
-        sh("ip addr add 192.168.42.10/24 brd + dev usb0; ip addr del 192.168.42.1/32 dev lo;"
-           "ip route add default via 192.168.42.1; ip addr add 192.168.42.1/32 dev lo")
+        # A phone is there; the app's address is local, like the floor's peer.
+        sh(f"{PLUG} usb0 192.168.42.10/24 192.168.42.1")
         connection = accept(listener)
         connection.recv(4096)
         floor = start(FLOOR, "echo")
@@ -260,9 +223,10 @@ def main():
         acknowledged.append(acknowledgements[SAMPLES // 2])
         stop(unit)
         stop(floor)
+        line.stop()
         connection.close()
         echo.close()
-        sh("ip addr del 192.168.42.10/24 dev usb0")
+        sh("ip link del usb0; ip addr del 192.168.42.1/32 dev lo")
 
     row("start to first serial byte", "ms", started, bare_started)
     for name, unit_name, ours, floor in zip(
@@ -276,8 +240,7 @@ def main():
     row("instructions per poll cycle, beside the last release", "", [poll_cycle()],
         [int(LAST_RELEASE.read_text().split()[-1])])
 
-    line = Line()
-    mcu = Microcontroller(line)
+    mcu = FarEnd("mcu")
     unit = start(UNIT)
     time.sleep(SETTLED)
     off = processor(unit, 60)
@@ -297,7 +260,7 @@ def with_picture():
     pathlib.Path("/run/bench/camera").write_text("ok\n")
     packet, launch_packet, resident, launch_resident = ([] for _ in range(4))
     for i in range(ROUNDS):
-        mcu = Microcontroller(Line())
+        mcu = FarEnd("mcu")
         unit, seconds = first_packet(UNIT)
         packet.append((seconds - ANNOUNCEMENTS) * 1e3)
         time.sleep(SETTLED)

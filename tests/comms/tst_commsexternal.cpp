@@ -27,12 +27,10 @@ void sh(const QString &commands)
         qFatal("failed: %s", qPrintable(commands));
 }
 
-// A phone on USB. Its address is local, so that a server in this process answers at it.
+// A phone on USB, at which a server in this process answers.
 void plugPhone()
 {
-    sh("ip link add usb0 type veth peer name far; ip link set usb0 up; ip link set far up;"
-       "ip addr add 192.168.42.10/24 brd + dev usb0; ip route add default via 192.168.42.1;"
-       "ip addr add 192.168.42.1/32 dev lo");
+    sh(BENCH_PLUG " usb0 192.168.42.10/24 192.168.42.1");
 }
 void unplugPhone()
 {
@@ -268,8 +266,7 @@ private slots:
             unplugPhone();
             plugPhone();
         });
-        sh("ip addr flush dev usb0; ip link add eth0 type veth peer name far-eth0;"
-           "ip link set eth0 up; ip link set far-eth0 up; ip addr add 10.1.2.3/8 brd + dev eth0");
+        sh("ip addr flush dev usb0; " BENCH_PLUG " eth0 10.1.2.3/8");
         link.emplace();
         link->commsExternalMonitorTethering();
         QTRY_COMPARE(
