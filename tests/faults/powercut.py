@@ -28,7 +28,7 @@ LONGEST_WAIT = 0.03  # seconds; a round takes a millisecond or two
 
 foreign = {"Other/Text": '"a, b"', "Other/Number": "12.5", "Other/Empty": ""}
 kept = {
-    STORE: {**foreign, "Compute/SoftwareVersion": "V1.2.12", "Camera/CoilerOffset": "1.25"},
+    STORE: {**foreign, "Camera/CoilerOffset": "1.25"},
     CONFIGURATION: {**foreign, "Coiler/EncoderScalar": "0.25", "Lamp/MaxCurrent": "20"},
 }
 
@@ -65,6 +65,8 @@ def check_ini(path, written, before, begun):
         # As the process found it, or as one of its last two rounds wrote it.
         allowed = [text(begun - 1) if begun > 1 else before.get(key), text(begun)]
         check(values.pop(key, None) in allowed, f"{path}: {key} is none of {allowed}")
+    version = values.pop("Compute/SoftwareVersion", None)
+    check(path != STORE or re.fullmatch(r"V\d+\.\d+\.\d+", version or ""), f"version {version}")
     check(values == kept[path], f"{path} is left with {values}, not {kept[path]}")
 
 

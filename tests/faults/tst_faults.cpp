@@ -129,7 +129,7 @@ private slots:
         }
         qInstallMessageHandler(before);
         QCOMPARE(iniValue(store, "Battery/State"), QString("200"));
-        QCOMPARE(iniValue(store, "Compute/SoftwareVersion"), QString("V1.2.12"));
+        QCOMPARE(iniValue(store, "Compute/SoftwareVersion"), QString("V" BENCH_VERSION));
         QCOMPARE(readFile(mcuLog), QByteArray("T200"));
         QVERIFY(readFile(programLog).endsWith(",4,Battery State Changed to:  200\n"));
         const QByteArrayList rows = readFile(csv).split('\n');

@@ -19,7 +19,8 @@ private slots:
     void startWritesTheVersion()
     {
         const settings store(nullptr);
-        QCOMPARE(readFile(paths::statusStore), QByteArray("[Compute]\nSoftwareVersion=V1.2.12\n"));
+        QCOMPARE(readFile(paths::statusStore),
+                 QByteArray("[Compute]\nSoftwareVersion=V" BENCH_VERSION "\n"));
     }
 
     // Each write is in the file when it returns and reads back as the same value.
