@@ -25,7 +25,8 @@ void fuzz::input(const QByteArray &bytes)
                                     payloadPointer<EVENT_CoilerModel>(model));
         QCoreApplication::processEvents(); // the configuration file is written
     }
-    require(testsupport::iniValue(paths::statusStore, "Compute/SoftwareVersion") == "V" BENCH_VERSION,
+    require(testsupport::iniValue(paths::statusStore, "Compute/SoftwareVersion")
+                == "V" BENCH_VERSION,
             "the version is in the store");
     require(testsupport::iniValue(paths::configuration, "Coiler/Model") == model,
             "the model is in the configuration file");
