@@ -128,38 +128,16 @@ private slots:
         QCOMPARE(unit.stored(key), stored);
     }
 
-    void aTallwickProbeSwitchesTheLampOff()
+    // The rest of the probe's story is told by a scenario.
+    void aTallwickValueThatIsNoDetectionBlocksTheLamp()
     {
         UnitUnderEvents unit;
-        unit.report<EVENT_LampValue>(30);
-        unit.report<EVENT_TallwickDetected>(0); // no change
-        QCOMPARE(unit.stored("Tallwick/Detected"), QString());
-        unit.report<EVENT_TallwickDetected>(1);
-        unit.report<EVENT_TallwickDetected>(1);
-        QCOMPARE(unit.serial, QStringList({"LAMP:OFF\r\n", "LAMP:SET 0\r\n"}));
-        QCOMPARE(testsupport::calls(), QStringList("KT6120_gpio_write.sh 21 1"));
-        QCOMPARE(unit.stored("Camera/Lamp"), QString("0"));
-        QCOMPARE(unit.stored("Tallwick/Detected"), QString("1"));
-
-        // While it is there the lamp can only be switched off.
+        unit.report<EVENT_TallwickDetected>(2);
         unit.forget();
-        unit.report<EVENT_LampValue>(50);
-        unit.raise(EVENT_LampUp);
-        unit.raise(EVENT_LampDown);
-        QCOMPARE(unit.serial + testsupport::calls() + LogCapture::texts(QtInfoMsg), QStringList());
-        QCOMPARE(unit.stored("Camera/Lamp"), QString("0"));
-        unit.raise(EVENT_LampOff);
-        QCOMPARE(unit.serial, QStringList("LAMP:OFF\r\n"));
-
-        unit.forget();
-        unit.report<EVENT_TallwickDetected>(2); // blocks, but is no detection
         unit.raise(EVENT_LampUp);
         QCOMPARE(unit.serial, QStringList());
-        unit.report<EVENT_TallwickDetected>(0);
-        unit.raise(EVENT_LampUp);
-        QCOMPARE(unit.serial, QStringList({"LAMP:SET 14\r\n", "LAMP:ON\r\n"}));
-        unit.raise(EVENT_TallwickDetectRequest);
-        QCOMPARE(unit.app, QStringList("TWK 0\r"));
+        unit.raise(EVENT_LampOff);
+        QCOMPARE(unit.serial, QStringList("LAMP:OFF\r\n"));
     }
 
     void theUnknownCommandCountSurvivesAndWraps()

