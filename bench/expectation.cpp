@@ -25,7 +25,7 @@ constexpr TextKind textKinds[] = {
     {"log", Kind::Log},       {"stdout", Kind::Stdout}, {"stderr", Kind::Stderr},
     {"serial", Kind::Serial}, {"mcu", Kind::Mcu},       {"app", Kind::App},
     {"phone", Kind::Phone},   {"change", Kind::Store},  {"network", Kind::Network},
-    {"bench", Kind::Bench},
+    {"bench", Kind::Bench},   {"calls", Kind::Call},
 };
 
 QByteArray fileContent(const QString &path)
@@ -56,7 +56,8 @@ each is searched from where the one before it was found.
   app TEXT        bytes of the unit to the phone    phone TEXT    of the phone to the unit
   change TEXT     changes of the status store: "Battery/Voltage: 6260 -> 4695"
   network TEXT    changes of the network            bench TEXT    the bench's own remarks
-  call NAME [ARGUMENT...]   a call of a recorded program: any order, each is met once
+  calls TEXT      calls of recorded programs, in order
+  call NAME [ARGUMENT...]   the same in any order; each is met once
 What is the case:
   store KEY VALUE   the status store on disk    file PATH TEXT   the file holds the text
   exit STATUS       the program has ended: 3, or "signal 9"

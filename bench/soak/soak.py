@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Plays tests/scenarios/long/month.scenario and shows what the program took meanwhile.
+"""Plays month.scenario and shows what the program took meanwhile.
 
 Usage: soak.py DAYS. Leaves under build/soak: soak.csv (two samples a day), soak.svg (each figure
 over time), soak.log (all that the bench showed). Prints a verdict; status 1 where it is that
@@ -13,7 +13,7 @@ import subprocess
 import sys
 
 REPO = pathlib.Path(__file__).resolve().parents[2]
-SCENARIO = REPO / "tests/scenarios/long/month.scenario"
+SCENARIO = REPO / "bench/soak/month.scenario"
 PLACE = REPO / "build/soak"
 
 # What is sampled, in which unit it is drawn, and by how much the median of the last third may stand

@@ -1,13 +1,6 @@
-// The application frame: the log sink and the wiring. Fatal signals are played by a scenario.
+// The log sink. Wiring and fatal signals are played by scenarios.
 
 #include "messagehandler.h"
-#include "wiring.h"
-
-#include "commsexternal.h"
-#include "commsinternal.h"
-#include "eventhandler.h"
-#include "videolibrary.h"
-
 #include "paths.h"
 #include "testsupport.h"
 
@@ -80,24 +73,6 @@ private slots:
         QCOMPARE(lines.size(), 2 * count);
         for (const QString &line : lines)
             QCOMPARE(line.mid(19), ",1," + text);
-    }
-
-    // A connection by signature that does not fit fails silently otherwise.
-    void allThirteenConnectionsAreMade()
-    {
-        eventHandler events;
-        commsInternal mcu;
-        commsExternal app;
-        VideoLibrary video;
-        const OutputCapture printed;
-        std::vector<QMetaObject::Connection> made;
-        log([&] { made = connectComponents({&events, &mcu, &app, &video}); });
-        QCOMPARE(int(made.size()), 13);
-        for (size_t i = 0; i < made.size(); ++i)
-            QVERIFY2(bool(made[i]), qPrintable(QString("connection %1").arg(i + 1)));
-        QCOMPARE(printed.text(), QByteArray("stop connection state: true\n"));
-        QVERIFY(QMetaType::type("EVENT_TYPE_t") != QMetaType::UnknownType);
-        QVERIFY(QMetaType::type("SOURCE_TYPE_t") != QMetaType::UnknownType);
     }
 };
 

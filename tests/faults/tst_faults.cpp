@@ -12,7 +12,6 @@
 
 using testsupport::iniValue;
 using testsupport::readFile;
-using testsupport::writeFile;
 
 namespace
 {
@@ -137,28 +136,6 @@ private slots:
         QVERIFY(rows.last().isEmpty());
         for (int i = 1; i < rows.size() - 1; ++i)
             QCOMPARE(rows[i].count(','), 12);
-    }
-
-    // Left alone, each would cost half a minute.
-    void leftoverLocks_data()
-    {
-        QTest::addColumn<QByteArray>("lock");
-        QTest::newRow("empty") << QByteArray("");
-        QTest::newRow("garbled") << QByteArray(40, '\0');
-    }
-    void leftoverLocks()
-    {
-        QFETCH(QByteArray, lock);
-        writeFile(store + ".lock", lock);
-        writeFile(configuration + ".lock", lock);
-        const testsupport::LogCapture quiet;
-        QElapsedTimer taken;
-        taken.start();
-        eventHandler handler;
-        write(handler, 1);
-        QVERIFY(taken.elapsed() < 10000);
-        QCOMPARE(iniValue(store, "Battery/State"), QString("1"));
-        QCOMPARE(iniValue(configuration, "Coiler/Model"), QString("T1"));
     }
 };
 

@@ -11,12 +11,9 @@
 #include <tuple>
 #include <utility>
 
-using testsupport::iniValue;
-
 namespace
 {
 
-constexpr char ini[] = "/home/pi/KT6120/bin/KT6120.ini";
 constexpr char script[] = "/home/pi/KT6120/bin/KT6120_bb_read.sh";
 
 } // namespace
@@ -73,37 +70,6 @@ private slots:
         recorders::setReply("KT6120_bb_read.sh 0x12", "0x64\n", 2); // too slow
         QCOMPARE(board.read_i2c(18), 0u);
         QTRY_COMPARE(board.findChildren<QProcess *>().size(), 0);
-    }
-
-    // One cycle: the channels in order, each under its own key; one that fails is 0.
-    void cycle()
-    {
-        struct Row {
-            const char *channel, *printed, *key, *stored;
-        };
-        const Row rows[] = {
-            {"0x12", "0x80\n", "Temperature/Boost", "2500"},
-            {"0x15", "failed\n", "Temperature/LED", "-9999"},
-            {"0x11", "0x64\n", "Voltage/Inter", "16589"},
-            {"0x1", "0x65\n", "Voltage/Encoder", "10808"},
-            {"0x13", "0x66\n", "Voltage/Camera", "10916"},
-            {"0x14", "0x0\n", "Voltage/Sonde", "0"},
-            {"0x7", "0x64\n", "Current/LedOut", "26"},
-            {"0x10", "0x64\n", "Current/Inter", "129"},
-            {"0x16", "0xff\n", "Current/LedTallwick", "66"},
-        };
-        for (const Row &row : rows)
-            recorders::setReply(QString("KT6120_bb_read.sh ") + row.channel, row.printed);
-        settings store(nullptr);
-        BusyBee board(nullptr, &store);
-        QVERIFY(recorders::calls().isEmpty());
-        QVERIFY(QMetaObject::invokeMethod(&board, "processADC"));
-        constexpr int count = std::size(rows);
-        QCOMPARE(recorders::calls().size(), count);
-        for (int i = 0; i < count; ++i) {
-            QCOMPARE(recorders::calls().at(i).arguments, QStringList(rows[i].channel));
-            QCOMPARE(iniValue(ini, rows[i].key), QString(rows[i].stored));
-        }
     }
 };
 

@@ -29,24 +29,6 @@ private slots:
                               "shutdown complete", "detached", "attached"}));
     }
 
-    void everyPlaybackReportIsPassedOn()
-    {
-        struct NotingPlayer : VideoPlaybackStatusHandler {
-            void videoPlaybackErrorHandler(std::string text) override { notes << text.c_str(); }
-            void videoPlaybackPausedHandler() override { notes << "paused"; }
-            void videoPlaybackRunningHandler() override { notes << "running"; }
-            void videoShutdownCompleteHandler() override { notes << "shutdown"; }
-            QStringList notes;
-        } player;
-        CascadedPlaybackStatusHandler playback;
-        playback.registerObserver(&player);
-        playback.videoPlaybackErrorHandler("stuck");
-        playback.videoPlaybackPausedHandler();
-        playback.videoPlaybackRunningHandler();
-        playback.videoShutdownCompleteHandler();
-        QCOMPARE(player.notes, QStringList({"stuck", "paused", "running", "shutdown"}));
-    }
-
     // Observers come in order of their addresses, and a report is whole before the next begins.
     void reportsOfTwoThreadsNeverInterleave()
     {
