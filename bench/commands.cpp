@@ -71,6 +71,12 @@ void unit(Bench &bench, const Words &words)
     }
 }
 
+void ask(Bench &bench, const Words &words)
+{
+    bench.phone.command(words.mid(0, words.size() - 1));
+    Expectation(bench, {"app", words.last()}).wait();
+}
+
 // call NAME [ARGUMENT...] VERB [VALUE]
 void call(Bench &, const Words &words)
 {
@@ -234,6 +240,8 @@ const Command table[] = {
     {"net", "NAME up ADDRESS/PREFIX [GATEWAY]|NAME down", "any other network", 2, otherNet},
     {"app", "LINE", "the app sends the line with CR LF: app LampUp", 1,
      [](Bench &bench, const Words &words) { bench.phone.command(words); }},
+    {"ask", "LINE ANSWER", "the app sends the line and hears the answer: ask TWK? \"TWK 0\\r\"", 2,
+     ask},
     {"app", "raw \"BYTES\"|big COUNT", "it sends bytes as told; a line of so many bytes", 1,
      nullptr},
     {"app", "silent|talk|hang", "no heartbeat; heartbeat every 5 s; neither reads nor talks", 1,

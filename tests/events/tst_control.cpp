@@ -20,64 +20,45 @@ private:
 private slots:
     void initTestCase() { log.emplace(); }
 
-    void lampSteps_data()
-    {
-        QTest::addColumn<int>("maxCurrent"); // mA
-        QTest::addColumn<int>("level");      // to start from
-        QTest::addColumn<QList<int>>("events");
-        QTest::addColumn<QString>("levels"); // after each event
-        QTest::addColumn<QString>("scaled"); // of each LAMP:SET
-        QTest::addColumn<QString>("power");  // values written to line 21
-
-        const int up = EVENT_LampUp;
-        const int down = EVENT_LampDown;
-        const int off = EVENT_LampOff;
-        // clang-format off
-        QTest::newRow("up to the maximum") << 15 << 0 << QList<int>{up, up, up, up, up} << "15 30 45 50 50" << "14 27 41 45" << "0 0 0 0 0";
-        QTest::newRow("down to nothing") << 15 << 50 << QList<int>{down, down, down, down, down} << "35 20 5 0 0" << "32 18 5 0" << "0 0 0 0 1";
-        QTest::newRow("full current") << 30 << 75 << QList<int>{up, up, up} << "90 100 100" << "81 90" << "0 0 0";
-        QTest::newRow("least current") << 1 << 0 << QList<int>{up, up, down} << "3 3 0" << "3 0" << "0 0 0 1";
-        QTest::newRow("off keeps the level") << 15 << 30 << QList<int>{off, up} << "-1 45" << "41" << "1 0";
-        QTest::newRow("reported level above the maximum") << 15 << 100 << QList<int>{up, down} << "50 35" << "45 32" << "0 0";
-        QTest::newRow("an 8-bit step wraps to nothing") << 15 << 120 << QList<int>{up} << "0" << "0" << "0 1";
-        // clang-format on
-    }
     void lampSteps()
     {
-        QFETCH(int, maxCurrent);
-        QFETCH(int, level);
-        QFETCH(QList<int>, events);
-        QFETCH(QString, levels);
-        QFETCH(QString, scaled);
-        QFETCH(QString, power);
-
-        UnitUnderEvents unit("[Lamp]\nMaxCurrent=" + QByteArray::number(maxCurrent) + "\n");
-        unit.report<EVENT_LampValue>(static_cast<uint8_t>(level));
-        unit.forget();
-        QStringList stored;
-        for (const int event : events) {
-            unit.raise(static_cast<EVENT_TYPE_t>(event));
-            stored.append(unit.stored("Camera/Lamp"));
+        const int up = EVENT_LampUp, down = EVENT_LampDown, off = EVENT_LampOff;
+        const struct {
+            int maxCurrent, level; // mA; to start from
+            QList<int> events;
+            QString levels; // after each event
+            QString scaled; // of each LAMP:SET
+            QString power;  // values written to line 21
+        } rows[] = {
+            // clang-format off
+            {15, 0, {up, up, up, up, up}, "15 30 45 50 50", "14 27 41 45", "0 0 0 0 0"},
+            {15, 50, {down, down, down, down, down}, "35 20 5 0 0", "32 18 5 0", "0 0 0 0 1"},
+            {30, 75, {up, up, up}, "90 100 100", "81 90", "0 0 0"},
+            {1, 0, {up, up, down}, "3 3 0", "3 0", "0 0 0 1"},
+            {15, 30, {off, up}, "-1 45", "41", "1 0"},
+            {15, 100, {up, down}, "50 35", "45 32", "0 0"},
+            {15, 120, {up}, "0", "0", "0 1"}, // an 8-bit step wraps
+            // clang-format on
+        };
+        for (const auto &row : rows) {
+            UnitUnderEvents unit("[Lamp]\nMaxCurrent=" + QByteArray::number(row.maxCurrent) + "\n");
+            unit.report<EVENT_LampValue>(static_cast<uint8_t>(row.level));
+            unit.forget();
+            QStringList stored, expected, written;
+            for (const int event : row.events) {
+                unit.raise(static_cast<EVENT_TYPE_t>(event));
+                stored.append(unit.stored("Camera/Lamp"));
+            }
+            QCOMPARE(stored.join(' '), row.levels);
+            for (const QString &scaled : row.scaled.split(' '))
+                expected << "LAMP:SET " + scaled + "\r\n"
+                         << "LAMP:ON\r\n";
+            unit.serial.removeAll("LAMP:OFF\r\n");
+            QCOMPARE(unit.serial, expected);
+            for (const QString &call : testsupport::calls())
+                written.append(call.mid(int(strlen("KT6120_gpio_write.sh 21 "))));
+            QCOMPARE(written.join(' '), row.power);
         }
-        QCOMPARE(stored.join(' '), levels);
-
-        QStringList sets;
-        for (int i = 0; i < unit.serial.size(); ++i) {
-            if (unit.serial[i] == "LAMP:OFF\r\n")
-                continue;
-            QVERIFY(unit.serial[i].startsWith("LAMP:SET ") && unit.serial[i].endsWith("\r\n"));
-            sets.append(unit.serial[i].mid(9).chopped(2));
-            QCOMPARE(unit.serial.value(++i), QString("LAMP:ON\r\n"));
-        }
-        QCOMPARE(sets.join(' '), scaled);
-        QCOMPARE(LogCapture::texts(QtInfoMsg).size(), sets.size());
-
-        QStringList written;
-        for (const QString &call : testsupport::calls()) {
-            QVERIFY(call.startsWith("KT6120_gpio_write.sh 21 "));
-            written.append(call.section(' ', 2));
-        }
-        QCOMPARE(written.join(' '), power);
     }
 
     void aLampValueFromElsewhereIsAnsweredNotTaken()
