@@ -5,19 +5,29 @@
 //   missing   the device cannot be opened
 //   lost      the device goes while it runs, and cannot be opened
 //
-// Anything else, or no file, is a camera that works.
+// Anything else, or no file, is a camera that works. As a device it has one user at a time: who
+// opens it while another holds it is told that it is busy.
 
 #include "control.h"
 
 #include <gst/gst.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 namespace
 {
+
+// Locked by whoever holds the camera; the kernel lets go of it when that process dies.
+constexpr char holderPlace[] = "/run/bench/camera.holder";
+constexpr int notHeld = -1;
 
 struct BenchCamera {
     GstBin bin;
     GstGhostPad *output;
     char *device;
+    int holder; // descriptor
 };
 
 struct BenchCameraClass {
@@ -70,18 +80,49 @@ void makePicture(BenchCamera *camera)
     gst_object_unref(frames);
 }
 
+// Outside the bench's world there is nothing to lock, and whoever comes has the camera.
+bool hold(BenchCamera *camera)
+{
+    camera->holder = open(holderPlace, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    return camera->holder < 0 || flock(camera->holder, LOCK_EX | LOCK_NB) == 0;
+}
+
+void letGo(BenchCamera *camera)
+{
+    if (camera->holder >= 0)
+        close(camera->holder);
+    camera->holder = notHeld;
+}
+
+bool openDevice(GstElement *element)
+{
+    BenchCamera *camera = self(element);
+    if (controlSays("camera", "missing") || controlSays("camera", "lost")) {
+        GST_ELEMENT_ERROR(element, RESOURCE, NOT_FOUND,
+                          ("Cannot identify device '%s'.", camera->device),
+                          ("the bench has no camera"));
+        return false;
+    }
+    if (!hold(camera)) {
+        letGo(camera);
+        GST_ELEMENT_ERROR(element, RESOURCE, BUSY, ("Device '%s' is busy", camera->device),
+                          ("another holds the bench's camera"));
+        return false;
+    }
+    if (GST_BIN(element)->numchildren == 0)
+        makePicture(camera);
+    return true;
+}
+
 GstStateChangeReturn changeState(GstElement *element, GstStateChange transition)
 {
-    if (transition == GST_STATE_CHANGE_NULL_TO_READY
-        && (controlSays("camera", "missing") || controlSays("camera", "lost"))) {
-        const char *device = self(element)->device;
-        GST_ELEMENT_ERROR(element, RESOURCE, NOT_FOUND, ("Cannot identify device '%s'.", device),
-                          ("the bench has no camera"));
+    if (transition == GST_STATE_CHANGE_NULL_TO_READY && !openDevice(element))
         return GST_STATE_CHANGE_FAILURE;
-    }
-    if (transition == GST_STATE_CHANGE_NULL_TO_READY && GST_BIN(element)->numchildren == 0)
-        makePicture(self(element));
-    return GST_ELEMENT_CLASS(bench_camera_parent_class)->change_state(element, transition);
+    const GstStateChangeReturn result =
+        GST_ELEMENT_CLASS(bench_camera_parent_class)->change_state(element, transition);
+    if (transition == GST_STATE_CHANGE_READY_TO_NULL)
+        letGo(self(element));
+    return result;
 }
 
 void setProperty(GObject *object, guint, const GValue *value, GParamSpec *)
@@ -97,6 +138,7 @@ void getProperty(GObject *object, guint, GValue *value, GParamSpec *)
 
 void finalize(GObject *object)
 {
+    letGo(self(object));
     g_free(self(object)->device);
     G_OBJECT_CLASS(bench_camera_parent_class)->finalize(object);
 }
@@ -121,6 +163,7 @@ void bench_camera_class_init(BenchCameraClass *type)
 
 void bench_camera_init(BenchCamera *camera)
 {
+    camera->holder = notHeld;
     GstPadTemplate *pattern = gst_static_pad_template_get(&sourceTemplate);
     GstPad *pad = gst_ghost_pad_new_no_target_from_template("src", pattern);
     camera->output = GST_GHOST_PAD(pad);
