@@ -18,6 +18,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <random>
 #include <stdexcept>
 
 namespace
@@ -162,6 +163,20 @@ void setState(const char *place, const Words &words, const QMap<QByteArray, QByt
     files::create(place, states.value(words[0]) + '\n');
 }
 
+// usb|eth COUNT SEED
+void flap(Bench &bench, const Words &words)
+{
+    constexpr double longestPause = 3; // seconds
+    std::uniform_real_distribution<double> pause(0, longestPause);
+    std::mt19937 random(unsigned(number(words[2])));
+    for (const Net &net : nets) {
+        for (int left = int(number(words[1])); words[0] == net.command && left > 0; --left) {
+            bench.runFor(pause(random));
+            plug(bench, net, {bench.network.isUp(net.interface) ? "down" : "up"});
+        }
+    }
+}
+
 void snapshot(Bench &bench, const Words &words)
 {
     const QMap<QByteArray, quint16> ports = {{"pal", 8083}, {"phone", 49152}, {"ethernet", 8001}};
@@ -237,6 +252,8 @@ const Command table[] = {
      [](Bench &bench, const Words &words) { plug(bench, nets[0], words); }},
     {"eth", "up [ADDRESS/PREFIX [GATEWAY]]|down", "the same over Ethernet", 1,
      [](Bench &bench, const Words &words) { plug(bench, nets[1], words); }},
+    {"flap", "usb|eth COUNT SEED",
+     "it is unplugged and plugged in so often, 0 to 3 random seconds apart", 3, flap},
     {"net", "NAME up ADDRESS/PREFIX [GATEWAY]|NAME down", "any other network", 2, otherNet},
     {"app", "LINE", "the app sends the line with CR LF: app LampUp", 1,
      [](Bench &bench, const Words &words) { bench.phone.command(words); }},

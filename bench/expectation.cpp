@@ -38,10 +38,10 @@ QByteArray fileContent(const QString &path)
 
 // What is the case, by its name; the words that follow it are left in `words`.
 const Expectation::State Expectation::states[] = {
-    {"call", &Expectation::lookForCall},     {"store", &Expectation::lookForStore},
-    {"file", &Expectation::lookForFile},     {"nofile", &Expectation::lookForNoFile},
-    {"lines", &Expectation::lookForLines},   {"exit", &Expectation::lookForExit},
-    {"rtp", &Expectation::lookForFrameRate},
+    {"call", &Expectation::lookForCall},           {"store", &Expectation::lookForStore},
+    {"file", &Expectation::lookForFile},           {"nofile", &Expectation::lookForNoFile},
+    {"lines", &Expectation::lookForLines},         {"exit", &Expectation::lookForExit},
+    {"processes", &Expectation::lookForProcesses}, {"rtp", &Expectation::lookForFrameRate},
 };
 
 QByteArray Expectation::help()
@@ -61,6 +61,7 @@ each is searched from where the one before it was found.
 What is the case:
   store KEY VALUE   the status store on disk    file PATH TEXT   the file holds the text
   exit STATUS       the program has ended: 3, or "signal 9"
+  processes TEXT N  so many programs run whose command line holds the text
   nofile PATH       there is no such file       lines PATH N     the file has N lines
   rtp PORT rate A..B   frames a second at a port of the video: 8083, 49152, 8001
   rss|descriptors|children|zombies|threads|cpu below N   what the program takes
@@ -204,6 +205,14 @@ void Expectation::lookForLines()
     const int number = words.value(1).toInt();
     met = [path, number] { return fileContent(path).count('\n') == number; };
     seen = [path] { return path + " has " + QByteArray::number(fileContent(path).count('\n')); };
+}
+
+void Expectation::lookForProcesses()
+{
+    const QByteArray text = words[0];
+    const int number = words.value(1).toInt();
+    met = [text, number] { return gauges::processesWith(text) == number; };
+    seen = [text] { return QByteArray::number(gauges::processesWith(text)) + " run"; };
 }
 
 void Expectation::lookForExit()

@@ -36,6 +36,7 @@ private:
     void lookForFile();
     void lookForNoFile();
     void lookForLines();
+    void lookForProcesses();
     void lookForExit();
     void lookForFrameRate();
     void lookForGauge(const QByteArray &name);

@@ -23,10 +23,15 @@ QList<QByteArray> statFields(const QString &process)
     return line.mid(line.lastIndexOf(')') + 2).split(' ');
 }
 
+QStringList processes()
+{
+    return QDir("/proc").entryList({"[0-9]*"}, QDir::Dirs);
+}
+
 int countChildren(qint64 parent, bool onlyZombies)
 {
     int count = 0;
-    for (const QString &process : QDir("/proc").entryList({"[0-9]*"}, QDir::Dirs)) {
+    for (const QString &process : processes()) {
         const QList<QByteArray> fields = statFields(process);
         if (fields.value(1).toLongLong() == parent && (!onlyZombies || fields.value(0) == "Z"))
             ++count;
@@ -65,6 +70,14 @@ std::optional<double> read(const QByteArray &name, qint64 process)
                / double(sysconf(_SC_CLK_TCK));
     }
     return std::nullopt;
+}
+
+int processesWith(const QByteArray &text)
+{
+    int count = 0;
+    for (const QString &process : processes())
+        count += int(content("/proc/" + process + "/cmdline").replace('\0', ' ').contains(text));
+    return count;
 }
 
 } // namespace gauges

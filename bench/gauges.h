@@ -12,6 +12,9 @@ namespace gauges
 // "children", "threads" and "cpu" (seconds used since its start); nothing for another name.
 std::optional<double> read(const QByteArray &name, qint64 process);
 
+// Running programs whose command line holds the text, its words with blanks between them.
+int processesWith(const QByteArray &text);
+
 // The names, in the order for a table.
 inline constexpr const char *names[] = {"rss",     "descriptors", "children",
                                         "zombies", "threads",     "cpu"};

@@ -24,6 +24,7 @@ public:
     void up(const QString &name, const QString &address, const QString &gateway);
     // The interface disappears, as an unplugged one does.
     void down(const QString &name);
+    bool isUp(const QString &name) const { return peers.contains(name); }
     // The phone vanishes without a word: its end has no address any more; or it is back.
     void setPhoneReachable(bool reachable);
 
