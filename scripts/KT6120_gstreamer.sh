@@ -8,9 +8,8 @@
 set -u
 . "$(dirname "$0")/KT6120_video.sh"
 
-lock=/run/lock/KT6120_gstreamer
-
-exec 9>"$lock" || exit 1
+# Held on the script itself: no file of its own, so nobody can have laid it before.
+exec 9<"$0"
 flock -n 9 || exit 0
 
 decoder=$(first_of omxh264dec v4l2h264dec avdec_h264 openh264dec) || exit 1
@@ -24,7 +23,17 @@ else
     sink=fakesink
 fi
 
-end_with_child
+# Waits for a command in a way that a signal can break.
+run() {
+    "$@" &
+    child=$!
+    wait "$child"
+}
+
+# A signal ends the command that runs, and the script with it.
+child=
+trap 'trap "" TERM INT HUP; kill "$child" 2>/dev/null; wait; exit 0' TERM INT HUP
+
 while :; do
     run timeout -k 2 0 gst-launch-1.0 -q \
         udpsrc port=8083 address=127.0.0.1 \

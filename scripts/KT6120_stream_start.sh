@@ -6,10 +6,12 @@
 # ends it. A stream that breaks down (no camera, no network) is started again a second later,
 # with its reason on standard error. Wrong arguments end with status 2, a missing encoder with
 # status 1.
+#
+# A network lost within the second of the splash image makes the program launch the stop script
+# first and this one within 100 ms behind it, with nobody to end it. So it ends by itself when the
+# program would no longer count the unit as being on a network; an address that a viewer on a
+# connected network has is streamed to in any case.
 set -u
-. "$(dirname "$0")/KT6120_video.sh"
-
-lock=/run/lock/KT6120_stream # open for as long as anything streams
 
 usage() {
     echo "usage: ${0##*/} ADDRESS PORT (an IPv4 address, a UDP port)" >&2
@@ -36,11 +38,18 @@ if ! { [ $# -eq 2 ] && is_address "$1" && is_port "$2"; }; then
     usage
 fi
 
-# End the stream that runs, as KT6120_stream_stop.sh does.
-fuser -s -k -TERM "$lock" 2>/dev/null
-flock -w 4 "$lock" true || fuser -s -k -KILL "$lock"
-exec 9>"$lock" || exit 1
-flock -w 1 9 || exit 1
+# A process group of its own, so that one signal ends all of it.
+kill -0 -$$ 2>/dev/null || exec setsid /bin/sh "$0" "$@"
+
+# As the stop script does: ends the stream that runs.
+here=$(dirname "$0")
+. "$here/KT6120_stream_stop.sh"
+[ -z "$overtaken" ] || exit 0
+if [ ! -e "$marks/$own.$$.start.sh" ]; then
+    echo "${0##*/}: cannot leave a mark in $marks" >&2
+    exit 1
+fi
+. "$here/KT6120_video.sh"
 
 encoder=$(first_of omxh264enc v4l2h264enc x264enc) || exit 1
 case $encoder in
@@ -49,13 +58,71 @@ v4l2h264enc) settings='extra-controls=controls,video_bitrate=4000000,h264_i_fram
 x264enc) settings='bitrate=4000 tune=zerolatency speed-preset=ultrafast key-int-max=25' ;;
 esac
 
-end_with_child
-while :; do
-    # The stream headers go out every second, for a viewer that joins late.
+# The stream headers go out every second, for a viewer that joins late. The kernel ends the stream
+# with this script, however that ends.
+stream() {
     # shellcheck disable=SC2086 # several settings
-    run timeout -k 2 0 gst-launch-1.0 -q v4l2src device=/dev/video0 ! queue ! videoconvert ! \
+    exec setpriv --pdeathsig KILL gst-launch-1.0 -q \
+        v4l2src device=/dev/video0 ! queue ! videoconvert ! \
         "video/x-raw,format=I420,width=720,height=576,framerate=25/1" ! queue ! \
         "$encoder" $settings ! "video/x-h264,profile=baseline,level=(string)3" ! \
         rtph264pay pt=96 config-interval=1 ! udpsink host="$1" port="$2" sync=false
-    run sleep 1
+}
+
+# A wait that a signal can break.
+pause() {
+    sleep 1 &
+    sleeper=$!
+    wait "$sleeper"
+}
+
+# Whether the address is a viewer's: the unit itself, or one that a network leads to without a
+# router between and that is not the broadcast address of one.
+is_viewer() {
+    case $1 in 127.*) return 0 ;; esac
+    case $(ip -4 route get "$1" 2>/dev/null) in
+    '' | *' via '* | broadcast* | unreachable*) return 1 ;;
+    esac
+}
+
+# What the program sees: it streams as long as exactly one interface has a broadcast address.
+is_on_network() {
+    # shellcheck disable=SC2046 # split into words
+    set -- $(ifconfig 2>/dev/null)
+    networks=0
+    for word; do
+        [ "$word" != broadcast ] || networks=$((networks + 1))
+    done
+    [ "$networks" -eq 1 ]
+}
+
+running=
+sleeper=
+trap 'kill -KILL $running $sleeper 2>/dev/null; exit 0' TERM INT HUP
+
+# Looks in vain, a second apart, before it ends. A network that was there may be back before the
+# program has looked: an app that does not answer keeps it from that for ten seconds.
+patience=3
+long_patience=15
+if is_viewer "$1"; then
+    is_on_network() { true; }
+elif [ $((own - stopped)) -lt 100 ]; then
+    # Right behind a stop: the program's own picture takes the camera first.
+    long_patience=$patience
+    pause
+fi
+
+missed=0
+while [ "$missed" -lt "$patience" ]; do
+    missed=$((missed + 1))
+    if is_on_network; then
+        missed=0
+        patience=$long_patience
+        # shellcheck disable=SC2086 # none as yet
+        kill -0 $running 2>/dev/null || { stream "$@" & running=$!; }
+    fi
+    pause
 done
+echo "${0##*/}: $1 is on no network any more" >&2
+kill -KILL $running 2>/dev/null
+exit 0

@@ -10,16 +10,3 @@ first_of() {
     echo "${0##*/}: needs one of: $*" >&2
     return 1
 }
-
-# Waits for a command in a way that a signal can break.
-run() {
-    "$@" &
-    child=$!
-    wait "$child"
-}
-
-# From here on a signal ends the command that runs, and the script with it.
-end_with_child() {
-    child=
-    trap 'trap "" TERM INT HUP; kill "$child" 2>/dev/null; wait; exit 0' TERM INT HUP
-}

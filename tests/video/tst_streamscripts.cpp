@@ -3,6 +3,8 @@
 #include <QProcess>
 #include <QUdpSocket>
 
+#include <csignal>
+
 namespace
 {
 
@@ -33,8 +35,35 @@ class tst_streamscripts : public QObject
                == 0;
     }
 
+    static bool cameraIsFree()
+    {
+        return QProcess::execute("gst-launch-1.0",
+                                 {"-q", "v4l2src", "!", "fakesink", "num-buffers=1"})
+               == 0;
+    }
+
+    // Launched, and kept from its first line until it is sent SIGCONT.
+    static void launchFrozen(QProcess &process, const QStringList &command)
+    {
+        process.start("sh", QStringList{"-c", "kill -STOP $$; exec sh \"$@\"", "sh"} + command);
+        QVERIFY(process.waitForStarted());
+        const QString stat = QString("/proc/%1/stat").arg(process.processId());
+        QTRY_VERIFY(testsupport::readFile(stat).contains(") T "));
+    }
+    static void thaw(const QProcess &process) { kill(pid_t(process.processId()), SIGCONT); }
+
+    static void ip(const QString &arguments)
+    {
+        QCOMPARE(QProcess::execute("ip", arguments.split(' ')), 0);
+    }
+
 private slots:
-    void initTestCase() { useStandIns(); }
+    void initTestCase()
+    {
+        useStandIns();
+        // Where everybody may lay a file of their name, the scripts look for nothing.
+        QVERIFY(QDir("/run").rmdir("lock"));
+    }
     void init() { setStandIn("camera", "ok"); }
 
     void wrongArgumentsTouchNothing_data()
@@ -56,7 +85,7 @@ private slots:
         QVERIFY(start.waitForFinished());
         QCOMPARE(start.exitCode(), 2);
         QVERIFY(start.readAllStandardError().startsWith("usage: KT6120_stream_start.sh"));
-        QVERIFY(!QFile::exists("/run/lock/KT6120_stream"));
+        QVERIFY(!QFile::exists("/run/KT6120"));
     }
 
     void streamRunsUntilItIsStopped()
@@ -83,15 +112,104 @@ private slots:
         QVERIFY(!receiver.waitForReadyRead(200)); // five frames' time
     }
 
+    // The program takes the camera back 100 ms later, however slow the outside programs are.
+    void stopNeedsTheShellAlone()
+    {
+        const QString hanging = "/tmp/hanging/";
+        QVERIFY(QDir().mkpath(hanging + "bin"));
+        testsupport::writeFile(hanging + "program", "#!/bin/sh\nexec /bin/sleep 60\n");
+        QFile::setPermissions(hanging + "program", QFile::ReadOwner | QFile::ExeOwner);
+        for (const char *folder : {"/usr/bin", "/usr/sbin"}) {
+            for (const QString &name : QDir(folder).entryList(QDir::Files | QDir::System))
+                QFile::link(hanging + "program", hanging + "bin/" + name);
+        }
+        QProcess stream, slowStop;
+        stream.start("sh", script("KT6120_stream_start.sh", {"127.0.0.1", "49152"}));
+        QVERIFY(decodes("49152"));
+        QVERIFY(!cameraIsFree());
+        slowStop.start("env", QStringList{"PATH=" + hanging + "bin", "/bin/sh"}
+                                  + script("KT6120_stream_stop.sh"));
+        QVERIFY(stream.waitForFinished());
+        QTRY_VERIFY(cameraIsFree());
+        slowStop.kill();
+        QVERIFY(slowStop.waitForFinished());
+    }
+
+    void streamEndsWithItsScript_data()
+    {
+        QTest::addColumn<int>("signal");
+        QTest::newRow("told to end") << SIGTERM;
+        QTest::newRow("killed") << SIGKILL;
+    }
     void streamEndsWithItsScript()
     {
+        QFETCH(int, signal);
         QProcess stream;
         stream.start("sh", script("KT6120_stream_start.sh", {"127.0.0.1", "49152"}));
         QVERIFY(decodes("49152"));
-        stream.terminate();
+        kill(pid_t(stream.processId()), signal);
+        QVERIFY(stream.waitForFinished());
+        QCOMPARE(stream.exitCode(), signal == SIGTERM ? 0 : SIGKILL);
+        QTRY_VERIFY(cameraIsFree());
+    }
+
+    // Whichever comes to its first line when: the younger one holds.
+    void orderOfLaunchHolds()
+    {
+        QProcess olderStart, olderStop, stream;
+        launchFrozen(olderStart, script("KT6120_stream_start.sh", {"127.0.0.1", "49152"}));
+        QCOMPARE(stop(), 0);
+        thaw(olderStart);
+        QVERIFY(olderStart.waitForFinished());
+        QVERIFY(cameraIsFree());
+
+        launchFrozen(olderStop, script("KT6120_stream_stop.sh"));
+        stream.start("sh", script("KT6120_stream_start.sh", {"127.0.0.1", "49152"}));
+        QVERIFY(decodes("49152"));
+        thaw(olderStop);
+        QVERIFY(olderStop.waitForFinished());
+        QVERIFY(decodes("49152"));
+        QCOMPARE(stop(), 0);
+        QVERIFY(stream.waitForFinished());
+    }
+
+    // A process that has got the number of a stream that is gone.
+    void strangersAreLeftAlone()
+    {
+        QCOMPARE(stop(), 0); // which makes the folder
+        QProcess stranger;
+        stranger.start("setsid", {"sleep", "60"});
+        QVERIFY(stranger.waitForStarted());
+        const QString mark = QString("/run/KT6120/1.%1.start.sh").arg(stranger.processId());
+        testsupport::writeFile(mark, {});
+        QCOMPARE(stop(), 0);
+        QVERIFY(!QFile::exists(mark));
+        QVERIFY(!stranger.waitForFinished(100));
+        stranger.kill();
+        QVERIFY(stranger.waitForFinished());
+    }
+
+    // Launched behind a stop nobody ends it but itself.
+    void streamEndsWithItsNetwork()
+    {
+        const QStringList start = script("KT6120_stream_start.sh", {"192.168.42.255", "49152"});
+        QCOMPARE(stop(), 0);
+        QProcess lost, stream;
+        lost.start("sh", start);
+        QVERIFY(lost.waitForFinished());
+        QCOMPARE(lost.exitCode(), 0);
+
+        ip("link add usb0 type veth peer name phone0");
+        ip("addr add 192.168.42.10/24 broadcast + dev usb0");
+        ip("link set phone0 up");
+        ip("link set usb0 up");
+        QCOMPARE(stop(), 0);
+        stream.start("sh", start);
+        QVERIFY(decodes("49152"));
+        ip("link del usb0");
         QVERIFY(stream.waitForFinished());
         QCOMPARE(stream.exitCode(), 0);
-        QCOMPARE(QProcess::execute("flock", {"-n", "/run/lock/KT6120_stream", "true"}), 0);
+        QVERIFY(cameraIsFree());
     }
 
     void oneReceiverRuns()
