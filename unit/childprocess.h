@@ -8,9 +8,8 @@
 #include <chrono>
 #include <string>
 
-// Starting a program as a child and waiting for it. A program that is missing, fails or
-// outlasts its wait is never reported: the caller goes on. What a child writes to its
-// standard error goes to the program's own.
+// Starting a program as a child and waiting for it. A program that is missing, fails, cannot be
+// started or outlasts its wait is never reported: the caller goes on.
 namespace childprocess
 {
 
@@ -24,7 +23,8 @@ Command fromLine(const QString &line);
 
 // Starts a command in a new process object that stays a child of parent, and does not wait. The
 // object is closed when the child has ended.
-// Its standard output is discarded, so that a child that runs for months costs no memory.
+// Its standard output is discarded, so that a child that runs for months costs no memory; its
+// standard error is the program's own.
 QProcess *start(QObject *parent, const Command &command);
 
 // Starts a command as start() does and waits for its end. False when the wait ran out or
@@ -32,9 +32,11 @@ QProcess *start(QObject *parent, const Command &command);
 bool run(QObject *parent, const Command &command, std::chrono::milliseconds wait);
 
 // Runs a command in a process object of its own and returns what its standard output has
-// brought by the end of the wait. A child that outlasts its wait is killed, so that a command
-// that hangs does not pile up; what it had started itself runs on. The object is released when
-// the child has ended, at the latest with parent.
+// brought by the end of the wait, 64 KiB at most. A child that outlasts its wait is killed, so
+// that a command that hangs does not pile up; what it had started itself runs on. The object is
+// released when the child has ended, at the latest with parent. While a killed one has not ended,
+// the same command is not started again: the wait is spent on its end, and nothing is returned.
+// What it says on standard error goes to the program's own when it differs from the last time.
 QByteArray output(QObject *parent, const Command &command, std::chrono::milliseconds wait);
 
 // The standard output of a shell command, line breaks included, read to its end; the exit

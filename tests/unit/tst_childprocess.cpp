@@ -5,7 +5,26 @@
 #include <QElapsedTimer>
 #include <QtTest>
 
+#include <csignal>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+
 using namespace std::chrono_literals;
+
+namespace
+{
+
+QList<pid_t> signalled;
+bool ending = true; // false: no signal has an effect, as where a device does not answer
+
+} // namespace
+
+// Stands before the system's own for the libraries too.
+extern "C" int kill(pid_t process, int number) noexcept
+{
+    signalled.append(process);
+    return process > 0 && ending ? int(syscall(SYS_kill, process, number)) : 0;
+}
 
 class tst_childprocess : public QObject
 {
@@ -20,7 +39,9 @@ private slots:
         QTest::newRow("nothing") << "true" << QByteArray();
         QTest::newRow("failure") << "echo part; exit 3" << QByteArray("part\n");
         QTest::newRow("standard error apart") << "echo wrong >&2" << QByteArray();
-        QTest::newRow("a megabyte") << "head -c 1000000 /dev/zero" << QByteArray(1000000, '\0');
+        QTest::newRow("as much as a pipe holds")
+            << "head -c 65536 /dev/zero" << QByteArray(65536, '\0');
+        QTest::newRow("a flood, ended") << "exec cat /dev/zero" << QByteArray(65536, '\0');
         QTest::newRow("slower than the wait")
             << "echo early; exec sleep 30" << QByteArray("early\n");
     }
@@ -28,12 +49,13 @@ private slots:
     {
         QFETCH(QString, script);
         QFETCH(QByteArray, expected);
-        const bool slow = script.contains("sleep");
+        const bool slow = script.contains("exec");
         QObject parent;
         QCOMPARE(childprocess::output(&parent, {"/bin/sh", {"-c", script}}, slow ? 300ms : 10s),
                  expected);
         // An ended child leaves nothing; a running one keeps its owner.
         QCOMPARE(parent.findChildren<QProcess *>().size(), slow ? 1 : 0);
+        QTRY_COMPARE(parent.findChildren<QProcess *>().size(), 0);
     }
 
     // A reader that hangs must not pile up; it goes without a word and without being waited for.
@@ -48,6 +70,71 @@ private slots:
         QTRY_COMPARE(parent.findChildren<QProcess *>().size(), 0);
         QVERIFY(!QFile::exists(place));
         QCOMPARE(log.texts(QtWarningMsg), QStringList());
+    }
+
+    // One that no signal ends costs two descriptors, and has no second beside it.
+    void aReaderThatNothingEndsStaysTheOnlyOne()
+    {
+        const childprocess::Command stuck{"sleep", {"600"}};
+        QObject parent;
+        const int descriptors = testsupport::openDescriptors();
+        ending = false;
+        for (int i = 0; i < 5; ++i)
+            QCOMPARE(childprocess::output(&parent, stuck, 1ms), QByteArray());
+        ending = true;
+        const QList<QProcess *> left = parent.findChildren<QProcess *>();
+        QCOMPARE(left.size(), 1);
+        QTRY_VERIFY(testsupport::openDescriptors() <= descriptors + 2);
+        QCOMPARE(childprocess::output(&parent, {"echo", {"1"}}, 30s), QByteArray("1\n"));
+        left.first()->kill();
+        QTRY_COMPARE(parent.findChildren<QProcess *>().size(), 0);
+        QCOMPARE(testsupport::openDescriptors(), descriptors);
+    }
+
+    // Whichever descriptor is the one too many: the start fails, and nobody is signalled for it.
+    void aStartWithoutDescriptorsFails()
+    {
+        const testsupport::LogCapture log;
+        QObject parent;
+        const childprocess::Command echo{"echo", {"1"}};
+        childprocess::output(&parent, echo, 30s); // opens what Qt opens once for all
+        const int descriptors = testsupport::openDescriptors();
+        signalled.clear();
+        rlimit before{};
+        getrlimit(RLIMIT_NOFILE, &before);
+        const auto restore = qScopeGuard([&] { setrlimit(RLIMIT_NOFILE, &before); });
+        QByteArray printed;
+        for (rlim_t limit = 3; printed.isEmpty(); ++limit) {
+            const rlimit few{limit, before.rlim_max};
+            setrlimit(RLIMIT_NOFILE, &few);
+            QProcess *process = childprocess::start(&parent, echo);
+            QVERIFY(process->state() == QProcess::NotRunning || process->processId() > 0);
+            process->waitForFinished();
+            delete process;
+            printed = childprocess::output(&parent, echo, 30s);
+        }
+        setrlimit(RLIMIT_NOFILE, &before);
+        QCOMPARE(printed, QByteArray("1\n"));
+        QCOMPARE(signalled, QList<pid_t>());
+        QCOMPARE(testsupport::openDescriptors(), descriptors);
+    }
+
+    // A reader says the same for months; one that does hardware's work is heard each time.
+    void aReadersComplaintIsHeardOnce()
+    {
+        const childprocess::Command reader{"/bin/sh", {"-c", "cat /tmp/complaint >&2"}};
+        QObject parent;
+        const testsupport::OutputCapture heard(STDERR_FILENO);
+        for (const char *complaint : {"lost\n", "lost\n", "", "lost\n", "found\n"}) {
+            testsupport::writeFile("/tmp/complaint", complaint);
+            childprocess::output(&parent, reader, 30s);
+        }
+        const QByteArray fold =
+            "/bin/sh -c cat /tmp/complaint >&2: the last message came 2 times more\n";
+        QCOMPARE(heard.text(), "lost\n" + fold + "found\n");
+        for (int i = 0; i < 2; ++i)
+            childprocess::run(&parent, reader, 30s);
+        QCOMPARE(heard.text(), "lost\n" + fold + "found\nfound\nfound\n");
     }
 
     // What the unit is told to do, it does to its end.
