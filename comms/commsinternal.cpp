@@ -56,10 +56,15 @@ void commsInternal::commsInternalInit()
     }
     addCommands();
 
+    // The port sets aside 32 KiB for each read of bytes that nobody has fetched; fetched at once,
+    // they cost what they are.
+    rxBuffer.clear();
+    rxBegin = rxSearched = 0;
+    connect(serialPort, &QSerialPort::readyRead, this,
+            [this] { rxBuffer.append(serialPort->read(serialPort->bytesAvailable())); });
     // The port notifies also from inside the wait of a write. Queued, a notification is taken
     // up only when the handler that is sending has returned, so that each line's effects,
     // commands included, are complete before the next line is read.
-    rxBuffer.clear();
     connect(serialPort, &QSerialPort::readyRead, this, &commsInternal::serialPortProcessData,
             Qt::QueuedConnection);
     connect(serialPort, &QSerialPort::errorOccurred, this, &commsInternal::silenceDeadLine);
@@ -80,15 +85,21 @@ void commsInternal::commsInternalInit()
 
 void commsInternal::serialPortProcessData()
 {
-    // Told how much there is at most: otherwise the library takes 32 KiB from the heap for a line.
-    const QByteArray piece = serialPort->readLine(serialPort->bytesAvailable() + 1);
-    rxBuffer.append(piece);
-    if (!piece.endsWith('\n'))
+    const int end = rxBuffer.indexOf('\n', rxSearched);
+    rxSearched = end < 0 ? rxBuffer.size() : end + 1;
+    if (end < 0)
         return;
     // Up to the first NUL byte.
-    QString line = QString::fromUtf8(rxBuffer.constData());
-    rxBuffer.clear();
-    line.remove('\n').remove('\t').remove('\r');
+    const char *text = rxBuffer.constData() + rxBegin;
+    QString line = QString::fromUtf8(text, int(qstrnlen(text, uint(end - rxBegin))));
+    rxBegin = rxSearched;
+    // Lines that are done leave the buffer by the half: line by line, a long backlog would be moved
+    // again for each.
+    if (rxBegin >= rxBuffer.size() / 2) {
+        rxBuffer = rxBuffer.mid(rxBegin);
+        rxBegin = rxSearched = 0;
+    }
+    line.remove('\t').remove('\r');
     commsInternalParseCmd(line, SOURCE_MCU);
 }
 

@@ -52,7 +52,7 @@ signals:
     void commsInternalEvent(EVENT_TYPE_t event, SOURCE_TYPE_t source, void *ptr);
 
 public slots:
-    // Takes at most one line from the port.
+    // Handles at most one line of what has arrived.
     void serialPortProcessData();
     void serialPortProcessDataDebugPort();
     // Sends the next query of the rotation.
@@ -92,7 +92,9 @@ private:
     void silenceDeadLine();
 
     QSerialPort *serialPort = nullptr;
-    QByteArray rxBuffer; // the line being gathered
+    QByteArray rxBuffer; // what has arrived: lines not yet handled and the one being gathered
+    int rxBegin = 0;     // of the next line
+    int rxSearched = 0;  // no line ends before this
     QList<cmd_element_t> commandTable;
     QList<int> errorFifo; // oldest first
 

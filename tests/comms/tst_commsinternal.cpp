@@ -1,5 +1,6 @@
 #include "commsinternal.h"
 
+#include "gauges.h"
 #include "paths.h"
 #include "pty.h"
 #include "testsupport.h"
@@ -157,15 +158,43 @@ private slots:
     {
         bool interrupted = false;
         insideEvent = [&] {
-            mcu->send("TEMP 5\n");
-            while (link->findChild<QSerialPort *>()->bytesAvailable() == 0)
-                link->commsInternalSendCommand("LAMP:SET 5\r\n", SOURCE_MCU);
+            const QSignalSpy arrived(link->findChild<QSerialPort *>(), &QSerialPort::readyRead);
+            for (const char *piece : {"TEM", "P 5\n"}) {
+                const int before = arrived.size();
+                mcu->send(piece);
+                while (arrived.size() == before)
+                    link->commsInternalSendCommand("LAMP:SET 5\r\n", SOURCE_MCU);
+            }
             interrupted = seen.size() > 1;
         };
         mcu->send("BAT:V 1\n");
         waitForSeen(2);
         QVERIFY(!interrupted);
         QCOMPARE(seen.last().event, EVENT_Thermistor);
+        QCoreApplication::processEvents();
+        QCOMPARE(LogCapture::texts(QtWarningMsg), QStringList()); // of a notification too many
+    }
+
+    // A line that talks without pause: one line a notification, and the rest costs its bytes.
+    void aBacklogCostsItsBytes()
+    {
+        constexpr int lines = 4000;
+        const QSignalSpy arrived(link->findChild<QSerialPort *>(), &QSerialPort::readyRead);
+        const double before = *gauges::read("rss", getpid());
+        for (int i = 0; i < lines; i += 2) {
+            deliver("TEMP " + QByteArray::number(i) + "\nBAT:V 1\n");
+            QTRY_COMPARE(seen.size(), arrived.size());
+        }
+        QVERIFY(*gauges::read("rss", getpid()) - before < 4); // MiB
+        while (seen.size() < lines) {
+            deliver("#");
+            QTRY_COMPARE(seen.size(), arrived.size());
+        }
+        deliver("\n");
+        for (int i = 0; i < lines; i += 2) {
+            QCOMPARE(seen[i].value, QString::number(i));
+            QCOMPARE(seen[i + 1].event, EVENT_BatteryVoltage);
+        }
     }
 
     void theMcuLogIsReplaced()
