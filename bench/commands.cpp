@@ -236,6 +236,8 @@ const Command table[] = {
      nullptr},
     {"mcu", "endless [BYTES]|deaf|gone", "bytes without line end; reads nothing; hangs up", 1,
      nullptr},
+    {"mcu", "chatter BYTES", "lines without pause, three at once, as fast as the line carries", 1,
+     nullptr},
     {"call", "NAME [ARGUMENT...] prints TEXT",
      "what a recorded program answers, for these arguments or for all", 2, call},
     {"call", "NAME [ARGUMENT...] takes SECONDS|holds|fails [STATUS]",

@@ -15,8 +15,9 @@ namespace
 constexpr auto dischargeStep = 10s;
 constexpr std::chrono::milliseconds splitGap = 50ms;
 constexpr auto endlessTick = 2ms;
-constexpr int endlessPiece = 8192;           // bytes a tick
-constexpr qint64 endlessDefault = 1'000'000; // bytes
+constexpr int endlessPiece = 8192;                              // bytes a tick
+constexpr qint64 endlessDefault = 1'000'000;                    // bytes
+constexpr char chatterPiece[] = "BOOT 1\r\nBOOT 2\r\nBOOT 3\n"; // a tick of 115200 baud
 
 // The model of a healthy unit with a full battery: query word -> value.
 struct Reading {
@@ -56,6 +57,7 @@ McuSimulator::McuSimulator(Journal &notes, const QString &place) : journal(notes
     battery.setInterval(dischargeStep);
     connect(&battery, &QTimer::timeout, this, &McuSimulator::discharge);
     battery.start();
+    endless.setTimerType(Qt::PreciseTimer);
     endless.setInterval(endlessTick);
     connect(&endless, &QTimer::timeout, this, &McuSimulator::sendEndless);
     gap.setSingleShot(true);
@@ -92,9 +94,11 @@ const McuSimulator::Verb McuSimulator::verbs[] = {
     {"talk", [](McuSimulator &mcu, const QByteArray &) { mcu.recover(); }},
     {"endless",
      [](McuSimulator &mcu, const QByteArray &bytes) {
-         mcu.endlessLeft = bytes.isEmpty() ? endlessDefault : bytes.toLongLong();
-         mcu.endless.start();
+         mcu.pour(QByteArray(endlessPiece, 'x'),
+                  bytes.isEmpty() ? endlessDefault : bytes.toLongLong());
      }},
+    {"chatter", [](McuSimulator &mcu,
+                   const QByteArray &bytes) { mcu.pour(chatterPiece, bytes.toLongLong()); }},
     {"deaf",
      [](McuSimulator &mcu, const QByteArray &) {
          if (mcu.line)
@@ -215,12 +219,19 @@ void McuSimulator::send(const QByteArray &bytes)
     line->send(bytes);
 }
 
+void McuSimulator::pour(const QByteArray &piece, qint64 bytes)
+{
+    poured = piece;
+    endlessLeft = bytes;
+    endless.start();
+}
+
 void McuSimulator::sendEndless()
 {
-    const qint64 size = qMin<qint64>(endlessPiece, endlessLeft);
-    endlessLeft -= size;
+    const QByteArray piece = poured.left(int(qMin<qint64>(poured.size(), endlessLeft)));
+    endlessLeft -= piece.size();
     if (line)
-        line->send(QByteArray(int(size), 'x'));
+        line->send(piece);
     if (endlessLeft <= 0) {
         endless.stop();
         journal.note(Kind::Bench, "endless line sent\n");

@@ -47,6 +47,7 @@ private:
     void answer(const QByteArray &text);
     void send(const QByteArray &bytes);
     void sendRest();
+    void pour(const QByteArray &piece, qint64 bytes);
     void sendEndless();
     void discharge();
 
@@ -61,6 +62,7 @@ private:
     QTimer gap;      // between the halves of an answer
     QByteArray rest; // the second half
     QTimer battery;  // one step of discharge, until the voltage is set by hand
-    QTimer endless;  // sends bytes without a line end
+    QTimer endless;  // sends a piece a tick
+    QByteArray poured;
     qint64 endlessLeft = 0;
 };
