@@ -5,6 +5,7 @@
 #include "messagehandler.h"
 #include "version.h"
 #include "videolibrary.h"
+#include "watchdog.h"
 #include "wiring.h"
 
 #include "childprocess.h"
@@ -55,5 +56,6 @@ int main(int argc, char *argv[])
         if (fatalSignalHandled())
             QCoreApplication::exit(fatalSignalExitCode);
     });
+    const Watchdog watchdog;
     return QCoreApplication::exec();
 }

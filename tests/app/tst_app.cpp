@@ -1,6 +1,15 @@
-// The log sink. Wiring and fatal signals are played by scenarios.
+// The application frame: the log sink, the wiring and the watchdog. Fatal signals are played by a
+// scenario.
 
 #include "messagehandler.h"
+#include "watchdog.h"
+#include "wiring.h"
+
+#include "commsexternal.h"
+#include "commsinternal.h"
+#include "eventhandler.h"
+#include "videolibrary.h"
+
 #include "paths.h"
 #include "testsupport.h"
 
@@ -8,7 +17,10 @@
 #include <QRegularExpression>
 #include <QtTest>
 
+#include <array>
 #include <functional>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <thread>
 
 using testsupport::OutputCapture;
@@ -26,6 +38,44 @@ void log(const std::function<void()> &statements)
     statements();
     qInstallMessageHandler(before);
 }
+
+// The end of a service manager at which a service reports.
+class ServiceManager
+{
+public:
+    static constexpr int period = 300; // ms
+
+    ServiceManager() : listener(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_un address{AF_UNIX, "/run/notify"};
+        if (bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
+            qWarning("cannot listen");
+        qputenv("NOTIFY_SOCKET", "/run/notify");
+        qputenv("WATCHDOG_USEC", QByteArray::number(period * 1000));
+    }
+    ~ServiceManager()
+    {
+        close(listener);
+        qunsetenv("NOTIFY_SOCKET");
+        qunsetenv("WATCHDOG_USEC");
+    }
+    ServiceManager(const ServiceManager &) = delete;
+    ServiceManager &operator=(const ServiceManager &) = delete;
+
+    // All reports so far.
+    QByteArray heard()
+    {
+        std::array<char, 64> report{};
+        ssize_t size = 0;
+        while ((size = recv(listener, report.data(), report.size(), 0)) > 0)
+            reports += QByteArray(report.data(), int(size)) + ' ';
+        return reports;
+    }
+
+private:
+    int listener;
+    QByteArray reports;
+};
 
 } // namespace
 
@@ -73,6 +123,38 @@ private slots:
         QCOMPARE(lines.size(), 2 * count);
         for (const QString &line : lines)
             QCOMPARE(line.mid(19), ",1," + text);
+    }
+
+    // A connection by signature that does not fit fails silently otherwise.
+    void allThirteenConnectionsAreMade()
+    {
+        eventHandler events;
+        commsInternal mcu;
+        commsExternal app;
+        VideoLibrary video;
+        const OutputCapture printed;
+        std::vector<QMetaObject::Connection> made;
+        log([&] { made = connectComponents({&events, &mcu, &app, &video}); });
+        QCOMPARE(int(made.size()), 13);
+        for (size_t i = 0; i < made.size(); ++i)
+            QVERIFY2(bool(made[i]), qPrintable(QString("connection %1").arg(i + 1)));
+        QCOMPARE(printed.text(), QByteArray("stop connection state: true\n"));
+        QVERIFY(QMetaType::type("EVENT_TYPE_t") != QMetaType::UnknownType);
+        QVERIFY(QMetaType::type("SOURCE_TYPE_t") != QMetaType::UnknownType);
+    }
+
+    // The service manager hears of the loop's first turn, and then of every tenth of its period,
+    // as long as the loop turns. Without its environment, nothing is sent.
+    void theServiceManagerHearsOfTheLoop()
+    {
+        ServiceManager manager;
+        const Watchdog watchdog;
+        QCOMPARE(manager.heard(), QByteArray());
+        QTRY_VERIFY(manager.heard().startsWith("READY=1 WATCHDOG=1 WATCHDOG=1 "));
+        const QByteArray before = manager.heard();
+        QThread::msleep(2 * ServiceManager::period); // a turn that hangs
+        QCOMPARE(manager.heard(), before);
+        QTRY_VERIFY(manager.heard().size() > before.size());
     }
 };
 
