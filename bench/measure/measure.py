@@ -69,7 +69,8 @@ class FarEnd:
 
 
 def start(*command, **options):
-    environment = dict(os.environ, GST_PLUGIN_PATH=str(BIN.parent / "standins"),
+    environment = dict(os.environ,
+                       GST_PLUGIN_PATH=f"{BIN.parent}/gstreamer-1.0:{BIN.parent}/standins",
                        GST_REGISTRY=str(BIN.parent / "gstreamer-registry"))
     return subprocess.Popen(command, env=environment, stderr=subprocess.DEVNULL,
                             **{"stdout": subprocess.DEVNULL, **options})
