@@ -4,18 +4,27 @@
 
 repo=$(realpath "$(dirname "${BASH_SOURCE[0]}")/..")
 suite=bookworm
-mirror=http://deb.debian.org/debian
+
+# sources: the suite's, of the machine's own apt configuration, one line each.
+sources() {
+    # shellcheck disable=SC2016 # expanded by apt-get
+    apt-get indextargets --format 'deb $(REPO_URI) $(CODENAME) $(COMPONENT)' \
+        'Created-By: Packages' 'Origin: Debian' |
+        grep -E " $suite(-updates|-security)? main\$" | sort -u ||
+        { echo "apt knows no source of Debian $suite (apt-get update?)" >&2; return 1; }
+}
 
 # make_root NAME OPTION...: makes the root unless it is there; the options are mmdebstrap's.
 make_root() {
-    local root=$repo/build/roots/$1
+    local root=$repo/build/roots/$1 lines
     [ ! -d "$root" ] || return 0
+    lines=$(sources)
     mkdir -p "$repo/build/roots"
     echo "making a root of Debian $suite in ${root#"$repo"/}"
     rm -rf "$root.part"
     nice -n 10 mmdebstrap --quiet --aptopt='Apt::Install-Recommends "false"' \
         --aptopt='Acquire::Languages "none"' --dpkgopt='path-exclude=/usr/share/doc/*' \
-        --dpkgopt='path-exclude=/usr/share/man/*' "${@:2}" $suite "$root.part" $mirror
+        --dpkgopt='path-exclude=/usr/share/man/*' "${@:2}" $suite "$root.part" - <<<"$lines"
     mv "$root.part" "$root"
 }
 
@@ -24,20 +33,21 @@ make_root() {
 # the libraries and GStreamer's programs, which load our elements, are the unit's.
 make_cross_root() {
     local arch=$1 package include=(
-        "crossbuild-essential-$1" cmake ninja-build ccache pkg-config python3 debhelper
+        build-essential "crossbuild-essential-$1" cmake ninja-build ccache pkg-config python3 debhelper
         qtbase5-dev-tools
         # Debian 12's own emulator does not know the call with which Qt starts processes.
         "qemu-user/$suite-backports" "qemu-user-binfmt/$suite-backports"
         iproute2 net-tools psmisc util-linux procps logrotate gpiod)
-    for package in qtbase5-dev libqt5serialport5-dev libx11-dev libopencv-dev libreadline-dev \
+    for package in qtbase5-dev libqt5serialport5-dev libx11-dev libopencv-dev libreadline-dev libsystemd-dev \
         libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev \
         gstreamer1.0-{tools,plugins-base,plugins-good,plugins-bad,plugins-ugly,libav,x}; do
         include+=("$package:$arch")
     done
-    local list
+    local list backports
     list=$(IFS=,; echo "${include[*]}")
+    backports=$(sources | sed -n "s/ $suite main\$/ $suite-backports main/p")
     make_root "$arch" --variant=apt --architectures="amd64,$arch" --include="$list" \
-        --setup-hook="echo deb $mirror $suite-backports main >\"\$1\"/etc/apt/sources.list.d/backports.list"
+        --setup-hook="echo '$backports' >\"\$1\"/etc/apt/sources.list.d/backports.list"
 }
 
 # in_root NAME COMMAND...: in the root, which cannot be changed, with the tree at its own place.
