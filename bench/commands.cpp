@@ -259,7 +259,7 @@ const Command table[] = {
     {"net", "NAME up ADDRESS/PREFIX [GATEWAY]|NAME down", "any other network", 2, otherNet},
     {"app", "LINE", "the app sends the line with CR LF: app LampUp", 1,
      [](Bench &bench, const Words &words) { bench.phone.command(words); }},
-    {"ask", "LINE ANSWER", "the app sends the line and hears the answer: ask TWK? \"TWK 0\\r\"", 2,
+    {"ask", "LINE ANSWER", R"(the app sends the line and hears the answer: ask TWK? "TWK 0\r")", 2,
      ask},
     {"app", "raw \"BYTES\"|big COUNT", "it sends bytes as told; a line of so many bytes", 1,
      nullptr},

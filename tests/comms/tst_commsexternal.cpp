@@ -230,16 +230,6 @@ private slots:
         QVERIFY(recorders::calls()[1].uptime - recorders::calls()[0].uptime > 0.085);
     }
 
-    // The viewer outlasts its wait and stays, and the operation goes on.
-    void viewerRunsOn()
-    {
-        recorders::setReply("pngview", "", 30);
-        link.emplace();
-        QVERIFY(!link->setStreamSplashScreenState(true));
-        QCOMPARE(link->findChild<QProcess *>()->state(), QProcess::Running);
-        QVERIFY(link->setStreamSplashScreenState(false));
-    }
-
     void usbBootPulse()
     {
         link->commsExternalBootUSB();
