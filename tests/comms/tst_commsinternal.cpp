@@ -180,6 +180,11 @@ private slots:
     {
         constexpr int lines = 4000;
         const QSignalSpy arrived(link->findChild<QSerialPort *>(), &QSerialPort::readyRead);
+        const auto deliver = [&](const QByteArray &bytes) {
+            const int already = arrived.size();
+            mcu->send(bytes);
+            QTRY_VERIFY_WITH_TIMEOUT(arrived.size() > already, testsupport::patience);
+        };
         const double before = *gauges::read("rss", getpid());
         for (int i = 0; i < lines; i += 2) {
             deliver("TEMP " + QByteArray::number(i) + "\nBAT:V 1\n");
