@@ -1,5 +1,6 @@
 #include "videotestsupport.h"
 
+#include <gst/gst.h>
 #include <memory>
 
 namespace
