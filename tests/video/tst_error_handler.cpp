@@ -33,7 +33,11 @@ private slots:
     void reportsOfTwoThreadsNeverInterleave()
     {
         struct Shared : NotingHandler {
-            void jpegCompleteHandler(int number) override { *all << qMakePair(this, number); }
+            void jpegCompleteHandler(int number) override
+            {
+                *all << qMakePair(this, number);
+                std::this_thread::yield(); // the other's turn, if it may
+            }
             QList<QPair<Shared *, int>> *all = nullptr;
         } observers[2];
         QList<QPair<Shared *, int>> all; // guarded by nothing but the fan-out
