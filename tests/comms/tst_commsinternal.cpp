@@ -183,7 +183,7 @@ private slots:
         const auto deliver = [&](const QByteArray &bytes) {
             const int already = arrived.size();
             mcu->send(bytes);
-            QTRY_VERIFY_WITH_TIMEOUT(arrived.size() > already, testsupport::patience);
+            QTRY_VERIFY(arrived.size() > already);
         };
         const double before = *gauges::read("rss", getpid());
         for (int i = 0; i < lines; i += 2) {
