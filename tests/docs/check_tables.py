@@ -10,7 +10,7 @@ import re
 import sys
 
 top = pathlib.Path(sys.argv[1])
-rooms = ["unit", "store", "health", "events", "comms", "video", "app"]
+rooms = ["base", "store", "health", "events", "comms", "video", "app"]
 differences = []
 
 
@@ -93,7 +93,7 @@ coded |= set(re.findall(r'"((?:Temperature|Voltage|Current)/\w+)"', text("health
 compare("store keys", {r[0] for r in table("docs/operating.md", "Keys of the status store")}, coded)
 
 # GPIO lines that the program drives and reads through its scripts.
-coded = set(re.findall(r'"(\d+)"', text("unit/gpio.h")))
+coded = set(re.findall(r'"(\d+)"', text("base/gpio.h")))
 scripts = table("docs/operating.md", "Unit scripts")
 compare("GPIO lines", {n for r in scripts for n in re.findall(r"`(\d+)`", r[1])}, coded)
 
