@@ -44,8 +44,8 @@ def sources():
 # Rooms and what they stand on.
 coded = set()
 for room in rooms:
-    match = re.search(r"add_room\((\w+)(.*?)\)", text(f"{room}/CMakeLists.txt"), re.S)
-    below = re.search(r"BELOW((?:\s+[a-z]+)+)", match.group(2))
+    match = re.search(r"add_component\((\w+)(.*?)\)", text(f"{room}/CMakeLists.txt"), re.S)
+    below = re.search(r"DEPENDS((?:\s+[a-z]+)+)", match.group(2))
     coded.add((match.group(1), " ".join(sorted(below.group(1).split())) if below else ""))
 documented = {
     (row[0], " ".join(sorted(re.findall(r"`([^`]*)`", row[1]))))
