@@ -3,8 +3,8 @@
 #include "clock.h"
 #include "journal.h"
 #include "mcusimulator.h"
-#include "network.h"
 #include "observers.h"
+#include "phonenetwork.h"
 #include "phonesimulator.h"
 #include "rtptap.h"
 #include "unitprocess.h"
@@ -51,7 +51,7 @@ public:
     Clock clock;
     Journal journal;
     McuSimulator mcu;
-    Network network;
+    PhoneNetwork network;
     PhoneSimulator phone;
     UnitProcess unit;
     StoreWatch store;

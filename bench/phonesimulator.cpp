@@ -1,7 +1,7 @@
 #include "phonesimulator.h"
 
 #include "journal.h"
-#include "network.h"
+#include "phonenetwork.h"
 
 #include <QTcpSocket>
 
@@ -22,13 +22,13 @@ constexpr std::chrono::milliseconds heartbeatInterval = 5s;
 
 } // namespace
 
-PhoneSimulator::PhoneSimulator(Journal &notes, Network &networks)
+PhoneSimulator::PhoneSimulator(Journal &notes, PhoneNetwork &networks)
     : journal(notes), network(networks)
 {
     connect(&server, &QTcpServer::newConnection, this, &PhoneSimulator::takeConnection);
     listen();
     {
-        const Network::InPhone inPhone(network);
+        const PhoneNetwork::InPhone inPhone(network);
         streamPorts[0].bind(QHostAddress::AnyIPv4, usbStreamPort);
         streamPorts[1].bind(QHostAddress::AnyIPv4, ethernetStreamPort);
     }
@@ -51,7 +51,7 @@ void PhoneSimulator::setSpeed(int factor)
 
 void PhoneSimulator::listen()
 {
-    const Network::InPhone inPhone(network);
+    const PhoneNetwork::InPhone inPhone(network);
     if (!server.isListening() && !server.listen(QHostAddress::AnyIPv4, appPort))
         throw std::runtime_error("the phone cannot listen at port 8082");
 }

@@ -10,7 +10,7 @@
 #include <array>
 
 class Journal;
-class Network;
+class PhoneNetwork;
 class QTcpSocket;
 
 // The phone at the far end of the networks, with its viewing app: a TCP server at port 8082,
@@ -20,7 +20,7 @@ class PhoneSimulator : public QObject
     Q_OBJECT
 
 public:
-    PhoneSimulator(Journal &notes, Network &network);
+    PhoneSimulator(Journal &notes, PhoneNetwork &network);
 
     // Carries out "app WORD...": a mood (refuse, silent, ...), "raw BYTES", or a line to send.
     // Throws std::runtime_error where there is no connection to send on.
@@ -39,7 +39,7 @@ private:
     void send(const QByteArray &bytes);
 
     Journal &journal;
-    Network &network;
+    PhoneNetwork &network;
     QTcpServer server;
     QTcpSocket *connection = nullptr; // the unit's; owned by the server
     QTimer heartbeat;

@@ -1,6 +1,6 @@
 #include "rtptap.h"
 
-#include "network.h"
+#include "phonenetwork.h"
 
 #include <QSocketNotifier>
 #include <QtEndian>
@@ -45,10 +45,10 @@ bool startsKeyFrame(const QByteArray &rtp)
 
 } // namespace
 
-RtpTap::RtpTap(quint16 number, const Network *phone) : port(number)
+RtpTap::RtpTap(quint16 number, const PhoneNetwork *phone) : port(number)
 {
     {
-        const auto inPhone = phone ? std::make_unique<Network::InPhone>(*phone) : nullptr;
+        const auto inPhone = phone ? std::make_unique<PhoneNetwork::InPhone>(*phone) : nullptr;
         wire = socket(AF_PACKET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, htons(ETH_P_IP));
     }
     if (wire < 0)

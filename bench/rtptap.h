@@ -6,7 +6,7 @@
 
 #include <deque>
 
-class Network;
+class PhoneNetwork;
 
 // Listens in on one UDP port of the video without taking a packet from its receiver, and
 // counts the frames.
@@ -17,7 +17,7 @@ class RtpTap : public QObject
 public:
     // Taps the wire at the phone, or, without one, in this world. Throws std::runtime_error where
     // it cannot be tapped.
-    RtpTap(quint16 number, const Network *phone);
+    RtpTap(quint16 number, const PhoneNetwork *phone);
     ~RtpTap() override;
 
     // Frames a second by the picture's own clock, over those that came in the last two seconds; 0

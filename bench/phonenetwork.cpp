@@ -1,4 +1,4 @@
-#include "network.h"
+#include "phonenetwork.h"
 
 #include "journal.h"
 
@@ -37,7 +37,7 @@ int currentSpace()
 
 } // namespace
 
-Network::Network(Journal &notes) : journal(notes)
+PhoneNetwork::PhoneNetwork(Journal &notes) : journal(notes)
 {
     unitSpace = currentSpace();
     if (unshare(CLONE_NEWNET) != 0)
@@ -48,13 +48,13 @@ Network::Network(Journal &notes) : journal(notes)
     phoneIp("link set lo up");
 }
 
-Network::~Network()
+PhoneNetwork::~PhoneNetwork()
 {
     close(phoneSpace);
     close(unitSpace);
 }
 
-void Network::up(const QString &name, const QString &address, const QString &gateway)
+void PhoneNetwork::up(const QString &name, const QString &address, const QString &gateway)
 {
     if (peers.contains(name))
         down(name);
@@ -67,14 +67,14 @@ void Network::up(const QString &name, const QString &address, const QString &gat
                      .toUtf8());
 }
 
-void Network::down(const QString &name)
+void PhoneNetwork::down(const QString &name)
 {
     peers.remove(name);
     run("ip", {"link", "del", name});
     journal.note(Kind::Network, name.toUtf8() + " down\n");
 }
 
-void Network::setPhoneReachable(bool reachable)
+void PhoneNetwork::setPhoneReachable(bool reachable)
 {
     for (auto peer = peers.cbegin(); peer != peers.cend(); ++peer) {
         if (peer.value().isEmpty())
@@ -85,17 +85,17 @@ void Network::setPhoneReachable(bool reachable)
     }
 }
 
-void Network::phoneIp(const QString &arguments) const
+void PhoneNetwork::phoneIp(const QString &arguments) const
 {
     run("nsenter", QStringList({"--net=" + phonePlace, "ip"}) + arguments.split(' '));
 }
 
-Network::InPhone::InPhone(const Network &where) : network(where)
+PhoneNetwork::InPhone::InPhone(const PhoneNetwork &where) : network(where)
 {
     enter(network.phoneSpace);
 }
 
-Network::InPhone::~InPhone()
+PhoneNetwork::InPhone::~InPhone()
 {
     setns(network.unitSpace, CLONE_NEWNET);
 }

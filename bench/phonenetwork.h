@@ -10,14 +10,14 @@ class Journal;
 // The unit's networks, made of the kernel's own interfaces, addresses and routes: each is a
 // pair of virtual Ethernet ends, one in the unit's world, one in the phone's.
 // All throw std::runtime_error with what the system said.
-class Network
+class PhoneNetwork
 {
 public:
     // Makes the phone's network namespace.
-    explicit Network(Journal &notes);
-    ~Network();
-    Network(const Network &) = delete;
-    Network &operator=(const Network &) = delete;
+    explicit PhoneNetwork(Journal &notes);
+    ~PhoneNetwork();
+    PhoneNetwork(const PhoneNetwork &) = delete;
+    PhoneNetwork &operator=(const PhoneNetwork &) = delete;
 
     // The interface appears with the unit's address ("192.168.42.10/24"); the phone has the
     // gateway's, and the default route leads to it. Without a gateway there is no route.
@@ -32,13 +32,13 @@ public:
     class InPhone
     {
     public:
-        explicit InPhone(const Network &where);
+        explicit InPhone(const PhoneNetwork &where);
         ~InPhone();
         InPhone(const InPhone &) = delete;
         InPhone &operator=(const InPhone &) = delete;
 
     private:
-        const Network &network;
+        const PhoneNetwork &network;
     };
 
 private:
