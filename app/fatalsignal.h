@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
 #pragma once
 
 // Handler of SIGSEGV, SIGILL, SIGFPE and SIGABRT: prints "Signal Error N" on standard output

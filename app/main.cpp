@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
 #include "commsexternal.h"
 #include "commsinternal.h"
 #include "eventhandler.h"

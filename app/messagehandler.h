@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
 #pragma once
 
 #include <QMessageLogContext>

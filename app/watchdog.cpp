@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
 #include "watchdog.h"
 
 #include <chrono>

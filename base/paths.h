@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
 #pragma once
 
 // Every absolute path that the program opens or starts. No other folder repeats one.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // The bench's far ends by themselves, for whoever measures or tries the program without the bench.
 //
 //   farend serial [LINK]   a serial line, linked at LINK (/dev/serial0): sends what comes on

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // Makes time run fast for a Qt program while it rests: preloaded into it, with the file of the
 // pace (pace.h) as BENCH_PACE in the environment. While the main loop waits in poll or sleeps,
 // `speed` seconds pass for every second of the wall clock: the wait is cut accordingly, and the

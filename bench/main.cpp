@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // bench: the virtual unit. Runs in the world that bench/sandbox makes, with an installed tree;
 // see bench/run.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // How fast the unit's time runs: a page shared by the bench, which sets it, and the fast-time
 // library in the program, which obeys it. Read and written as atomic words.
 

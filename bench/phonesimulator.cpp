@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
 #include "phonesimulator.h"
 
 #include "journal.h"

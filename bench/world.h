@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
 #pragma once
 
 // The places of the sandboxed world that the bench arranges and observes. They are the unit's

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // What each word of the MCU does: read the argument, keep it, raise the event.
 
 #include "commsinternal.h"

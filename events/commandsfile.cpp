@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // The commands file: a web page on the unit writes one command into it; its first line is
 // carried out at every change.
 

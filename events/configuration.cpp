@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // The configuration file: what describes the installation rather than the unit's state.
 
 #include "eventhandler.h"

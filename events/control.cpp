@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // What the phone, the commands file and the links ask for, the lamp aside: sonde, reel,
 // identification, shutdown, video switch, MCU log, and the answers to requests.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // The lamp: stepping, off, and the level that the MCU reports.
 
 #include "eventhandler.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // What the MCU reports: kept, stored, checked against its band.
 
 #include "eventhandler.h"

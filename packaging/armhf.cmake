@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-KT6120
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(KT6120_ARCH armhf)
 set(KT6120_TRIPLET arm-linux-gnueabihf)

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: LicenseRef-KT6120
+#
 # Cross-compiling in a root that make_cross_root (packaging/roots.sh) makes: Debian's compiler and
 # build tools (moc among them) for this machine beside the libraries of the unit's architecture,
 # KT6120_ARCH.

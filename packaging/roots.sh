@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-KT6120
 # shellcheck shell=bash
 # Roots of Debian 12 in build/roots, for the scripts beside this file to source. Nothing of
 # another architecture is ever installed on the machine itself.

@@ -1,4 +1,6 @@
 #!/bin/sh
+# SPDX-License-Identifier: LicenseRef-KT6120
+#
 # KT6120_bb_read.sh CHANNEL
 #
 # Prints the 8-bit reading of a channel of the analogue-to-digital converter board, as 0x and

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-KT6120
 # shellcheck shell=sh
 # Reading and driving a GPIO line of the compute module, for the scripts beside this file to
 # source. Goes through the kernel's character device with libgpiod's tools, whose two major

@@ -1,4 +1,6 @@
 #!/bin/sh
+# SPDX-License-Identifier: LicenseRef-KT6120
+#
 # KT6120_gpio_read.sh LINE
 #
 # Prints the level of a GPIO line of the compute module (0 to 53): 0 or 1. Line 26 reads 1

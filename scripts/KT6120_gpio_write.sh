@@ -1,4 +1,6 @@
 #!/bin/sh
+# SPDX-License-Identifier: LicenseRef-KT6120
+#
 # KT6120_gpio_write.sh LINE LEVEL
 #
 # Drives a GPIO line of the compute module (0 to 53) to 0 or 1, also after this script has

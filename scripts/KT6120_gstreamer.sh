@@ -1,4 +1,6 @@
 #!/bin/sh
+# SPDX-License-Identifier: LicenseRef-KT6120
+#
 # The PAL receiver: takes the camera picture, H.264 in RTP packets on UDP port 8083 of the
 # unit, and shows it on the video output: the display controller, else the frame buffer, else
 # a window where there is a desktop, else nowhere (packets are still taken and decoded). Runs

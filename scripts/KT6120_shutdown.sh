@@ -1,4 +1,6 @@
 #!/bin/sh
+# SPDX-License-Identifier: LicenseRef-KT6120
+#
 # KT6120_shutdown.sh
 #
 # Powers the unit down in good order.

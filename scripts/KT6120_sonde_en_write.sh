@@ -1,4 +1,6 @@
 #!/bin/sh
+# SPDX-License-Identifier: LicenseRef-KT6120
+#
 # KT6120_sonde_en_write.sh LINE LEVEL
 #
 # Switches the locating transmitter (the sonde) through its enable line, which the program

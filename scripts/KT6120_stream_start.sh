@@ -1,4 +1,6 @@
 #!/bin/sh
+# SPDX-License-Identifier: LicenseRef-KT6120
+#
 # KT6120_stream_start.sh ADDRESS PORT
 # The phone stream: the camera /dev/video0 as H.264 (720x576, 25 frames a second, baseline,
 # level 3) in RTP packets to a UDP port of an IPv4 address, a broadcast address included. Takes

@@ -1,4 +1,6 @@
 #!/bin/sh
+# SPDX-License-Identifier: LicenseRef-KT6120
+#
 # Ends the phone stream that KT6120_stream_start.sh started; without one it does nothing.
 #
 # The program opens the camera for its own picture 100 ms after it has launched this script, and

@@ -1,4 +1,6 @@
 #!/bin/sh
+# SPDX-License-Identifier: LicenseRef-KT6120
+#
 # KT6120_usb_monitor.sh
 #
 # Watches the USB ports, to one of which a phone is connected, and says on the system log

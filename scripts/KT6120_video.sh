@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-KT6120
 # shellcheck shell=sh
 # What the scripts that run a video pipeline share; they source it from beside themselves.
 

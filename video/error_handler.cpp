@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
 #include "error_handler.h"
 
 void CascadedCaptureStatusHandler::videoCaptureErrorHandler(bool flag, std::string text)

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // What the measured program cannot undercut: the same libraries doing the bare minimum.
 //
 //   floor bare     Qt and GStreamer made ready, one byte on standard output, then idle

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-KT6120
 """Measures the real program beside its floor, in the sandbox, and prints one table.
 
 Usage: measure.py BIN_FOLDER ROUNDS. Each row sets a figure of the program beside the same figure

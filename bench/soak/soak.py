@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-KT6120
 """Plays month.scenario and shows what the program took meanwhile.
 
 Usage: soak.py DAYS. Leaves under build/soak: soak.csv (two samples a day), soak.svg (each figure

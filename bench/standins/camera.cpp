@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // Stands in for the camera: an element v4l2src that shows a moving test picture with a running
 // time. The plug-in file bears the name of the system's own, which it hides when its folder is
 // in GST_PLUGIN_PATH. /run/bench/camera may say:

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // Stands in for the encoder that the kernel offers: an element v4l2h264enc around x264enc, with
 // the controls and raw formats of the compute module's. Like it, it wants to be told the level.
 // When /run/bench/encoder says "fails", it fails with the next frame.

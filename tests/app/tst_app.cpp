@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // The application frame: the log sink, the wiring and the watchdog. Fatal signals are played by a
 // scenario.
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-KT6120
 """Holds the tables of the documentation against the tables of the code.
 
 Usage: check_tables.py SOURCE_FOLDER. Prints a line per difference; ends with 1 where there is one.

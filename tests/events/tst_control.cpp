@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // What is asked of the unit: lamp, reel, answers, configuration, video switch, snapshot.
 
 #include "unitunderevents.h"

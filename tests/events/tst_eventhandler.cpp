@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // Dispatch, routing, queue and what the MCU reports.
 
 #include "unitunderevents.h"

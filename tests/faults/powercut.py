@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-KT6120
 """Kills a writing process at random moments and looks at what is left of its files.
 
 Usage: powercut.py WRITER [KILLS]   (in the sandbox)

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // The unit's files on a disk that is full or read-only, and beside locks that a power cut left.
 
 #include "eventhandler.h"

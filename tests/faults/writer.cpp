@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // Writes the unit's four files in a tight loop, through the program's own classes and by way of
 // its own events, until it is killed. Round N writes N everywhere; "N\n" on standard output
 // says that the round begins.

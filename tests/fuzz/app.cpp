@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // Bytes from the phone app, over TCP, down to the event handler and back.
 
 #include "fuzzworld.h"

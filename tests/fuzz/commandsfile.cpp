@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // Content of the commands file, which the unit's web page writes.
 
 #include "fuzzworld.h"

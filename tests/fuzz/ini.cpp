@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // Status store and configuration file as a power cut, an editor or another program left them.
 
 #include "fuzzworld.h"

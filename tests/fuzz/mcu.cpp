@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // Bytes from the microcontroller, over a pseudo-terminal, down to the store.
 
 #include "fuzzworld.h"

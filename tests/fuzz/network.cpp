@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // The kernel's route table and the listing of the network interfaces: what comes out of them
 // goes into a script's arguments and a connection attempt.
 

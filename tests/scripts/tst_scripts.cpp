@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // The unit's scripts in a world whose tools are recorded stand-ins.
 
 #include "recorders.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
 #include "videotestsupport.h"
 
 #include <gst/gst.h>

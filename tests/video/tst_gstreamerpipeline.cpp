@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
 #include "gstreamerpalpipeline.h"
 #include "gstreamerstreampipeline.h"
 #include "videotestsupport.h"

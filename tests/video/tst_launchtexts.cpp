@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // The launch texts as GStreamer gets them, to the byte: a test that only looks at the picture
 // would not see a changed bit rate or a setting left out.
 

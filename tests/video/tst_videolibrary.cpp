@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // The facade and what stands behind it.
 
 #include "capture.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
 // An element omxh264enc for systems without the board's own: around the encoder that the kernel
 // offers (v4l2h264enc), around x264enc where there is none. It has the properties of the board's
 // element, takes the raw formats that the hardware takes and no others, and repeats the stream

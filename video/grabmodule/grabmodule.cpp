@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
 #include "camera.h"
 
 #include <opencv2/videoio.hpp>
