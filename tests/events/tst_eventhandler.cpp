@@ -101,9 +101,8 @@ private slots:
     // The rest of the probe's story is told by a scenario.
     void aTallwickValueThatIsNoDetectionBlocksTheLamp()
     {
-        UnitUnderEvents unit;
+        const UnitUnderEvents unit;
         unit.report<EVENT_TallwickDetected>(2);
-        unit.forget();
         unit.raise(EVENT_LampUp);
         QCOMPARE(unit.serial, QStringList());
         unit.raise(EVENT_LampOff);
