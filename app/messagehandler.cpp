@@ -2,9 +2,9 @@
 #include "messagehandler.h"
 
 #include "paths.h"
+#include "regularfile.h"
+#include "timestamp.h"
 
-#include <QDateTime>
-#include <QFile>
 #include <QMutex>
 
 #include <cstdio>
@@ -30,11 +30,7 @@ void MessageHandler(QtMsgType type, const QMessageLogContext &, const QString &m
         printLine(message.toLocal8Bit());
         return;
     }
-    QFile log(paths::programLog);
-    if (!log.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text)) {
+    const QString prefix = QString("%1,%2,").arg(timestamp::now()).arg(int(type));
+    if (!regularfile::append(paths::programLog, (prefix + message + '\n').toUtf8()))
         printLine("Error Creating File");
-        return;
-    }
-    const QString now = QDateTime::currentDateTime().toString("dd-MM-yyyy HH:mm:ss");
-    log.write(QString("%1,%2,").arg(now).arg(int(type)).append(message).append('\n').toUtf8());
 }

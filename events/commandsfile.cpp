@@ -6,6 +6,7 @@
 #include "eventhandler.h"
 
 #include "paths.h"
+#include "regularfile.h"
 
 #include <QDebug>
 #include <QFile>
@@ -71,7 +72,7 @@ void eventHandler::eventHandlerFIFOChanged(QString path)
     if (path != paths::commandsFile)
         return;
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+    if (!regularfile::open(file, QIODevice::ReadOnly | QIODevice::Text))
         return;
     QByteArray line = file.readLine(longestLine);
     if (line.endsWith('\n'))

@@ -4,9 +4,10 @@
 #include "childprocess.h"
 #include "gpio.h"
 #include "paths.h"
+#include "regularfile.h"
 #include "settings.h"
+#include "timestamp.h"
 
-#include <QDateTime>
 #include <QDebug>
 #include <QFile>
 #include <QStringList>
@@ -93,28 +94,15 @@ void monitor::monitor_timer_expired()
     monitor_write_file(row.join(','));
 }
 
-// The file is opened for each row, so that log rotation can take it away at any time. A row for
-// which the disk has no room leaves no trace, so that the next one starts on a line of its own
-// and a new file still gets its header.
+// The file is opened for each row, so that log rotation can take it away at any time. A new one
+// for which the disk has no room leaves no trace and gets its header later.
 void monitor::monitor_write_file(const QString &row)
 {
-    const QString now = QDateTime::currentDateTime().toString("dd-MM-yyyy HH:mm:ss");
-    QFile csv(paths::statusCsv);
-    const bool isNew = !csv.exists();
-    if (!csv.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
-        return;
-    const qint64 before = csv.size();
     QString lines;
-    if (isNew)
+    if (!QFile::exists(paths::statusCsv))
         lines += QString(csvHeader) + '\n';
-    lines += now + ',' + row + '\n';
-    const QByteArray bytes = lines.toUtf8();
-    if (csv.write(bytes) == bytes.size())
-        return;
-    if (isNew)
-        csv.remove();
-    else
-        csv.resize(before);
+    lines += timestamp::now() + ',' + row + '\n';
+    regularfile::append(paths::statusCsv, lines.toUtf8());
 }
 
 void monitor::monitor_usb_check()

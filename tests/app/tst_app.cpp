@@ -33,6 +33,11 @@ namespace
 
 const char programLog[] = "/home/pi/KT6120/bin/commands_log.log";
 
+QString now()
+{
+    return QLocale::c().toString(QDateTime::currentDateTime(), "dd-MM-yyyy HH:mm:ss");
+}
+
 // Logs through the sink; QtTest's own handler is put back afterwards.
 void log(const std::function<void()> &statements)
 {
@@ -90,7 +95,7 @@ private slots:
 
     void eachMessageIsALine()
     {
-        const QString before = QDateTime::currentDateTime().toString("dd-MM-yyyy HH:mm:ss");
+        const QString before = now();
         const OutputCapture printed;
         log([] {
             qInfo() << "Sonde Turned On";
@@ -98,7 +103,7 @@ private slots:
             qCritical() << "Failed to write command: " << QString("LAMP:ON\r\n");
             qDebug() << "chatter";
         });
-        const QString after = QDateTime::currentDateTime().toString("dd-MM-yyyy HH:mm:ss");
+        const QString after = now();
         const QStringList lines = QString(readFile(programLog)).split('\n');
         QCOMPARE(lines.size(), 4);
         QCOMPARE(lines[0].mid(19), QString(",4,Sonde Turned On"));
