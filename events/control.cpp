@@ -7,6 +7,7 @@
 
 #include "childprocess.h"
 #include "gpio.h"
+#include "inifile.h"
 #include "mculog.h"
 #include "paths.h"
 #include "settings.h"
@@ -105,6 +106,7 @@ void eventHandler::coilerModelGiven(SOURCE_TYPE_t, const QString *model)
 {
     coilerModel = *model;
     configuration->setValue(coilerModelKey, coilerModel);
+    configuration->writeSoon();
 }
 
 void eventHandler::answerCoilerModel(SOURCE_TYPE_t source)

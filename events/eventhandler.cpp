@@ -2,6 +2,7 @@
 #include "eventhandler.h"
 
 #include "busybee.h"
+#include "inifile.h"
 #include "monitor.h"
 #include "settings.h"
 
@@ -25,7 +26,7 @@ eventHandler::~eventHandler() = default;
 
 void eventHandler::eventHandlerParseSettingsFile()
 {
-    QSettings snapshot("KT6120.ini", QSettings::IniFormat);
+    IniFile snapshot("KT6120.ini");
     snapshot.setValue("Battery/Voltage", batteryVoltage);
     snapshot.setValue("Battery/Current", batteryCurrent);
     snapshot.setValue("Battery/State", batteryState);

@@ -5,12 +5,12 @@
 
 #include <QList>
 #include <QObject>
-#include <QSettings>
 #include <QString>
 
 #include <cstdint>
 #include <memory>
 
+class IniFile;
 class QFileSystemWatcher;
 class settings;
 
@@ -139,7 +139,7 @@ private:
 
     QList<command_t> queue;
     settings *store;
-    std::unique_ptr<QSettings> configuration;
+    std::unique_ptr<IniFile> configuration;
     QFileSystemWatcher *commandsFileWatcher = nullptr;
 
     uint16_t batteryVoltage = 0; // raw reading times 3.13

@@ -9,8 +9,9 @@
 
 // The unit's one store of named values: the INI file paths::statusStore. A key is
 // "Group/Entry". Every write is on disk when it returns, so that other programs on the unit
-// can read the file at any moment. Nothing reports an error: a write that cannot reach the
-// file is kept in memory and tried again with the next one, a missing key reads as its default.
+// can read the file at any moment; what they write there is seen at the next read. Nothing reports
+// an error: a write that cannot reach the file is kept in memory and tried again, a missing key
+// reads as its default.
 class settings : public QObject
 {
     Q_OBJECT

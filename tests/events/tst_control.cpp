@@ -121,6 +121,29 @@ private slots:
         }
     }
 
+    void editsOfOtherProgramsAreSeenAtTheNextRequest()
+    {
+        const UnitUnderEvents unit;
+        const auto ask = [&unit] {
+            unit.raise(EVENT_CoilerModelRequest);
+            unit.raise(EVENT_CoilerValueRequest);
+        };
+        ask();
+        for (const char *text : {"7", "12.5"}) {
+            testsupport::writeFile(paths::configuration, QByteArray("[Coiler]\nModel=x") + text);
+            testsupport::writeFile(paths::statusStore,
+                                   QByteArray("[Camera]\nCoilerOffset=") + text);
+            ask();
+        }
+        unit.report<QString>(EVENT_CoilerModel, "own"); // not yet in the file
+        testsupport::writeFile(paths::configuration, "[Coiler]\nModel=of another\nOther=kept\n");
+        ask();
+        QCOMPARE(unit.app, QStringList({"Model x40\r\n", "CoilerValue 0\r", "Model x7\r\n",
+                                        "CoilerValue 7\r", "Model x12.5\r\n", "CoilerValue 12.5\r",
+                                        "Model own\r\n", "CoilerValue 12.5\r"}));
+        QCOMPARE(testsupport::iniValue(paths::configuration, "Coiler/Other"), QString("kept"));
+    }
+
     void videoSwitchAndStreamReports()
     {
         const UnitUnderEvents unit;

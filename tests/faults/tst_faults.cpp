@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// The unit's files on a disk that is full or read-only, and beside locks that a power cut left.
+// The unit's files on a disk that is full or read-only, and where something else than a file has
+// their place or that of their lock.
 
 #include "eventhandler.h"
 #include "messagehandler.h"
@@ -11,9 +12,12 @@
 #include <QtTest>
 
 #include <sys/mount.h>
+#include <sys/stat.h>
 
 using testsupport::iniValue;
+using testsupport::OutputCapture;
 using testsupport::readFile;
+using testsupport::writeFile;
 
 namespace
 {
@@ -24,6 +28,7 @@ const QString configuration = folder + "kestraConfig.ini";
 const QString programLog = folder + "commands_log.log";
 const QString mcuLog = folder + "mcu_log.log";
 const QString csv = folder + "status_log.csv";
+const QString commandsFile = "/var/www/html/commands.txt";
 
 void fillDisk(int blocksLeft)
 {
@@ -48,6 +53,47 @@ void setReadOnly(bool readOnly)
 QString shape(const QByteArray &text)
 {
     return QString(text).replace(QRegularExpression("[0-9]+"), "N");
+}
+
+std::unique_ptr<QLockFile> heldLock;
+
+bool make(const QString &path, const QString &state)
+{
+    const QByteArray name = path.toLocal8Bit();
+    if (state == "folder")
+        return QDir().mkdir(path);
+    if (state == "pipe")
+        return mkfifo(name, 0600) == 0;
+    if (state == "link to nowhere")
+        return symlink("/nowhere/file", name) == 0;
+    if (state == "link to a pipe")
+        return mkfifo("/tmp/pipe", 0600) == 0 && symlink("/tmp/pipe", name) == 0;
+    if (state == "link to a device")
+        return symlink("/dev/zero", name) == 0;
+    if (state == "held") {
+        heldLock = std::make_unique<QLockFile>(path);
+        return heldLock->lock();
+    }
+    writeFile(path, state == "garbled" ? QByteArray(40, '\0') : QByteArray());
+    return true;
+}
+
+// What kind of thing has the name, and what kind it leads to.
+using Kinds = std::pair<mode_t, mode_t>;
+Kinds kinds(const QString &path)
+{
+    struct stat own = {};
+    struct stat target = {};
+    lstat(path.toLocal8Bit(), &own);
+    stat(path.toLocal8Bit(), &target);
+    return {own.st_mode, target.st_mode};
+}
+
+bool clear(const QString &path)
+{
+    QFile::remove("/tmp/pipe");
+    heldLock.reset();
+    return QFile::remove(path) || QDir().rmdir(path) || kinds(path) == Kinds();
 }
 
 // One round of writing, in all five files.
@@ -95,6 +141,7 @@ private slots:
         QFETCH(int, blocksLeft);
         const bool readOnly = blocksLeft < 0;
         QFETCH(bool, fresh);
+        const OutputCapture printed;
         const QtMessageHandler before = qInstallMessageHandler(MessageHandler);
         {
             eventHandler handler;
@@ -132,12 +179,94 @@ private slots:
         QCOMPARE(iniValue(store, "Battery/State"), QString("200"));
         QCOMPARE(iniValue(store, "Compute/SoftwareVersion"), QString("V" BENCH_VERSION));
         QCOMPARE(readFile(mcuLog), QByteArray("T200"));
-        QVERIFY(readFile(programLog).endsWith(",4,Battery State Changed to:  200\n"));
+        QVERIFY(printed.text().contains("Error Creating File\n"));
+        const QRegularExpression line(
+            "^[-0-9]{10} [:0-9]{8},(4,[A-Z][^,]* [0-9]+( mA)?|2,Error.*)?$");
+        const QStringList lines = QString(readFile(programLog)).split('\n');
+        QCOMPARE(lines.filter(line), lines.filter(QRegularExpression(".")));
+        QCOMPARE(lines[lines.size() - 2].mid(19), QString(",4,Battery State Changed to:  200"));
         const QByteArrayList rows = readFile(csv).split('\n');
         QVERIFY(rows.first().startsWith("timestamp,battery voltage"));
         QVERIFY(rows.last().isEmpty());
         for (int i = 1; i < rows.size() - 1; ++i)
             QCOMPARE(rows[i].count(','), 12);
+    }
+
+    // Whoever reads it by another name or has it open sees each new text.
+    void theMcuLogStaysTheSameFile()
+    {
+        const testsupport::LogCapture quiet;
+        writeFile(mcuLog, "as it was");
+        QCOMPARE(link(mcuLog.toLocal8Bit(), (mcuLog + ".too").toLocal8Bit()), 0);
+        eventHandler handler;
+        for (const char *text : {"a longer text than it was", "short", ""}) {
+            QString log(text);
+            handler.eventHandlerProcess(EVENT_WriteLogs, SOURCE_MCU, &log);
+            QCOMPARE(readFile(mcuLog + ".too"), QByteArray(text));
+        }
+    }
+
+    // Opening, reading or locking what is not a regular file could take for ever, and a new file
+    // in the place of a device would be the end of the device.
+    void somethingElseInAFilesPlace_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("state");
+        const QString places[] = {
+            store,  configuration, store + ".lock", configuration + ".lock", programLog,
+            mcuLog, csv,           commandsFile};
+        for (const QString &place : places) {
+            for (const char *state :
+                 {"folder", "pipe", "link to nowhere", "link to a pipe", "link to a device"})
+                QTest::addRow("%s: %s", qPrintable(QFileInfo(place).fileName()), state)
+                    << place << state;
+        }
+        // A lock that a power cut left, and one of another program that hangs.
+        for (const char *state : {"empty", "garbled", "held"}) {
+            for (const QString &place : {store, configuration})
+                QTest::addRow("%s.lock: %s", qPrintable(QFileInfo(place).fileName()), state)
+                    << place + ".lock" << state;
+        }
+    }
+    void somethingElseInAFilesPlace()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, state);
+        writeFile(commandsFile, "");
+        if (path == commandsFile)
+            QVERIFY(QFile::remove(path));
+        QVERIFY(make(path, state));
+        const Kinds before = kinds(path);
+        const OutputCapture printed;
+        const QtMessageHandler handlerBefore = qInstallMessageHandler(MessageHandler);
+        {
+            eventHandler handler;
+            for (const int32_t round : {1, 3}) {
+                write(handler, round);
+                handler.eventHandlerFIFOChanged(commandsFile);
+                if (path.endsWith(".lock") && state != "folder" && state != "held") {
+                    QVERIFY(kinds(path) == Kinds()); // removed
+                } else {
+                    QVERIFY(kinds(path) == before);
+                    QVERIFY(clear(path));
+                }
+                write(handler, round + 1); // what waited is written, too
+                const QString text = QString("T%1").arg(round + 1);
+                if (round == 1)
+                    QCOMPARE(iniValue(store, "Compute/SoftwareVersion"), QString("V" BENCH_VERSION));
+                QCOMPARE(iniValue(store, "Battery/State"), QString::number(round + 1));
+                QCOMPARE(iniValue(configuration, "Coiler/Model"), text);
+                QCOMPARE(readFile(mcuLog), text.toUtf8());
+                QVERIFY(readFile(csv).startsWith("timestamp,"));
+                if (round == 1) { // and once more while it runs
+                    clear(path);  // a file, or nothing but the pipe that a link led to
+                    QVERIFY(make(path, state));
+                }
+            }
+        }
+        qInstallMessageHandler(handlerBefore);
+        QVERIFY(readFile(programLog).endsWith(",4,Battery State Changed to:  4\n"));
+        QCOMPARE(printed.text().contains("Error Creating File"), path == programLog);
     }
 };
 
