@@ -135,7 +135,7 @@ private slots:
                                    QByteArray("[Camera]\nCoilerOffset=") + text);
             ask();
         }
-        unit.report<QString>(EVENT_CoilerModel, "own"); // not yet in the file
+        unit.report<EVENT_CoilerModel>("own"); // not yet in the file
         testsupport::writeFile(paths::configuration, "[Coiler]\nModel=of another\nOther=kept\n");
         ask();
         QCOMPARE(unit.app, QStringList({"Model x40\r\n", "CoilerValue 0\r", "Model x7\r\n",
