@@ -3,6 +3,7 @@
 
 #include <QHash>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <fcntl.h>
@@ -19,6 +20,9 @@ namespace
 // What a reader may print; a pipe of that capacity holds it until it is looked at, and a child
 // that prints more stops there by itself.
 constexpr int outputBound = 65'536; // bytes
+
+// What the end of a reader that was killed may take of the next one's wait.
+constexpr std::chrono::milliseconds lastWait(100);
 
 class Pipe
 {
@@ -158,7 +162,8 @@ QByteArray output(QObject *parent, const Command &command, std::chrono::millisec
     // One of this command that was killed and is still there: where a device does not answer,
     // even that may be without effect.
     if (auto *before = parent->findChild<QProcess *>(line, Qt::FindDirectChildrenOnly)) {
-        if (before->state() != QProcess::NotRunning && !before->waitForFinished(int(wait.count())))
+        if (before->state() != QProcess::NotRunning
+            && !before->waitForFinished(int(std::min(wait, lastWait).count())))
             return {};
         delete before;
     }

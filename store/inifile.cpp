@@ -5,6 +5,7 @@
 #include <QEvent>
 #include <QFile>
 #include <QFileInfo>
+#include <QThread>
 
 #include <cerrno>
 #include <chrono>
@@ -19,6 +20,9 @@ namespace
 {
 
 constexpr auto retryInterval = 2s;
+// Another program holds the lock for some milliseconds when it writes.
+constexpr auto lockPause = 5ms;
+constexpr int lockTries = 20;
 
 // Free blocks that a write needs beside those of the new file. Found at the brim of small disks
 // (tmpfs, ext4 with blocks of 1 and of 4 KiB, folders with room for names and without, 4,000
@@ -118,7 +122,12 @@ bool IniFile::isUnlocked() const
         return errno == ENOENT;
     if (S_ISREG(status.st_mode)) {
         const int lock = open(lockPath.constData(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
-        const bool isHeld = lock >= 0 && flock(lock, LOCK_SH | LOCK_NB) != 0;
+        bool isHeld = lock >= 0;
+        for (int left = lockTries; isHeld && left > 0; --left) {
+            isHeld = flock(lock, LOCK_SH | LOCK_NB) != 0;
+            if (isHeld)
+                QThread::msleep(lockPause.count());
+        }
         if (lock >= 0)
             close(lock);
         if (isHeld)
