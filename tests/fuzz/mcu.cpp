@@ -41,8 +41,11 @@ void fuzz::input(const QByteArray &bytes)
     QObject::connect(&handler, &eventHandler::eventHandlerSendInternalCmd, &line->link,
                      &commsInternal::commsInternalSendCommand);
     // The next input starts with a line and an error queue of its own.
-    line->mcu.send(bytes + "\n*CLS\n");
-    while (line->port->waitForReadyRead(0) || line->port->canReadLine())
+    const QByteArray sent = bytes + "\n*CLS\n";
+    line->mcu.send(sent);
+    while (line->port->waitForReadyRead(0)) {
+    }
+    for (int i = sent.count('\n'); i > 0; --i)
         line->link.serialPortProcessData();
     fuzz::askEverything(handler);
     QCoreApplication::processEvents();
