@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+#pragma once
+
+#include <QByteArray>
+#include <QJsonObject>
+
+namespace history
+{
+
+// The rows of the status CSV of the days before its last row: {"columns": [names], "rows":
+// [[seconds since 1970, value, ...]]}. A field that is no number is null; a line that is no row is
+// left out.
+QJsonObject read(int days);
+
+} // namespace history

@@ -1,0 +1,246 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+#include "page.h"
+
+#include "commands.h"
+#include "fastcgi.h"
+#include "history.h"
+#include "programlog.h"
+#include "readings.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMap>
+
+#include <algorithm>
+#include <iterator>
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+
+namespace
+{
+
+constexpr int mostViewers = 8;
+constexpr auto lookInterval = 250ms;
+// The web server finds out that a viewer has gone when it cannot send to it, the second time.
+constexpr auto heartbeat = 2s;
+constexpr int logLines = 50; // that a viewer gets first
+// In which these and the picture's last change are looked for.
+constexpr qint64 logBytes = 65'536;
+constexpr double silentAfter = 60; // seconds; a healthy unit writes its store every 10 s at least
+
+constexpr int longestBody = 256; // bytes
+constexpr double commandsPerSecond = 5;
+constexpr double commandsAtOnce = 20;
+constexpr auto modelPatience = 2s; // the configuration is written when the unit's loop comes round
+constexpr auto modelLook = 20ms;
+
+QByteArray json(const QJsonObject &object)
+{
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
+
+void refuse(fastcgi::Exchange &exchange, int status, const char *why)
+{
+    exchange.answer(status, "application/json", json({{"error", why}}));
+}
+
+// The readings that are not as in `known`, which is brought up to date.
+QJsonArray changed(const readings::Values &values, const Catalogue &catalogue,
+                   QMap<QByteArray, QByteArray> &known)
+{
+    QJsonArray rows;
+    for (int at = 0; at < readings::count; ++at) {
+        const readings::Reading &reading = readings::table[at];
+        const QByteArray text = readings::text(reading, values);
+        QByteArray &last = known[reading.key];
+        if (last == text)
+            continue;
+        last = text;
+        rows.append(QJsonObject{{"key", reading.key},
+                                {"label", reading.label},
+                                {"text", QString::fromUtf8(text)},
+                                {"stored", values.value(reading.key)},
+                                {"level", readings::level(reading, values, catalogue)}});
+    }
+    return rows;
+}
+
+QJsonObject unitState(const ProgramLog &log)
+{
+    const double age = readings::storeAge();
+    return {{"silent", age < 0 || age > silentAfter}, {"picture", log.picture()}};
+}
+
+QJsonArray described(const QList<ProgramLog::Line> &lines, const Catalogue &catalogue)
+{
+    QJsonArray rows;
+    for (const ProgramLog::Line &line : lines) {
+        QJsonObject row = {{"time", QString::fromUtf8(line.time)},
+                           {"type", line.type},
+                           {"text", QString::fromUtf8(line.text)}};
+        const int found = catalogue.find(line.type, line.text);
+        if (found >= 0) {
+            row["meaning"] = QString::fromUtf8(catalogue.messages()[found].meaning);
+            row["remedy"] = QString::fromUtf8(catalogue.messages()[found].remedy);
+        }
+        rows.append(row);
+    }
+    return rows;
+}
+
+} // namespace
+
+void Page::handle(fastcgi::Exchange &exchange)
+{
+    struct Route {
+        const char *path;
+        const char *method;
+        void (Page::*handler)(fastcgi::Exchange &);
+    };
+    static constexpr Route routes[] = {
+        {"/api/state", "GET", &Page::sendState},     {"/api/events", "GET", &Page::sendEvents},
+        {"/api/history", "GET", &Page::sendHistory}, {"/api/commands", "POST", &Page::takeCommand},
+        {"/metrics", "GET", &Page::sendMetrics},
+    };
+    const QByteArray path = exchange.variable("SCRIPT_NAME") + exchange.variable("PATH_INFO");
+    const auto route = std::find_if(std::begin(routes), std::end(routes),
+                                    [&](const Route &known) { return path == known.path; });
+    if (route == std::end(routes))
+        refuse(exchange, 404, "there is nothing of that name");
+    else if (exchange.variable("REQUEST_METHOD") != route->method)
+        refuse(exchange, 405, "not by this method");
+    else
+        (this->*route->handler)(exchange);
+}
+
+void Page::sendState(fastcgi::Exchange &exchange)
+{
+    ProgramLog log(logBytes);
+    log.take();
+    QMap<QByteArray, QByteArray> nothing;
+    QJsonObject state = unitState(log);
+    state["readings"] = changed(readings::read(), catalogue, nothing);
+    exchange.answer(200, "application/json", json(state));
+}
+
+void Page::sendEvents(fastcgi::Exchange &exchange)
+{
+    if (++viewers > mostViewers) {
+        --viewers;
+        refuse(exchange, 503, "too many look at this unit");
+        return;
+    }
+    exchange.begin("text/event-stream");
+    ProgramLog log(logBytes);
+    QMap<QByteArray, QByteArray> known;
+    QJsonObject knownState;
+    auto spoken = steady_clock::now();
+    bool first = true;
+    do {
+        QByteArray events;
+        QList<ProgramLog::Line> lines = log.take();
+        if (first)
+            lines = lines.mid(qMax(0, int(lines.size()) - logLines));
+        if (!lines.isEmpty())
+            events +=
+                "event: log\ndata: " + json({{"lines", described(lines, catalogue)}}) + "\n\n";
+        const QJsonArray rows = changed(readings::read(), catalogue, known);
+        QJsonObject state = unitState(log);
+        if (!rows.isEmpty() || state != knownState) {
+            knownState = state;
+            state["readings"] = rows;
+            events += "event: state\ndata: " + json(state) + "\n\n";
+        }
+        if (events.isEmpty() && steady_clock::now() - spoken > heartbeat)
+            events = ":\n\n";
+        first = false;
+        if (events.isEmpty())
+            continue;
+        spoken = steady_clock::now();
+        if (!exchange.send(events))
+            break;
+    } while (exchange.rest(lookInterval));
+    --viewers;
+}
+
+void Page::sendHistory(fastcgi::Exchange &exchange)
+{
+    const QMap<QByteArray, int> ranges = {{"range=day", 1}, {"range=week", 7}, {"range=month", 31}};
+    const int days = ranges.value(exchange.variable("QUERY_STRING"));
+    if (days == 0)
+        refuse(exchange, 400, "range=day, week or month");
+    else
+        exchange.answer(200, "application/json", json(history::read(days)));
+}
+
+void Page::sendMetrics(fastcgi::Exchange &exchange)
+{
+    const bool open = exchange.variable("HTTP_ACCEPT").contains("application/openmetrics-text");
+    exchange.answer(200,
+                    open ? "application/openmetrics-text; version=1.0.0; charset=utf-8"
+                         : "text/plain; version=0.0.4; charset=utf-8",
+                    metrics.text(open));
+}
+
+// Every browser tells where a page comes from that sends something; no other site's page can leave
+// it out or change it, nor send this type of content without being asked first.
+void Page::takeCommand(fastcgi::Exchange &exchange)
+{
+    const QByteArray origin = exchange.variable("HTTP_ORIGIN");
+    const QByteArray host = exchange.variable("HTTP_HOST");
+    if (host.isEmpty() || (origin != "http://" + host && origin != "https://" + host))
+        return refuse(exchange, 403, "only from the unit's own page");
+    if (exchange.variable("CONTENT_TYPE") != "application/json")
+        return refuse(exchange, 415, "only as application/json");
+    const QByteArray body = exchange.body(longestBody);
+    if (body.size() > longestBody)
+        return refuse(exchange, 413, "too long for a command");
+    const commands::Command command = commands::parse(body);
+    if (command.line.isEmpty())
+        return refuse(exchange, 400, "this is no command");
+    if (!mayCommandNow())
+        return refuse(exchange, 429, "too many commands");
+
+    const auto began = steady_clock::now();
+    switch (commands::carryOut(command.line)) {
+    case commands::Outcome::Taken:
+        break;
+    case commands::Outcome::NotTaken:
+        return refuse(exchange, 504, "the unit did not take the command; it is withdrawn");
+    case commands::Outcome::Unwritable:
+        return refuse(exchange, 500, "the commands file cannot be written");
+    case commands::Outcome::Busy:
+        return refuse(exchange, 503, "the unit is busy with another command");
+    }
+    readings::Values values = readings::read();
+    if (command.line.startsWith("MODEL ")) {
+        const QString model = command.line.mid(6);
+        for (const auto end = steady_clock::now() + modelPatience;
+             values.value("Coiler/Model") != model && steady_clock::now() < end;
+             values = readings::read())
+            exchange.rest(modelLook);
+    }
+    QJsonObject store;
+    for (const char *key : command.shows)
+        store[key] = values.value(key);
+    const std::chrono::duration<double> took = steady_clock::now() - began;
+    exchange.answer(200, "application/json",
+                    json({{"line", QString::fromLatin1(command.line)},
+                          {"seconds", took.count()},
+                          {"store", store}}));
+}
+
+bool Page::mayCommandNow()
+{
+    const std::lock_guard lock(rateMutex);
+    const auto now = steady_clock::now();
+    const std::chrono::duration<double> passed = now - counted;
+    counted = now;
+    allowance = std::min(commandsAtOnce, allowance + passed.count() * commandsPerSecond);
+    if (allowance < 1)
+        return false;
+    allowance -= 1;
+    return true;
+}

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+#pragma once
+
+#include "catalogue.h"
+#include "metrics.h"
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+
+namespace fastcgi
+{
+class Exchange;
+}
+
+// What the unit's page asks for: a request, and what answers it.
+class Page
+{
+public:
+    explicit Page(const Catalogue &known) : catalogue(known), metrics(known) {}
+
+    void handle(fastcgi::Exchange &exchange);
+
+private:
+    void sendState(fastcgi::Exchange &exchange);
+    void sendEvents(fastcgi::Exchange &exchange);
+    void sendHistory(fastcgi::Exchange &exchange);
+    void sendMetrics(fastcgi::Exchange &exchange);
+    void takeCommand(fastcgi::Exchange &exchange);
+
+    bool mayCommandNow();
+
+    const Catalogue &catalogue;
+    Metrics metrics;
+    std::atomic<int> viewers = 0;
+
+    std::mutex rateMutex;
+    double allowance = 0; // commands that may come at once
+    std::chrono::steady_clock::time_point counted;
+};
