@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "bench.h"
 
+#include "browser.h"
 #include "files.h"
 #include "gauges.h"
 #include "recorders.h"
+#include "webserver.h"
 #include "world.h"
 
 #include <QDir>
@@ -74,6 +76,8 @@ Bench::Bench()
     arrange();
     QObject::connect(&unit, &UnitProcess::ended, &mcu, &McuSimulator::renewLine);
 }
+
+Bench::~Bench() = default;
 
 void Bench::arrange()
 {
@@ -155,6 +159,21 @@ RtpTap &Bench::tap(quint16 port)
     if (!place)
         place = std::make_unique<RtpTap>(port, port == palPort ? nullptr : &network);
     return *place;
+}
+
+WebServer &Bench::webServer()
+{
+    if (!page)
+        page = std::make_unique<WebServer>(*this);
+    return *page;
+}
+
+Browser &Bench::browser()
+{
+    webServer();
+    if (!viewer)
+        viewer = std::make_unique<Browser>(*this);
+    return *viewer;
 }
 
 bool Bench::runUntil(const std::function<bool()> &condition, double seconds)

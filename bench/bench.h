@@ -16,6 +16,9 @@
 #include <map>
 #include <memory>
 
+class Browser;
+class WebServer;
+
 // The virtual unit: the world made ready, the simulators around the real program, and the
 // observers that note what happens. Everything that a command acts on.
 class Bench
@@ -24,6 +27,7 @@ public:
     // Makes the world as a healthy unit on a desk finds it; the program does not run yet.
     // Throws std::runtime_error outside the sandbox.
     Bench();
+    ~Bench();
 
     // Lets the bench run until the condition holds; false when the seconds were over first.
     bool runUntil(const std::function<bool()> &condition, double seconds);
@@ -49,6 +53,10 @@ public:
     // Listens in on a port of the video from its first use on.
     RtpTap &tap(quint16 port);
 
+    // The unit's page, served from its first use on, and a browser that looks at it.
+    WebServer &webServer();
+    Browser &browser();
+
     Clock clock;
     Journal journal;
     McuSimulator mcu;
@@ -64,4 +72,6 @@ private:
     FileTail calls;
     std::map<quint16, std::unique_ptr<RtpTap>> taps;
     QMap<QByteArray, double> markedGauges;
+    std::unique_ptr<WebServer> page;
+    std::unique_ptr<Browser> viewer;
 };

@@ -2,6 +2,7 @@
 #include "commands.h"
 
 #include "bench.h"
+#include "browser.h"
 #include "expectation.h"
 #include "files.h"
 #include "gauges.h"
@@ -281,6 +282,12 @@ const Command table[] = {
     {"snapshot", "pal|phone|ethernet FILE.png", "writes a picture of the video there", 2, snapshot},
     {"web", "KEYWORD [ARGUMENT]", "the web page writes into the commands file", 1, web},
     {"web", "replace KEYWORD...|delete", "it puts another file in its place; takes it away", 1,
+     nullptr},
+    {"page", "open [WIDTH HEIGHT [dark]]", "a browser without a window opens the unit's page", 1,
+     [](Bench &bench, const Words &words) { bench.browser().command(words); }},
+    {"page", "click BUTTON|type LABEL TEXT|choose LABEL OPTION|press KEY",
+     "what its user does: page click \"Lamp up\"; keys are Tab, Enter, Space", 2, nullptr},
+    {"page", "script FILE|snapshot FILE.png", "runs a script on it; writes a picture of it", 2,
      nullptr},
     {"config", "KEY VALUE", "writes the configuration file: config Lamp/MaxCurrent 30", 2,
      [](Bench &, const Words &words) {

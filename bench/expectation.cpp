@@ -2,6 +2,7 @@
 #include "expectation.h"
 
 #include "bench.h"
+#include "browser.h"
 #include "gauges.h"
 #include "words.h"
 
@@ -43,6 +44,8 @@ const Expectation::State Expectation::states[] = {
     {"file", &Expectation::lookForFile},           {"nofile", &Expectation::lookForNoFile},
     {"lines", &Expectation::lookForLines},         {"exit", &Expectation::lookForExit},
     {"processes", &Expectation::lookForProcesses}, {"rtp", &Expectation::lookForFrameRate},
+    {"page", &Expectation::lookForPage},           {"script", &Expectation::lookForScript},
+    {"console", &Expectation::lookForConsole},
 };
 
 QByteArray Expectation::help()
@@ -64,6 +67,9 @@ What is the case:
   exit STATUS       the program has ended: 3, or "signal 9"
   processes TEXT N  so many programs run whose command line holds the text
   nofile PATH       there is no such file       lines PATH N     the file has N lines
+  page TEXT         what the unit's page shows, any white space as one blank
+  script EXPRESSION     the JavaScript expression is true on the page
+  console clean         its console has told nothing so far
   rtp PORT rate A..B   frames a second at a port of the video: 8083, 49152, 8001
   rss|descriptors|children|zombies|threads|cpu below N   what the program takes
                     (MiB resident, counts, CPU seconds since its start); "growth below N" is
@@ -240,6 +246,34 @@ void Expectation::lookForFrameRate()
     RtpTap &tap = bench.tap(words[0].toUShort());
     met = [&tap, least, most] { return tap.rate() >= least && tap.rate() <= most; };
     seen = [&tap] { return QByteArray::number(tap.rate()) + " frames a second"; };
+}
+
+void Expectation::lookForPage()
+{
+    const QByteArray text = words.join(' ');
+    Browser &browser = bench.browser();
+    const auto shown = [&browser] {
+        return browser.ask("document.body.innerText.replace(/\\s+/g, ' ')").toString().toUtf8();
+    };
+    met = [shown, text] { return shown().contains(text); };
+    seen = [shown] { return "the page shows: " + shown().left(textShown); };
+}
+
+void Expectation::lookForScript()
+{
+    const QByteArray expression = words.join(' ');
+    Browser &browser = bench.browser();
+    met = [&browser, expression] { return browser.ask(expression) == QJsonValue(true); };
+    seen = [&browser, expression] {
+        return "it is " + browser.ask(expression).toVariant().toString().toUtf8();
+    };
+}
+
+void Expectation::lookForConsole()
+{
+    Browser &browser = bench.browser();
+    met = [&browser] { return browser.isConsoleClean(); };
+    seen = [&browser] { return browser.complaints(); };
 }
 
 void Expectation::lookForGauge(const QByteArray &name)

@@ -40,6 +40,9 @@ private:
     void lookForProcesses();
     void lookForExit();
     void lookForFrameRate();
+    void lookForPage();
+    void lookForScript();
+    void lookForConsole();
     void lookForGauge(const QByteArray &name);
     QByteArray lastLines(Kind kind) const;
 

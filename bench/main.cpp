@@ -4,7 +4,9 @@
 // see bench/run.
 //
 //   bench [--speed N] FILE    plays a scenario; exit status 0 when all it expects is met
-//   bench [--speed N]         starts the unit and takes commands from standard input
+//   bench [--speed N] [--address ADDRESS]
+//                             starts the unit and its page and takes commands from standard input;
+//                             says that the desk finds the page at the address
 
 #include "bench.h"
 #include "prompt.h"
@@ -25,6 +27,7 @@ int main(int argc, char *argv[])
     QCoreApplication application(argc, argv);
     QCommandLineParser options;
     options.addOption({"speed", "The program's timers run N times as fast.", "N", "1"});
+    options.addOption({"address", "Where the desk finds the unit's page.", "ADDRESS"});
     options.addPositionalArgument("file", "A scenario to play.", "[FILE]");
     options.addHelpOption();
     options.process(application);
@@ -39,6 +42,10 @@ int main(int argc, char *argv[])
             return 0;
         }
         bench.unit.start();
+        if (options.isSet("address")) {
+            bench.webServer();
+            printf("The unit's page: %s\n", qPrintable(options.value("address")));
+        }
         printf("The unit runs. \"help\" lists the commands, \"quit\" or Ctrl-C ends it.\n");
         Prompt prompt(bench, view);
         return QCoreApplication::exec();

@@ -104,6 +104,9 @@ void RtpTap::read()
         else if (kept.isEmpty())
             continue;
         const quint16 frameLength = qToBigEndian(quint16(rtp.size()));
-        kept.append(reinterpret_cast<const char *>(&frameLength), sizeof frameLength).append(rtp);
+        const QByteArray framed =
+            QByteArray(reinterpret_cast<const char *>(&frameLength), sizeof frameLength) + rtp;
+        kept += framed;
+        emit packet(framed);
     }
 }

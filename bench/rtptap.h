@@ -31,6 +31,8 @@ public:
 
 signals:
     void arrived(); // a packet
+    // One in the framing of recent(), from the first key frame on.
+    void packet(const QByteArray &framed);
 
 private:
     void read();
