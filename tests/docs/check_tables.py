@@ -11,7 +11,7 @@ import re
 import sys
 
 top = pathlib.Path(sys.argv[1])
-rooms = ["base", "store", "health", "events", "comms", "video", "app"]
+rooms = ["base", "store", "health", "events", "comms", "video", "app", "web"]
 differences = []
 
 
@@ -110,6 +110,27 @@ for source in sources():
     coded |= {(t, "4") for t in re.findall(r'"(Sonde Turned O\w+|Resetting Micro[^"]*)"', source)}
 documented = {(r[0], r[1]) for r in table("docs/operating.md", "Log messages")}
 compare("log messages", documented, coded)
+
+# Readings that the page shows, and alerts: those of the bands of the table of keys, in its words.
+keys = {r[0] for r in table("docs/operating.md", "Keys of the status store")}
+coded = set(re.findall(r'\{"(\w+/\w+)", "', text("web/readings.cpp"))) - {"Coiler/Model"}
+compare("readings of the page", keys, coded)
+alerts = text("web/fleet/alerts.yml")
+coded = set(re.findall(r"message: (.* Threshold \()", alerts))
+documented = {r[0] for r in table("docs/operating.md", "Log messages") if "Threshold (" in r[0]}
+compare("alerts", documented, coded)
+limits = re.findall(r"expr: kt6120_(\w+)\S* [<>]= (-?[\d.]+)", alerts)
+coded = {f"{name} {float(limit):g}" for name, limit in limits}
+documented = set()
+units = {"Battery/Voltage": ("battery_voltage_volts", 1000),
+         "Battery/Current": ("battery_current_amperes", 1000),
+         "Temperature/CM3": ("temperature_celsius", 1)}
+for key, meaning in (r[:2] for r in table("docs/operating.md", "Keys of the status store")):
+    for side, number in re.findall(r"(from|to|above|below) (-?\d+)", meaning.partition("normal")[2]):
+        limit = int(number) + {"from": -1, "to": 1}.get(side, 0)
+        name, scale = units[key]
+        documented.add(f"{name} {limit / scale:g}")
+compare("limits of the alerts", documented, coded)
 
 # The picture is that of its text.
 digest = hashlib.sha256((top / "docs/architecture.dot").read_bytes()).hexdigest()

@@ -1,0 +1,227 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-KT6120
+"""Sends the unit's page what nobody should, and then commands as fast as it takes them.
+
+Usage, in the sandbox with an installed tree: requests.py BENCH. The real program runs on the bench,
+behind the real web server. A bad request is refused with its status and leaves the commands file as
+it was; of the good ones each is carried out once, in order.
+"""
+
+import json
+import os
+import socket
+import subprocess
+import sys
+import time
+
+COMMANDS = "/var/www/html/commands.txt"
+JSON = "Content-Type: application/json"
+OWN = "Origin: http://127.0.0.1"
+FORM = "Content-Type: application/x-www-form-urlencoded"
+LAMP = '{"command":"LAMPUP"}'
+failures = []
+
+
+def check(condition, what):
+    if not condition:
+        failures.append(what)
+        print("FAILED ", what, flush=True)
+
+
+def ask(head, body="", length=True):
+    """Status of the answer to a request as it stands, and its body; 0 when there was none."""
+    with socket.create_connection(("127.0.0.1", 80), timeout=60) as line:
+        head = [head, "Host: 127.0.0.1", "Connection: close"] if isinstance(head, str) else head
+        if length and body:
+            head = head + [f"Content-Length: {len(body)}"]
+        try:
+            line.sendall("\r\n".join(head + ["", body]).encode())
+            answer = b""
+            while piece := line.recv(65536):
+                answer += piece
+        except ConnectionError:
+            return 0, b""
+    if not answer.startswith(b"HTTP/1.1 "):
+        return 0, answer
+    return int(answer[9:12]), answer.split(b"\r\n\r\n", 1)[1]
+
+
+def post(*headers, body=LAMP):
+    return (["POST /api/commands HTTP/1.1", "Host: 127.0.0.1", "Connection: close", *headers], body)
+
+
+def own(body):
+    return post(OWN, JSON, body=body)
+
+
+def get(path, method="GET"):
+    return ([f"{method} {path} HTTP/1.1", "Host: 127.0.0.1", "Connection: close"], "")
+
+
+def command(name, **argument):
+    return own(json.dumps({"command": name, **argument}))
+
+
+BAD = [
+    # (what, statuses that refuse it, request)
+    ("a command by GET", {405}, get("/api/commands")),
+    ("a command in the query", {405}, get('/api/commands?command=LAMPUP')),
+    ("by PUT", {405}, get("/api/commands", "PUT")),
+    ("by DELETE", {405}, get("/api/commands", "DELETE")),
+    ("by OPTIONS", {200, 405}, get("/api/commands", "OPTIONS")),
+    ("by a method that is none", {400, 405, 501}, get("/api/commands", "LAMPUP")),
+    ("no origin", {403}, post(JSON)),
+    ("another site's origin", {403}, post("Origin: http://example.org", JSON)),
+    ("an origin without name", {403}, post("Origin: null", JSON)),
+    ("an origin that begins like ours", {403}, post("Origin: http://127.0.0.1.example.org", JSON)),
+    ("another port's origin", {403}, post("Origin: http://127.0.0.1:8080", JSON)),
+    ("two origins", {400, 403}, post("Origin: http://example.org", OWN, JSON)),
+    ("a form of another site", {403}, post("Origin: http://example.org", FORM, body="command=LAMPUP")),
+    ("a form", {415}, post(OWN, FORM, body="command=LAMPUP")),
+    ("plain text, as a form can send", {415}, post(OWN, "Content-Type: text/plain")),
+    ("no type", {415}, post(OWN)),
+    ("no body", {400, 411}, post(OWN, JSON, body="")),
+    ("no JSON", {400}, own("LAMPUP")),
+    ("half of it", {400}, own('{"command":"LAMPUP"')),
+    ("a list", {400}, own('["LAMPUP"]')),
+    ("deeply nested", {400}, own("[" * 200)),
+    ("a word that is none", {400}, command("REBOOT")),
+    ("small letters", {400}, command("lampup")),
+    ("a blank before it", {400}, command(" LAMPUP")),
+    ("a second line", {400}, command("LAMPUP\nLAMPOFF")),
+    ("a second line in the argument", {400}, command("MODEL", argument="x\nLAMPUP")),
+    ("a carriage return", {400}, command("MODEL", argument="x\rLAMPUP")),
+    ("a line feed at the end", {400}, command("MODEL", argument="x\n")),
+    ("a NUL", {400}, command("MODEL", argument="x\0")),
+    ("a line separator", {400}, command("MODEL", argument="x\u2028y")),
+    ("a blank", {400}, command("MODEL", argument="x y")),
+    ("a section of the file", {400}, command("MODEL", argument="[Lamp]")),
+    ("a long name", {400}, command("MODEL", argument="x" * 33)),
+    ("an empty name", {400}, command("MODEL", argument="")),
+    ("no argument", {400}, command("MODEL")),
+    ("sonde 2", {400}, command("SONDE", argument="2")),
+    ("sonde as a number", {400}, command("SONDE", argument=1)),
+    ("an argument too many", {400}, command("LAMPUP", argument="1")),
+    ("a member too many", {400}, command("SONDE", argument="1", also="LAMPUP")),
+    ("a body too long for a command", {413}, own('{"command":"LAMPUP"' + " " * 300 + "}")),
+    ("a body too long for the server", {413}, own(" " * 5000)),
+    ("two lengths", {400}, post(OWN, JSON, "Content-Length: 5")),
+    ("length and chunks", {400}, post(OWN, JSON, "Transfer-Encoding: chunked")),
+    ("a negative length", {400}, ([*post(OWN, JSON)[0], "Content-Length: -1"], "")),
+    ("a long header", {0, 400, 413, 431}, post(OWN, JSON, "X: " + "x" * 9000)),
+    ("a header with a line feed in it", {400}, post(OWN, JSON, "X: \nOrigin: http://x")),
+    ("no host", {400}, (["POST /api/commands HTTP/1.1", OWN, JSON], LAMP)),
+    ("another path", {404}, get("/api/commandsx")),
+    ("a path below", {404}, get("/api/commands/x")),
+    ("out of the folder", {400, 403, 404}, get("/../../etc/passwd")),
+    ("out of it, encoded", {400, 403, 404}, get("/%2e%2e/%2e%2e/etc/passwd")),
+    ("the commands file", {404}, get("/commands.txt")),
+    ("the store", {404}, get("/KT6120.ini")),
+    ("events by POST", {405, 411}, get("/api/events", "POST")),
+    ("a history of for ever", {400}, get("/api/history?range=ever")),
+    ("no HTTP at all", {0, 400}, (["LAMPUP"], "")),
+]
+
+
+def content():
+    with open(COMMANDS, "rb") as file:
+        return file.read(), os.stat(COMMANDS).st_mtime_ns
+
+
+def heard(output):
+    """What the unit has told the microcontroller."""
+    with open(output, encoding="utf-8") as lines:
+        told = [line for line in lines if "serial >" in line]
+    return [name for line in told for name in ("LAMP:OFF", "COILER:ZERO") if name in line]
+
+
+def within(seconds, condition):
+    end = time.monotonic() + seconds
+    while not condition():
+        if time.monotonic() > end:
+            return False
+        time.sleep(0.05)
+    return True
+
+
+def try_bad():
+    for what, statuses, (head, body) in BAD:
+        before = content()
+        status = ask(head, body)[0]
+        check(status in statuses, f"{what}: {status}, not {sorted(statuses)}")
+        check(content() == before, f"{what}: the commands file was written")
+
+
+def try_headers():
+    line = socket.create_connection(("127.0.0.1", 80), timeout=60)
+    line.sendall(b"GET / HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n")
+    head = b""
+    while b"\r\n\r\n" not in head:
+        head += line.recv(4096)
+    for wanted in (b"default-src 'none'; script-src 'self';", b"frame-ancestors 'none'", b"nosniff"):
+        check(wanted in head, f"no {wanted.decode()} in the headers")
+    check(b"unsafe" not in head, "something unsafe in the headers")
+
+
+def try_many(output):
+    """Forty commands, alternating, faster than is allowed: some are told to wait, none is lost."""
+    refused = 0
+    wanted = []
+    began = time.monotonic()
+    for number in range(40):
+        name, line = (("LAMPOFF", "LAMP:OFF"), ("RESET", "COILER:ZERO"))[number % 2]
+        while (status := ask(*command(name))[0]) == 429:
+            refused += 1
+            time.sleep(0.05)
+        check(status == 200, f"command {number}: {status}")
+        wanted.append(line)
+    # Twenty at once and five a second: a machine so slow that it asks for no more is none.
+    check(refused > 0 or time.monotonic() - began > 4, "40 commands at once were not too many")
+    within(10, lambda: len(heard(output)) >= len(wanted))
+    check(heard(output) == wanted, f"done: {len(heard(output))} of {len(wanted)}, or not in order")
+
+
+def try_viewers():
+    """Eight may look; the ninth is told so, until one of them has gone."""
+    lines = []
+    for _ in range(8):
+        line = socket.create_connection(("127.0.0.1", 80), timeout=60)
+        line.sendall(b"GET /api/events HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n")
+        check(line.recv(4096).startswith(b"HTTP/1.1 200"), "a viewer was refused")
+        lines.append(line)
+    check(ask(*get("/api/events"))[0] == 503, "a ninth viewer was let in")
+    for line in lines:
+        line.close()
+
+    def let_in():
+        with socket.create_connection(("127.0.0.1", 80), timeout=60) as line:
+            line.sendall(b"GET /api/events HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n")
+            return line.recv(4096).startswith(b"HTTP/1.1 200")
+
+    check(within(60, let_in), "those that have gone still count as viewers")
+
+
+def main():
+    output = "/tmp/bench.output"
+    with open(output, "w", encoding="utf-8") as told:
+        bench = subprocess.Popen(
+            [sys.argv[1], "--address", "x"], stdin=subprocess.PIPE, stdout=told, stderr=told, text=True)
+    bench.stdin.write("camera missing\ncall KT6120_gpio_write.sh takes 0.05\n")
+    bench.stdin.flush()
+
+    def is_up():
+        with open(output, encoding="utf-8") as lines:
+            text = lines.read()
+        return "BAT:V?" in text and "The unit runs" in text
+
+    check(within(60, is_up), "the bench does not start")
+    try_bad()
+    try_headers()
+    try_viewers()
+    try_many(output)
+    bench.kill()
+    print("verdict: " + ("the page holds" if not failures else f"{len(failures)} failures"))
+    return 1 if failures else 0
+
+
+sys.exit(main())

@@ -1,0 +1,231 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
+// What the unit's page makes of the unit's files, and of requests.
+
+#include "catalogue.h"
+#include "commands.h"
+#include "history.h"
+#include "metrics.h"
+#include "paths.h"
+#include "programlog.h"
+#include "readings.h"
+#include "testsupport.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QtTest>
+
+using testsupport::writeFile;
+
+class tst_web : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init() { testsupport::freshWorld(); }
+
+    void commandsAreChecked_data();
+    void commandsAreChecked();
+    void levels_data();
+    void levels();
+    void rowsOfTheStatusFile();
+    void logIsFollowedThroughRotation();
+    void picture_data();
+    void picture();
+    void figuresForPrometheus();
+
+private:
+    const Catalogue catalogue = Catalogue(CATALOGUE);
+};
+
+// Requests that are refused are in requests.py; these are the ones that are not.
+void tst_web::commandsAreChecked_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QByteArray>("line");
+
+    for (const char *word : {"LAMPUP", "LAMPDOWN", "LAMPOFF", "RESET", "LOGRST"})
+        QTest::newRow(word) << QByteArray(R"({"command": ")") + word + R"("})" << QByteArray(word);
+    QTest::newRow("sonde on") << QByteArray(R"({"command": "SONDE", "argument": "1"})")
+                              << QByteArray("SONDE 1");
+    QTest::newRow("sonde off") << QByteArray(R"({"argument": "0", "command": "SONDE"})")
+                               << QByteArray("SONDE 0");
+    QTest::newRow("model") << QByteArray(R"({"command": "MODEL", "argument": "x60_B.2-a"})")
+                           << QByteArray("MODEL x60_B.2-a");
+}
+
+void tst_web::commandsAreChecked()
+{
+    QFETCH(QByteArray, body);
+    QTEST(commands::parse(body).line, "line");
+}
+
+void tst_web::levels_data()
+{
+    QTest::addColumn<QByteArray>("store");
+    QTest::addColumn<QByteArray>("key");
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<QByteArray>("level");
+
+    const auto row = [](const char *key, const char *entry, const char *text, const char *level) {
+        QTest::newRow(qPrintable(QString("%1 %2").arg(key, entry)))
+            << '[' + QByteArray(key).replace("/", "]\n") + '=' + entry + '\n'
+            << QByteArray(key) << QByteArray(text) << QByteArray(level);
+    };
+    row("Battery/Voltage", "5500", "5.500 V", "warning");
+    row("Battery/Voltage", "5501", "5.501 V", "normal");
+    row("Battery/Voltage", "8599", "8.599 V", "normal");
+    row("Battery/Voltage", "8600", "8.600 V", "warning");
+    row("Battery/Current", "1499", "1.499 A", "normal");
+    row("Battery/Current", "1500", "1.500 A", "warning");
+    row("Temperature/CM3", "-10", "-10.0 °C", "warning");
+    row("Temperature/CM3", "69.99", "70.0 °C", "normal");
+    row("Temperature/CM3", "70", "70.0 °C", "warning");
+    row("Temperature/Internal", "", "no reading", "fault");
+    row("Temperature/Internal", "error", "error", "fault");
+    row("Temperature/Internal", "nan", "nan", "fault");
+    row("Temperature/Boost", "2450", "24.5 °C", "normal");
+    row("Camera/Lamp", "-1", "off", "normal");
+    row("Camera/Lamp", "30", "30 %", "normal");
+    row("Sonde/Enabled", "1", "on", "normal");
+    row("Tallwick/Detected", "1", "attached", "normal");
+    row("Sonde/Frequency", R"("a, b")", "a, b", "normal");
+    row("Sonde/Frequency", R"("x\"y\\")", R"(x"y\)", "normal");
+    row("MCU/Version", R"(V\x416)", "V\u0416", "normal");
+    QTest::newRow("never written") << QByteArray() << QByteArray("Sonde/Frequency")
+                                   << QByteArray("512") << QByteArray("normal");
+    QTest::newRow("never read") << QByteArray("\0\0[%\n=", 6) << QByteArray("Battery/Voltage")
+                                << QByteArray("no reading") << QByteArray("fault");
+}
+
+void tst_web::levels()
+{
+    QFETCH(QByteArray, store);
+    QFETCH(QByteArray, key);
+    writeFile(paths::statusStore, store);
+    const readings::Values values = readings::read();
+    for (int at = 0; at < readings::count; ++at) {
+        if (readings::table[at].key != key)
+            continue;
+        QTEST(readings::text(readings::table[at], values), "text");
+        QTEST(QByteArray(readings::level(readings::table[at], values, catalogue)), "level");
+        return;
+    }
+    QFAIL("no such reading");
+}
+
+void tst_web::rowsOfTheStatusFile()
+{
+    QCOMPARE(history::read(1)["rows"].toArray().size(), 0);
+    writeFile(paths::statusCsv, "timestamp,battery voltage [mV],lamp value [%]\n"
+                                "01-11-2026 12:00:00,7000,0\n"
+                                "30-10-2031 12:00:00,7100,0\n" // the clock was wrong
+                                "06-11-2026 12:00:00,7200,15\n"
+                                "07-11-2026 11:59:59,7300,0\n"
+                                "half a row\n"
+                                "07-11-2026 12:00:00,,0\n"
+                                "\n"
+                                "99-99-2026 12:00:00,1,2\n"
+                                "07-11-2026 12:30:00,error,-1\n"
+                                "07-11-2026 13");
+    const auto shown = [](int days) {
+        QByteArray values;
+        const QJsonObject past = history::read(days);
+        const QJsonArray rows = past["rows"].toArray();
+        for (const auto &row : rows)
+            values += QJsonDocument(QJsonArray{row.toArray()[1], row.toArray()[2]})
+                          .toJson(QJsonDocument::Compact);
+        return values;
+    };
+    QCOMPARE(shown(1), QByteArray("[7300,0][null,0][null,-1]"));
+    QCOMPARE(shown(7), QByteArray("[7000,0][7200,15][7300,0][null,0][null,-1]"));
+    QCOMPARE(history::read(1)["columns"].toArray()[1].toString(), QString("lamp value [%]"));
+}
+
+void tst_web::logIsFollowedThroughRotation()
+{
+    const auto texts = [](ProgramLog &log) {
+        QByteArray all;
+        const QList<ProgramLog::Line> lines = log.take();
+        for (const ProgramLog::Line &line : lines)
+            all += QByteArray::number(line.type) + line.text + '|';
+        return all;
+    };
+    const auto append = [](const QByteArray &text) {
+        QFile file(paths::programLog);
+        QVERIFY(file.open(QIODevice::Append));
+        file.write(text);
+    };
+    writeFile(paths::programLog, "25-11-2026 01:00:00,4,long ago\n25-11-2026 01:00:00,1,a, b\n");
+    ProgramLog log(35);
+    QCOMPARE(texts(log), QByteArray("1a, b|"));
+    append("25-11-2026 01:00:01,2,half");
+    QCOMPARE(texts(log), QByteArray());
+    append(" and half\ncontinued\n");
+    QCOMPARE(texts(log), QByteArray("2half and half|0continued|"));
+    QVERIFY(QFile::rename(paths::programLog, QString(paths::programLog) + ".1"));
+    QCOMPARE(texts(log), QByteArray());
+    append("25-11-2026 01:00:02,4,new file\n");
+    QCOMPARE(texts(log), QByteArray("4new file|"));
+    writeFile(paths::programLog, "25-11-2026 01:00:02,4,cut\n");
+    QCOMPARE(texts(log), QByteArray("4cut|"));
+}
+
+void tst_web::picture_data()
+{
+    QTest::addColumn<QByteArrayList>("lines");
+    QTest::addColumn<QByteArray>("picture");
+
+    const QByteArray start = "Starting  KT6120 - v 1 . 2 . 12";
+    const QByteArray stream = R"(Starting video stream with IP  "a" and port  "b")";
+    QTest::newRow("nothing known") << QByteArrayList{"Sonde Turned On"} << QByteArray("unknown");
+    QTest::newRow("start") << QByteArrayList{start} << QByteArray("PAL");
+    QTest::newRow("phone") << QByteArrayList{start, stream, "PAL Output Stopped"}
+                           << QByteArray("phone");
+    QTest::newRow("gone") << QByteArrayList{"PAL Output Stopped", stream, "Stopping video stream"}
+                          << QByteArray("nowhere");
+    QTest::newRow("back") << QByteArrayList{stream, "Stopping video stream", "PAL Output Started"}
+                          << QByteArray("PAL");
+    QTest::newRow("restart") << QByteArrayList{stream, start} << QByteArray("PAL");
+}
+
+void tst_web::picture()
+{
+    QFETCH(QByteArrayList, lines);
+    QByteArray content;
+    for (const QByteArray &line : lines)
+        content += "25-11-2026 01:00:00,4," + line + '\n';
+    writeFile(paths::programLog, content);
+    ProgramLog log(1000);
+    log.take();
+    QTEST(QByteArray(log.picture()), "picture");
+}
+
+void tst_web::figuresForPrometheus()
+{
+    const QByteArray low = "25-11-2026 01:00:00,1,Battery Voltage Under Threshold ( 4695 )\n";
+    writeFile(paths::programLog, low);
+    writeFile(paths::statusStore, "[Battery]\nVoltage=4695\n[Camera]\nLamp=-1\n"
+                                  "[MCU]\nVersion=\"a\\\"b\\nc\"\n[Temperature]\nInternal=error\n");
+    Metrics metrics(catalogue);
+    const QByteArray counter = "kt6120_log_messages_total{severity=\"warning\","
+                               "message=\"Battery Voltage Under Threshold (\"} ";
+    const QByteArray first = metrics.text(false);
+    for (const QByteArray &line :
+         {QByteArray("kt6120_battery_voltage_volts 4.695\n"), QByteArray("kt6120_lamp_ratio 0\n"),
+          QByteArray(R"(mcu_version="a\"b\nc"} 1)"),
+          QByteArray("# TYPE kt6120_log_messages_total "), QByteArray(counter + "0\n")})
+        QVERIFY2(first.contains(line), line.constData());
+    QVERIFY(!first.contains("processor")); // no number, no figure
+    QVERIFY(!first.contains("# EOF"));
+
+    writeFile(paths::programLog, low + low + low);
+    const QByteArray second = metrics.text(true);
+    QVERIFY(second.contains(counter + "2\n"));
+    QVERIFY(second.contains("# TYPE kt6120_log_messages counter\n"));
+    QVERIFY(second.endsWith("# EOF\n"));
+}
+
+QTEST_GUILESS_MAIN(tst_web)
+#include "tst_web.moc"
