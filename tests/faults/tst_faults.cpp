@@ -253,7 +253,8 @@ private slots:
                 write(handler, round + 1); // what waited is written, too
                 const QString text = QString("T%1").arg(round + 1);
                 if (round == 1)
-                    QCOMPARE(iniValue(store, "Compute/SoftwareVersion"), QString("V" BENCH_VERSION));
+                    QCOMPARE(iniValue(store, "Compute/SoftwareVersion"),
+                             QString("V" BENCH_VERSION));
                 QCOMPARE(iniValue(store, "Battery/State"), QString::number(round + 1));
                 QCOMPARE(iniValue(configuration, "Coiler/Model"), text);
                 QCOMPARE(readFile(mcuLog), text.toUtf8());
