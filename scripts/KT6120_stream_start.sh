@@ -10,9 +10,9 @@
 # status 1.
 #
 # A network lost within the second of the splash image makes the program launch the stop script
-# first and this one within 100 ms behind it, with nobody to end it. So it ends by itself when the
-# program would no longer count the unit as being on a network; an address that a viewer on a
-# connected network has is streamed to in any case.
+# first and this one within 100 ms behind it, with nobody to end it. So it holds the camera only
+# while the program would count the unit as being on a network, and ends by itself when it no
+# longer would. An address that a viewer on a connected network has is streamed to in any case.
 set -u
 
 usage() {
@@ -116,15 +116,18 @@ fi
 
 missed=0
 while [ "$missed" -lt "$patience" ]; do
-    missed=$((missed + 1))
     if is_on_network; then
         missed=0
         patience=$long_patience
         # shellcheck disable=SC2086 # none as yet
         kill -0 $running 2>/dev/null || { stream "$@" & running=$!; }
+    else
+        # Nobody watches, and somebody else may want the camera.
+        missed=$((missed + 1))
+        # shellcheck disable=SC2086 # none as yet
+        kill -KILL $running 2>/dev/null
+        running=
     fi
     pause
 done
 echo "${0##*/}: $1 is on no network any more" >&2
-kill -KILL $running 2>/dev/null
-exit 0
