@@ -17,7 +17,7 @@ class Bench;
 class Browser
 {
 public:
-    explicit Browser(Bench &bench);
+    explicit Browser(Bench &where);
     ~Browser();
 
     // "page WORD...", see the bench's help.

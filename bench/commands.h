@@ -14,6 +14,6 @@ namespace commands
 // Carries out one line; blank lines and comments (#) do nothing. Returns when it is done,
 // with the bench's event loop running meanwhile. Throws std::runtime_error with what went
 // wrong.
-void run(Bench &bench, const QByteArray &line);
+void run(Bench &bench, const QByteArray &given);
 
 } // namespace commands

@@ -18,7 +18,7 @@ class LivePicture : public QObject
     Q_OBJECT
 
 public:
-    LivePicture(Bench &bench, quint16 port);
+    LivePicture(Bench &where, quint16 number);
     ~LivePicture() override;
 
     Feed images = Feed(2);

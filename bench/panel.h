@@ -20,7 +20,7 @@ class Panel : public QObject
     Q_OBJECT
 
 public:
-    Panel(Bench &bench, const QByteArray &socket);
+    Panel(Bench &where, const QByteArray &socket);
 
 private:
     void handle(fastcgi::Exchange &exchange);

@@ -22,7 +22,7 @@
 class IniFile : public QObject
 {
 public:
-    explicit IniFile(const QString &path);
+    explicit IniFile(const QString &name);
     ~IniFile() override; // writes what is left, if it can
 
     // As the file has it now, whoever wrote it, but for a change that is yet to be written.

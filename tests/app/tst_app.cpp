@@ -159,7 +159,7 @@ private slots:
         QCOMPARE(manager.heard(), QByteArray());
         QTRY_VERIFY(manager.heard().startsWith("READY=1 WATCHDOG=1 WATCHDOG=1 "));
         const QByteArray before = manager.heard();
-        QThread::msleep(2 * ServiceManager::period); // a turn that hangs
+        QThread::msleep(2UL * ServiceManager::period); // a turn that hangs
         QCOMPARE(manager.heard(), before);
         QTRY_VERIFY(manager.heard().size() > before.size());
     }
