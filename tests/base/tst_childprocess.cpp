@@ -23,6 +23,7 @@ bool ending = true; // false: no signal has an effect, as where a device does no
 } // namespace
 
 // Stands before the system's own for the libraries too.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name) the C library's are reserved
 extern "C" int kill(pid_t process, int number) noexcept
 {
     signalled.append(process);
