@@ -2,9 +2,10 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 """Ten virtual units on one desk, watched by a real Prometheus. One gets a low battery, one is killed.
 
-Usage: fleet.py BUILD_FOLDER. Ends with 0 when promtool finds nothing in the figures and exactly these two alerts fire, each for its unit. Each
-unit is a bench of its own with the real program, the real page and the real web server; their cameras
-are lost, since ten pictures would be a matter of the encoder alone.
+Usage: try.py BUILD_FOLDER. Ends with 0 when promtool finds nothing in the figures and exactly these
+two alerts fire, each for its unit. Each unit is a bench of its own with the real program, the real
+page and the real web server; their cameras are lost, since ten pictures would be a matter of the
+encoder alone.
 """
 
 import json
