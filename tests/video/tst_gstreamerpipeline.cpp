@@ -5,43 +5,19 @@
 
 #include <QUdpSocket>
 
-#include <stdexcept>
-#include <thread>
-
 namespace
 {
 
 // The two real pipelines, with a look inside.
 struct Pal : GStreamerPALPipeline {
-    using GStreamerPALPipeline::flushPath, GStreamerPipeline::pipeline, GStreamerPipeline::lock;
+    using GStreamerPALPipeline::flushPath, GStreamerPipeline::pipeline, GStreamerPipeline::start;
     using GStreamerPALPipeline::GStreamerPALPipeline;
-    using GStreamerPipeline::start, GStreamerPipeline::appSrc;
-    void startFrames() // taken from the program, beside a camera
-    {
-        start("appsrc name=frames ! appsink name=taken async=false sync=false "
-              "videotestsrc is-live=true name=v4lsrc ! fakesink async=false");
-    }
-    void prepare(GstElement *built) override
-    {
-        appSrc.reset(gst_bin_get_by_name(GST_BIN(built), "frames"));
-    }
 };
 
 struct Stream : GstreamerStreamPipeline {
-    using GStreamerPipeline::pipeline, GStreamerPipeline::start;
+    using GStreamerPipeline::pipeline;
     using GstreamerStreamPipeline::GstreamerStreamPipeline;
 };
-
-template <class Start>
-QString failure(Start start)
-{
-    try {
-        start();
-    } catch (const std::runtime_error &error) {
-        return error.what();
-    }
-    return "no failure";
-}
 
 } // namespace
 
@@ -125,49 +101,17 @@ private slots:
         }
     }
 
-    void failedStartsThrowAndStayIdle()
-    {
-        NotingHandler handler;
-        Pal pal(&handler);
-        Stream stream(&handler);
-        OutputCapture output;
-        const auto streamTo = [&](const char *ip, const char *port) {
-            return failure([&] { stream.startStreaming(ip, port); });
-        };
-        QCOMPARE(streamTo("127.0.0.1", "x"),
-                 QString("could not set property \"port\" in element \"udpsink\" to \"x\""));
-        QCOMPARE(streamTo("here ! there", "5004"), QString("no element \"there\""));
-        QCOMPARE(failure([&] { stream.start("fakesrc ! fakesink"); }),
-                 QString("Unable to connect to v4l2src"));
-        QCOMPARE(failure([&] { stream.start("fakesrc name=v4l2src ! fakesink"); }),
-                 QString("Unable to connect to omxh264enc"));
-        QCOMPARE(failure([&] { pal.start("fakesrc ! fakesink"); }),
-                 QString("Unable to connect to v4lsrc"));
-        QVERIFY(!pal.pipeline && !stream.pipeline);
-        pal.startVideo();
-        QVERIFY(output.text().endsWith("Started PAL Video\n"));
-    }
-
     // Until its end is reported the pipeline stays in stopping, and refuses a start.
     void endOfStreamThatNeverComes()
     {
         NotingHandler handler;
         Pal pal(&handler);
-        OutputCapture errors(STDERR_FILENO);
         OutputCapture output;
         pal.start("videotestsrc is-live=true name=v4lsrc ! fakesink async=false "
                   "videotestsrc is-live=true ! fakesink async=false");
         pal.stopVideo();
         pal.startVideo();
-        QVERIFY(output.take().endsWith("# Stopped PAL Video\nStarting PAL Video\n"));
-        gst_element_post_message(pal.pipeline.get(),
-                                 gst_message_new_state_changed(GST_OBJECT(pal.pipeline.get()),
-                                                               GST_STATE_READY, GST_STATE_NULL,
-                                                               GST_STATE_VOID_PENDING));
-        QTRY_VERIFY(output.text().endsWith("unref pipeline\n"));
-        pal.handleNullState();
-        QCOMPARE(output.text().count("unref pipeline\n"), 1);
-        QCOMPARE(handler.notes, QStringList({"recording complete"}));
+        QVERIFY(output.text().endsWith("# Stopped PAL Video\nStarting PAL Video\n"));
     }
 
     void lateMessageDoesNotTouchTheNextRun()
@@ -189,24 +133,6 @@ private slots:
         QTRY_VERIFY(output.text().contains("state-changed")); // the new run's
         QVERIFY(!output.text().contains("eos") && pal.pipeline);
         gst_object_unref(old);
-    }
-
-    void frameInput()
-    {
-        NotingHandler handler;
-        Pal frames(&handler);
-        OutputCapture output;
-        const QByteArray frame(720 * 576 * 3, '\x5a');
-        const auto push = [&] { frames.pushBuffer(frame.constData(), unsigned(frame.size())); };
-        push();
-        QCOMPARE(frames.getPosition(), std::uint64_t(0));
-        frames.startFrames();
-        for (int i = 0; i < 25; ++i)
-            push();
-        frames.lock.lock();
-        std::thread(push).join(); // dropped
-        frames.lock.unlock();
-        QCOMPARE(frames.getPosition(), std::uint64_t(1000));
     }
 
     // Everything made for a run is gone after it, with the pipeline or, running, with its owner.

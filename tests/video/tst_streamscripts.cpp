@@ -12,6 +12,20 @@ namespace
 const char rtpCaps[] =
     "caps=application/x-rtp,media=video,encoding-name=H264,clock-rate=90000,payload=96";
 
+QStringList script(const char *name, const QStringList &arguments = {})
+{
+    return QStringList{QString(SCRIPTS) + name} + arguments;
+}
+
+// A run of the start script.
+struct Stream : QProcess {
+    explicit Stream(const QStringList &arguments)
+    {
+        start("sh", script("KT6120_stream_start.sh", arguments));
+    }
+};
+const QStringList toThisDesk = {"127.0.0.1", "49152"};
+
 } // namespace
 
 // The unit's own scripts, run with the bench's camera and encoder.
@@ -19,10 +33,6 @@ class tst_streamscripts : public QObject
 {
     Q_OBJECT
 
-    static QStringList script(const char *name, const QStringList &arguments = {})
-    {
-        return QStringList{QString(SCRIPTS) + name} + arguments;
-    }
     static int stop() { return QProcess::execute("sh", script("KT6120_stream_stop.sh")); }
 
     // True when the RTP stream at a port can be decoded.
@@ -67,34 +77,25 @@ private slots:
     }
     void init() { setStandIn("camera", "ok"); }
 
-    void wrongArgumentsTouchNothing_data()
-    {
-        QTest::addColumn<QStringList>("arguments");
-        // clang-format off
-        const char *const rows[] = {
-            "", "192.168.42.255", "192.168.42.255 0", "192.168.42.255 65536", "192.168.42.255 8001x",
-            "192.168.42.255 8001 1", "192.168.42 8001", "192.168.42.256 8001", "192.168..42 8001", "phone 8001"};
-        // clang-format on
-        for (const char *row : rows)
-            QTest::newRow(row) << QString(row).split(' ', Qt::SkipEmptyParts);
-    }
     void wrongArgumentsTouchNothing()
     {
-        QFETCH(QStringList, arguments);
-        QProcess start;
-        start.start("sh", script("KT6120_stream_start.sh", arguments));
-        QVERIFY(start.waitForFinished());
-        QCOMPARE(start.exitCode(), 2);
-        QVERIFY(start.readAllStandardError().startsWith("usage: KT6120_stream_start.sh"));
-        QVERIFY(!QFile::exists("/run/KT6120"));
+        for (const char *arguments :
+             {"", "192.168.42.255", "192.168.42.255 0", "192.168.42.255 65536",
+              "192.168.42.255 8001x", "192.168.42.255 8001 1", "192.168.42 8001",
+              "192.168.42.256 8001", "192.168..42 8001", "phone 8001"}) {
+            Stream start(QString(arguments).split(' ', Qt::SkipEmptyParts));
+            QVERIFY(start.waitForFinished());
+            QCOMPARE(start.exitCode(), 2);
+            QVERIFY(start.readAllStandardError().startsWith("usage: KT6120_stream_start.sh"));
+            QVERIFY(!QFile::exists("/run/KT6120"));
+        }
     }
 
     void streamRunsUntilItIsStopped()
     {
         QCOMPARE(stop(), 0); // nothing to stop
         setStandIn("camera", "missing");
-        QProcess first, second;
-        first.start("sh", script("KT6120_stream_start.sh", {"127.0.0.1", "49152"}));
+        Stream first(toThisDesk);
         QByteArray said;
         // A first start reads the whole registry of elements, which takes an emulator long.
         QTRY_VERIFY_WITH_TIMEOUT(
@@ -102,7 +103,7 @@ private slots:
         setStandIn("camera", "ok"); // and tried again
         QVERIFY(decodes("49152"));
 
-        second.start("sh", script("KT6120_stream_start.sh", {"127.255.255.255", "8001"}));
+        Stream second({"127.255.255.255", "8001"});
         QVERIFY(first.waitForFinished());
         QVERIFY(decodes("8001"));
 
@@ -124,10 +125,10 @@ private slots:
             for (const QString &name : QDir(folder).entryList(QDir::Files | QDir::System))
                 QFile::link(hanging + "program", hanging + "bin/" + name);
         }
-        QProcess stream, slowStop;
-        stream.start("sh", script("KT6120_stream_start.sh", {"127.0.0.1", "49152"}));
+        Stream stream(toThisDesk);
         QVERIFY(decodes("49152"));
         QVERIFY(!cameraIsFree());
+        QProcess slowStop;
         slowStop.start("env", QStringList{"PATH=" + hanging + "bin", "/bin/sh"}
                                   + script("KT6120_stream_stop.sh"));
         QVERIFY(stream.waitForFinished());
@@ -136,36 +137,30 @@ private slots:
         QVERIFY(slowStop.waitForFinished());
     }
 
-    void streamEndsWithItsScript_data()
-    {
-        QTest::addColumn<int>("signal");
-        QTest::newRow("told to end") << SIGTERM;
-        QTest::newRow("killed") << SIGKILL;
-    }
     void streamEndsWithItsScript()
     {
-        QFETCH(int, signal);
-        QProcess stream;
-        stream.start("sh", script("KT6120_stream_start.sh", {"127.0.0.1", "49152"}));
-        QVERIFY(decodes("49152"));
-        kill(pid_t(stream.processId()), signal);
-        QVERIFY(stream.waitForFinished());
-        QCOMPARE(stream.exitCode(), signal == SIGTERM ? 0 : SIGKILL);
-        QTRY_VERIFY(cameraIsFree());
+        for (const int signal : {SIGTERM, SIGKILL}) {
+            Stream stream(toThisDesk);
+            QVERIFY(decodes("49152"));
+            kill(pid_t(stream.processId()), signal);
+            QVERIFY(stream.waitForFinished());
+            QCOMPARE(stream.exitCode(), signal == SIGTERM ? 0 : SIGKILL);
+            QTRY_VERIFY(cameraIsFree());
+        }
     }
 
     // Whichever comes to its first line when: the younger one holds.
     void orderOfLaunchHolds()
     {
-        QProcess olderStart, olderStop, stream;
-        launchFrozen(olderStart, script("KT6120_stream_start.sh", {"127.0.0.1", "49152"}));
+        QProcess olderStart, olderStop;
+        launchFrozen(olderStart, script("KT6120_stream_start.sh", toThisDesk));
         QCOMPARE(stop(), 0);
         thaw(olderStart);
         QVERIFY(olderStart.waitForFinished());
         QVERIFY(cameraIsFree());
 
         launchFrozen(olderStop, script("KT6120_stream_stop.sh"));
-        stream.start("sh", script("KT6120_stream_start.sh", {"127.0.0.1", "49152"}));
+        Stream stream(toThisDesk);
         QVERIFY(decodes("49152"));
         thaw(olderStop);
         QVERIFY(olderStop.waitForFinished());
@@ -193,10 +188,8 @@ private slots:
     // Launched behind a stop nobody ends it but itself.
     void streamEndsWithItsNetwork()
     {
-        const QStringList start = script("KT6120_stream_start.sh", {"192.168.42.255", "49152"});
         QCOMPARE(stop(), 0);
-        QProcess lost, stream;
-        lost.start("sh", start);
+        Stream lost({"192.168.42.255", "49152"});
         QVERIFY(lost.waitForFinished());
         QCOMPARE(lost.exitCode(), 0);
 
@@ -205,7 +198,7 @@ private slots:
         ip("link set phone0 up");
         ip("link set usb0 up");
         QCOMPARE(stop(), 0);
-        stream.start("sh", start);
+        Stream stream({"192.168.42.255", "49152"});
         QVERIFY(decodes("49152"));
         ip("link del usb0");
         QVERIFY(stream.waitForFinished());
