@@ -67,7 +67,6 @@ BAD = [
     ("a command by GET", {405}, get("/api/commands")),
     ("a command in the query", {405}, get('/api/commands?command=LAMPUP')),
     ("by PUT", {405}, get("/api/commands", "PUT")),
-    ("by DELETE", {405}, get("/api/commands", "DELETE")),
     ("by OPTIONS", {200, 405}, get("/api/commands", "OPTIONS")),
     ("by a method that is none", {400, 405, 501}, get("/api/commands", "LAMPUP")),
     ("no origin", {403}, post(JSON)),
@@ -76,28 +75,21 @@ BAD = [
     ("an origin that begins like ours", {403}, post("Origin: http://127.0.0.1.example.org", JSON)),
     ("another port's origin", {403}, post("Origin: http://127.0.0.1:8080", JSON)),
     ("two origins", {400, 403}, post("Origin: http://example.org", OWN, JSON)),
-    ("a form of another site", {403}, post("Origin: http://example.org", FORM, body="command=LAMPUP")),
     ("a form", {415}, post(OWN, FORM, body="command=LAMPUP")),
     ("plain text, as a form can send", {415}, post(OWN, "Content-Type: text/plain")),
     ("no type", {415}, post(OWN)),
     ("no body", {400, 411}, post(OWN, JSON, body="")),
     ("no JSON", {400}, own("LAMPUP")),
-    ("half of it", {400}, own('{"command":"LAMPUP"')),
     ("a list", {400}, own('["LAMPUP"]')),
     ("deeply nested", {400}, own("[" * 200)),
     ("a word that is none", {400}, command("REBOOT")),
-    ("small letters", {400}, command("lampup")),
-    ("a blank before it", {400}, command(" LAMPUP")),
     ("a second line", {400}, command("LAMPUP\nLAMPOFF")),
     ("a second line in the argument", {400}, command("MODEL", argument="x\nLAMPUP")),
-    ("a carriage return", {400}, command("MODEL", argument="x\rLAMPUP")),
     ("a line feed at the end", {400}, command("MODEL", argument="x\n")),
     ("a NUL", {400}, command("MODEL", argument="x\0")),
     ("a line separator", {400}, command("MODEL", argument="x\u2028y")),
     ("a blank", {400}, command("MODEL", argument="x y")),
-    ("a section of the file", {400}, command("MODEL", argument="[Lamp]")),
     ("a long name", {400}, command("MODEL", argument="x" * 33)),
-    ("an empty name", {400}, command("MODEL", argument="")),
     ("no argument", {400}, command("MODEL")),
     ("sonde 2", {400}, command("SONDE", argument="2")),
     ("sonde as a number", {400}, command("SONDE", argument=1)),
@@ -105,21 +97,13 @@ BAD = [
     ("a member too many", {400}, command("SONDE", argument="1", also="LAMPUP")),
     ("a body too long for a command", {413}, own('{"command":"LAMPUP"' + " " * 300 + "}")),
     ("a body too long for the server", {413}, own(" " * 5000)),
-    ("two lengths", {400}, post(OWN, JSON, "Content-Length: 5")),
-    ("length and chunks", {400}, post(OWN, JSON, "Transfer-Encoding: chunked")),
-    ("a negative length", {400}, ([*post(OWN, JSON)[0], "Content-Length: -1"], "")),
-    ("a long header", {0, 400, 413, 431}, post(OWN, JSON, "X: " + "x" * 9000)),
-    ("a header with a line feed in it", {400}, post(OWN, JSON, "X: \nOrigin: http://x")),
-    ("no host", {400}, (["POST /api/commands HTTP/1.1", OWN, JSON], LAMP)),
     ("another path", {404}, get("/api/commandsx")),
-    ("a path below", {404}, get("/api/commands/x")),
     ("out of the folder", {400, 403, 404}, get("/../../etc/passwd")),
     ("out of it, encoded", {400, 403, 404}, get("/%2e%2e/%2e%2e/etc/passwd")),
     ("the commands file", {404}, get("/commands.txt")),
     ("the store", {404}, get("/KT6120.ini")),
     ("events by POST", {405, 411}, get("/api/events", "POST")),
     ("a history of for ever", {400}, get("/api/history?range=ever")),
-    ("no HTTP at all", {0, 400}, (["LAMPUP"], "")),
 ]
 
 
@@ -181,24 +165,21 @@ def try_many(output):
     check(heard(output) == wanted, f"done: {len(heard(output))} of {len(wanted)}, or not in order")
 
 
+def viewer():
+    """A connection that asks for events, and whether it was let in."""
+    line = socket.create_connection(("127.0.0.1", 80), timeout=60)
+    line.sendall(b"GET /api/events HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n")
+    return line, line.recv(4096).startswith(b"HTTP/1.1 200")
+
+
 def try_viewers():
     """Eight may look; the ninth is told so, until one of them has gone."""
-    lines = []
-    for _ in range(8):
-        line = socket.create_connection(("127.0.0.1", 80), timeout=60)
-        line.sendall(b"GET /api/events HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n")
-        check(line.recv(4096).startswith(b"HTTP/1.1 200"), "a viewer was refused")
-        lines.append(line)
+    viewers = [viewer() for _ in range(8)]
+    check(all(let_in for _, let_in in viewers), "a viewer was refused")
     check(ask(*get("/api/events"))[0] == 503, "a ninth viewer was let in")
-    for line in lines:
+    for line, _ in viewers:
         line.close()
-
-    def let_in():
-        with socket.create_connection(("127.0.0.1", 80), timeout=60) as line:
-            line.sendall(b"GET /api/events HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n")
-            return line.recv(4096).startswith(b"HTTP/1.1 200")
-
-    check(within(60, let_in), "those that have gone still count as viewers")
+    check(within(60, lambda: viewer()[1]), "those that have gone still count as viewers")
 
 
 def main():

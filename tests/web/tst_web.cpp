@@ -16,6 +16,8 @@
 #include <QJsonDocument>
 #include <QtTest>
 
+#include <algorithm>
+
 using testsupport::writeFile;
 
 class tst_web : public QObject
@@ -25,13 +27,10 @@ class tst_web : public QObject
 private slots:
     void init() { testsupport::freshWorld(); }
 
-    void commandsAreChecked_data();
     void commandsAreChecked();
-    void levels_data();
     void levels();
     void rowsOfTheStatusFile();
     void logIsFollowedThroughRotation();
-    void picture_data();
     void picture();
     void figuresForPrometheus();
 
@@ -40,79 +39,62 @@ private:
 };
 
 // Requests that are refused are in requests.py; these are the ones that are not.
-void tst_web::commandsAreChecked_data()
-{
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<QByteArray>("line");
-
-    for (const char *word : {"LAMPUP", "LAMPDOWN", "LAMPOFF", "RESET", "LOGRST"})
-        QTest::newRow(word) << QByteArray(R"({"command": ")") + word + R"("})" << QByteArray(word);
-    QTest::newRow("sonde on") << QByteArray(R"({"command": "SONDE", "argument": "1"})")
-                              << QByteArray("SONDE 1");
-    QTest::newRow("sonde off") << QByteArray(R"({"argument": "0", "command": "SONDE"})")
-                               << QByteArray("SONDE 0");
-    QTest::newRow("model") << QByteArray(R"({"command": "MODEL", "argument": "x60_B.2-a"})")
-                           << QByteArray("MODEL x60_B.2-a");
-}
-
 void tst_web::commandsAreChecked()
 {
-    QFETCH(QByteArray, body);
-    QTEST(commands::parse(body).line, "line");
-}
-
-void tst_web::levels_data()
-{
-    QTest::addColumn<QByteArray>("store");
-    QTest::addColumn<QByteArray>("key");
-    QTest::addColumn<QByteArray>("text");
-    QTest::addColumn<QByteArray>("level");
-
-    const auto row = [](const char *key, const char *entry, const char *text, const char *level) {
-        QTest::newRow(qPrintable(QString("%1 %2").arg(key, entry)))
-            << '[' + QByteArray(key).replace("/", "]\n") + '=' + entry + '\n'
-            << QByteArray(key) << QByteArray(text) << QByteArray(level);
+    const std::pair<QByteArray, QByteArray> rows[] = {
+        {R"({"command": "LAMPUP"})", "LAMPUP"},
+        {R"({"command": "LAMPDOWN"})", "LAMPDOWN"},
+        {R"({"command": "LAMPOFF"})", "LAMPOFF"},
+        {R"({"command": "RESET"})", "RESET"},
+        {R"({"command": "LOGRST"})", "LOGRST"},
+        {R"({"command": "SONDE", "argument": "1"})", "SONDE 1"},
+        {R"({"argument": "0", "command": "SONDE"})", "SONDE 0"},
+        {R"({"command": "MODEL", "argument": "x60_B.2-a"})", "MODEL x60_B.2-a"},
     };
-    row("Battery/Voltage", "5500", "5.500 V", "warning");
-    row("Battery/Voltage", "5501", "5.501 V", "normal");
-    row("Battery/Voltage", "8599", "8.599 V", "normal");
-    row("Battery/Voltage", "8600", "8.600 V", "warning");
-    row("Battery/Current", "1499", "1.499 A", "normal");
-    row("Battery/Current", "1500", "1.500 A", "warning");
-    row("Temperature/CM3", "-10", "-10.0 °C", "warning");
-    row("Temperature/CM3", "69.99", "70.0 °C", "normal");
-    row("Temperature/CM3", "70", "70.0 °C", "warning");
-    row("Temperature/Internal", "", "no reading", "fault");
-    row("Temperature/Internal", "error", "error", "fault");
-    row("Temperature/Internal", "nan", "nan", "fault");
-    row("Temperature/Boost", "2450", "24.5 °C", "normal");
-    row("Camera/Lamp", "-1", "off", "normal");
-    row("Camera/Lamp", "30", "30 %", "normal");
-    row("Sonde/Enabled", "1", "on", "normal");
-    row("Tallwick/Detected", "1", "attached", "normal");
-    row("Sonde/Frequency", R"("a, b")", "a, b", "normal");
-    row("Sonde/Frequency", R"("x\"y\\")", R"(x"y\)", "normal");
-    row("MCU/Version", R"(V\x416)", "V\u0416", "normal");
-    QTest::newRow("never written") << QByteArray() << QByteArray("Sonde/Frequency")
-                                   << QByteArray("512") << QByteArray("normal");
-    QTest::newRow("never read") << QByteArray("\0\0[%\n=", 6) << QByteArray("Battery/Voltage")
-                                << QByteArray("no reading") << QByteArray("fault");
+    for (const auto &[body, line] : rows)
+        QCOMPARE(commands::parse(body).line, line);
 }
 
 void tst_web::levels()
 {
-    QFETCH(QByteArray, store);
-    QFETCH(QByteArray, key);
-    writeFile(paths::statusStore, store);
-    const readings::Values values = readings::read();
-    for (int at = 0; at < readings::count; ++at) {
-        if (readings::table[at].key != key)
-            continue;
-        QTEST(readings::text(readings::table[at], values), "text");
-        QTEST(QByteArray(readings::level(readings::table[at], values, catalogue)), "level");
-        return;
+    const struct {
+        QByteArray key, entry, shown;
+    } rows[] = {
+        {"Battery/Voltage", "5500", "5.500 V, warning"},
+        {"Battery/Voltage", "5501", "5.501 V, normal"},
+        {"Battery/Voltage", "8599", "8.599 V, normal"},
+        {"Battery/Voltage", "8600", "8.600 V, warning"},
+        {"Battery/Current", "1499", "1.499 A, normal"},
+        {"Battery/Current", "1500", "1.500 A, warning"},
+        {"Temperature/CM3", "-10", "-10.0 °C, warning"},
+        {"Temperature/CM3", "69.99", "70.0 °C, normal"},
+        {"Temperature/CM3", "70", "70.0 °C, warning"},
+        {"Temperature/Internal", "", "no reading, fault"},
+        {"Temperature/Internal", "nan", "nan, fault"},
+        {"Temperature/Boost", "2450", "24.5 °C, normal"},
+        {"Camera/Lamp", "-1", "off, normal"},
+        {"Camera/Lamp", "30", "30 %, normal"},
+        {"Sonde/Enabled", "1", "on, normal"},
+        {"Tallwick/Detected", "1", "attached, normal"},
+        {"Sonde/Frequency", R"("a, b")", "a, b, normal"},
+        {"Sonde/Frequency", R"("x\"y\\")", R"(x"y\, normal)"},
+        {"MCU/Version", R"(V\x416)", "V\u0416, normal"},
+        {"Sonde/Frequency", "never written", "512, normal"},
+        {"Battery/Voltage", "never read", "no reading, fault"},
+    };
+    for (const auto &[key, entry, shown] : rows) {
+        QByteArray store = '[' + QByteArray(key).replace("/", "]\n") + '=' + entry + '\n';
+        if (entry.startsWith("never"))
+            store = QByteArray("\0\0[%\n=", 6);
+        writeFile(paths::statusStore, store);
+        const readings::Values values = readings::read();
+        const auto *const reading =
+            std::find_if(readings::table, readings::table + readings::count,
+                         [key = key](const auto &candidate) { return candidate.key == key; });
+        QCOMPARE(readings::text(*reading, values) + ", "
+                     + readings::level(*reading, values, catalogue),
+                 shown);
     }
-    QFAIL("no such reading");
 }
 
 void tst_web::rowsOfTheStatusFile()
@@ -172,34 +154,27 @@ void tst_web::logIsFollowedThroughRotation()
     QCOMPARE(texts(log), QByteArray("4cut|"));
 }
 
-void tst_web::picture_data()
-{
-    QTest::addColumn<QByteArrayList>("lines");
-    QTest::addColumn<QByteArray>("picture");
-
-    const QByteArray start = "Starting  KT6120 - v 1 . 2 . 12";
-    const QByteArray stream = R"(Starting video stream with IP  "a" and port  "b")";
-    QTest::newRow("nothing known") << QByteArrayList{"Sonde Turned On"} << QByteArray("unknown");
-    QTest::newRow("start") << QByteArrayList{start} << QByteArray("PAL");
-    QTest::newRow("phone") << QByteArrayList{start, stream, "PAL Output Stopped"}
-                           << QByteArray("phone");
-    QTest::newRow("gone") << QByteArrayList{"PAL Output Stopped", stream, "Stopping video stream"}
-                          << QByteArray("nowhere");
-    QTest::newRow("back") << QByteArrayList{stream, "Stopping video stream", "PAL Output Started"}
-                          << QByteArray("PAL");
-    QTest::newRow("restart") << QByteArrayList{stream, start} << QByteArray("PAL");
-}
-
 void tst_web::picture()
 {
-    QFETCH(QByteArrayList, lines);
-    QByteArray content;
-    for (const QByteArray &line : lines)
-        content += "25-11-2026 01:00:00,4," + line + '\n';
-    writeFile(paths::programLog, content);
-    ProgramLog log(1000);
-    log.take();
-    QTEST(QByteArray(log.picture()), "picture");
+    const QByteArray start = "Starting  KT6120 - v 1 . 2 . 12", stopped = "Stopping video stream";
+    const QByteArray stream = R"(Starting video stream with IP  "a" and port  "b")";
+    const std::pair<QByteArrayList, QByteArray> rows[] = {
+        {{"Sonde Turned On"}, "unknown"},
+        {{start}, "PAL"},
+        {{start, stream, "PAL Output Stopped"}, "phone"},
+        {{"PAL Output Stopped", stream, stopped}, "nowhere"},
+        {{stream, stopped, "PAL Output Started"}, "PAL"},
+        {{stream, start}, "PAL"},
+    };
+    for (const auto &[lines, picture] : rows) {
+        QByteArray content;
+        for (const QByteArray &line : lines)
+            content += "25-11-2026 01:00:00,4," + line + '\n';
+        writeFile(paths::programLog, content);
+        ProgramLog log(1000);
+        log.take();
+        QCOMPARE(QByteArray(log.picture()), picture);
+    }
 }
 
 void tst_web::figuresForPrometheus()
