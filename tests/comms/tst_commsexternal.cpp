@@ -28,10 +28,7 @@ void sh(const QString &commands)
 }
 
 // A phone on USB, at which a server in this process answers.
-void plugPhone()
-{
-    sh(BENCH_PLUG " usb0 192.168.42.10/24 192.168.42.1");
-}
+const QString plugPhone = BENCH_PLUG " usb0 192.168.42.10/24 192.168.42.1";
 
 // The app's side: a server and the connection taken last.
 struct Phone : QTcpServer {
@@ -50,13 +47,8 @@ struct Phone : QTcpServer {
     }
     bool hears(const QByteArray &expected)
     {
-        QByteArray heard;
-        const auto heardAll = [&] {
-            heard += socket->readAll();
-            return heard.size() >= expected.size();
-        };
-        (void)QTest::qWaitFor(heardAll, testsupport::patience);
-        return heard == expected;
+        const auto heardAll = [&] { return socket->bytesAvailable() >= expected.size(); };
+        return QTest::qWaitFor(heardAll, testsupport::patience) && socket->readAll() == expected;
     }
 
     QTcpSocket *socket = nullptr;
@@ -100,7 +92,7 @@ private slots:
         recorders::install("/run/bench/bin/killall");
         qputenv("PATH", "/run/bench/bin:" + qgetenv("PATH"));
         qputenv("http_proxy", "http://127.0.0.1:1"); // not for the phone
-        plugPhone();
+        sh(plugPhone);
     }
     void cleanupTestCase()
     {
@@ -218,8 +210,7 @@ private slots:
     void ethernetBesideABareUsb()
     {
         const auto restore = qScopeGuard([] {
-            sh("ip link del eth0; ip link del usb0; ip addr flush to 192.168.42.1");
-            plugPhone();
+            sh("ip link del eth0; ip link del usb0; ip addr flush to 192.168.42.1;" + plugPhone);
         });
         sh("ip addr flush dev usb0; " BENCH_PLUG " eth0 10.1.2.3/8");
         link.emplace();

@@ -8,7 +8,6 @@
 #include <QtTest>
 
 using testsupport::iniValue;
-using testsupport::readFile;
 
 class tst_settings : public QObject
 {
@@ -16,13 +15,6 @@ class tst_settings : public QObject
 
 private slots:
     void init() { testsupport::freshWorld(); }
-
-    void startWritesTheVersion()
-    {
-        const settings store(nullptr);
-        QCOMPARE(readFile(paths::statusStore),
-                 QByteArray("[Compute]\nSoftwareVersion=V" BENCH_VERSION "\n"));
-    }
 
     // Each write is in the file when it returns and reads back as the same value.
     void writesAreOnDiskAtOnce()
