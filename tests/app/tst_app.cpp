@@ -46,44 +46,6 @@ void log(const std::function<void()> &statements)
     qInstallMessageHandler(before);
 }
 
-// The end of a service manager at which a service reports.
-class ServiceManager
-{
-public:
-    static constexpr int period = 300; // ms
-
-    ServiceManager() : listener(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0))
-    {
-        sockaddr_un address{AF_UNIX, "/run/notify"};
-        if (bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
-            qWarning("cannot listen");
-        qputenv("NOTIFY_SOCKET", "/run/notify");
-        qputenv("WATCHDOG_USEC", QByteArray::number(period * 1000));
-    }
-    ~ServiceManager()
-    {
-        close(listener);
-        qunsetenv("NOTIFY_SOCKET");
-        qunsetenv("WATCHDOG_USEC");
-    }
-    ServiceManager(const ServiceManager &) = delete;
-    ServiceManager &operator=(const ServiceManager &) = delete;
-
-    // All reports so far.
-    QByteArray heard()
-    {
-        std::array<char, 64> report{};
-        ssize_t size = 0;
-        while ((size = recv(listener, report.data(), report.size(), 0)) > 0)
-            reports += QByteArray(report.data(), int(size)) + ' ';
-        return reports;
-    }
-
-private:
-    int listener;
-    QByteArray reports;
-};
-
 } // namespace
 
 class tst_app : public QObject
@@ -154,14 +116,29 @@ private slots:
     // as long as the loop turns. Without its environment, nothing is sent.
     void theServiceManagerHearsOfTheLoop()
     {
-        ServiceManager manager;
+        const int manager = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+        const sockaddr_un address{AF_UNIX, "/run/notify"};
+        QCOMPARE(bind(manager, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+        qputenv("NOTIFY_SOCKET", "/run/notify");
+        qputenv("WATCHDOG_USEC", "300000");
+        QByteArray reports;
+        const auto heard = [&] { // all so far
+            std::array<char, 64> report{};
+            ssize_t size = 0;
+            while ((size = recv(manager, report.data(), report.size(), 0)) > 0)
+                reports += QByteArray(report.data(), int(size)) + ' ';
+            return reports;
+        };
         const Watchdog watchdog;
-        QCOMPARE(manager.heard(), QByteArray());
-        QTRY_VERIFY(manager.heard().startsWith("READY=1 WATCHDOG=1 WATCHDOG=1 "));
-        const QByteArray before = manager.heard();
-        QThread::msleep(2UL * ServiceManager::period); // a turn that hangs
-        QCOMPARE(manager.heard(), before);
-        QTRY_VERIFY(manager.heard().size() > before.size());
+        QCOMPARE(heard(), QByteArray());
+        QTRY_VERIFY(heard().startsWith("READY=1 WATCHDOG=1 WATCHDOG=1 "));
+        const QByteArray before = heard();
+        QThread::msleep(600); // a turn that hangs
+        QCOMPARE(heard(), before);
+        QTRY_VERIFY(heard().size() > before.size());
+        close(manager);
+        qunsetenv("NOTIFY_SOCKET");
+        qunsetenv("WATCHDOG_USEC");
     }
 };
 

@@ -35,50 +35,35 @@ class tst_childprocess : public QObject
     Q_OBJECT
 
 private slots:
-    void outputIsWhatTheWaitBrought_data()
-    {
-        QTest::addColumn<QString>("script");
-        QTest::addColumn<QByteArray>("expected");
-        QTest::newRow("a line") << "echo 1" << QByteArray("1\n");
-        QTest::newRow("nothing") << "true" << QByteArray();
-        QTest::newRow("failure") << "echo part; exit 3" << QByteArray("part\n");
-        QTest::newRow("standard error apart") << "echo wrong >&2" << QByteArray();
-        QTest::newRow("as much as a pipe holds")
-            << "head -c 65536 /dev/zero" << QByteArray(65536, '\0');
-        QTest::newRow("a flood, ended") << "exec cat /dev/zero" << QByteArray(65536, '\0');
-        QTest::newRow("slower than the wait")
-            << "echo early; exec sleep 30" << QByteArray("early\n");
-    }
+    // A reader that outlasts its wait is killed: it goes without a word and without being waited
+    // for.
     void outputIsWhatTheWaitBrought()
     {
-        QFETCH(QString, script);
-        QFETCH(QByteArray, expected);
-        // One that is slow brings what it can in a wait that is long enough.
-        const bool slow = script.contains("exec");
-        QObject parent;
-        QByteArray printed;
-        std::chrono::milliseconds wait = slow ? 300ms : patience;
-        while ((printed = childprocess::output(&parent, {"/bin/sh", {"-c", script}}, wait))
-                   != expected
-               && wait < patience)
-            wait *= 2;
-        QCOMPARE(printed, expected);
-        // An ended child leaves nothing; a running one keeps its owner.
-        QCOMPARE(parent.findChildren<QProcess *>().size(), slow ? 1 : 0);
-        QTRY_COMPARE(parent.findChildren<QProcess *>().size(), 0);
-    }
-
-    // A reader that hangs must not pile up; it goes without a word and without being waited for.
-    void aReaderThatOutlastsItsWaitIsKilled()
-    {
         const testsupport::LogCapture log;
-        QObject parent;
-        childprocess::output(&parent, {"sleep", {"600"}}, 1ms);
-        const auto *child = parent.findChild<QProcess *>();
-        QVERIFY(child);
-        const QString place = QString("/proc/%1").arg(child->processId());
-        QTRY_COMPARE(parent.findChildren<QProcess *>().size(), 0);
-        QVERIFY(!QFile::exists(place));
+        const std::pair<QString, QByteArray> rows[] = {
+            {"echo 1", "1\n"},
+            {"true", ""},
+            {"echo part; exit 3", "part\n"},
+            {"echo wrong >&2", ""},
+            {"head -c 65536 /dev/zero", QByteArray(65536, '\0')}, // as much as a pipe holds
+            {"exec cat /dev/zero", QByteArray(65536, '\0')},      // a flood, ended
+            {"echo early; exec sleep 600", "early\n"},
+        };
+        for (const auto &[script, expected] : rows) {
+            // One that is slow brings what it can in a wait that is long enough.
+            const bool slow = script.contains("exec");
+            QObject parent;
+            const childprocess::Command command{"/bin/sh", {"-c", script}};
+            std::chrono::milliseconds wait = slow ? 300ms : patience;
+            QByteArray printed;
+            while ((printed = childprocess::output(&parent, command, wait)) != expected
+                   && wait < patience)
+                wait *= 2;
+            QCOMPARE(printed, expected);
+            // An ended child leaves nothing; a running one keeps its owner.
+            QCOMPARE(parent.findChildren<QProcess *>().size(), slow ? 1 : 0);
+            QTRY_COMPARE(parent.findChildren<QProcess *>().size(), 0);
+        }
         QCOMPARE(log.texts(QtWarningMsg), QStringList());
     }
 

@@ -54,48 +54,39 @@ private slots:
     }
 
     // A warning on entering a state; none while it lasts or at a limit.
-    void bands_data()
+    void bands()
     {
-        QTest::addColumn<int>("event");
-        QTest::addColumn<QList<int>>("readings");
-        QTest::addColumn<QStringList>("warnings");
-        QTest::addColumn<QString>("key");
-        QTest::addColumn<QString>("stored");
-
-        const auto row = [](const char *name, EVENT_TYPE_t event, const QList<int> &readings,
-                            const QStringList &warnings, const char *key, const char *stored) {
-            QTest::newRow(name) << int(event) << readings << warnings << key << stored;
-        };
         const QString high = "Battery Voltage Over Threshold ( 9390 )";
         const QString low = "Battery Voltage Under Threshold ( %1 )";
         const QString strong = "Battery Current Over Threshold ( 1501 )";
         const QString hot = "Compute Module Temperature Over Threshold ( 7001 )";
         const QString cold = "Compute Module Temperature Under Threshold ( -1001 )";
-        const char *volts = "Battery/Voltage", *degrees = "Temperature/CM3";
-        // clang-format off
-        row("voltage over, normal, over again", EVENT_BatteryVoltage, {3000, 3000, 2000, 3000}, {high, high}, volts, "9390");
-        row("voltage just under, then just normal", EVENT_BatteryVoltage, {1757, 1757, 1758}, {low.arg(5499)}, volts, "5502");
-        row("voltage from over to under and back", EVENT_BatteryVoltage, {3000, 1000, 3000}, {high, low.arg(3130), high}, volts, "9390");
-        row("voltage beyond 16 bits keeps the low ones", EVENT_BatteryVoltage, {21000}, {low.arg(194)}, volts, "194");
-        row("current: the limits change nothing", EVENT_Current, {1500, 1501, 1500, 0, 1501, 1499, 1501}, {strong, strong}, "Battery/Current", "1501");
-        row("temperature over, at its limit, normal, over", EVENT_Thermistor, {7001, 7000, 7001, 6999, 7001}, {hot, hot}, degrees, "70.01");
-        row("temperature under", EVENT_Thermistor, {-1000, -1001, -1000, -1001, -999, -1001}, {cold, cold}, degrees, "-10.01");
-        // clang-format on
-    }
-    void bands()
-    {
-        QFETCH(int, event);
-        QFETCH(QList<int>, readings);
-        QFETCH(QStringList, warnings);
-        QFETCH(QString, key);
-        QFETCH(QString, stored);
-        const UnitUnderEvents unit;
-        for (const int reading : readings) {
-            auto value = static_cast<uint16_t>(reading); // each of these events has 16 bits
-            unit.raise(static_cast<EVENT_TYPE_t>(event), SOURCE_MCU, &value);
+        const struct {
+            EVENT_TYPE_t event;
+            QList<int> readings;
+            QStringList warnings;
+            const char *key;
+            QString stored;
+        } rows[] = {
+            // clang-format off
+            {EVENT_BatteryVoltage, {3000, 3000, 2000, 3000}, {high, high}, "Battery/Voltage", "9390"},
+            {EVENT_BatteryVoltage, {1757, 1757, 1758}, {low.arg(5499)}, "Battery/Voltage", "5502"},
+            {EVENT_BatteryVoltage, {3000, 1000, 3000}, {high, low.arg(3130), high}, "Battery/Voltage", "9390"},
+            {EVENT_BatteryVoltage, {21000}, {low.arg(194)}, "Battery/Voltage", "194"}, // 16 bits of it
+            {EVENT_Current, {1500, 1501, 1500, 0, 1501, 1499, 1501}, {strong, strong}, "Battery/Current", "1501"},
+            {EVENT_Thermistor, {7001, 7000, 7001, 6999, 7001}, {hot, hot}, "Temperature/CM3", "70.01"},
+            {EVENT_Thermistor, {-1000, -1001, -1000, -1001, -999, -1001}, {cold, cold}, "Temperature/CM3", "-10.01"},
+            // clang-format on
+        };
+        for (const auto &row : rows) {
+            const UnitUnderEvents unit;
+            for (const int reading : row.readings) {
+                auto value = static_cast<uint16_t>(reading); // each of these events has 16 bits
+                unit.raise(row.event, SOURCE_MCU, &value);
+            }
+            QCOMPARE(LogCapture::texts(QtWarningMsg), row.warnings);
+            QCOMPARE(unit.stored(row.key), row.stored);
         }
-        QCOMPARE(LogCapture::texts(QtWarningMsg), warnings);
-        QCOMPARE(unit.stored(key), stored);
     }
 
     // The rest of the probe's story is told by a scenario.
