@@ -13,7 +13,7 @@
 class Metrics
 {
 public:
-    explicit Metrics(const Catalogue &catalogue);
+    explicit Metrics(const Catalogue &known);
 
     QByteArray text(bool openMetrics);
 
