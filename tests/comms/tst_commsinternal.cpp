@@ -168,7 +168,8 @@ private slots:
             deliver("TEMP " + QByteArray::number(i) + "\nBAT:V 1\n");
             QTRY_COMPARE(seen.size(), arrived.size());
         }
-#ifndef __SANITIZE_ADDRESS__ // which keeps what was freed
+        // The address sanitizer keeps what was freed.
+#ifndef __SANITIZE_ADDRESS__
         QVERIFY(*gauges::read("rss", getpid()) - before < 4); // MiB
 #endif
         while (seen.size() < lines) {
