@@ -31,6 +31,7 @@ private slots:
     void levels();
     void rowsOfTheStatusFile();
     void logIsFollowedThroughRotation();
+    void longestTextExplainsALine();
     void picture();
     void figuresForPrometheus();
 
@@ -105,7 +106,7 @@ void tst_web::rowsOfTheStatusFile()
                                 "30-10-2031 12:00:00,7100,0\n" // the clock was wrong
                                 "06-11-2026 12:00:00,7200,15\n"
                                 "07-11-2026 11:59:59,7300,0\n"
-                                "half a row\n"
+                                "07-11-2026 12:00:00,74\n" // half a row
                                 "07-11-2026 12:00:00,,0\n"
                                 "\n"
                                 "99-99-2026 12:00:00,1,2\n"
@@ -152,6 +153,12 @@ void tst_web::logIsFollowedThroughRotation()
     QCOMPARE(texts(log), QByteArray("4new file|"));
     writeFile(paths::programLog, "25-11-2026 01:00:02,4,cut\n");
     QCOMPARE(texts(log), QByteArray("4cut|"));
+}
+
+void tst_web::longestTextExplainsALine()
+{
+    for (const QByteArray text : {"Starting ", "Starting video stream with IP "})
+        QCOMPARE(catalogue.messages()[catalogue.find(4, text + " more")].text, text);
 }
 
 void tst_web::picture()
