@@ -8,7 +8,8 @@
 #include "phonenetwork.h"
 #include "phonesimulator.h"
 #include "rtptap.h"
-#include "unitprocess.h"
+#include "side.h"
+#include "unit.h"
 
 #include <QMap>
 
@@ -16,6 +17,7 @@
 #include <map>
 #include <memory>
 
+class Board;
 class Browser;
 class WebServer;
 
@@ -24,22 +26,32 @@ class WebServer;
 class Bench
 {
 public:
-    // Makes the world as a healthy unit on a desk finds it; the program does not run yet.
+    // Makes the world as a healthy unit finds it; the program does not run yet. A desk has both
+    // sides; of a board each side has its bench, and the world's finds the board in a folder.
     // Throws std::runtime_error outside the sandbox.
-    Bench();
+    explicit Bench(Side side = Side::Both, const QString &boardFolder = {});
     ~Bench();
 
     // Lets the bench run until the condition holds; false when the seconds were over first.
     bool runUntil(const std::function<bool()> &condition, double seconds);
     void runFor(double seconds); // of the unit's time
 
-    // Replies of the stand-in programs, in the unit's own terms.
-    static void setAdc(const QByteArray &name, const QByteArray &reading);
-    static void setUsbFault(bool fault);
+    // What the hardware reads, in the unit's own terms.
+    void setAdc(const QByteArray &name, const QByteArray &reading) const;
+    void setHealthyAdc() const;
+    void setUsbFault(bool fault) const;
+    // The camera: "ok", "missing" or "lost".
+    void setCamera(const QByteArray &state) const;
     // Makes sure that a program of that name is recorded. Programs of the search path are
     // taken up when first asked for.
     static void record(const QString &name);
     static QString placeOf(const QString &program);
+    // Ended by itself, and all it had to tell has been heard.
+    bool isUnitLost() const { return unit && unit->isLost(); }
+
+    // The board's power.
+    void cutPower();
+    void switchOn();
 
     // How many times faster than the wall clock the program's time runs while it rests, and how
     // many seconds of it a rest lasts at least. A program that was started at speed 1 stays there.
@@ -59,17 +71,23 @@ public:
 
     Clock clock;
     Journal journal;
-    McuSimulator mcu;
-    PhoneNetwork network;
-    PhoneSimulator phone;
-    UnitProcess unit;
-    StoreWatch store;
+    // On the world's side of a board, what is at the other side.
+    std::unique_ptr<Board> board;
+    // On the world's side.
+    std::unique_ptr<McuSimulator> mcu;
+    std::unique_ptr<PhoneNetwork> network;
+    std::unique_ptr<PhoneSimulator> phone;
+    // On the unit's.
+    std::unique_ptr<Unit> unit;
+    std::unique_ptr<StoreWatch> store;
 
 private:
-    static void arrange();
+    void arrange() const;
+    bool isOver(double end); // of the board's time
 
-    FileTail log;
-    FileTail calls;
+    bool onBoard;
+    std::unique_ptr<FileTail> log;
+    std::unique_ptr<FileTail> calls;
     std::map<quint16, std::unique_ptr<RtpTap>> taps;
     QMap<QByteArray, double> markedGauges;
     std::unique_ptr<WebServer> page;

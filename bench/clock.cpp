@@ -33,6 +33,8 @@ int Clock::speed() const
 
 double Clock::seconds() const
 {
+    if (board)
+        return board();
     const int64_t skipped = __atomic_load_n(&pace->skipped, __ATOMIC_RELAXED);
     return double(wall.nsecsElapsed() + skipped) / second;
 }

@@ -6,6 +6,8 @@
 #include <QElapsedTimer>
 #include <QTemporaryFile>
 
+#include <functional>
+
 // The unit's time: the wall clock's, and what the program has skipped of it while it rested.
 class Clock
 {
@@ -20,6 +22,10 @@ public:
     // Seconds of the unit's time since the start of the bench.
     double seconds() const;
 
+    // Takes the unit's time from there, in seconds, which is a board's own.
+    void follow(std::function<double()> source) { board = std::move(source); }
+    bool isBoards() const { return bool(board); }
+
     // For a program that is to run at this pace.
     QString file() const { return page.fileName(); }
 
@@ -27,4 +33,5 @@ private:
     QTemporaryFile page;
     Pace *pace = nullptr;
     QElapsedTimer wall;
+    std::function<double()> board;
 };

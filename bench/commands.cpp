@@ -2,6 +2,7 @@
 #include "commands.h"
 
 #include "bench.h"
+#include "board/board.h"
 #include "browser.h"
 #include "expectation.h"
 #include "files.h"
@@ -34,6 +35,7 @@ struct Command {
     const char *help;
     int least; // words after the name
     void (*handler)(Bench &bench, const Words &words);
+    Side side = Side::World;
 };
 
 [[noreturn]] void fail(const QByteArray &why)
@@ -61,22 +63,25 @@ void unit(Bench &bench, const Words &words)
 {
     const QByteArray &verb = words[0];
     if (verb == "start") {
-        bench.unit.start();
+        bench.unit->start();
     } else if (verb == "stop") {
-        bench.unit.stop();
+        bench.unit->stop();
     } else if (verb == "restart") {
-        bench.unit.stop();
-        bench.unit.start();
+        bench.unit->stop();
+        bench.unit->start();
+    } else if (verb == "check") {
+        if (bench.unit->endedUnasked())
+            fail("the program ended by itself: exit " + bench.unit->ending());
     } else if (verb == "signal" && words.size() == 2) {
-        bench.unit.signal(int(number(words[1])));
+        bench.unit->signal(int(number(words[1])));
     } else {
-        fail("unit start, stop, restart or signal N?");
+        fail("unit start, stop, restart, check or signal N?");
     }
 }
 
 void ask(Bench &bench, const Words &words)
 {
-    bench.phone.command(words.mid(0, words.size() - 1));
+    bench.phone->command(words.mid(0, words.size() - 1));
     Expectation(bench, {"app", words.last()}).wait();
 }
 
@@ -140,10 +145,10 @@ constexpr Net nets[] = {
 void plug(Bench &bench, const Net &net, const Words &words)
 {
     if (words[0] == "down") {
-        bench.network.down(net.interface);
+        bench.network->down(net.interface);
     } else if (words[0] == "up") {
         const QString gateway = words.size() == 2 ? QByteArray() : words.value(2, net.gateway);
-        bench.network.up(net.interface, words.value(1, net.address), gateway);
+        bench.network->up(net.interface, words.value(1, net.address), gateway);
     } else {
         fail("up or down?");
     }
@@ -157,12 +162,33 @@ void otherNet(Bench &bench, const Words &words)
     plug(bench, {"net", words[0].constData(), "", ""}, words.mid(1));
 }
 
-// One row a state: what the stand-in elements read, and where.
-void setState(const char *place, const Words &words, const QMap<QByteArray, QByteArray> &states)
+// One row a state: its name, and what the stand-in elements read of it.
+QByteArray state(const Words &words, const QMap<QByteArray, QByteArray> &states)
 {
     if (!states.contains(words[0]))
         fail(QByteArrayList(states.keys()).join(" or ") + '?');
-    files::create(place, states.value(words[0]) + '\n');
+    return states.value(words[0]);
+}
+
+// CHANNEL READING, healthy
+void adc(Bench &bench, const Words &words)
+{
+    if (words[0] == "healthy")
+        bench.setHealthyAdc();
+    else
+        bench.setAdc(words[0], words.value(1));
+}
+
+void power(Bench &bench, const Words &words)
+{
+    if (!bench.board)
+        fail("a desk has no switch");
+    if (words[0] == "cut")
+        bench.cutPower();
+    else if (words[0] == "on")
+        bench.switchOn();
+    else
+        fail("cut or on?");
 }
 
 // usb|eth COUNT SEED
@@ -174,7 +200,7 @@ void flap(Bench &bench, const Words &words)
     for (const Net &net : nets) {
         for (int left = int(number(words[1])); words[0] == net.command && left > 0; --left) {
             bench.runFor(pause(random));
-            plug(bench, net, {bench.network.isUp(net.interface) ? "down" : "up"});
+            plug(bench, net, {bench.network->isUp(net.interface) ? "down" : "up"});
         }
     }
 }
@@ -190,8 +216,10 @@ void snapshot(Bench &bench, const Words &words)
 void show(Bench &bench, const Words &)
 {
     for (const char *name : gauges::names)
-        printf("  %-12s %g\n", name, gauges::read(name, bench.unit.id()).value_or(0));
-    fflush(stdout);
+        bench.journal.note(
+            Kind::Bench, QByteArray(name) + ' '
+                             + QByteArray::number(gauges::read(name, bench.unit->id()).value_or(0))
+                             + '\n');
 }
 
 constexpr double secondsPerDay = 86400;
@@ -213,7 +241,7 @@ void sample(Bench &bench, const Words &words)
     QByteArray row = QByteArray::number(bench.clock.seconds() / secondsPerDay, 'f', 3);
     for (const char *name : gauges::names) {
         header += QByteArray(",") + name;
-        row += ',' + QByteArray::number(gauges::read(name, bench.unit.id()).value_or(0));
+        row += ',' + QByteArray::number(gauges::read(name, bench.unit->id()).value_or(0));
     }
     for (const Counted &counted : countedFiles) {
         header += QByteArray(",") + counted.name;
@@ -228,11 +256,11 @@ void sample(Bench &bench, const Words &words)
 void help(Bench &bench, const Words &words);
 
 const Command table[] = {
-    {"unit", "start|stop|restart|signal N",
-     "the program; it does not run before \"unit start\", so the world can be arranged first", 1,
-     unit},
+    {"unit", "start|stop|restart|check|signal N",
+     "the program, which does not run before its start; check fails where it ended by itself", 1,
+     unit, Side::Unit},
     {"mcu", "WORD VALUE", "what the MCU reports from now on: mcu BAT:V 1500", 1,
-     [](Bench &bench, const Words &words) { bench.mcu.command(words); }},
+     [](Bench &bench, const Words &words) { bench.mcu->command(words); }},
     {"mcu", R"(send "LINE\r\n")", "a line that nobody asked for, bytes as told", 1, nullptr},
     {"mcu", "silent|garbage|half|split|late MS|talk", "how it answers; talk is well again", 1,
      nullptr},
@@ -241,16 +269,17 @@ const Command table[] = {
     {"mcu", "chatter BYTES", "lines without pause, three at once, as fast as the line carries", 1,
      nullptr},
     {"call", "NAME [ARGUMENT...] prints TEXT",
-     "what a recorded program answers, for these arguments or for all", 2, call},
+     "what a recorded program answers, for these arguments or for all", 2, call, Side::Unit},
     {"call", "NAME [ARGUMENT...] takes SECONDS|holds|fails [STATUS]",
      "how it answers; what holds does not end before it is real again", 2, nullptr},
     {"call", "NAME missing|idle|real",
      "it is not installed; does nothing, quickly and without record; as at the start", 2, nullptr},
     {"adc", "CHANNEL READING",
-     "Boost LED Inter Encoder Camera Sonde LedOut LedInter LedTallwick: adc Inter 0x64", 2,
-     [](Bench &, const Words &words) { Bench::setAdc(words[0], words[1]); }},
+     "Boost LED Inter Encoder Camera Sonde LedOut LedInter LedTallwick: adc Inter 0x64", 1, adc,
+     Side::Unit},
+    {"adc", "healthy", "all channels as at the start", 1, nullptr},
     {"usbfault", "on|off", "the USB fault line", 1,
-     [](Bench &, const Words &words) { Bench::setUsbFault(onOff(words[0])); }},
+     [](Bench &bench, const Words &words) { bench.setUsbFault(onOff(words[0])); }, Side::Unit},
     {"usb", "up [ADDRESS/PREFIX [GATEWAY]]|down",
      "a phone is tethered over USB; with an address alone there is no default route", 1,
      [](Bench &bench, const Words &words) { plug(bench, nets[0], words); }},
@@ -260,7 +289,7 @@ const Command table[] = {
      "it is unplugged and plugged in so often, 0 to 3 random seconds apart", 3, flap},
     {"net", "NAME up ADDRESS/PREFIX [GATEWAY]|NAME down", "any other network", 2, otherNet},
     {"app", "LINE", "the app sends the line with CR LF: app LampUp", 1,
-     [](Bench &bench, const Words &words) { bench.phone.command(words); }},
+     [](Bench &bench, const Words &words) { bench.phone->command(words); }},
     {"ask", "LINE ANSWER", R"(the app sends the line and hears the answer: ask TWK? "TWK 0\r")", 2,
      ask},
     {"app", "raw \"BYTES\"|big COUNT", "it sends bytes as told; a line of so many bytes", 1,
@@ -271,16 +300,20 @@ const Command table[] = {
      "port closed; open and reachable again; ends the connection; vanishes without a word", 1,
      nullptr},
     {"camera", "missing|back|lost", "the camera", 1,
-     [](Bench &, const Words &words) {
-         setState(world::cameraState, words,
-                  {{"missing", "missing"}, {"back", "ok"}, {"lost", "lost"}});
-     }},
+     [](Bench &bench, const Words &words) {
+         bench.setCamera(state(words, {{"missing", "missing"}, {"back", "ok"}, {"lost", "lost"}}));
+     },
+     Side::Unit},
     {"encoder", "fails|works", "the encoder", 1,
      [](Bench &, const Words &words) {
-         setState(world::encoderState, words, {{"fails", "fails"}, {"works", "ok"}});
-     }},
+         files::create(world::encoderState,
+                       state(words, {{"fails", "fails"}, {"works", "ok"}}) + '\n');
+     },
+     Side::Unit},
+    {"power", "cut|on", "a board's: cut without a word; on again, it boots from its card", 1,
+     power},
     {"snapshot", "pal|phone|ethernet FILE.png", "writes a picture of the video there", 2, snapshot},
-    {"web", "KEYWORD [ARGUMENT]", "the web page writes into the commands file", 1, web},
+    {"web", "KEYWORD [ARGUMENT]", "the web page writes into the commands file", 1, web, Side::Unit},
     {"web", "replace KEYWORD...|delete", "it puts another file in its place; takes it away", 1,
      nullptr},
     {"page", "open [WIDTH HEIGHT [dark]]", "a browser without a window opens the unit's page", 1,
@@ -292,21 +325,24 @@ const Command table[] = {
     {"config", "KEY VALUE", "writes the configuration file: config Lamp/MaxCurrent 30", 2,
      [](Bench &, const Words &words) {
          files::setIniValue(world::configuration, words[0], words.mid(1).join(' '));
-     }},
+     },
+     Side::Unit},
     {"store", "KEY VALUE", "writes the status store, as another program would", 2,
      [](Bench &, const Words &words) {
          files::setIniValue(world::statusStore, words[0], words.mid(1).join(' '));
-     }},
+     },
+     Side::Unit},
     {"file", "PATH TEXT", "makes a file with that content", 2,
-     [](Bench &, const Words &words) { files::create(words[0], words.mid(1).join(' ')); }},
+     [](Bench &, const Words &words) { files::create(words[0], words.mid(1).join(' ')); },
+     Side::Unit},
     {"folder", "PATH", "makes a folder", 1,
-     [](Bench &, const Words &words) { files::createFolder(words[0]); }},
+     [](Bench &, const Words &words) { files::createFolder(words[0]); }, Side::Unit},
     {"remove", "PATH", "removes a file or a folder with all it holds", 1,
-     [](Bench &, const Words &words) { files::remove(words[0]); }},
+     [](Bench &, const Words &words) { files::remove(words[0]); }, Side::Unit},
     {"readonly", "PATH", "nothing can be written there", 1,
-     [](Bench &, const Words &words) { files::setReadOnly(words[0], true); }},
+     [](Bench &, const Words &words) { files::setReadOnly(words[0], true); }, Side::Unit},
     {"writable", "PATH", "takes readonly back", 1,
-     [](Bench &, const Words &words) { files::setReadOnly(words[0], false); }},
+     [](Bench &, const Words &words) { files::setReadOnly(words[0], false); }, Side::Unit},
     {"speed", "N [STRIDE]",
      "the program's timers run N times as fast; those shorter than STRIDE seconds come once in it",
      1,
@@ -316,11 +352,12 @@ const Command table[] = {
     {"expect", "WHAT...", "waits for it, and says what was seen instead: help expect", 2,
      [](Bench &bench, const Words &words) { Expectation(bench, words).wait(); }},
     {"mark", "", "later expects look only at what happens from now on", 0,
-     [](Bench &bench, const Words &) { bench.mark(); }},
+     [](Bench &bench, const Words &) { bench.mark(); }, Side::Both},
     {"wait", "SECONDS", "lets the unit's time pass", 1,
      [](Bench &bench, const Words &words) { bench.runFor(number(words[0])); }},
-    {"show", "", "what the program takes: memory, descriptors, children, CPU time", 0, show},
-    {"sample", "FILE", "adds a row of the same to a table", 1, sample},
+    {"show", "", "what the program takes: memory, descriptors, children, CPU time", 0, show,
+     Side::Unit},
+    {"sample", "FILE", "adds a row of the same to a table", 1, sample, Side::Unit},
     {"echo", "TEXT", "a remark in the output", 1,
      [](Bench &bench, const Words &words) {
          bench.journal.note(Kind::Bench, words.join(' ') + '\n');
@@ -377,7 +414,12 @@ void run(Bench &bench, const QByteArray &given)
             continue;
         if (words.size() - 1 < command.least)
             fail(QByteArray(command.name) + ' ' + command.arguments);
-        command.handler(bench, words.mid(1));
+        // An expect is of the side that it looks at.
+        const Side side = words[0] == "expect" ? Expectation::sideOf(words.mid(1)) : command.side;
+        if (side != Side::Unit || !bench.board)
+            command.handler(bench, words.mid(1));
+        if (side != Side::World && bench.board)
+            bench.board->carryOut(line);
         return;
     }
     fail("unknown command \"" + words[0] + "\" (help lists them)");

@@ -2,6 +2,7 @@
 #include "expectation.h"
 
 #include "bench.h"
+#include "board/board.h"
 #include "browser.h"
 #include "gauges.h"
 #include "words.h"
@@ -22,13 +23,18 @@ constexpr int textShown = 2000; // bytes
 struct TextKind {
     const char *name;
     Kind kind;
+    Side side;
 };
 constexpr TextKind textKinds[] = {
-    {"log", Kind::Log},       {"stdout", Kind::Stdout}, {"stderr", Kind::Stderr},
-    {"serial", Kind::Serial}, {"mcu", Kind::Mcu},       {"app", Kind::App},
-    {"phone", Kind::Phone},   {"change", Kind::Store},  {"network", Kind::Network},
-    {"bench", Kind::Bench},   {"calls", Kind::Call},
+    {"log", Kind::Log, Side::Unit},       {"stdout", Kind::Stdout, Side::Unit},
+    {"stderr", Kind::Stderr, Side::Unit}, {"change", Kind::Store, Side::Unit},
+    {"calls", Kind::Call, Side::Unit},    {"serial", Kind::Serial, Side::World},
+    {"mcu", Kind::Mcu, Side::World},      {"app", Kind::App, Side::World},
+    {"phone", Kind::Phone, Side::World},  {"network", Kind::Network, Side::World},
+    {"bench", Kind::Bench, Side::World},
 };
+
+constexpr char palPort[] = "8083"; // on the unit itself
 
 QByteArray fileContent(const QString &path)
 {
@@ -40,12 +46,18 @@ QByteArray fileContent(const QString &path)
 
 // What is the case, by its name; the words that follow it are left in `words`.
 const Expectation::State Expectation::states[] = {
-    {"call", &Expectation::lookForCall},           {"store", &Expectation::lookForStore},
-    {"file", &Expectation::lookForFile},           {"nofile", &Expectation::lookForNoFile},
-    {"lines", &Expectation::lookForLines},         {"exit", &Expectation::lookForExit},
-    {"processes", &Expectation::lookForProcesses}, {"rtp", &Expectation::lookForFrameRate},
-    {"page", &Expectation::lookForPage},           {"script", &Expectation::lookForScript},
-    {"console", &Expectation::lookForConsole},
+    {"call", &Expectation::lookForCall, Side::Unit},
+    {"store", &Expectation::lookForStore, Side::Unit},
+    {"file", &Expectation::lookForFile, Side::Unit},
+    {"nofile", &Expectation::lookForNoFile, Side::Unit},
+    {"lines", &Expectation::lookForLines, Side::Unit},
+    {"exit", &Expectation::lookForExit, Side::Unit},
+    {"processes", &Expectation::lookForProcesses, Side::Unit},
+    {"rtp", &Expectation::lookForFrameRate, Side::World},
+    {"page", &Expectation::lookForPage, Side::World},
+    {"script", &Expectation::lookForScript, Side::World},
+    {"console", &Expectation::lookForConsole, Side::World},
+    {"gpio", &Expectation::lookForLevel, Side::World},
 };
 
 QByteArray Expectation::help()
@@ -71,6 +83,7 @@ What is the case:
   script EXPRESSION     the JavaScript expression is true on the page
   console clean         its console has told nothing so far
   rtp PORT rate A..B   frames a second at a port of the video: 8083, 49152, 8001
+  gpio LINE LEVEL       what a pin of a board shows: gpio 21 1
   rss|descriptors|children|zombies|threads|cpu below N   what the program takes
                     (MiB resident, counts, CPU seconds since its start); "growth below N" is
                     counted from the last mark
@@ -91,6 +104,23 @@ Expectation::Expectation(Bench &where, QList<QByteArray> given)
         count = words.value(1).toInt();
         words = words.mid(2);
     }
+}
+
+Side Expectation::sideOf(const QList<QByteArray> &given)
+{
+    const int at = given.value(0) == "none" ? 1 : given.value(0) == "count" ? 2 : 0;
+    const QByteArray kind = given.value(at);
+    if (kind == "rtp" && given.value(at + 1) == palPort)
+        return Side::Unit;
+    for (const TextKind &known : textKinds) {
+        if (kind == known.name)
+            return known.side;
+    }
+    for (const State &known : states) {
+        if (kind == known.name)
+            return known.side;
+    }
+    return Side::Unit; // what the program takes
 }
 
 double Expectation::takeSeconds(const QByteArray &word, double otherwise)
@@ -133,7 +163,7 @@ void Expectation::wait()
     }
     const double limit = speed > 1 ? qMax(usualBound, bound / speed) : bound;
     bool done = false;
-    bench.runUntil([&] { return (done = met()) || bench.unit.isLost(); }, limit);
+    bench.runUntil([&] { return (done = met()) || bench.isUnitLost(); }, limit);
     if (!done)
         throw std::runtime_error("not met within " + QByteArray::number(bound).toStdString()
                                  + " s: " + words::printable(told).toStdString() + '\n'
@@ -187,8 +217,8 @@ void Expectation::lookForStore()
 {
     const QByteArray key = words[0];
     const QByteArray value = words.mid(1).join(' ');
-    met = [this, key, value] { return bench.store.value(key) == value; };
-    seen = [this, key] { return key + " is " + bench.store.value(key).toUtf8(); };
+    met = [this, key, value] { return bench.store->value(key) == value; };
+    seen = [this, key] { return key + " is " + bench.store->value(key).toUtf8(); };
 }
 
 void Expectation::lookForFile()
@@ -226,13 +256,13 @@ void Expectation::lookForExit()
 {
     const QByteArray status = words.join(' ');
     met = [this, status] {
-        if (bench.unit.ending() != status)
+        if (bench.unit->ending() != status)
             return false;
-        bench.unit.acknowledgeEnding();
+        bench.unit->acknowledgeEnding();
         return true;
     };
     seen = [this] {
-        return bench.unit.isRunning() ? "the unit runs" : "it was " + bench.unit.ending();
+        return bench.unit->isRunning() ? "the unit runs" : "it was " + bench.unit->ending();
     };
 }
 
@@ -276,17 +306,29 @@ void Expectation::lookForConsole()
     seen = [&browser] { return browser.complaints(); };
 }
 
+void Expectation::lookForLevel()
+{
+    if (!bench.board)
+        throw std::runtime_error("a desk has no pins");
+    const int line = words[0].toInt();
+    const auto level = [this, line] {
+        return QByteArray::number(int(bench.board->emulator.level(line)));
+    };
+    met = [level, wanted = words.value(1)] { return level() == wanted; };
+    seen = [level] { return "it is " + level(); };
+}
+
 void Expectation::lookForGauge(const QByteArray &name)
 {
-    if (!gauges::read(name, bench.unit.id()) || words.value(words.size() - 2) != "below")
+    if (!gauges::read(name, bench.unit->id()) || words.value(words.size() - 2) != "below")
         throw std::runtime_error("there is nothing to expect of \"" + name.toStdString() + '"');
     const double limit = words.last().toDouble();
     const double base = words[0] == "growth" ? bench.markedGauge(name) : 0;
     met = [this, name, limit, base] {
-        return bench.unit.isRunning() && *gauges::read(name, bench.unit.id()) - base < limit;
+        return bench.unit->isRunning() && *gauges::read(name, bench.unit->id()) - base < limit;
     };
     seen = [this, name, base] {
-        return name + " is " + QByteArray::number(*gauges::read(name, bench.unit.id()))
+        return name + " is " + QByteArray::number(*gauges::read(name, bench.unit->id()))
                + ", at the mark it was " + QByteArray::number(base);
     };
 }

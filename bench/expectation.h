@@ -9,6 +9,7 @@
 
 class Bench;
 enum class Kind;
+enum class Side;
 
 // One `expect`: waits until something has happened or stands as told, and explains itself
 // when it does not. See help() for the language.
@@ -23,10 +24,14 @@ public:
 
     static QByteArray help();
 
+    // Where it is seen; the words as given.
+    static Side sideOf(const QList<QByteArray> &given);
+
 private:
     struct State {
         const char *name;
         void (Expectation::*look)(); // sets met and seen
+        Side side;
     };
     static const State states[];
 
@@ -43,6 +48,7 @@ private:
     void lookForPage();
     void lookForScript();
     void lookForConsole();
+    void lookForLevel();
     void lookForGauge(const QByteArray &name);
     QByteArray lastLines(Kind kind) const;
 

@@ -56,7 +56,8 @@ int run(const QStringList &arguments)
         });
         input.setEnabled(true);
     } else if (end == "mcu") {
-        mcu = std::make_unique<McuSimulator>(journal, place);
+        mcu = std::make_unique<McuSimulator>(journal,
+                                             [place] { return std::make_unique<Pty>(place); });
         QObject::connect(&journal, &Journal::noted, [](Kind kind, const QByteArray &text) {
             if (kind == Kind::Serial)
                 print(text);

@@ -7,8 +7,13 @@
 //   bench [--speed N] [--address ADDRESS]
 //                             starts the unit and its page and takes commands from standard input;
 //                             says that the desk finds the page at the address
+//   bench --board FOLDER [FILE]
+//                             the same with an emulated board, whose card and sockets are there
+//   bench --agent CONSOLE     the unit's side of it, on the board
 
 #include "bench.h"
+#include "board/agent.h"
+#include "commands.h"
 #include "prompt.h"
 #include "scenario.h"
 #include "view.h"
@@ -28,12 +33,20 @@ int main(int argc, char *argv[])
     QCommandLineParser options;
     options.addOption({"speed", "The program's timers run N times as fast.", "N", "1"});
     options.addOption({"address", "Where the desk finds the unit's page.", "ADDRESS"});
+    options.addOption({"board", "Plays on an emulated board.", "FOLDER"});
+    options.addOption({"agent", "Is the unit's side, on the board itself.", "CONSOLE"});
     options.addPositionalArgument("file", "A scenario to play.", "[FILE]");
     options.addHelpOption();
     options.process(application);
 
     try {
-        Bench bench;
+        if (options.isSet("agent")) {
+            Bench bench(Side::Unit);
+            const Agent agent(bench, options.value("agent"));
+            return QCoreApplication::exec();
+        }
+        const QString board = options.value("board");
+        Bench bench(board.isEmpty() ? Side::Both : Side::World, board);
         View view(bench.journal, isatty(STDOUT_FILENO));
         bench.setSpeed(qMax(1, options.value("speed").toInt()));
         const QStringList scenarios = options.positionalArguments();
@@ -41,7 +54,7 @@ int main(int argc, char *argv[])
             scenario::play(bench, scenarios.first().toLocal8Bit());
             return 0;
         }
-        bench.unit.start();
+        commands::run(bench, "unit start");
         if (options.isSet("address")) {
             bench.webServer();
             printf("The unit's page: %s\n", qPrintable(options.value("address")));

@@ -50,7 +50,8 @@ bool isLineEnd(char byte)
 
 } // namespace
 
-McuSimulator::McuSimulator(Journal &notes, const QString &place) : journal(notes), device(place)
+McuSimulator::McuSimulator(Journal &notes, std::function<std::unique_ptr<SerialLine>()> lines)
+    : journal(notes), makeLine(std::move(lines))
 {
     for (const Reading &reading : healthy)
         model.insert(reading.word, reading.value);
@@ -70,8 +71,8 @@ McuSimulator::~McuSimulator() = default;
 void McuSimulator::plugIn()
 {
     line.reset(); // removes the device before the new one is made
-    line = std::make_unique<Pty>(device);
-    connect(line.get(), &Pty::arrived, this, &McuSimulator::arrived);
+    line = makeLine();
+    connect(line.get(), &SerialLine::arrived, this, &McuSimulator::arrived);
 }
 
 void McuSimulator::renewLine()

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #pragma once
 
-#include "pty.h"
+#include "serialline.h"
 
 #include <QByteArray>
 #include <QHash>
@@ -9,6 +9,7 @@
 #include <QObject>
 #include <QTimer>
 
+#include <functional>
 #include <memory>
 
 class Journal;
@@ -20,8 +21,8 @@ class McuSimulator : public QObject
     Q_OBJECT
 
 public:
-    // At the far end of the serial device of that path.
-    explicit McuSimulator(Journal &notes, const QString &place = Pty::serialDevice);
+    // At the end of a line that it plugs in, and again after it was gone.
+    McuSimulator(Journal &notes, std::function<std::unique_ptr<SerialLine>()> lines);
     ~McuSimulator() override;
 
     // Carries out "mcu WORD...": a mood (silent, garbage, ...), "send TEXT", or a word of the
@@ -53,8 +54,8 @@ private:
     void discharge();
 
     Journal &journal;
-    QString device;
-    std::unique_ptr<Pty> line;
+    std::function<std::unique_ptr<SerialLine>()> makeLine;
+    std::unique_ptr<SerialLine> line;
     QHash<QByteArray, QByteArray> model; // word -> value, as sent
     QByteArray gathered;                 // the unit's bytes since the last line end
     Mood mood = Mood::Talk;

@@ -2,9 +2,9 @@
 #include "phonenetwork.h"
 
 #include "journal.h"
+#include "programs.h"
 
 #include <QCoreApplication>
-#include <QProcess>
 
 #include <fcntl.h>
 #include <sched.h>
@@ -13,17 +13,6 @@
 
 namespace
 {
-
-void run(const QString &program, const QStringList &arguments)
-{
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(program, arguments);
-    process.waitForFinished();
-    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
-        throw std::runtime_error((program + ' ' + arguments.join(' ') + ": ").toStdString()
-                                 + process.readAll().trimmed().toStdString());
-}
 
 void enter(int space)
 {
@@ -59,7 +48,7 @@ void PhoneNetwork::up(const QString &name, const QString &address, const QString
 {
     if (peers.contains(name))
         down(name);
-    run(BENCH_PLUG, {name, address, gateway, phonePlace});
+    plugIn(name, address, gateway);
     const QString peer = gateway + address.mid(address.indexOf('/'));
     peers.insert(name, gateway.isEmpty() ? QString() : peer);
     journal.note(Kind::Network,
@@ -71,8 +60,18 @@ void PhoneNetwork::up(const QString &name, const QString &address, const QString
 void PhoneNetwork::down(const QString &name)
 {
     peers.remove(name);
-    run("ip", {"link", "del", name});
+    unplug(name);
     journal.note(Kind::Network, name.toUtf8() + " down\n");
+}
+
+void PhoneNetwork::plugIn(const QString &name, const QString &address, const QString &gateway)
+{
+    programs::run(BENCH_PLUG, {name, address, gateway, phonePlace});
+}
+
+void PhoneNetwork::unplug(const QString &name)
+{
+    programs::run("ip", {"link", "del", name});
 }
 
 void PhoneNetwork::setPhoneReachable(bool reachable)
@@ -88,7 +87,7 @@ void PhoneNetwork::setPhoneReachable(bool reachable)
 
 void PhoneNetwork::phoneIp(const QString &arguments) const
 {
-    run("nsenter", QStringList({"--net=" + phonePlace, "ip"}) + arguments.split(' '));
+    programs::run("nsenter", QStringList({"--net=" + phonePlace, "ip"}) + arguments.split(' '));
 }
 
 PhoneNetwork::InPhone::InPhone(const PhoneNetwork &where) : network(where)

@@ -16,7 +16,7 @@ class PhoneNetwork
 public:
     // Makes the phone's network namespace.
     explicit PhoneNetwork(Journal &notes);
-    ~PhoneNetwork();
+    virtual ~PhoneNetwork();
     PhoneNetwork(const PhoneNetwork &) = delete;
     PhoneNetwork &operator=(const PhoneNetwork &) = delete;
 
@@ -29,7 +29,8 @@ public:
     // The phone vanishes without a word: its end has no address any more; or it is back.
     void setPhoneReachable(bool reachable);
 
-    // While it lives, sockets are made in the phone's namespace; they stay there.
+    // While it lives, sockets are made in the phone's namespace; they stay there, and so do the
+    // programs that are started.
     class InPhone
     {
     public:
@@ -42,9 +43,12 @@ public:
         const PhoneNetwork &network;
     };
 
-private:
+protected:
+    virtual void plugIn(const QString &name, const QString &address, const QString &gateway);
+    virtual void unplug(const QString &name);
     void phoneIp(const QString &arguments) const; // in the phone's world
 
+private:
     Journal &journal;
     int unitSpace = -1;
     int phoneSpace = -1;

@@ -36,7 +36,7 @@ void install(const QString &path)
     QDir().mkpath(place.path());
     if (place.exists())
         QFile::rename(path, folder + QString("real/") + place.fileName());
-    if (!QFile::copy(BENCH_RECORDER, path))
+    if (!QFile::copy(qEnvironmentVariable("BENCH_RECORDER", BENCH_RECORDER), path))
         throw std::runtime_error("cannot install a recorder at " + path.toStdString());
 }
 

@@ -2,6 +2,7 @@
 #include "scenario.h"
 
 #include "bench.h"
+#include "board/board.h"
 #include "commands.h"
 
 #include <QFile>
@@ -80,12 +81,11 @@ void play(Bench &bench, const QByteArray &path)
         bench.journal.note(Kind::Bench, lines[at].text + '\n');
     try {
         ::play(bench, lines);
+        if (!bench.board || bench.board->emulator.isRunning())
+            ::play(bench, {{int(lines.size()), "unit check"}});
     } catch (const Failure &failure) {
         throw std::runtime_error(path.toStdString() + ':' + failure.what());
     }
-    if (bench.unit.endedUnasked())
-        throw std::runtime_error(path.toStdString() + ": the program ended by itself: exit "
-                                 + bench.unit.ending().toStdString());
 }
 
 } // namespace scenario

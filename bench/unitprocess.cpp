@@ -48,7 +48,7 @@ UnitProcess::UnitProcess(Journal &notes) : journal(notes)
 
 UnitProcess::~UnitProcess()
 {
-    stop();
+    finish();
 }
 
 void UnitProcess::start()
@@ -66,6 +66,11 @@ void UnitProcess::start()
 }
 
 void UnitProcess::stop()
+{
+    finish();
+}
+
+void UnitProcess::finish()
 {
     stopping = true;
     if (!isRunning())
