@@ -283,11 +283,11 @@ bool Bench::isOver(double end)
 void Bench::cutPower()
 {
     board->cut();
-    mcu->command({"gone"});
 }
 
 void Bench::switchOn()
 {
     board->switchOn(*network);
-    mcu->command({"talk"});
+    mcu->renewLine(); // before the program talks on it
+    board->waitForHello();
 }

@@ -183,12 +183,16 @@ void power(Bench &bench, const Words &words)
 {
     if (!bench.board)
         fail("a desk has no switch");
-    if (words[0] == "cut")
+    if (words[0] == "cut") {
+        std::uniform_real_distribution<double> moment(0, number(words.value(1, "0")));
+        std::random_device random;
+        bench.runFor(moment(random));
         bench.cutPower();
-    else if (words[0] == "on")
+    } else if (words[0] == "on") {
         bench.switchOn();
-    else
+    } else {
         fail("cut or on?");
+    }
 }
 
 // usb|eth COUNT SEED
@@ -262,8 +266,8 @@ const Command table[] = {
     {"mcu", "WORD VALUE", "what the MCU reports from now on: mcu BAT:V 1500", 1,
      [](Bench &bench, const Words &words) { bench.mcu->command(words); }},
     {"mcu", R"(send "LINE\r\n")", "a line that nobody asked for, bytes as told", 1, nullptr},
-    {"mcu", "silent|garbage|half|split|late MS|talk", "how it answers; talk is well again", 1,
-     nullptr},
+    {"mcu", "silent|garbage|half|split|late MS|turn|talk",
+     "how it answers; turn counts the reel on; talk is well again", 1, nullptr},
     {"mcu", "endless [BYTES]|deaf|gone", "bytes without line end; reads nothing; hangs up", 1,
      nullptr},
     {"mcu", "chatter BYTES", "lines without pause, three at once, as fast as the line carries", 1,
@@ -418,7 +422,7 @@ void run(Bench &bench, const QByteArray &given)
         const Side side = words[0] == "expect" ? Expectation::sideOf(words.mid(1)) : command.side;
         if (side != Side::Unit || !bench.board)
             command.handler(bench, words.mid(1));
-        if (side != Side::World && bench.board)
+        if (bench.board && (side == Side::Unit || (side == Side::Both && bench.board->isOn())))
             bench.board->carryOut(line);
         return;
     }

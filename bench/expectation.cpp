@@ -58,6 +58,7 @@ const Expectation::State Expectation::states[] = {
     {"script", &Expectation::lookForScript, Side::World},
     {"console", &Expectation::lookForConsole, Side::World},
     {"gpio", &Expectation::lookForLevel, Side::World},
+    {"power", &Expectation::lookForPower, Side::World},
 };
 
 QByteArray Expectation::help()
@@ -84,6 +85,7 @@ What is the case:
   console clean         its console has told nothing so far
   rtp PORT rate A..B   frames a second at a port of the video: 8083, 49152, 8001
   gpio LINE LEVEL       what a pin of a board shows: gpio 21 1
+  power on|off          whether a board has switched itself off
   rss|descriptors|children|zombies|threads|cpu below N   what the program takes
                     (MiB resident, counts, CPU seconds since its start); "growth below N" is
                     counted from the last mark
@@ -316,6 +318,15 @@ void Expectation::lookForLevel()
     };
     met = [level, wanted = words.value(1)] { return level() == wanted; };
     seen = [level] { return "it is " + level(); };
+}
+
+void Expectation::lookForPower()
+{
+    if (!bench.board)
+        throw std::runtime_error("a desk has no switch");
+    const auto state = [this] { return bench.board->emulator.isRunning() ? "on" : "off"; };
+    met = [state, wanted = words[0]] { return wanted == state(); };
+    seen = [state] { return QByteArray("it is ") + state(); };
 }
 
 void Expectation::lookForGauge(const QByteArray &name)

@@ -49,6 +49,7 @@ private:
     void lookForScript();
     void lookForConsole();
     void lookForLevel();
+    void lookForPower();
     void lookForGauge(const QByteArray &name);
     QByteArray lastLines(Kind kind) const;
 

@@ -31,6 +31,8 @@ constexpr Reading healthy[] = {
     {"TEMP", "3150"},          {"TWK", "0"},        {"LOGS", "BOOT_OK"},
 };
 
+constexpr char reelCounter[] = "COILER:VALUE";
+
 // Set commands without an argument, and what each does to the model.
 struct Effect {
     const char *command;
@@ -92,6 +94,7 @@ const McuSimulator::Verb McuSimulator::verbs[] = {
     {"garbage", [](McuSimulator &mcu, const QByteArray &) { mcu.mood = Mood::Garbage; }},
     {"half", [](McuSimulator &mcu, const QByteArray &) { mcu.mood = Mood::Half; }},
     {"split", [](McuSimulator &mcu, const QByteArray &) { mcu.mood = Mood::Split; }},
+    {"turn", [](McuSimulator &mcu, const QByteArray &) { mcu.turning = true; }},
     {"late", [](McuSimulator &mcu, const QByteArray &ms) { mcu.lateBy = ms.toInt(); }},
     {"talk", [](McuSimulator &mcu, const QByteArray &) { mcu.recover(); }},
     {"endless",
@@ -131,6 +134,7 @@ void McuSimulator::recover()
 {
     mood = Mood::Talk;
     lateBy = 0;
+    turning = false;
     endless.stop();
     if (!line)
         plugIn();
@@ -164,6 +168,8 @@ void McuSimulator::handle(const QByteArray &text)
 {
     if (text.endsWith('?')) {
         const QByteArray word = text == "*IDN?" ? "Corvantis" : text.chopped(1);
+        if (turning && word == reelCounter)
+            model[word] = QByteArray::number(model.value(word).toInt() + 1);
         if (model.contains(word))
             answer(word + ' ' + model.value(word) + "\r\n");
         return;

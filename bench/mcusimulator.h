@@ -60,11 +60,12 @@ private:
     QByteArray gathered;                 // the unit's bytes since the last line end
     Mood mood = Mood::Talk;
     int speed = 1;
-    int lateBy = 0;  // ms before each answer
-    QTimer gap;      // between the halves of an answer
-    QByteArray rest; // the second half
-    QTimer battery;  // one step of discharge, until the voltage is set by hand
-    QTimer endless;  // sends a piece a tick
+    bool turning = false; // the reel
+    int lateBy = 0;       // ms before each answer
+    QTimer gap;           // between the halves of an answer
+    QByteArray rest;      // the second half
+    QTimer battery;       // one step of discharge, until the voltage is set by hand
+    QTimer endless;       // sends a piece a tick
     QByteArray poured;
     qint64 endlessLeft = 0;
 };

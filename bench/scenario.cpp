@@ -81,7 +81,7 @@ void play(Bench &bench, const QByteArray &path)
         bench.journal.note(Kind::Bench, lines[at].text + '\n');
     try {
         ::play(bench, lines);
-        if (!bench.board || bench.board->emulator.isRunning())
+        if (!bench.board || bench.board->isOn())
             ::play(bench, {{int(lines.size()), "unit check"}});
     } catch (const Failure &failure) {
         throw std::runtime_error(path.toStdString() + ':' + failure.what());

@@ -61,6 +61,7 @@ std::unique_ptr<SerialLine> SerialLine::onTerminal(const QString &device)
         throw std::runtime_error("cannot open " + device.toStdString());
     }
     cfmakeraw(&settings);
+    cfsetspeed(&settings, B115200);
     settings.c_cflag |= CLOCAL; // nobody tells when the other end is there
     tcsetattr(file, TCSANOW, &settings);
     return std::unique_ptr<SerialLine>(new SerialLine(file));

@@ -17,16 +17,20 @@ sources() {
 
 # make_root NAME OPTION...: makes the root unless it is there; the options are mmdebstrap's.
 make_root() {
-    local root=$repo/build/roots/$1 lines
-    [ ! -d "$root" ] || return 0
-    lines=$(sources)
+    local root=$repo/build/roots/$1 lines lock
     mkdir -p "$repo/build/roots"
+    # One at a time: while a root is made, the machine's own /proc and /sys are mounted in it.
+    exec {lock}>"$root.lock"
+    flock "$lock"
+    [ ! -d "$root" ] || { exec {lock}>&-; return 0; }
+    lines=$(sources)
     echo "making a root of Debian $suite in ${root#"$repo"/}"
-    rm -rf "$root.part"
+    rm -rf --one-file-system "$root.part"
     nice -n 10 mmdebstrap --quiet --aptopt='Apt::Install-Recommends "false"' \
         --aptopt='Acquire::Languages "none"' --dpkgopt='path-exclude=/usr/share/doc/*' \
         --dpkgopt='path-exclude=/usr/share/man/*' "${@:2}" $suite "$root.part" - <<<"$lines"
     mv "$root.part" "$root"
+    exec {lock}>&-
 }
 
 # make_cross_root ARCHITECTURE: one that compiles for it and, emulated, runs what it compiled.

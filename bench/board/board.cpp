@@ -52,12 +52,16 @@ void Board::switchOn(const PhoneNetwork &phone)
         emulator.start();
     }
     open();
+}
+
+void Board::waitForHello()
+{
     waitFor(greeted);
 }
 
 void Board::carryOut(const QByteArray &command)
 {
-    if (!line)
+    if (!isOn())
         throw std::runtime_error("the board has no power");
     answered = false;
     failure.reset();

@@ -21,7 +21,9 @@ public:
     // A board that stands ready, its networks in the phone's world.
     void start(const PhoneNetwork &phone);
     void cut();                               // the power
-    void switchOn(const PhoneNetwork &phone); // boots, until its bench has said hello
+    void switchOn(const PhoneNetwork &phone); // it boots
+    void waitForHello();                      // of its bench
+    bool isOn() const { return line && emulator.isRunning(); }
 
     // Has the unit's bench carry out a command; events pass meanwhile. Throws std::runtime_error
     // with what it said, or where the board goes away.

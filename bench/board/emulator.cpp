@@ -47,9 +47,9 @@ void Emulator::start()
     for (const char *socket : {"/console", "/mcu", "/qmp", "/qtest"})
         QFile::remove(folder + socket);
     process.setProcessChannelMode(QProcess::ForwardedChannels);
-    process.start(BENCH_BOARD_START, {folder, folder + "/card.qcow2"});
+    process.start(BENCH_EMULATE, {folder, folder + "/card.qcow2"});
     if (!process.waitForStarted())
-        throw std::runtime_error("cannot start " BENCH_BOARD_START);
+        throw std::runtime_error("cannot start " BENCH_EMULATE);
     connectTo(monitor, folder + "/qmp", process);
     readLine(monitor); // the greeting
     command("qmp_capabilities");
@@ -73,7 +73,7 @@ QJsonObject Emulator::command(const QString &name, const QJsonObject &arguments)
     const QJsonObject told{{"execute", name}, {"arguments", arguments}};
     monitor.write(QJsonDocument(told).toJson(QJsonDocument::Compact) + '\n');
     for (;;) {
-        const QJsonObject answer = QJsonDocument::fromJson(readLine(monitor)).object();
+        QJsonObject answer = QJsonDocument::fromJson(readLine(monitor)).object();
         if (answer.contains("error"))
             throw std::runtime_error(answer["error"].toObject()["desc"].toString().toStdString());
         if (answer.contains("return"))

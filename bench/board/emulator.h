@@ -6,7 +6,7 @@
 #include <QProcess>
 #include <QString>
 
-// The board's machine: QEMU, as bench/board/start runs it, its monitor and its registers.
+// The board's machine: QEMU, as bench/board/emulate runs it, its monitor and its registers.
 // Everything throws std::runtime_error where the machine does not answer.
 class Emulator
 {
@@ -36,7 +36,7 @@ public:
 
 private:
     QJsonObject command(const QString &name, const QJsonObject &arguments = {});
-    quint32 reg(quint32 address);
+    quint32 reg(quint32 place);
 
     QString folder;
     QProcess process;
