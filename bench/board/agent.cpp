@@ -15,6 +15,8 @@ Agent::Agent(Bench &where, const QString &console)
         line.send("note", QByteArray::number(int(kind)) + ' ' + text);
     });
     connect(&line, &MessageLine::arrived, this, [this](const Message &message) {
+        if (message.word == "hello")
+            line.send("hello");
         // Not from within the line's own work: a command lets events pass.
         if (message.word == "ask")
             QTimer::singleShot(0, this, [this, text = message.text] { carryOut(text); });

@@ -12,7 +12,8 @@
 namespace
 {
 
-constexpr int checkInterval = 200; // ms, for a machine that has gone
+constexpr int helloInterval = 1000; // ms
+constexpr int checkInterval = 200;  // ms, for a machine that has gone
 
 } // namespace
 
@@ -29,11 +30,8 @@ void Board::open()
 
 void Board::start(const PhoneNetwork &phone)
 {
-    {
-        const PhoneNetwork::InPhone inPhone(phone);
-        emulator.start();
-    }
-    open();
+    switchOn(phone);
+    waitForHello();
     // What a machine does not keep while it is put away.
     carryOut("adc healthy");
 }
@@ -54,8 +52,12 @@ void Board::switchOn(const PhoneNetwork &phone)
     open();
 }
 
+// A board that is just being taken up loses what comes too early.
 void Board::waitForHello()
 {
+    QTimer again;
+    connect(&again, &QTimer::timeout, this, [this] { line->send("hello"); });
+    again.start(helloInterval);
     waitFor(greeted);
 }
 

@@ -11,7 +11,7 @@
 //   ask COMMAND        the world's to the unit's: carry this out; one at a time
 //   done, failed WHY   the unit's answer
 //   note KIND TEXT     something has happened at the unit (the kind by its number)
-//   hello              the unit's bench has started
+//   hello              the unit's bench has started; the world's asks so whether it hears
 struct Message {
     QByteArray word;
     QByteArray text; // any bytes
