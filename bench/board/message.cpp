@@ -27,12 +27,11 @@ void MessageLine::read(const QByteArray &bytes)
         const QByteArray whole = gathered.left(end);
         gathered.remove(0, end + 1); // before anybody hears of it, who may come back here
         const int begin = int(whole.indexOf(mark));
-        const QByteArray told = whole.mid(begin + int(sizeof mark) - 1).trimmed();
+        const QByteArray told = whole.mid(begin + int(sizeof mark) - 1).trimmed() + ' ';
+        const int blank = int(told.indexOf(' '));
         if (begin >= 0)
-            emit arrived({told.left(told.indexOf(' ')),
-                          told.contains(' ')
-                              ? QByteArray::fromPercentEncoding(told.mid(told.indexOf(' ') + 1))
-                              : QByteArray()});
+            emit arrived(
+                {told.left(blank), QByteArray::fromPercentEncoding(told.mid(blank + 1).trimmed())});
         else if (!whole.trimmed().isEmpty())
             emit babbled(whole.trimmed());
     }
