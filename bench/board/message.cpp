@@ -5,7 +5,7 @@ namespace
 {
 
 constexpr char mark[] = "@bench ";
-constexpr char readable[] = " :/?=,()[]<>\"*"; // left as they are, for whoever watches the console
+constexpr char readable[] = ":/?=,()[]<>\"*"; // left as they are, for whoever watches the console
 
 } // namespace
 
