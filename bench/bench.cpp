@@ -114,8 +114,9 @@ Bench::~Bench() = default;
 void Bench::arrange() const
 {
     setHealthyAdc();
-    if (onBoard && QFile::exists(QString(world::benchFolder) + "/real"))
-        return; // it was arranged before the power was cut
+    const QString arranged = QString(world::benchFolder) + "/arranged";
+    if (QFile::exists(arranged))
+        return; // a board was, before its power was cut
     for (const char *path : standIns) {
         recorders::install(path);
         const QString original = world::installedTree + QString(path);
@@ -136,6 +137,7 @@ void Bench::arrange() const
     recorders::setOutput("vcgencmd", "temp=48.3'C\n");
     recorders::setDelay("pngview", 3600); // shows its image until it is killed
     files::create(world::commandsFile, QByteArray());
+    files::create(arranged, QByteArray());
 }
 
 QString Bench::placeOf(const QString &program)

@@ -209,12 +209,26 @@ void flap(Bench &bench, const Words &words)
     }
 }
 
+struct Video {
+    const char *name;
+    quint16 port;
+    Side side; // that its packets arrive at
+};
+constexpr Video videos[] = {
+    {"pal", 8083, Side::Unit}, {"phone", 49152, Side::World}, {"ethernet", 8001, Side::World}};
+
 void snapshot(Bench &bench, const Words &words)
 {
-    const QMap<QByteArray, quint16> ports = {{"pal", 8083}, {"phone", 49152}, {"ethernet", 8001}};
-    if (!ports.contains(words[0]))
-        fail("snapshot pal, phone or ethernet?");
-    takeSnapshot(bench, ports.value(words[0]), QString::fromLocal8Bit(words[1]));
+    for (const Video &video : videos) {
+        if (words[0] == video.name)
+            return takeSnapshot(bench, video.port, QString::fromLocal8Bit(words[1]));
+    }
+    fail("snapshot pal, phone or ethernet?");
+}
+
+void expect(Bench &bench, const Words &words)
+{
+    Expectation(bench, words).wait();
 }
 
 void show(Bench &bench, const Words &)
@@ -353,8 +367,7 @@ const Command table[] = {
      [](Bench &bench, const Words &words) {
          bench.setSpeed(int(number(words[0])), number(words.value(1, "0")));
      }},
-    {"expect", "WHAT...", "waits for it, and says what was seen instead: help expect", 2,
-     [](Bench &bench, const Words &words) { Expectation(bench, words).wait(); }},
+    {"expect", "WHAT...", "waits for it, and says what was seen instead: help expect", 2, expect},
     {"mark", "", "later expects look only at what happens from now on", 0,
      [](Bench &bench, const Words &) { bench.mark(); }, Side::Both},
     {"wait", "SECONDS", "lets the unit's time pass", 1,
@@ -398,6 +411,18 @@ void help(Bench &, const Words &words)
     fflush(stdout);
 }
 
+// What looks at something is of the side that it looks at.
+Side sideOf(const Command &command, const Words &words)
+{
+    if (command.handler == expect)
+        return Expectation::sideOf(words);
+    for (const Video &video : videos) {
+        if (command.handler == snapshot && words[0] == video.name)
+            return video.side;
+    }
+    return command.side;
+}
+
 } // namespace
 
 namespace commands
@@ -418,8 +443,7 @@ void run(Bench &bench, const QByteArray &given)
             continue;
         if (words.size() - 1 < command.least)
             fail(QByteArray(command.name) + ' ' + command.arguments);
-        // An expect is of the side that it looks at.
-        const Side side = words[0] == "expect" ? Expectation::sideOf(words.mid(1)) : command.side;
+        const Side side = sideOf(command, words.mid(1));
         if (side != Side::Unit || !bench.board)
             command.handler(bench, words.mid(1));
         if (bench.board && (side == Side::Unit || (side == Side::Both && bench.board->isOn())))

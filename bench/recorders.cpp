@@ -36,6 +36,8 @@ void install(const QString &path)
     QDir().mkpath(place.path());
     if (place.exists())
         QFile::rename(path, folder + QString("real/") + place.fileName());
+    else
+        QFile::remove(path); // a link to nothing
     if (!QFile::copy(qEnvironmentVariable("BENCH_RECORDER", BENCH_RECORDER), path))
         throw std::runtime_error("cannot install a recorder at " + path.toStdString());
 }

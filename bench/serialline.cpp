@@ -29,7 +29,7 @@ void waitUntilWritable(int descriptor)
 SerialLine::SerialLine(int file)
     : descriptor(file), notifier(new QSocketNotifier(file, QSocketNotifier::Read, this))
 {
-    connect(notifier, &QSocketNotifier::activated, this, &SerialLine::read);
+    connect(notifier, &QSocketNotifier::activated, this, &SerialLine::hear);
 }
 
 SerialLine::~SerialLine()
@@ -97,7 +97,7 @@ void SerialLine::setDeaf(bool deaf)
         notifier->setEnabled(!deaf);
 }
 
-void SerialLine::read()
+void SerialLine::hear()
 {
     std::array<char, 4096> buffer{};
     const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());

@@ -32,6 +32,9 @@ public:
     // While deaf, nothing is read: the line's buffer fills up.
     void setDeaf(bool deaf);
 
+    // Hears what has come by now, as the event loop does by itself.
+    void hear();
+
 signals:
     void arrived(const QByteArray &bytes);
 
@@ -40,8 +43,6 @@ protected:
     explicit SerialLine(int file);
 
 private:
-    void read();
-
     int descriptor;
     QSocketNotifier *notifier;
     QByteArray heard;

@@ -4,6 +4,7 @@
 #include "journal.h"
 #include "words.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <utility>
@@ -46,7 +47,13 @@ View::View(Journal &notes, bool withColours) : journal(notes), colours(withColou
 
 void View::show(Kind kind, const QByteArray &text)
 {
-    if (kind == Kind::Serial || kind == Kind::Mcu || kind == Kind::App || kind == Kind::Phone) {
+    if (kind == Kind::Serial) {
+        const QByteArray line = takeLine(text);
+        if (!line.isEmpty() && !isRoutine(kind, line))
+            print(kind, words::printable(line));
+        return;
+    }
+    if (kind == Kind::Mcu || kind == Kind::App || kind == Kind::Phone) {
         if (!isRoutine(kind, text))
             print(kind, words::printable(text));
         return;
@@ -63,6 +70,18 @@ void View::show(Kind kind, const QByteArray &text)
         repeatedKind = kind;
         repeated = line;
     }
+}
+
+// A board's line brings single bytes: they are gathered up to the first byte of a line's end, and
+// the second is passed over.
+QByteArray View::takeLine(const QByteArray &text)
+{
+    const auto isEnd = [](char byte) { return byte == '\r' || byte == '\n'; };
+    const bool onlyEnd = std::all_of(text.begin(), text.end(), isEnd);
+    if (partial.isEmpty() && onlyEnd)
+        return {};
+    partial += text;
+    return std::any_of(text.begin(), text.end(), isEnd) ? std::exchange(partial, {}) : QByteArray();
 }
 
 void View::printRepeats()
@@ -90,6 +109,8 @@ bool View::isRoutine(Kind kind, const QByteArray &text)
 void View::printRate()
 {
     printRepeats();
+    if (!partial.isEmpty())
+        print(Kind::Serial, words::printable(std::exchange(partial, {})));
     if (queries == 0 && answers == 0)
         return;
     const double seconds = std::chrono::duration<double>(rateInterval).count();

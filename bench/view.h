@@ -26,12 +26,14 @@ private:
     void show(Kind kind, const QByteArray &text);
     void print(Kind kind, const QByteArray &whole);
     bool isRoutine(Kind kind, const QByteArray &text);
+    QByteArray takeLine(const QByteArray &text);
     void printRate();
     void printRepeats();
 
     Journal &journal;
     bool colours;
     QHash<QByteArray, QByteArray> known; // first word -> last line shown, for both directions
+    QByteArray partial;                  // of the unit's line
     Kind repeatedKind{}; // the last line of a program's output, and how often it came since
     QByteArray repeated;
     int repeats = 0;

@@ -18,7 +18,15 @@ constexpr int checkInterval = 200;  // ms, for a machine that has gone
 
 } // namespace
 
-Board::Board(Journal &notes, const QString &folder) : emulator(folder), journal(notes) {}
+Board::Board(Journal &notes, const QString &folder)
+    : emulator(folder,
+               [this] {
+                   if (line)
+                       line->hear();
+               }),
+      journal(notes)
+{
+}
 
 void Board::open()
 {

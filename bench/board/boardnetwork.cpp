@@ -49,14 +49,12 @@ void BoardNetwork::plugIn(const QString &name, const QString &address, const QSt
     phoneIp(QString("addr add %1/%2 broadcast + dev %3").arg(phone).arg(prefix).arg(name));
     phoneIp("link set " + name + " up");
     auto server = std::make_unique<QProcess>();
-    server->setProcessChannelMode(QProcess::ForwardedErrorChannel);
     {
         const InPhone inPhone(*this);
         server->start("dnsmasq",
-                      {"--keep-in-foreground", "--conf-file=/dev/null", "--port=0", "--user=root",
-                       "--pid-file=", "--leasefile-ro", "--no-ping", "--log-facility=/dev/null",
-                       "--bind-interfaces", "--interface=" + name,
-                       "--dhcp-range=" + unit + ',' + unit + ',' + mask,
+                      {"--no-daemon", "--conf-file=/dev/null", "--port=0",
+                       "--pid-file=", "--leasefile-ro", "--no-ping", "--bind-interfaces",
+                       "--interface=" + name, "--dhcp-range=" + unit + ',' + unit + ',' + mask,
                        "--dhcp-option=option:router" + (gateway.isEmpty() ? "" : ',' + gateway)});
         if (!server->waitForStarted())
             throw std::runtime_error("cannot start dnsmasq");
@@ -64,6 +62,9 @@ void BoardNetwork::plugIn(const QString &name, const QString &address, const QSt
     servers[name] = std::move(server);
     board.emulator.plugIn(name, int(adapter - std::begin(adapters)) + 1);
     board.carryOut("expect file " + deviceFile(name, "idVendor") + " 0");
+    if (servers[name]->state() == QProcess::NotRunning)
+        throw std::runtime_error("dnsmasq has ended: "
+                                 + servers[name]->readAllStandardError().toStdString());
 }
 
 void BoardNetwork::unplug(const QString &name)

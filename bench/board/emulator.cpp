@@ -31,16 +31,19 @@ void connectTo(QLocalSocket &socket, const QString &path, const QProcess &machin
     }
 }
 
-QByteArray readLine(QLocalSocket &socket)
+} // namespace
+
+QByteArray Emulator::readLine(QLocalSocket &socket) const
 {
+    const QDeadlineTimer end(patience);
     while (!socket.canReadLine()) {
-        if (!socket.waitForReadyRead(patience))
+        if (!socket.waitForReadyRead(attempt))
+            meanwhile();
+        if (end.hasExpired() || socket.state() != QLocalSocket::ConnectedState)
             throw std::runtime_error("the board's machine does not answer");
     }
     return socket.readLine();
 }
-
-} // namespace
 
 void Emulator::start()
 {
@@ -83,6 +86,8 @@ QJsonObject Emulator::command(const QString &name, const QJsonObject &arguments)
 
 quint32 Emulator::reg(quint32 place)
 {
+    if (registers.state() != QLocalSocket::ConnectedState)
+        throw std::runtime_error("the board's machine has gone");
     registers.write("readl 0x" + QByteArray::number(place, 16) + '\n');
     const QList<QByteArray> answer = readLine(registers).split(' ');
     return answer.value(1).trimmed().toUInt(nullptr, 16);
@@ -90,10 +95,12 @@ quint32 Emulator::reg(quint32 place)
 
 double Emulator::seconds()
 {
-    if (isRunning()) {
+    try {
         const quint32 now = reg(systemTimer);
         before += now - last; // the word overflows every 71 minutes
         last = now;
+    } catch (const std::runtime_error &) {
+        // It has switched itself off: its time stands.
     }
     return before / 1e6;
 }

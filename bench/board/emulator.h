@@ -6,13 +6,19 @@
 #include <QProcess>
 #include <QString>
 
+#include <functional>
+
 // The board's machine: QEMU, as bench/board/emulate runs it, its monitor and its registers.
 // Everything throws std::runtime_error where the machine does not answer.
 class Emulator
 {
 public:
-    // Keeps its card and its sockets in a folder.
-    explicit Emulator(const QString &place) : folder(place) {}
+    // Keeps its card and its sockets in a folder. What there is to hear of its lines is heard by
+    // `whileWaiting`: a machine whose line nobody reads stands still, and answers nobody.
+    Emulator(const QString &place, std::function<void()> whileWaiting)
+        : folder(place), meanwhile(std::move(whileWaiting))
+    {
+    }
     ~Emulator() { kill(); }
     Emulator(const Emulator &) = delete;
     Emulator &operator=(const Emulator &) = delete;
@@ -24,7 +30,7 @@ public:
     QString console() const { return folder + "/console"; }
     QString mcuLine() const { return folder + "/mcu"; }
 
-    // Of the board's system timer since it was switched on or taken up.
+    // Of the board's system timer since it was switched on or taken up, to its end.
     double seconds();
     // A GPIO line's level as its pin shows it.
     bool level(int line);
@@ -37,8 +43,10 @@ public:
 private:
     QJsonObject command(const QString &name, const QJsonObject &arguments = {});
     quint32 reg(quint32 place);
+    QByteArray readLine(QLocalSocket &socket) const;
 
     QString folder;
+    std::function<void()> meanwhile;
     QProcess process;
     QLocalSocket monitor;
     QLocalSocket registers;

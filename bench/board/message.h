@@ -26,6 +26,7 @@ public:
     explicit MessageLine(std::unique_ptr<SerialLine> console);
 
     void send(const QByteArray &word, const QByteArray &text = {});
+    void hear() { line->hear(); } // what has come by now
 
 signals:
     void arrived(const Message &message);
