@@ -60,13 +60,15 @@ v4l2h264enc) settings='extra-controls=controls,video_bitrate=4000000,h264_i_fram
 x264enc) settings='bitrate=4000 tune=zerolatency speed-preset=ultrafast key-int-max=25' ;;
 esac
 
-# The stream headers go out every second, for a viewer that joins late. The kernel ends the stream
-# with this script, however that ends.
+# The stream headers go out every second, for a viewer that joins late. A PAL camera's pictures are
+# interlaced, which neither the baseline profile nor a phone has a place for; others pass as they
+# are. The kernel ends the stream with this script, however that ends.
 stream() {
     # shellcheck disable=SC2086 # several settings
     exec setpriv --pdeathsig KILL gst-launch-1.0 -q \
         v4l2src device=/dev/video0 ! queue ! videoconvert ! \
-        "video/x-raw,format=I420,width=720,height=576,framerate=25/1" ! queue ! \
+        "video/x-raw,format=I420,width=720,height=576,framerate=25/1" ! \
+        deinterlace fields=top ! queue ! \
         "$encoder" $settings ! "video/x-h264,profile=baseline,level=(string)3" ! \
         rtph264pay pt=96 config-interval=1 ! udpsink host="$1" port="$2" sync=false
 }

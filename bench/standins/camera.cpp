@@ -67,13 +67,19 @@ void makePicture(BenchCamera *camera)
     GstBin *bin = GST_BIN(camera);
     GstElement *picture = addElement(bin, "videotestsrc");
     GstElement *clock = addElement(bin, "timeoverlay");
-    if (!picture || !clock)
+    GstElement *format = addElement(bin, "capsfilter");
+    GstElement *fields = addElement(bin, "capssetter");
+    if (!picture || !clock || !format || !fields)
         return;
     g_object_set(picture, "is-live", TRUE, "pattern", /* smpte */ 0, "horizontal-speed", 2,
                  nullptr);
     g_object_set(clock, "font-desc", "Sans, 24", nullptr);
-    gst_element_link(picture, clock);
-    GstPad *drawn = gst_element_get_static_pad(clock, "src");
+    // As a PAL camera's grabber has it.
+    gst_util_set_object_arg(G_OBJECT(format), "caps",
+                            "video/x-raw,format=UYVY,width=720,height=576,framerate=25/1");
+    gst_util_set_object_arg(G_OBJECT(fields), "caps", "video/x-raw,interlace-mode=interleaved");
+    gst_element_link_many(picture, clock, format, fields, nullptr);
+    GstPad *drawn = gst_element_get_static_pad(fields, "src");
     gst_ghost_pad_set_target(camera->output, drawn);
     gst_object_unref(drawn);
 
