@@ -86,9 +86,9 @@ What is the case:
   rtp PORT rate A..B   frames a second at a port of the video: 8083, 49152, 8001
   gpio LINE LEVEL       what a pin of a board shows: gpio 21 1
   power on|off          whether a board has switched itself off
-  rss|descriptors|children|zombies|threads|cpu below N   what the program takes
-                    (MiB resident, counts, CPU seconds since its start); "growth below N" is
-                    counted from the last mark
+  rss|descriptors|children|zombies|threads|cpu|family below N   what the program takes
+                    (MiB resident, counts, CPU seconds since its start: its own; with those of its
+                    ended children); "growth below N" is counted from the last mark
 
 Without more, waits up to a minute for it. "none": it is not so for the whole time of "for",
 1 s by default, and has not been since the mark. "count N": exactly N times since the last

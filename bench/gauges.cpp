@@ -17,7 +17,7 @@ QByteArray content(const QString &path)
 }
 
 // The fields of /proc/PID/stat after the program's name: [0] state, [1] parent,
-// [11] and [12] user and system time in ticks.
+// [11] and [12] user and system time in ticks, [13] and [14] those of its ended children.
 QList<QByteArray> statFields(const QString &process)
 {
     const QByteArray line = content("/proc/" + process + "/stat");
@@ -65,10 +65,12 @@ std::optional<double> read(const QByteArray &name, qint64 process)
         return countChildren(process, false);
     if (name == "zombies")
         return countChildren(process, true);
-    if (name == "cpu") {
+    if (name == "cpu" || name == "family") {
         const QList<QByteArray> fields = statFields(QString::number(process));
-        return (fields.value(11).toDouble() + fields.value(12).toDouble())
-               / double(sysconf(_SC_CLK_TCK));
+        double ticks = 0;
+        for (int at = 11; at < (name == "cpu" ? 13 : 15); ++at)
+            ticks += fields.value(at).toDouble();
+        return ticks / double(sysconf(_SC_CLK_TCK));
     }
     return std::nullopt;
 }

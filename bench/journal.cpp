@@ -4,7 +4,6 @@
 Journal::Journal()
 {
     qRegisterMetaType<Kind>("Kind");
-    clock.start();
 }
 
 void Journal::note(Kind kind, const QByteArray &text)

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <QByteArray>
-#include <QElapsedTimer>
 #include <QMetaType>
 #include <QObject>
 #include <QSet>
@@ -50,8 +49,6 @@ public:
     // Forgets everything so far for later expects.
     void markAll();
 
-    double seconds() const { return double(clock.elapsed()) / 1000; }
-
 signals:
     void noted(Kind kind, const QByteArray &text);
 
@@ -63,5 +60,4 @@ private:
     };
     std::array<Stream, size_t(kindCount)> logs;
     QSet<int> taken; // offsets in the stream of calls
-    QElapsedTimer clock;
 };

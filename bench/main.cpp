@@ -47,7 +47,7 @@ int main(int argc, char *argv[])
         }
         const QString board = options.value("board");
         Bench bench(board.isEmpty() ? Side::Both : Side::World, board);
-        View view(bench.journal, isatty(STDOUT_FILENO));
+        View view(bench.journal, bench.clock, isatty(STDOUT_FILENO));
         bench.setSpeed(qMax(1, options.value("speed").toInt()));
         const QStringList scenarios = options.positionalArguments();
         if (!scenarios.isEmpty()) {

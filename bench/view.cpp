@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "view.h"
 
+#include "clock.h"
 #include "journal.h"
 #include "words.h"
 
@@ -38,7 +39,8 @@ constexpr std::array<Style, size_t(kindCount)> styles = {{
 
 } // namespace
 
-View::View(Journal &notes, bool withColours) : journal(notes), colours(withColours)
+View::View(Journal &notes, const Clock &unitsTime, bool withColours)
+    : journal(notes), clock(unitsTime), colours(withColours)
 {
     connect(&journal, &Journal::noted, this, &View::show);
     connect(&rate, &QTimer::timeout, this, &View::printRate);
@@ -111,9 +113,10 @@ void View::printRate()
     printRepeats();
     if (!partial.isEmpty())
         print(Kind::Serial, words::printable(std::exchange(partial, {})));
-    if (queries == 0 && answers == 0)
+    const double now = clock.seconds();
+    const double seconds = now - std::exchange(rated, now);
+    if ((queries == 0 && answers == 0) || seconds <= 0)
         return;
-    const double seconds = std::chrono::duration<double>(rateInterval).count();
     print(Kind::Serial, "... " + QByteArray::number(queries / seconds, 'f', 1) + " polls/s, "
                             + QByteArray::number(answers / seconds, 'f', 1)
                             + " answers/s that tell nothing new");
@@ -127,10 +130,10 @@ void View::print(Kind kind, const QByteArray &whole)
     const Style &style = styles[size_t(kind)];
     emit printing();
     if (colours)
-        printf("\033[90m%8.3f\033[0m \033[%sm%-9s %s\033[0m\n", journal.seconds(), style.colour,
+        printf("\033[90m%8.3f\033[0m \033[%sm%-9s %s\033[0m\n", clock.seconds(), style.colour,
                style.name, text.constData());
     else
-        printf("%8.3f %-9s %s\n", journal.seconds(), style.name, text.constData());
+        printf("%8.3f %-9s %s\n", clock.seconds(), style.name, text.constData());
     fflush(stdout);
     emit printed();
 }

@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QTimer>
 
+class Clock;
 class Journal;
 enum class Kind;
 
@@ -16,7 +17,7 @@ class View : public QObject
     Q_OBJECT
 
 public:
-    View(Journal &notes, bool colours);
+    View(Journal &notes, const Clock &unitsTime, bool withColours);
 
 signals:
     void printing(); // a line comes
@@ -31,6 +32,7 @@ private:
     void printRepeats();
 
     Journal &journal;
+    const Clock &clock;
     bool colours;
     QHash<QByteArray, QByteArray> known; // first word -> last line shown, for both directions
     QByteArray partial;                  // of the unit's line
@@ -40,4 +42,5 @@ private:
     int queries = 0;
     int answers = 0;
     QTimer rate;
+    double rated = 0; // when it was printed last
 };

@@ -13,7 +13,6 @@ namespace
 {
 
 constexpr int helloInterval = 1000; // ms
-constexpr double settling = 3;      // of the board's seconds
 constexpr int checkInterval = 200;  // ms, for a machine that has gone
 
 } // namespace
@@ -61,14 +60,10 @@ void Board::switchOn(const PhoneNetwork &phone)
     open();
 }
 
-// A board that is just being taken up loses what comes too early, and what comes after it.
 void Board::waitForHello()
 {
     QTimer again;
-    connect(&again, &QTimer::timeout, this, [this] {
-        if (emulator.seconds() > settling)
-            line->send("hello");
-    });
+    connect(&again, &QTimer::timeout, this, [this] { line->send("hello"); });
     again.start(helloInterval);
     waitFor(greeted);
 }

@@ -52,8 +52,8 @@ void BoardNetwork::plugIn(const QString &name, const QString &address, const QSt
     {
         const InPhone inPhone(*this);
         server->start("dnsmasq",
-                      {"--no-daemon", "--conf-file=/dev/null", "--port=0",
-                       "--pid-file=", "--leasefile-ro", "--no-ping", "--bind-interfaces",
+                      {"--no-daemon", "--conf-file=/dev/null", "--port=0", "--pid-file=",
+                       "--leasefile-ro", "--dhcp-authoritative", "--no-ping", "--bind-interfaces",
                        "--interface=" + name, "--dhcp-range=" + unit + ',' + unit + ',' + mask,
                        "--dhcp-option=option:router" + (gateway.isEmpty() ? "" : ',' + gateway)});
         if (!server->waitForStarted())

@@ -51,5 +51,6 @@ private:
     QLocalSocket monitor;
     QLocalSocket registers;
     double before = 0; // us, to the last look at the timer
+    bool asking = false;
     quint32 last = 0;
 };
