@@ -96,13 +96,11 @@ def ready(board):
         sys.exit(f"the board cannot be put away: {said}")
 
 
-INIT = "root=/dev/mmcblk0 rw console=ttyS1,115200 loglevel=4 init=/usr/lib/board/configure"
-
 if __name__ == "__main__":
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     stage, place, image = sys.argv[1:]
     if stage == "configure":
-        with Board(place, ["--free", place, image, "-append", INIT]) as machine:
+        with Board(place, ["--free", "--init", "/usr/lib/board/configure", place, image]) as machine:
             configure(machine)
     else:
         with Board(place, [place, image]) as machine:
