@@ -7,13 +7,37 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace
+{
+
+// The most that a power cut leaves as zeros: a file system's block.
+constexpr qint64 mostZeros = 4096;
+
+// Cuts off the zeros that a power cut leaves at the end of a file whose size was on the disk before
+// its bytes; what is left of a torn line gets an end.
+bool cutZeros(QFile &file)
+{
+    const qint64 size = file.size();
+    qint64 end = size;
+    char last = 0;
+    while (end > 0 && size - end < mostZeros && pread(file.handle(), &last, 1, end - 1) == 1
+           && last == 0)
+        --end;
+    if (end == size)
+        return true;
+    return file.resize(end) && (end == 0 || last == '\n' || file.write("\n") == 1);
+}
+
+} // namespace
+
 namespace regularfile
 {
 
 bool open(QFile &file, QIODevice::OpenMode mode)
 {
     constexpr mode_t permissions = 0666; // less the process's mask
-    const int access = mode & QIODevice::WriteOnly ? O_WRONLY | O_CREAT : O_RDONLY;
+    const int writing = mode & QIODevice::ReadOnly ? O_RDWR | O_CREAT : O_WRONLY | O_CREAT;
+    const int access = mode & QIODevice::WriteOnly ? writing : O_RDONLY;
     const int place = mode & QIODevice::Append ? O_APPEND : 0;
     const int descriptor = ::open(QFile::encodeName(file.fileName()).constData(),
                                   access | place | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, permissions);
@@ -31,7 +55,8 @@ bool append(const QString &path, const QByteArray &bytes)
 {
     QFile file(path);
     const bool isNew = !file.exists();
-    if (!open(file, QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
+    if (!open(file, QIODevice::ReadWrite | QIODevice::Append | QIODevice::Unbuffered)
+        || !cutZeros(file))
         return false;
     const qint64 written = file.write(bytes);
     if (written == bytes.size())

@@ -15,7 +15,8 @@ namespace regularfile
 bool open(QFile &file, QIODevice::OpenMode mode);
 
 // Appends the bytes; false if that fails. What the disk has no room for leaves no trace: no torn
-// line to which the next would be glued, no new and empty file.
+// line to which the next would be glued, no new and empty file. Zeros at the file's end, which a
+// power cut leaves in place of what was not written yet, are cut off before.
 bool append(const QString &path, const QByteArray &bytes);
 
 // Puts the bytes in the place of the file's content, in the file as it stands: its owner, its

@@ -75,6 +75,27 @@ private slots:
         QCOMPARE(printed.text(), QByteArray("chatter\n"));
     }
 
+    void zerosOfAPowerCutGiveWay_data()
+    {
+        QTest::addColumn<QByteArray>("left");
+        QTest::addColumn<QByteArray>("kept");
+        QTest::newRow("between lines") << QByteArray("one\n\0\0", 6) << QByteArray("one\n");
+        QTest::newRow("within a line") << QByteArray("one\ntw\0", 7) << QByteArray("one\ntw\n");
+        QTest::newRow("of all") << QByteArray(4096, '\0') << QByteArray();
+        QTest::newRow("none") << QByteArray("one") << QByteArray("one");
+    }
+
+    void zerosOfAPowerCutGiveWay()
+    {
+        QFETCH(QByteArray, left);
+        QFETCH(QByteArray, kept);
+        testsupport::writeFile(programLog, left);
+        log([] { qInfo() << "Stream Stopped"; });
+        const QByteArray lines = readFile(programLog);
+        QCOMPARE(lines.left(kept.size()), kept);
+        QCOMPARE(lines.size(), kept.size() + 19 + int(strlen(",4,Stream Stopped\n")));
+    }
+
     void linesOfTwoThreadsNeverMix()
     {
         constexpr int count = 200;
