@@ -46,11 +46,25 @@ QByteArray Emulator::readLine(QLocalSocket &socket) const
     return socket.readLine();
 }
 
+Emulator::Emulator(const QString &place, std::function<void()> whileWaiting)
+    : folder(place), meanwhile(std::move(whileWaiting))
+{
+    process.setProcessChannelMode(QProcess::ForwardedOutputChannel);
+    QObject::connect(&process, &QProcess::readyReadStandardError, &process, [this] {
+        while (process.canReadLine()) {
+            const QByteArray line = process.readLine();
+            // At each plug: a kernel asks an adapter for what only a faster one has.
+            if (!line.startsWith("usbnet: failed control transaction"))
+                fprintf(stderr, "%s", line.constData());
+        }
+    });
+    process.setReadChannel(QProcess::StandardError);
+}
+
 void Emulator::start()
 {
     for (const char *socket : {"/console", "/mcu", "/qmp", "/qtest"})
         QFile::remove(folder + socket);
-    process.setProcessChannelMode(QProcess::ForwardedChannels);
     process.start(BENCH_EMULATE, {folder, folder + "/card.qcow2"});
     if (!process.waitForStarted())
         throw std::runtime_error("cannot start " BENCH_EMULATE);

@@ -15,10 +15,7 @@ class Emulator
 public:
     // Keeps its card and its sockets in a folder. What there is to hear of its lines is heard by
     // `whileWaiting`: a machine whose line nobody reads stands still, and answers nobody.
-    Emulator(const QString &place, std::function<void()> whileWaiting)
-        : folder(place), meanwhile(std::move(whileWaiting))
-    {
-    }
+    Emulator(const QString &place, std::function<void()> whileWaiting);
     ~Emulator() { kill(); }
     Emulator(const Emulator &) = delete;
     Emulator &operator=(const Emulator &) = delete;
