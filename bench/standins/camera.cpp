@@ -76,7 +76,7 @@ void makePicture(BenchCamera *camera)
     g_object_set(clock, "font-desc", "Sans, 24", nullptr);
     // As a PAL camera's grabber has it.
     gst_util_set_object_arg(G_OBJECT(format), "caps",
-                            "video/x-raw,format=UYVY,width=720,height=576,framerate=25/1");
+                            "video/x-raw,format=I420,width=720,height=576,framerate=25/1");
     gst_util_set_object_arg(G_OBJECT(fields), "caps", "video/x-raw,interlace-mode=interleaved");
     gst_element_link_many(picture, clock, format, fields, nullptr);
     GstPad *drawn = gst_element_get_static_pad(fields, "src");

@@ -201,11 +201,15 @@ void encoder_init(Encoder *encoder)
     }
 
     GstElement *input = add(encoder, "capsfilter");
+    GstElement *fields = add(encoder, "capssetter");
     GstElement *format = add(encoder, "capsfilter");
     encoder->output = add(encoder, "capsfilter");
     gst_util_set_object_arg(G_OBJECT(input), "caps", "video/x-raw,format={I420,NV12}");
     gst_util_set_object_arg(G_OBJECT(format), "caps", "video/x-h264,stream-format=byte-stream");
-    gst_element_link_many(input, encoder->inner, format, encoder->output, nullptr);
+    // As the board's element, it codes an interlaced picture as the frame that it lies in: neither
+    // the kernel's encoder nor the baseline profile knows fields.
+    gst_util_set_object_arg(G_OBJECT(fields), "caps", "video/x-raw,interlace-mode=progressive");
+    gst_element_link_many(input, fields, encoder->inner, format, encoder->output, nullptr);
     addGhostPad(encoder, "sink", input);
     addGhostPad(encoder, "src", encoder->output);
 }
