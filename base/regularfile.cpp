@@ -59,8 +59,12 @@ bool append(const QString &path, const QByteArray &bytes)
         || !cutZeros(file))
         return false;
     const qint64 written = file.write(bytes);
-    if (written == bytes.size())
+    if (written == bytes.size()) {
+        // The bytes start for the disk and nobody waits for them. Left to the system they take half
+        // a minute, and the file's size only as long as it takes the store to be synced.
+        sync_file_range(file.handle(), 0, 0, SYNC_FILE_RANGE_WRITE);
         return true;
+    }
     if (written > 0)
         file.resize(file.size() - written);
     if (isNew) // what a link leads to, not the link
