@@ -43,11 +43,11 @@ fi
 # A process group of its own, so that one signal ends all of it.
 kill -0 -$$ 2>/dev/null || exec setsid /bin/sh "$0" "$@"
 
-# As the stop script does: ends the stream that runs.
 here=$(dirname "$0")
-. "$here/KT6120_stream_stop.sh"
+. "$here/KT6120_stream.sh"
+take_turn start
 [ -z "$overtaken" ] || exit 0
-if [ ! -e "$marks/$own.$$.start.sh" ]; then
+if [ ! -e "$marks/$own.$$.start" ]; then
     echo "${0##*/}: cannot leave a mark in $marks" >&2
     exit 1
 fi

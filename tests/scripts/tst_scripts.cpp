@@ -141,7 +141,7 @@ private slots:
             const auto [status, printed, complaint] = run(script, words);
             const bool refused = status == 2 && printed.isEmpty() && calls().isEmpty();
             QVERIFY2(refused && complaint.count('\n') == 1
-                         && complaint.startsWith("usage: " + script.toUtf8()),
+                         && complaint.startsWith("usage: KT6120_"),
                      qPrintable(command + ": " + complaint));
         }
     }
