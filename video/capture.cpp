@@ -51,7 +51,7 @@ void capture::startCapture()
     const auto frameSize = std::size_t(double(frame.rows) * double(frame.columns) * bytesPerPixel);
 
     while (camera && camera->read(frame)) {
-        // A later frame may be smaller than the first: never read past its end.
+        // A later frame may be smaller than the first.
         const auto size = unsigned(std::min(frameSize, frame.size));
         palPipeline.pushBuffer(frame.data, size);
         streamPipeline.pushBuffer(frame.data, size);

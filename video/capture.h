@@ -5,16 +5,16 @@
 #include "gstreamerpalpipeline.h"
 #include "gstreamerstreampipeline.h"
 
-// The camera's two pipelines and the fan-out that both report to. They read the same device:
-// a caller that wants one stops the other first.
+// The two camera pipelines and the fan-out that both report to. Both open the same device, so a
+// caller stops one before starting the other.
 class capture
 {
 public:
     capture();
 
-    // Reads frames from the camera and offers each to both pipelines, on the calling thread,
-    // until the camera delivers no more. The camera module is loaded here; without it the
-    // camera counts as one that does not open.
+    // Reads frames from the camera and pushes each to both pipelines, on the calling thread,
+    // until a read fails. Loads the camera module; if that is missing, behaves as if the camera
+    // cannot be opened.
     void startCapture();
 
     CascadedCaptureStatusHandler statusFanOut;

@@ -3,6 +3,5 @@
 
 #include <string_view>
 
-// Writes a piece of text to standard output, at once: the video's progress is followed live,
-// also through a pipe.
+// Writes text to standard output and flushes it, so that progress is visible through a pipe too.
 void print(std::string_view text);

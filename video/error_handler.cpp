@@ -3,55 +3,55 @@
 
 void CascadedCaptureStatusHandler::videoCaptureErrorHandler(bool flag, std::string text)
 {
-    tellAll(&VideoCaptureStatusHandler::videoCaptureErrorHandler, flag, text);
+    notifyAll(&VideoCaptureStatusHandler::videoCaptureErrorHandler, flag, text);
 }
 
 void CascadedCaptureStatusHandler::jpegCompleteHandler(int number)
 {
-    tellAll(&VideoCaptureStatusHandler::jpegCompleteHandler, number);
+    notifyAll(&VideoCaptureStatusHandler::jpegCompleteHandler, number);
 }
 
 void CascadedCaptureStatusHandler::jpegErrorHandler(int number, std::string text)
 {
-    tellAll(&VideoCaptureStatusHandler::jpegErrorHandler, number, text);
+    notifyAll(&VideoCaptureStatusHandler::jpegErrorHandler, number, text);
 }
 
 void CascadedCaptureStatusHandler::videoRecordingCompleteHandler()
 {
-    tellAll(&VideoCaptureStatusHandler::videoRecordingCompleteHandler);
+    notifyAll(&VideoCaptureStatusHandler::videoRecordingCompleteHandler);
 }
 
 void CascadedCaptureStatusHandler::videoShutdownCompleteHandler()
 {
-    tellAll(&VideoCaptureStatusHandler::videoShutdownCompleteHandler);
+    notifyAll(&VideoCaptureStatusHandler::videoShutdownCompleteHandler);
 }
 
 void CascadedCaptureStatusHandler::cameraDetachedHandler()
 {
-    tellAll(&VideoCaptureStatusHandler::cameraDetachedHandler);
+    notifyAll(&VideoCaptureStatusHandler::cameraDetachedHandler);
 }
 
 void CascadedCaptureStatusHandler::cameraAttachedHandler()
 {
-    tellAll(&VideoCaptureStatusHandler::cameraAttachedHandler);
+    notifyAll(&VideoCaptureStatusHandler::cameraAttachedHandler);
 }
 
 void CascadedPlaybackStatusHandler::videoPlaybackErrorHandler(std::string text)
 {
-    tellAll(&VideoPlaybackStatusHandler::videoPlaybackErrorHandler, text);
+    notifyAll(&VideoPlaybackStatusHandler::videoPlaybackErrorHandler, text);
 }
 
 void CascadedPlaybackStatusHandler::videoPlaybackPausedHandler()
 {
-    tellAll(&VideoPlaybackStatusHandler::videoPlaybackPausedHandler);
+    notifyAll(&VideoPlaybackStatusHandler::videoPlaybackPausedHandler);
 }
 
 void CascadedPlaybackStatusHandler::videoPlaybackRunningHandler()
 {
-    tellAll(&VideoPlaybackStatusHandler::videoPlaybackRunningHandler);
+    notifyAll(&VideoPlaybackStatusHandler::videoPlaybackRunningHandler);
 }
 
 void CascadedPlaybackStatusHandler::videoShutdownCompleteHandler()
 {
-    tellAll(&VideoPlaybackStatusHandler::videoShutdownCompleteHandler);
+    notifyAll(&VideoPlaybackStatusHandler::videoShutdownCompleteHandler);
 }

@@ -5,7 +5,7 @@
 #include <set>
 #include <string>
 
-// Where the capture side of the video reports its state.
+// Receives the state reports of the capture pipelines.
 class VideoCaptureStatusHandler
 {
 public:
@@ -19,7 +19,7 @@ public:
     virtual ~VideoCaptureStatusHandler() = default;
 };
 
-// Where the playback side of the video reports its state.
+// Receives the state reports of playback.
 class VideoPlaybackStatusHandler
 {
 public:
@@ -30,10 +30,10 @@ public:
     virtual ~VideoPlaybackStatusHandler() = default;
 };
 
-// What both fan-outs share: an observer that passes every report on to the observers
-// registered with it, in ascending order of their addresses. Any thread may report, register
-// and remove. The lock is held for the whole of a report, so an observer must not call the
-// fan-out that is telling it. Observers are not owned and have to outlive their registration.
+// Base of both fan-outs: forwards every report to all registered observers, in ascending order of
+// their addresses. Any thread may report, register and remove. The lock is held during a report,
+// so an observer must not call back into the fan-out. Observers are not owned and must outlive
+// their registration.
 template <class StatusHandler>
 class CascadedStatusHandler : public StatusHandler
 {
@@ -42,7 +42,7 @@ public:
     CascadedStatusHandler(const CascadedStatusHandler &) = delete;
     CascadedStatusHandler &operator=(const CascadedStatusHandler &) = delete;
 
-    // Registering an observer again, or removing one that is not registered, changes nothing.
+    // Registering an observer twice or removing an unregistered one has no effect.
     virtual void registerObserver(StatusHandler *observer)
     {
         const std::lock_guard<std::mutex> guard(lock);
@@ -58,7 +58,7 @@ public:
 protected:
     // Calls one operation on every observer; each gets its own copies of the arguments.
     template <class... Parameters>
-    void tellAll(void (StatusHandler::*report)(Parameters...), const Parameters &...arguments)
+    void notifyAll(void (StatusHandler::*report)(Parameters...), const Parameters &...arguments)
     {
         const std::lock_guard<std::mutex> guard(lock);
         for (StatusHandler *observer : observers)

@@ -32,7 +32,7 @@ constexpr PipelineTexts palTexts{
     /* pipelineReleased */ "unref pipeline\n",
 };
 
-// Leaves the pipeline time to take a frame before the next is offered.
+// Gives the pipeline time to take a frame before the next is pushed.
 constexpr auto pauseAfterFrame = 1ms;
 
 } // namespace

@@ -5,8 +5,8 @@
 
 #include <string>
 
-// The unit's local picture: the camera as H.264 in RTP packets to UDP port 8083 of the unit
-// itself, where the receiver script drives the PAL output.
+// The local picture: sends the camera as H.264 over RTP to UDP port 8083 of the loopback address,
+// where the receiver script drives the PAL output.
 class GStreamerPALPipeline : public GStreamerPipeline
 {
 public:
@@ -20,5 +20,5 @@ protected:
     void framePushed() override;
     void tornDown() override;
 
-    std::string flushPath; // file to write through to the disk at teardown
+    std::string flushPath; // file that is synced to disk at teardown
 };

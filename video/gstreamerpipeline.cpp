@@ -25,8 +25,8 @@ GstElementPointer parse(const std::string &description)
     return built;
 }
 
-// The watch holds the bus, and the object that it reports to may have started its next
-// pipeline: it goes before the pipeline does.
+// The watch references the bus, and its target may have started the next pipeline by the time a
+// message arrives: remove the watch before the pipeline.
 void release(GstElementPointer pipeline)
 {
     g_autoptr(GstBus) bus = gst_element_get_bus(pipeline.get());
@@ -61,7 +61,7 @@ void GStreamerPipeline::start(const std::string &description)
         throw std::runtime_error(std::string("Unable to connect to ") + texts.sourceName);
     prepare(built.get());
 
-    // A failure arrives on the bus, which keeps its messages until the watch takes them.
+    // Failures arrive on the bus, which queues messages until the watch reads them.
     gst_element_set_state(built.get(), GST_STATE_PLAYING);
     {
         g_autoptr(GstBus) bus = gst_element_get_bus(built.get());

@@ -15,8 +15,8 @@ struct GstUnref {
 };
 using GstElementPointer = std::unique_ptr<GstElement, GstUnref>;
 
-// What one kind of pipeline is called and prints. Texts are printed as they stand, line ends
-// included; an empty one prints nothing.
+// Element name and progress texts of a pipeline. Texts are printed verbatim, line ends included;
+// an empty text prints nothing.
 struct PipelineTexts {
     const char *sourceName; // name of the camera source in the launch description
     const char *starting;
@@ -29,21 +29,21 @@ struct PipelineTexts {
     const char *pipelineReleased;
 };
 
-// The machinery of the unit's camera pipelines: one GStreamer pipeline built from a launch
-// description, started at once, stopped by an end of stream that travels through it, and torn
-// down on the event loop when its bus reports the end or an error. Everything but pushBuffer()
-// and getPosition() belongs to the event-loop thread, whose event loop has to dispatch GLib's
-// default main context. Nothing here waits.
+// Base of the camera pipelines. Builds a GStreamer pipeline from a launch description and starts
+// it, stops it by sending an end-of-stream event, and tears it down on the event loop when the bus
+// reports end of stream or an error. All functions but pushBuffer() and getPosition() must be
+// called on the event-loop thread, whose event loop must dispatch GLib's default main context. No
+// function blocks.
 class GStreamerPipeline
 {
 public:
     GStreamerPipeline(const GStreamerPipeline &) = delete;
     GStreamerPipeline &operator=(const GStreamerPipeline &) = delete;
-    // A pipeline that still runs is released without a word.
+    // Releases a running pipeline without printing.
     virtual ~GStreamerPipeline();
 
-    // Copies one frame into the application source. Never waits: while the lock is held, or
-    // with no application source running, the frame is dropped.
+    // Copies one frame into the application source. Never blocks: drops the frame while the lock
+    // is held or if no application source runs.
     void pushBuffer(const void *data, unsigned size);
 
     // Stream time of the frames pushed since the last start, in milliseconds.
@@ -52,29 +52,29 @@ public:
     // Bus watch; data is the pipeline object.
     static gboolean gstreamerCallback(GstBus *bus, GstMessage *message, gpointer data);
 
-    // Releases the pipeline and returns to idle; harmless when that has been done.
+    // Releases the pipeline and returns to idle; no effect when idle.
     void handleNullState();
 
 protected:
     GStreamerPipeline(VideoCaptureStatusHandler *handler, const PipelineTexts &pipelineTexts);
 
-    // Does nothing but print unless idle. Throws std::runtime_error, and stays idle, when the
-    // pipeline cannot be built; a pipeline that cannot run reports that on its bus later.
+    // Only prints unless idle. Throws std::runtime_error, and stays idle, if the pipeline cannot
+    // be built; a pipeline that cannot run reports that on its bus later.
     void start(const std::string &description);
-    // Asks a running pipeline to end.
+    // Sends end of stream to a running pipeline.
     void stop();
 
-    // Last settings of a built pipeline, before it starts.
+    // Sets properties of the built pipeline before it starts.
     virtual void prepare(GstElement *built);
-    // A frame has been handed over; the lock is held.
+    // Called after a frame was pushed, with the lock held.
     virtual void framePushed();
-    // The pipeline has been released.
+    // Called after the pipeline was released.
     virtual void tornDown();
 
     std::mutex lock;                            // guards everything below but statusHandler
     std::condition_variable nullStateCondition; // signalled at every teardown
     GstElementPointer pipeline;
-    GstElementPointer appSrc; // takes the frames of pushBuffer()
+    GstElementPointer appSrc; // receives the frames of pushBuffer()
     GstElementPointer source; // the camera
     enum State : std::int32_t { idle = 0, running = 1, stopping = 2 } state = idle;
     std::uint64_t frameCount = 0;

@@ -55,7 +55,7 @@ void GstreamerStreamPipeline::prepare(GstElement *built)
     const GstElementPointer encoder(gst_bin_get_by_name(GST_BIN(built), "omxh264enc"));
     if (!encoder)
         throw std::runtime_error("Unable to connect to omxh264enc");
-    // The least that every phone decodes: baseline, level 3.
+    // Every phone decodes baseline, level 3.
     g_autoptr(GstCaps) caps = gst_caps_new_simple("video/x-h264", "profile", G_TYPE_STRING,
                                                   "baseline", "level", G_TYPE_STRING, "3", nullptr);
     g_object_set(encoder.get(), "caps", caps, nullptr);

@@ -5,15 +5,15 @@
 
 #include <string>
 
-// The camera picture for a phone or tablet: H.264 in RTP packets to a UDP address and port.
+// Sends the camera as H.264 over RTP to the UDP address and port of a phone or tablet.
 class GstreamerStreamPipeline : public GStreamerPipeline
 {
 public:
     explicit GstreamerStreamPipeline(VideoCaptureStatusHandler *handler);
     ~GstreamerStreamPipeline() override;
 
-    // Address and port go into the launch description as they are; a text that it cannot be
-    // parsed with fails the start.
+    // Address and port are inserted into the launch description verbatim. Throws
+    // std::runtime_error if GStreamer cannot parse the result.
     void startStreaming(std::string ip, std::string port);
     void stopStreaming();
 

@@ -7,10 +7,10 @@
 
 class capture;
 
-// The one capture object of the process: made with the first VideoCapture, never destroyed.
+// The only capture object of the process: created by the first VideoCapture, never destroyed.
 extern capture *capturePipeline;
 
-// Owner of the camera. Every one of them drives the same capture object.
+// Starts and stops the camera pipelines. All instances share one capture object.
 class VideoCapture
 {
 public:
@@ -19,14 +19,14 @@ public:
     VideoCapture &operator=(const VideoCapture &) = delete;
     virtual ~VideoCapture(); // stops both pipelines
 
-    // The starts throw std::runtime_error when the pipeline cannot be built.
+    // startVideo() and startStreaming() throw std::runtime_error if the pipeline cannot be built.
     void startVideo();
     void stopVideo();
     void startStreaming(std::string ip, std::string port);
     void stopStreaming();
-    // Grabs frames until the camera delivers no more; always 1.
+    // Grabs frames until a read fails; returns 1.
     int start();
 
 private:
-    CascadedCaptureStatusHandler *statusHandler; // stays registered for good
+    CascadedCaptureStatusHandler *statusHandler; // never unregistered
 };

@@ -23,7 +23,7 @@ constexpr auto scriptWait = 10s;
 
 VideoLibrary::VideoLibrary()
 {
-    // The pipelines hear of their end through GLib's main context.
+    // Bus messages of the pipelines are dispatched by GLib's main context.
     const QAbstractEventDispatcher *dispatcher = QAbstractEventDispatcher::instance();
     if (!dispatcher || !dispatcher->inherits("QEventDispatcherGlib"))
         qWarning() << "The event loop does not serve GLib: no video pipeline will ever end";

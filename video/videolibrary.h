@@ -8,9 +8,9 @@
 
 #include <string>
 
-// The camera as the rest of the system drives it: slots on the event loop. A start whose
-// pipeline cannot be built throws std::runtime_error; everything later, such as a camera that
-// is missing, is reported by the pipelines themselves.
+// The facade through which the rest of the program drives the camera, as slots on the event loop.
+// startVideo() and startStreaming() throw std::runtime_error if the pipeline cannot be built. The
+// pipelines report later errors, such as a missing camera.
 class VideoLibrary : public QObject
 {
     Q_OBJECT
@@ -23,7 +23,7 @@ signals:
 
 public slots:
     void initCapture();  // arms the GPIO job
-    void startCapture(); // blocks for as long as the camera delivers frames
+    void startCapture(); // blocks until the camera stops delivering frames
     void startVideo();
     void stopVideo();
     void startStreaming(std::string ip, std::string port);

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// An element omxh264enc for systems without the board's own: around the encoder that the kernel
-// offers (v4l2h264enc), around x264enc where there is none. It has the properties of the board's
-// element, takes the raw formats that the hardware takes and no others, and repeats the stream
-// headers at every key frame.
+// Element omxh264enc for systems that lack the board's. Wraps the kernel's encoder (v4l2h264enc)
+// or, if there is none, x264enc. It has the properties of the board's element, accepts only the
+// raw formats that the hardware accepts, and repeats the stream headers at every key frame.
 
 #include <gst/gst.h>
 
@@ -12,10 +11,10 @@
 namespace
 {
 
-constexpr int framesPerKeyFrame = 25; // a receiver that joins late waits a second
+constexpr int framesPerKeyFrame = 25; // a late receiver waits at most a second
 constexpr unsigned bitsPerKilobit = 1000;
-// 720 x 576 at 25 frames a second. A kernel's encoder starts from a level of its own, which may be
-// too low for the picture and then fails it: its level is always told.
+// For 720 x 576 at 25 frames a second. The kernel encoder's default level may be too low for this
+// size, and then encoding fails, so the level is always set.
 constexpr char level[] = "3";
 
 // The values of control-rate that have a counterpart in the kernel's video_bitrate_mode.
@@ -25,8 +24,8 @@ constexpr int controlRateConstant = 2;
 struct Encoder {
     GstBin bin;
     GstElement *inner;
-    GstElement *output; // filters what leaves
-    gboolean isKernels; // inner is the kernel's encoder
+    GstElement *output; // capsfilter at the output
+    gboolean isKernels; // whether inner is the kernel's encoder
     guint targetBitrate;
     gint controlRate;
     guint bFrames;
@@ -52,7 +51,7 @@ Encoder *self(gpointer object)
     return reinterpret_cast<Encoder *>(object);
 }
 
-// Controls that a driver does not have are passed over.
+// Drivers ignore unknown controls.
 void controlKernels(Encoder *encoder)
 {
     const int bitrate = int(std::min(encoder->targetBitrate, guint(G_MAXINT)));
@@ -75,7 +74,7 @@ void controlKernels(Encoder *encoder)
     g_object_set(encoder->output, "caps", caps, nullptr);
 }
 
-// Has its own way with the bit rate, near enough to both.
+// x264enc has no counterpart of control-rate; its rate control is close enough to both modes.
 void controlX264(Encoder *encoder)
 {
     g_object_set(encoder->inner, "bitrate", encoder->targetBitrate / bitsPerKilobit, "bframes",
@@ -174,7 +173,7 @@ GstElement *add(Encoder *encoder, const char *factory)
     return element;
 }
 
-// Lets an inner element's pad be the encoder's own.
+// Exposes a pad of an inner element as a ghost pad.
 void addGhostPad(Encoder *encoder, const char *name, GstElement *inner)
 {
     g_autoptr(GstPad) target = gst_element_get_static_pad(inner, name);
@@ -206,8 +205,8 @@ void encoder_init(Encoder *encoder)
     encoder->output = add(encoder, "capsfilter");
     gst_util_set_object_arg(G_OBJECT(input), "caps", "video/x-raw,format={I420,NV12}");
     gst_util_set_object_arg(G_OBJECT(format), "caps", "video/x-h264,stream-format=byte-stream");
-    // As the board's element, it codes an interlaced picture as the frame that it lies in: neither
-    // the kernel's encoder nor the baseline profile knows fields.
+    // Like the board's element, encode interlaced pictures as whole frames: neither the kernel's
+    // encoder nor the baseline profile supports fields.
     gst_util_set_object_arg(G_OBJECT(fields), "caps", "video/x-raw,interlace-mode=progressive");
     gst_element_link_many(input, fields, encoder->inner, format, encoder->output, nullptr);
     addGhostPad(encoder, "sink", input);

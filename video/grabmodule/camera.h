@@ -3,8 +3,8 @@
 
 #include <cstddef>
 
-// A camera that hands over one frame at a time. It is implemented in a module of its own, with
-// OpenCV, which a program that never grabs frames should not have to load.
+// A camera that is read one frame at a time. The implementation is a plug-in, because it links
+// OpenCV, which is needed only for grabbing frames.
 class Camera
 {
 public:
@@ -21,14 +21,14 @@ public:
     virtual ~Camera() = default; // releases the device
 
     virtual bool isOpen() const = 0;
-    // Asks for a picture format; a camera may keep its own.
+    // Requests a frame size and rate; the camera may ignore it.
     virtual void request(int height, int width, int framesPerSecond) = 0;
-    // False when the camera delivers no more.
+    // False if no frame could be read.
     virtual bool read(Frame &frame) = 0;
 };
 
-// The module's one function, as its symbol: opens the camera with an index; the caller deletes
-// it. Null where there is not even memory for one.
+// The plug-in's only exported function: opens the camera with the given index. The caller deletes
+// the object. Returns null if out of memory.
 using OpenCameraFunction = Camera *(*)(int index);
 inline constexpr char openCameraSymbol[] = "openCamera";
 inline constexpr char grabModuleFile[] = "KT6120_grab.so"; // beside the program
