@@ -33,7 +33,7 @@ const char logQuery[] = "LOGS?\n\r";
 const char *const announcements[] = {"BOOT:READY\n\r", "UPGRADE:STATE 0\r\n", "SONDE:OFF\r\n",
                                      "*IDN?\n\r", logQuery};
 
-// The reel counter stands at every second place: it is the one value that moves fast.
+// The reel counter takes every second place, because it is the only value that changes quickly.
 const char *const requests[] = {
     "BAT:V?\n\r", "COILER:VALUE?\n\r", "BAT:STATE?\n\r", "COILER:VALUE?\n\r",
     "PWR:I?\n\r", "COILER:VALUE?\n\r", "SONDE:EN?\n\r",  "COILER:VALUE?\n\r",
@@ -57,15 +57,14 @@ void commsInternal::commsInternalInit()
     }
     addCommands();
 
-    // The port sets aside 32 KiB for each read of bytes that nobody has fetched; fetched at once,
-    // they cost what they are.
+    // QSerialPort reserves 32 KiB for each pending read, so take the bytes out at once.
     rxBuffer.clear();
     rxBegin = rxSearched = 0;
     connect(serialPort, &QSerialPort::readyRead, this,
             [this] { rxBuffer.append(serialPort->read(serialPort->bytesAvailable())); });
-    // The port notifies also from inside the wait of a write. Queued, a notification is taken
-    // up only when the handler that is sending has returned, so that each line's effects,
-    // commands included, are complete before the next line is read.
+    // QSerialPort also emits readyRead inside waitForBytesWritten. With a queued connection, the
+    // slot runs after the sending handler has returned, so that a line's effects, including the
+    // commands it sends, are complete before the next line is read.
     connect(serialPort, &QSerialPort::readyRead, this, &commsInternal::serialPortProcessData,
             Qt::QueuedConnection);
     connect(serialPort, &QSerialPort::errorOccurred, this, &commsInternal::silenceDeadLine);
@@ -90,12 +89,12 @@ void commsInternal::serialPortProcessData()
     rxSearched = end < 0 ? rxBuffer.size() : end + 1;
     if (end < 0)
         return;
-    // Up to the first NUL byte.
+    // The text ends at the first NUL byte.
     const char *text = rxBuffer.constData() + rxBegin;
     QString line = QString::fromUtf8(text, int(qstrnlen(text, uint(end - rxBegin))));
     rxBegin = rxSearched;
-    // Lines that are done leave the buffer by the half: line by line, a long backlog would be moved
-    // again for each.
+    // Remove handled lines only when they are half of the buffer: removing each would move a long
+    // backlog every time.
     if (rxBegin >= rxBuffer.size() / 2) {
         rxBuffer = rxBuffer.mid(rxBegin);
         rxBegin = rxSearched = 0;
@@ -148,7 +147,7 @@ void commsInternal::commsInternalSendCommand(QString command, SOURCE_TYPE_t eSou
         qCritical() << "Failed to write command: " << command;
 }
 
-// True when every byte has left within the wait; no bytes have left at once.
+// True if all bytes were written within the timeout, also for an empty text.
 bool commsInternal::writeAll(const QByteArray &bytes)
 {
     if (bytes.isEmpty())
@@ -163,12 +162,12 @@ bool commsInternal::writeAll(const QByteArray &bytes)
         going = left > 0 && serialPort->waitForBytesWritten(int(left));
     }
     if (!going)
-        serialPort->clear(QSerialPort::Output); // a lost command must not go out later
+        serialPort->clear(QSerialPort::Output); // a failed command must not be sent later
     return going;
 }
 
-// The descriptor of a line that is gone is readable for ever: left alone, its notifier takes
-// a whole core. The port stays open, writes go on to fail and to be logged.
+// The file descriptor of a vanished line is always readable, so its enabled notifier would use a
+// whole core. The port stays open; writes still fail and are logged.
 void commsInternal::silenceDeadLine()
 {
     pollfd line{serialPort->handle(), 0, 0};

@@ -16,19 +16,19 @@ class QTimer;
 
 class commsInternal;
 
-// One word that the MCU may send: its exact spelling, the number of arguments that must follow
-// and the handler. A handler gets the whole line's words, the command word at index 0, and
-// returns 0 when it took the line, 1 when it rejected it.
+// A row of the command table: a word that the MCU may send, its exact number of arguments and its
+// handler. A handler gets all words of the line, the command word at index 0, and returns 0 if it
+// accepted the line, 1 if it rejected it.
 struct cmd_element_t {
     QString name;
     uint8_t argCount;
     int (commsInternal::*handler)(QStringList words, SOURCE_TYPE_t source);
 };
 
-// The serial line to the microcontroller. Gathers bytes into lines, checks each line against
-// the command table and turns it into an event; writes command texts; asks for the readings
-// in a fixed rotation. Rejected lines leave SCPI error numbers in a queue that the MCU can
-// read and clear. A line that cannot be opened is logged once and stays down.
+// The serial line to the microcontroller. Splits received bytes into lines, checks each line
+// against the command table and emits its event; writes command texts; polls the readings in a
+// fixed rotation. Rejected lines add SCPI error numbers to a queue that the MCU can read and clear.
+// If the port cannot be opened, this is logged once and not retried.
 class commsInternal : public QObject
 {
     Q_OBJECT
@@ -41,32 +41,32 @@ public:
     // Appends one entry to the command table; returns 0.
     int commsInternalAddCommand(QString name, Handler handler, unsigned char argCount);
 
-    // Hands one cleaned line to its handler. 0 when it was handed over or is a "##" comment,
-    // 1 when its word is unknown or the number of arguments is wrong.
+    // Passes one cleaned line to its handler. Returns 0 if a handler was called or the line is a
+    // "##" comment, 1 if the word is unknown or the number of arguments is wrong.
     int commsInternalParseCmd(QString line, SOURCE_TYPE_t source);
 
     // Appends a SCPI error number to the error queue.
     void commsInternalAddtoFifo(int number);
 
 signals:
-    // ptr points at a member that holds the value, or is null; read it during the call.
+    // ptr points at a member that holds the value, valid during the call, or is null.
     void commsInternalEvent(EVENT_TYPE_t event, SOURCE_TYPE_t source, void *ptr);
 
 public slots:
-    // Handles at most one line of what has arrived.
+    // Handles at most one received line.
     void serialPortProcessData();
     void serialPortProcessDataDebugPort();
     // Sends the next query of the rotation.
     void commsInternalProcessRequest();
-    // Opens the line, announces the unit and starts the rotation; blocks for two seconds.
+    // Opens the port, sends the announcements and starts polling; blocks for two seconds.
     void commsInternalInit();
-    // Writes the text as it stands to the line, waiting up to a second; only for SOURCE_MCU.
+    // Writes the text verbatim and waits up to a second; ignored unless the source is SOURCE_MCU.
     void commsInternalSendCommand(QString command, SOURCE_TYPE_t eSource);
-    // Asks for the MCU's log out of turn; the rotation goes on 150 ms later.
+    // Requests the MCU's log; polling pauses and continues 150 ms later.
     void commsInternalRequestLogs();
 
 private:
-    // mcumessages.cpp: the table and what each word does.
+    // mcumessages.cpp: the command table and its handlers.
     void addCommands();
     int commsInternalIDN(QStringList words, SOURCE_TYPE_t source);
     int commsInternalUpdateLampVal(QStringList words, SOURCE_TYPE_t source);
@@ -93,13 +93,13 @@ private:
     void silenceDeadLine();
 
     QSerialPort *serialPort = nullptr;
-    QByteArray rxBuffer; // what has arrived: lines not yet handled and the one being gathered
-    int rxBegin = 0;     // of the next line
-    int rxSearched = 0;  // no line ends before this
+    QByteArray rxBuffer; // received bytes: unhandled lines and the incomplete last one
+    int rxBegin = 0;     // start of the next line
+    int rxSearched = 0;  // there is no line end before this index
     QList<cmd_element_t> commandTable;
     QList<int> errorFifo; // oldest first
 
-    QTimer *requestTimer = nullptr; // none while the line is down
+    QTimer *requestTimer = nullptr; // null while the port is closed
     QStringList requestList;
     uint8_t requestIndex = 0;
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// What each word of the MCU does: read the argument, keep it, raise the event.
+// The handlers of the MCU's words: each reads the argument, keeps it and emits the event.
 
 #include "commsinternal.h"
 
@@ -37,7 +37,7 @@ void commsInternal::addCommands()
         commsInternalAddCommand(element.name, element.handler, element.argCount);
 }
 
-// A decimal 32-bit integer; anything else is noted in the error queue and false.
+// Reads a decimal 32-bit integer. Otherwise adds an error to the queue and returns false.
 bool commsInternal::readNumber(const QString &word, int &number)
 {
     bool ok = false;
@@ -47,7 +47,7 @@ bool commsInternal::readNumber(const QString &word, int &number)
     return ok;
 }
 
-// Keeps the low bits of the first argument, as many as Width holds, and raises the event.
+// Keeps the low bits of the first argument that fit the member and emits the event.
 template <EVENT_TYPE_t type, typename Width>
 int commsInternal::updateNumber(const QStringList &words, SOURCE_TYPE_t source,
                                 Payload<type> &member)
@@ -103,7 +103,7 @@ int commsInternal::commsInternalUpdateCameraType(QStringList words, SOURCE_TYPE_
     return updateNumber<EVENT_CameraType, uint8_t>(words, source, cameraType);
 }
 
-// Over- and under-temperature of the MCU's supply: accepted, so that they are no errors.
+// Over- and under-temperature of the MCU's supply: accepted without effect.
 int commsInternal::commsInternalPowerOT(QStringList, SOURCE_TYPE_t)
 {
     return 0;
@@ -129,7 +129,7 @@ int commsInternal::commsInternalFifoGet(QStringList, SOURCE_TYPE_t source)
     return 0;
 }
 
-// The MCU repeats its state with every poll; only a change is an event.
+// The MCU sends its state at every poll; emit an event only on a change.
 int commsInternal::commsInternalSondeState(QStringList words, SOURCE_TYPE_t source)
 {
     int number = 0;

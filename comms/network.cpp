@@ -17,8 +17,8 @@ constexpr int destinationColumn = 1;
 constexpr int gatewayColumn = 2;
 constexpr int maskColumn = 7;
 
-// The table prints an address as the hexadecimal digits of a little-endian word, so the
-// dotted form takes the digit pairs from the end. A pair that does not parse counts as 0.
+// The table prints an address as a little-endian hexadecimal word, so the dotted form takes the
+// pairs of digits from the end. A pair that does not parse counts as 0.
 QString dotted(const QByteArray &digits)
 {
     const auto byteAt = [&](int offset) { return digits.mid(offset, 2).toUInt(nullptr, 16); };
@@ -29,8 +29,7 @@ QString dotted(const QByteArray &digits)
 
 QString broadcastAddress(const QByteArray &listing)
 {
-    // The text ends at the first NUL byte. Not split by a regular expression, whose library alone
-    // would take half a megabyte for this.
+    // The text ends at the first NUL byte. No regular expression: PCRE alone takes half a megabyte.
     const QList<QByteArray> words = QByteArray(listing.constData()).simplified().split(' ');
     if (words.size() != broadcastLineWords)
         return {};

@@ -4,17 +4,17 @@
 #include <QByteArray>
 #include <QString>
 
-// Reading the unit's own network state from the texts that the system gives out.
+// Parsers of the system's network state.
 namespace network
 {
 
-// The broadcast address in the lines of `ifconfig` that mention one. Empty unless exactly one
-// interface has a broadcast address ("inet A netmask M broadcast B"): with several, which of
-// them leads to the phone is anybody's guess. Warns of one that is not IPv4.
+// The broadcast address in those lines of `ifconfig` that contain one. Empty unless exactly one
+// interface has a broadcast address ("inet A netmask M broadcast B"): with several, the phone's
+// cannot be told apart. Logs a warning if it is not IPv4.
 QString broadcastAddress(const QByteArray &listing);
 
 // The gateway of the first default route in the text of the kernel's route table, as dotted
-// IPv4; empty when there is no default route.
+// IPv4; empty if there is no default route.
 QString defaultGateway(const QByteArray &routeTable);
 
 // Whether the text parses as an IPv4 host address.

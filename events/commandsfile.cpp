@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// The commands file: a web page on the unit writes one command into it; its first line is
-// carried out at every change.
+// The commands file: a web page writes one command into it. The first line is executed at every
+// change.
 
 #include "eventhandler.h"
 
@@ -19,7 +19,7 @@
 namespace
 {
 
-// Bytes of the first line that are looked at, so that a huge file costs nothing.
+// Only this many bytes of the first line are read, so that a huge file costs nothing.
 constexpr qint64 longestLine = 65536;
 
 enum class Argument {
@@ -58,7 +58,7 @@ static_assert(eachTextIsItsEventsPayload());
 
 } // namespace
 
-// A file that is missing now is not watched later; one that is replaced is no longer watched.
+// A file that is missing at start is never watched; a file that is replaced is no longer watched.
 void eventHandler::eventHandlerSetupFifo()
 {
     commandsFileWatcher = new QFileSystemWatcher(this);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// What the phone, the commands file and the links ask for, the lamp aside: sonde, reel,
-// identification, shutdown, video switch, MCU log, and the answers to requests.
+// Commands and requests of the phone, the commands file and the links, except those of the lamp:
+// sonde, reel, identification, shutdown, video switch, MCU log.
 
 #include "eventhandler.h"
 
@@ -86,13 +86,13 @@ void eventHandler::shutDown(SOURCE_TYPE_t)
 
 void eventHandler::answerCoilerValue(SOURCE_TYPE_t source)
 {
-    // From the store each time: other programs on the unit may set the offset there.
+    // Read from the store each time: other programs may set the offset there.
     coilerOffset = store->settingsGetValue("Camera/CoilerOffset", "0").toDouble();
     coilerDistance = coilerCount * encoderScalar + coilerOffset;
     eventHandlerSendCommand(source, QString("CoilerValue %1\r").arg(coilerDistance, 0, 'g', 6));
 }
 
-// The counter itself is not touched: it follows the MCU's next report.
+// The held counter does not change until the MCU's next report.
 void eventHandler::setCoiler(SOURCE_TYPE_t, const double *metres)
 {
     eventHandlerSendCommand(SOURCE_MCU, "COILER:ZERO\r\n");

@@ -40,9 +40,8 @@ void eventHandler::eventHandlerParseSettingsFile()
     snapshot.setValue("Sonde/State", int(sondeEnabled));
 }
 
-// What is done for each event, a row an event in the order of their list. A row does not compile
-// unless its function takes a pointer to the event's type of value, or none where none goes with
-// it.
+// The handler of each event, in the order of UNIT_EVENTS. A row compiles only if the function takes
+// a pointer to the event's payload type, or no pointer if the event has no payload.
 struct eventHandler::Dispatch {
     using self = eventHandler;
 

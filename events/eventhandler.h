@@ -18,19 +18,19 @@ class settings;
 struct command_t {
     EVENT_TYPE_t event;
     SOURCE_TYPE_t source;
-    void *data;       // the payload pointer as given; what it points at is not copied
-    uint8_t priority; // stored, not consulted
+    void *data;       // payload pointer; the payload is not copied
+    uint8_t priority; // not used
 };
 
-// The one place where the unit decides what to do. An event (type, source, pointer to a value
-// that the emitter holds) is acted on completely before eventHandlerProcess returns: state is
-// kept and stored, commands go to the MCU, an answer goes back where the request came from,
-// unit scripts are run and waited for. Owns the status store, the monitor, the ADC reader, the
-// configuration file and the commands-file watcher.
+// Handles every event of the unit. An event (type, source, pointer to a value that the emitter
+// holds) is handled completely before eventHandlerProcess returns: it updates state and store,
+// sends commands to the MCU and the answer to the event's source, and runs unit scripts and waits
+// for them. Owns the status store, the monitor, the ADC reader, the configuration file and the
+// commands-file watcher.
 //
-// One source file a duty: eventhandler.cpp construction, snapshot, dispatch, routing, queue;
-// telemetry.cpp what the MCU reports; lamp.cpp; control.cpp everything else that is asked for;
-// commandsfile.cpp; configuration.cpp.
+// Source files: eventhandler.cpp (construction, snapshot, dispatch, routing, queue), telemetry.cpp
+// (values that the MCU reports), lamp.cpp, control.cpp (all other commands and requests),
+// commandsfile.cpp, configuration.cpp.
 class eventHandler : public QObject
 {
     Q_OBJECT
@@ -40,15 +40,15 @@ public:
     ~eventHandler() override;
 
     // Sends a command or an answer: SOURCE_MCU and SOURCE_DEBUG to the MCU link, SOURCE_APP to
-    // the phone link, anything else nowhere. The text carries its own line end.
+    // the phone link; other sources are ignored. The text includes its line end.
     void eventHandlerSendCommand(SOURCE_TYPE_t destination, QString text);
 
-    // Check a held reading against its band; a warning is logged on entering a state only.
+    // Check a held reading against its band. A warning is logged only when the state changes.
     void eventHandlerParseBatteryVoltage(); // stores it first
     void eventHandlerParseBatteryCurrent(); // stores it first
     void eventHandlerParseComputeTemperature();
 
-    // One lamp step up or down, within 0 and the lamp maximum.
+    // One lamp step up or down, limited to 0 and the lamp maximum.
     void eventHandlerUpdateLamp(bool up);
     // Replaces the MCU log file by the held log text.
     void eventHandlerWriteLogs();
@@ -68,8 +68,8 @@ signals:
     void eventHandlerNullParams();
 
 public slots:
-    // Acts on one event. ptr points at the payload of the event's type, valid during the call
-    // only, or is null; values without a handler are ignored.
+    // Handles one event. ptr points at a value of the event's payload type, valid only during the
+    // call, or is null. Events without a handler are ignored.
     void eventHandlerProcess(EVENT_TYPE_t event, SOURCE_TYPE_t source, void *ptr);
     // Dispatches and removes the oldest record of the queue.
     void eventHandlerProcessQueue();
@@ -86,8 +86,8 @@ private:
     enum class Alarm { Normal = 0, Under = 1, Over = 2 };
     struct Band;
 
-    // One function an event. It gets the event's source, and the pointer to the value where one
-    // goes with the event.
+    // One function per event, with the event's source and, if the event has a payload, a pointer
+    // to it.
     //
     // telemetry.cpp
     void batteryStateReported(SOURCE_TYPE_t source, const int32_t *state);
@@ -148,7 +148,7 @@ private:
     int16_t coilerCount = 0;
     double coilerOffset = 0;   // metres
     double coilerDistance = 0; // metres
-    double encoderScalar = 0;  // metres a count
+    double encoderScalar = 0;  // metres per count
     uint8_t lampLevel = 0;     // percent of full scale
     uint8_t lampMaximum = 0;   // percent of full scale
     int32_t cameraType = 0;
@@ -157,7 +157,7 @@ private:
     QString streamAddress = "192.167.0.0";
     uint8_t sondeEnabled = 0;
     int16_t computeTemperature = 0; // hundredths of a degree Celsius
-    uint8_t tallwickDetected = 0;   // while nonzero, the lamp stays as it is
+    uint8_t tallwickDetected = 0;   // nonzero locks the lamp
     uint16_t unknownCommands = 0;
     QString mcuLog = "0";
     QString coilerModel;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// The lamp: stepping, off, and the level that the MCU reports.
+// The lamp: steps, off, and the level that the MCU reports.
 
 #include "eventhandler.h"
 
@@ -25,7 +25,7 @@ constexpr char lampPowerOn[] = "0";
 constexpr char lampPowerOff[] = "1";
 constexpr auto gpioWait = 10000ms;
 
-// The level that the MCU is sent: nine tenths, a half rounded up.
+// The level sent to the MCU: nine tenths, rounded half up.
 int scaledLevel(int level)
 {
     return (level * 9 + 5) / 10;
@@ -69,7 +69,7 @@ void eventHandler::lampDown(SOURCE_TYPE_t)
     storeLampLevel();
 }
 
-// The level stays, so that the next step up starts from it.
+// Keeps the level, so that the next step up starts from it.
 void eventHandler::lampOff(SOURCE_TYPE_t)
 {
     switchLampPower(lampPowerOff);
@@ -79,8 +79,8 @@ void eventHandler::lampOff(SOURCE_TYPE_t)
 
 void eventHandler::eventHandlerUpdateLamp(bool up)
 {
-    // Kept as a signed 8-bit number: a level that the MCU reported above 112 steps up to below
-    // 0, and so to 0.
+    // The sum is a signed 8-bit number: a step up from a level above 112, as reported by the MCU,
+    // overflows below 0 and gives 0.
     int candidate = up ? lampLevel + lampStep : lampLevel - lampStep;
     if (candidate > INT8_MAX)
         candidate -= 256;

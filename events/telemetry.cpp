@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// What the MCU reports: kept, stored, checked against its band.
+// Values that the MCU reports: updates state and store and checks bands.
 
 #include "eventhandler.h"
 
@@ -8,11 +8,12 @@
 
 #include <QDebug>
 
-// No state change at a limit itself; a reading strictly between the limits is normal.
+// Readings strictly between the limits are normal. A reading equal to a limit does not change the
+// state.
 struct eventHandler::Band {
     int lower;
     int upper;
-    const char *underWarning; // null: the reading cannot be under
+    const char *underWarning; // null: there is no lower limit
     const char *overWarning;
 
     static const Band batteryVoltage;
@@ -31,7 +32,7 @@ constexpr eventHandler::Band eventHandler::Band::computeTemperature = {
 namespace
 {
 
-// Battery voltage a raw count.
+// Battery voltage per raw count.
 constexpr double voltageScale = 3.13;
 
 } // namespace
@@ -127,7 +128,7 @@ void eventHandler::tallwickReported(SOURCE_TYPE_t, const uint8_t *flag)
     store->settingsSetValue("Tallwick/Detected", int(tallwickDetected));
     if (tallwickDetected != 1)
         return;
-    // A Tallwick probe has a lamp of its own: ours goes off and stays off.
+    // A Tallwick probe has its own lamp, so the unit's lamp is switched off and locked.
     eventHandlerProcess(EVENT_LampOff, SOURCE_MCU, nullptr);
     lampLevel = 0;
     storeLampLevel();

@@ -35,7 +35,7 @@ constexpr int noTemperature = -9999;
 
 enum class Conversion { Temperature, Voltage, LedCurrent, InterstageCurrent };
 
-// The board's channels in the order in which they are read; factor of the voltage divider.
+// The board's channels in reading order, with the factor of the voltage divider.
 struct Channel {
     int number;
     Conversion conversion;
@@ -62,7 +62,7 @@ int toInt(double value)
                           double(std::numeric_limits<int>::max())));
 }
 
-// The nearest whole number of milliamperes, an exact half going up.
+// Milliamperes, rounded half up.
 int toCurrent(int millivolts, double milliampsPerMillivolt)
 {
     return toInt(std::floor(double(float(millivolts)) * milliampsPerMillivolt + 0.5));

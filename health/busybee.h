@@ -8,11 +8,10 @@
 
 class settings;
 
-// Reader of the analogue-to-digital converter board: every 20 s it reads the board's nine
-// channels through the unit's script, converts the 8-bit readings and writes each into the
-// store as soon as it is read: temperatures in hundredths of a degree Celsius, voltages in
-// millivolts, currents in milliamperes. A channel that cannot be read counts as the reading 0;
-// nothing is reported and the next cycle tries again.
+// Reads the analogue-to-digital converter board: every 20 s, runs the unit's script for each of
+// the nine channels, converts the 8-bit reading and writes it to the store: temperatures in
+// hundredths of a degree Celsius, voltages in millivolts, currents in milliamperes. A channel that
+// cannot be read counts as 0, without a log message, and is retried in the next cycle.
 class BusyBee : public QObject
 {
     Q_OBJECT
