@@ -10,6 +10,7 @@
 #include "wiring.h"
 
 #include "childprocess.h"
+#include "logmessages.h"
 #include "paths.h"
 
 #include <QCoreApplication>
@@ -36,8 +37,8 @@ int main(int argc, char *argv[])
     installFatalSignalHandler();
     qInstallMessageHandler(MessageHandler);
 
-    qInfo() << "Starting " << version::product << "- v" << version::major << "." << version::minor
-            << "." << version::build;
+    qInfo() << messages::starting << version::product << "- v" << version::major << "."
+            << version::minor << "." << version::build;
 
     // Never destroyed: they live as long as the process.
     const Components unit{new eventHandler(nullptr), new commsInternal(nullptr),

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "mculog.h"
 
+#include "logmessages.h"
 #include "paths.h"
 #include "regularfile.h"
 
@@ -9,5 +10,5 @@
 void writeMcuLog(const QString &text)
 {
     if (!regularfile::replace(paths::mcuLog, text.toUtf8()))
-        qCritical() << "Error Creating MCU Log File\n";
+        qCritical() << qPrintable(QString(messages::mcuLogNotWritten) + '\n');
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "commsexternal.h"
 
+#include "logmessages.h"
+
 #include <QDebug>
 #include <QTcpSocket>
 
@@ -105,7 +107,7 @@ void commsExternal::commsExternalParse(QStringList tokens)
         return tokens.value(0) == QLatin1String(row.word);
     });
     if (command == table.end()) {
-        qCritical() << "TCP received unknown command: " << tokens;
+        qCritical() << messages::appUnknownCommand << tokens;
         commsExternalSendCmdByteArray("ERROR\r");
         return;
     }

@@ -3,6 +3,7 @@
 
 #include "childprocess.h"
 #include "gpio.h"
+#include "logmessages.h"
 #include "network.h"
 #include "paths.h"
 
@@ -73,7 +74,7 @@ void commsExternal::commsExternalAttemptConnect()
     if (socketState != QAbstractSocket::ConnectedState) {
         commsExternalTCPConnect();
     } else if (tcpSocket->state() != QAbstractSocket::ConnectedState) {
-        qInfo() << "Closing TCP Socket";
+        qInfo() << messages::appClosed;
         closeSocket();
         keepAliveTimer->stop();
     }
@@ -110,7 +111,7 @@ void commsExternal::commsExternalTCPConnect()
 // A peer that is gone without a word looks alive until it has been silent too long.
 void commsExternal::commsExternalKeepAliveTimeout()
 {
-    qWarning() << "TCP Connected Timed Out";
+    qWarning() << messages::appSilent;
     tcpSocket->disconnectFromHost();
     closeSocket();
     socketState = QAbstractSocket::UnconnectedState;
@@ -140,7 +141,7 @@ void commsExternal::commsExternalSendCmdByteArray(QByteArray bytes)
     if (tcpSocket->state() != QAbstractSocket::ConnectedState)
         return;
     if (tcpSocket->bytesToWrite() > unsentLimit) {
-        qWarning() << "TCP peer does not read, connection dropped";
+        qWarning() << messages::appNotReading;
         tcpSocket->abort(); // the next tick takes it up like any lost connection
         return;
     }
@@ -185,14 +186,14 @@ void commsExternal::commsExternalMonitorTethering()
     if (found == tetheringState)
         return;
 
-    qInfo() << "Mobile Tethering state changed to " << found;
+    qInfo() << messages::tetheringChanged << found;
     tetheringState = found;
     if (found) {
         streamAddress = broadcastAddress;
         streamPort = mobileType == MOBILE_ETHERNET ? ethernetStreamPort : usbStreamPort;
         commsExternalStartStream();
     } else {
-        qInfo() << "Stopping video stream";
+        qInfo() << messages::streamStopping;
         streamStarted = false;
         commsExternalStopStream();
     }
@@ -210,7 +211,7 @@ void commsExternal::commsExternalBootUSB()
 
 void commsExternal::commsExternalStartStream()
 {
-    qInfo() << "Starting video stream with IP " << streamAddress << " and port " << streamPort;
+    qInfo() << messages::streamStarting << streamAddress << " and port " << streamPort;
     emit commsExternalEvent(EVENT_PALStop, SOURCE_APP, nullptr);
     setStreamSplashScreenState(true);
     QTimer::singleShot(switchDelay, this, &commsExternal::commsExternaldelayedStart);
@@ -245,5 +246,5 @@ bool commsExternal::setStreamSplashScreenState(bool shown)
 
 void commsExternal::commsExternalNullParams()
 {
-    qInfo() << "Null port / ip address";
+    qInfo() << messages::streamNowhere;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "commsinternal.h"
 
+#include "logmessages.h"
 #include "paths.h"
 
 #include <QDebug>
@@ -52,7 +53,7 @@ void commsInternal::commsInternalInit()
     serialPort = new QSerialPort(paths::mcuSerialDevice, this);
     serialPort->setBaudRate(baudRate);
     if (!serialPort->open(QIODevice::ReadWrite)) {
-        qCritical() << "MCU Serial Port Failed to Open...";
+        qCritical() << messages::portNotOpened;
         return;
     }
     addCommands();
@@ -131,7 +132,7 @@ int commsInternal::commsInternalParseCmd(QString line, SOURCE_TYPE_t source)
         return 1;
     }
     if (word == "PWR:SD")
-        qCritical() << "Running shutdown";
+        qCritical() << messages::shutdownRequested;
     (this->*entry->handler)(words, source);
     return 0;
 }
@@ -144,7 +145,7 @@ void commsInternal::commsInternalAddtoFifo(int number)
 void commsInternal::commsInternalSendCommand(QString command, SOURCE_TYPE_t eSource)
 {
     if (eSource == SOURCE_MCU && !writeAll(command.toUtf8()))
-        qCritical() << "Failed to write command: " << command;
+        qCritical() << messages::writeFailed << command;
 }
 
 // True if all bytes were written within the timeout, also for an empty text.

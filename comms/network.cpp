@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "network.h"
 
+#include "logmessages.h"
+
 #include <QDebug>
 #include <QHostAddress>
 
@@ -35,7 +37,7 @@ QString broadcastAddress(const QByteArray &listing)
         return {};
     QString address = QString::fromUtf8(words.last());
     if (!isIPv4(address)) {
-        qWarning() << "Invalid Broadcast Address Found";
+        qWarning() << messages::broadcastInvalid;
         return {};
     }
     return address;

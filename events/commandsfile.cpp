@@ -5,6 +5,7 @@
 
 #include "eventhandler.h"
 
+#include "logmessages.h"
 #include "paths.h"
 #include "regularfile.h"
 
@@ -42,7 +43,7 @@ constexpr Row rows[] = {
     {"LAMPDOWN", Argument::Ignored, EVENT_LampDown, {}, nullptr},
     {"LAMPOFF", Argument::Ignored, EVENT_LampOff, {}, nullptr},
     {"RESET", Argument::Ignored, EVENT_CoilerSet, {}, nullptr},
-    {"LOGRST", Argument::Ignored, EVENT_ResetLogs, {}, "Resetting Microcontroller Logs"},
+    {"LOGRST", Argument::Ignored, EVENT_ResetLogs, {}, messages::mcuLogReset},
     {"MODEL", Argument::Text, EVENT_CoilerModel, {}, nullptr},
 };
 

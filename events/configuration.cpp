@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// The configuration file: what describes the installation rather than the unit's state.
+// The configuration file: values that describe the installation, not the unit's state.
 
 #include "eventhandler.h"
 
 #include "inifile.h"
+#include "keys.h"
+#include "logmessages.h"
 #include "paths.h"
 
 #include <QDebug>
@@ -12,11 +14,9 @@
 namespace
 {
 
-constexpr double defaultEncoderScalar = 0.125; // metres a count
-constexpr int defaultLampCurrent = 15;         // milliamperes
-constexpr int fullLampCurrent = 30;            // milliamperes at 100 percent
+constexpr int fullLampCurrent = 30; // milliamperes at 100 percent
 
-// Percent of full scale, a half rounded up.
+// Percent of full scale, rounded half up.
 constexpr uint8_t lampPercent(int milliamperes)
 {
     return static_cast<uint8_t>((milliamperes * 100 + fullLampCurrent / 2) / fullLampCurrent);
@@ -27,15 +27,16 @@ constexpr uint8_t lampPercent(int milliamperes)
 void eventHandler::readConfiguration()
 {
     configuration = std::make_unique<IniFile>(paths::configuration);
-    encoderScalar = configuration->value("Coiler/EncoderScalar", defaultEncoderScalar).toDouble();
+    encoderScalar =
+        configuration->value(keys::encoderScalar.name, keys::encoderScalar.absent).toDouble();
 
-    const int current = configuration->value("Lamp/MaxCurrent", defaultLampCurrent).toInt();
+    const QVariant standard = keys::lampMaxCurrent.absent;
+    const int current = configuration->value(keys::lampMaxCurrent.name, standard).toInt();
     if (current >= 1 && current <= fullLampCurrent) {
-        qInfo() << "LED current limit set to " << current << "mA";
+        qInfo() << messages::lampLimit << current << "mA";
         lampMaximum = lampPercent(current);
     } else {
-        qWarning() << "Invalid LED current limit detected, using default value "
-                   << defaultLampCurrent << "mA";
-        lampMaximum = lampPercent(defaultLampCurrent);
+        qWarning() << messages::lampLimitInvalid << standard.toInt() << "mA";
+        lampMaximum = lampPercent(standard.toInt());
     }
 }

@@ -8,6 +8,8 @@
 #include "childprocess.h"
 #include "gpio.h"
 #include "inifile.h"
+#include "keys.h"
+#include "logmessages.h"
 #include "mculog.h"
 #include "paths.h"
 #include "settings.h"
@@ -24,10 +26,6 @@ namespace
 
 constexpr auto sondeWait = 1000ms;
 constexpr auto shutdownWait = 10000ms;
-
-constexpr char coilerModelKey[] = "Coiler/Model"; // of the configuration file
-constexpr char defaultCoilerModel[] = "x40";
-constexpr char defaultSondeFrequency[] = "512";
 
 } // namespace
 
@@ -55,21 +53,21 @@ void eventHandler::switchSonde(bool on)
 {
     childprocess::run(this, {paths::sondeEnableScript, {gpio::sondeEnable, on ? "1" : "0"}},
                       sondeWait);
-    qInfo() << (on ? "Sonde Turned On" : "Sonde Turned Off");
+    qInfo() << (on ? messages::sondeOn : messages::sondeOff);
     sondeEnabled = on ? 1 : 0;
-    store->settingsSetValue("Sonde/Enabled", int(sondeEnabled));
+    store->settingsSetValue(keys::sondeEnabled, int(sondeEnabled));
     eventHandlerSendCommand(SOURCE_MCU, on ? "SONDE:ON\r\n" : "SONDE:OFF\r\n");
 }
 
 void eventHandler::sondeFrequencyGiven(SOURCE_TYPE_t, const QString *frequency)
 {
     sondeFrequency = *frequency;
-    store->settingsSetValue("Sonde/Frequency", sondeFrequency);
+    store->settingsSetValue(keys::sondeFrequency, sondeFrequency);
 }
 
 void eventHandler::answerSondeFrequency(SOURCE_TYPE_t source)
 {
-    const QVariant stored = store->settingsGetValue("Sonde/Frequency", defaultSondeFrequency);
+    const QVariant stored = store->settingsGetValue(keys::sondeFrequency);
     eventHandlerSendCommand(source, "SondeFreq " + stored.toString());
 }
 
@@ -80,14 +78,14 @@ void eventHandler::answerSondeState(SOURCE_TYPE_t source)
 
 void eventHandler::shutDown(SOURCE_TYPE_t)
 {
-    qCritical() << "Shutdown Event Triggered";
+    qCritical() << messages::shutdownStarted;
     childprocess::run(this, childprocess::fromLine(paths::shutdownCommand), shutdownWait);
 }
 
 void eventHandler::answerCoilerValue(SOURCE_TYPE_t source)
 {
     // Read from the store each time: other programs may set the offset there.
-    coilerOffset = store->settingsGetValue("Camera/CoilerOffset", "0").toDouble();
+    coilerOffset = store->settingsGetValue(keys::coilerOffset).toDouble();
     coilerDistance = coilerCount * encoderScalar + coilerOffset;
     eventHandlerSendCommand(source, QString("CoilerValue %1\r").arg(coilerDistance, 0, 'g', 6));
 }
@@ -96,32 +94,32 @@ void eventHandler::answerCoilerValue(SOURCE_TYPE_t source)
 void eventHandler::setCoiler(SOURCE_TYPE_t, const double *metres)
 {
     eventHandlerSendCommand(SOURCE_MCU, "COILER:ZERO\r\n");
-    store->settingsSetValue("Camera/Coiler", QString("0"));
+    store->settingsSetValue(keys::coilerCount, 0);
     coilerOffset = metres ? *metres : 0.0;
-    qInfo() << "Coiler offset set to " << coilerOffset << "m";
-    store->settingsSetValue("Camera/CoilerOffset", coilerOffset);
+    qInfo() << messages::coilerOffset << coilerOffset << "m";
+    store->settingsSetValue(keys::coilerOffset, coilerOffset);
 }
 
 void eventHandler::coilerModelGiven(SOURCE_TYPE_t, const QString *model)
 {
     coilerModel = *model;
-    configuration->setValue(coilerModelKey, coilerModel);
+    configuration->setValue(keys::coilerModel.name, coilerModel);
     configuration->writeSoon();
 }
 
 void eventHandler::answerCoilerModel(SOURCE_TYPE_t source)
 {
-    const QVariant stored = configuration->value(coilerModelKey, defaultCoilerModel);
+    const QVariant stored = configuration->value(keys::coilerModel.name, keys::coilerModel.absent);
     eventHandlerSendCommand(source, "Model " + stored.toString() + "\r\n");
 }
 
 void eventHandler::startStream(SOURCE_TYPE_t)
 {
-    qInfo() << "EVENT_StreamStart";
+    qInfo() << messages::streamEvent;
     if (streamAddress.isEmpty() || streamPort.isEmpty())
         emit eventHandlerNullParams();
     else
-        qInfo() << "Stream Started at " << streamAddress << ":" << streamPort;
+        qInfo() << messages::streamStarted << streamAddress << ":" << streamPort;
 }
 
 void eventHandler::stopStream(SOURCE_TYPE_t)
@@ -130,19 +128,19 @@ void eventHandler::stopStream(SOURCE_TYPE_t)
         return;
     emit eventHandlerStopStreaming();
     streamActive = false;
-    qInfo() << "Stream Stopped";
+    qInfo() << messages::streamStopped;
 }
 
 void eventHandler::startPal(SOURCE_TYPE_t)
 {
     emit eventHandlerStartPAL();
-    qInfo() << "PAL Output Started";
+    qInfo() << messages::palStarted;
 }
 
 void eventHandler::stopPal(SOURCE_TYPE_t)
 {
     emit eventHandlerStopPAL();
-    qInfo() << "PAL Output Stopped";
+    qInfo() << messages::palStopped;
 }
 
 void eventHandler::answerIdn(SOURCE_TYPE_t source)
@@ -182,5 +180,5 @@ void eventHandler::resetMcuLog(SOURCE_TYPE_t)
 void eventHandler::countUnknownCommand(SOURCE_TYPE_t)
 {
     ++unknownCommands;
-    store->settingsSetValue("Commands/Unknown", unknownCommands);
+    store->settingsSetValue(keys::unknownCommands, unknownCommands);
 }

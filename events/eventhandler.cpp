@@ -3,6 +3,7 @@
 
 #include "busybee.h"
 #include "inifile.h"
+#include "keys.h"
 #include "monitor.h"
 #include "settings.h"
 
@@ -16,8 +17,7 @@ eventHandler::eventHandler(QObject *parent) : QObject(parent), store(new setting
 {
     new monitor(this, store);
     new BusyBee(this, store);
-    unknownCommands =
-        static_cast<uint16_t>(store->settingsGetValue("Commands/Unknown", "0").toInt());
+    unknownCommands = static_cast<uint16_t>(store->settingsGetValue(keys::unknownCommands).toInt());
     readConfiguration();
     eventHandlerSetupFifo();
 }
@@ -27,17 +27,17 @@ eventHandler::~eventHandler() = default;
 void eventHandler::eventHandlerParseSettingsFile()
 {
     IniFile snapshot("KT6120.ini");
-    snapshot.setValue("Battery/Voltage", batteryVoltage);
-    snapshot.setValue("Battery/Current", batteryCurrent);
-    snapshot.setValue("Battery/State", batteryState);
-    snapshot.setValue("Camera/Coiler", int(coilerCount));
-    snapshot.setValue("Camera/Lamp", int(lampLevel));
-    snapshot.setValue("Camera/Type", cameraType);
-    snapshot.setValue("Video/IP", streamAddress);
-    snapshot.setValue("Video/Port", streamPort);
-    snapshot.setValue("MCU/Version", mcuVersion);
-    snapshot.setValue("Commands/Unknown", unknownCommands);
-    snapshot.setValue("Sonde/State", int(sondeEnabled));
+    snapshot.setValue(keys::batteryVoltage.name, batteryVoltage);
+    snapshot.setValue(keys::batteryCurrent.name, batteryCurrent);
+    snapshot.setValue(keys::batteryState.name, batteryState);
+    snapshot.setValue(keys::coilerCount.name, int(coilerCount));
+    snapshot.setValue(keys::lampLevel.name, int(lampLevel));
+    snapshot.setValue(keys::cameraType.name, cameraType);
+    snapshot.setValue(keys::streamAddress.name, streamAddress);
+    snapshot.setValue(keys::streamPort.name, streamPort);
+    snapshot.setValue(keys::mcuVersion.name, mcuVersion);
+    snapshot.setValue(keys::unknownCommands.name, unknownCommands);
+    snapshot.setValue(keys::sondeState.name, int(sondeEnabled));
 }
 
 // The handler of each event, in the order of UNIT_EVENTS. A row compiles only if the function takes

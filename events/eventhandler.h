@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #pragma once
 
+#include "bands.h"
 #include "eventtypes.h"
+#include "keys.h"
 
 #include <QList>
 #include <QObject>
@@ -84,7 +86,6 @@ public slots:
 private:
     struct Dispatch;
     enum class Alarm { Normal = 0, Under = 1, Over = 2 };
-    struct Band;
 
     // One function per event, with the event's source and, if the event has a payload, a pointer
     // to it.
@@ -98,7 +99,7 @@ private:
     void mcuVersionReported(SOURCE_TYPE_t source, const QString *version);
     void thermistorReported(SOURCE_TYPE_t source, const int16_t *hundredths);
     void tallwickReported(SOURCE_TYPE_t source, const uint8_t *flag);
-    static void checkBand(int reading, const Band &band, Alarm &alarm);
+    static void checkBand(int reading, const bands::Band &band, Alarm &alarm);
 
     // lamp.cpp
     void lampValueReported(SOURCE_TYPE_t source, const uint8_t *level);
@@ -161,7 +162,7 @@ private:
     uint16_t unknownCommands = 0;
     QString mcuLog = "0";
     QString coilerModel;
-    QString sondeFrequency = "512";
+    QString sondeFrequency = keys::sondeFrequency.absent;
     Alarm voltageAlarm = Alarm::Normal;
     Alarm currentAlarm = Alarm::Normal;
     Alarm temperatureAlarm = Alarm::Normal;

@@ -6,6 +6,8 @@
 
 #include "childprocess.h"
 #include "gpio.h"
+#include "keys.h"
+#include "logmessages.h"
 #include "paths.h"
 #include "settings.h"
 
@@ -41,7 +43,7 @@ void eventHandler::lampValueReported(SOURCE_TYPE_t source, const uint8_t *level)
         lampLevel = *level;
     else
         answerLampValue(source);
-    qInfo() << "Setting Lamp Brightness to " << int(lampLevel);
+    qInfo() << messages::lampLevel << int(lampLevel);
     storeLampLevel();
 }
 
@@ -73,7 +75,7 @@ void eventHandler::lampDown(SOURCE_TYPE_t)
 void eventHandler::lampOff(SOURCE_TYPE_t)
 {
     switchLampPower(lampPowerOff);
-    store->settingsSetValue("Camera/Lamp", lampOffValue);
+    store->settingsSetValue(keys::lampLevel, lampOffValue);
     eventHandlerSendCommand(SOURCE_MCU, "LAMP:OFF\r\n");
 }
 
@@ -95,7 +97,7 @@ void eventHandler::eventHandlerUpdateLamp(bool up)
         return;
     lampLevel = static_cast<uint8_t>(candidate);
     const int scaled = scaledLevel(lampLevel);
-    qInfo() << "Setting Lamp Brightness to " << int(lampLevel) << "% (Scaled " << scaled << "%)";
+    qInfo() << messages::lampLevel << int(lampLevel) << "% (Scaled " << scaled << "%)";
     eventHandlerSendCommand(SOURCE_MCU, QString("LAMP:SET %1\r\n").arg(scaled));
     eventHandlerSendCommand(SOURCE_MCU, "LAMP:ON\r\n");
     if (lampLevel == 0)
@@ -109,5 +111,5 @@ void eventHandler::switchLampPower(const char *lineValue)
 
 void eventHandler::storeLampLevel()
 {
-    store->settingsSetValue("Camera/Lamp", int(lampLevel));
+    store->settingsSetValue(keys::lampLevel, int(lampLevel));
 }

@@ -4,30 +4,12 @@
 
 #include "eventhandler.h"
 
+#include "bands.h"
+#include "keys.h"
+#include "logmessages.h"
 #include "settings.h"
 
 #include <QDebug>
-
-// Readings strictly between the limits are normal. A reading equal to a limit does not change the
-// state.
-struct eventHandler::Band {
-    int lower;
-    int upper;
-    const char *underWarning; // null: there is no lower limit
-    const char *overWarning;
-
-    static const Band batteryVoltage;
-    static const Band batteryCurrent;
-    static const Band computeTemperature; // hundredths of a degree Celsius
-};
-
-constexpr eventHandler::Band eventHandler::Band::batteryVoltage = {
-    5500, 8600, "Battery Voltage Under Threshold (", "Battery Voltage Over Threshold ("};
-constexpr eventHandler::Band eventHandler::Band::batteryCurrent = {
-    0, 1500, nullptr, "Battery Current Over Threshold ("};
-constexpr eventHandler::Band eventHandler::Band::computeTemperature = {
-    -1000, 7000, "Compute Module Temperature Under Threshold (",
-    "Compute Module Temperature Over Threshold ("};
 
 namespace
 {
@@ -41,9 +23,9 @@ void eventHandler::batteryStateReported(SOURCE_TYPE_t, const int32_t *state)
 {
     const int32_t before = batteryState;
     batteryState = *state;
-    store->settingsSetValue("Battery/State", batteryState);
+    store->settingsSetValue(keys::batteryState, batteryState);
     if (batteryState != before)
-        qInfo() << "Battery State Changed to: " << batteryState;
+        qInfo() << messages::batteryState << batteryState;
 }
 
 void eventHandler::batteryVoltageReported(SOURCE_TYPE_t, const uint16_t *raw)
@@ -63,28 +45,29 @@ void eventHandler::thermistorReported(SOURCE_TYPE_t, const int16_t *hundredths)
 {
     computeTemperature = *hundredths;
     eventHandlerParseComputeTemperature();
-    store->settingsSetValue("Temperature/CM3", computeTemperature / 100.0);
+    store->settingsSetValue(keys::computeTemperature, computeTemperature / 100.0);
 }
 
 void eventHandler::eventHandlerParseBatteryVoltage()
 {
-    store->settingsSetValue("Battery/Voltage", batteryVoltage);
-    checkBand(batteryVoltage, Band::batteryVoltage, voltageAlarm);
+    store->settingsSetValue(keys::batteryVoltage, batteryVoltage);
+    checkBand(batteryVoltage, bands::batteryVoltage, voltageAlarm);
 }
 
 void eventHandler::eventHandlerParseBatteryCurrent()
 {
-    store->settingsSetValue("Battery/Current", batteryCurrent);
-    checkBand(batteryCurrent, Band::batteryCurrent, currentAlarm);
+    store->settingsSetValue(keys::batteryCurrent, batteryCurrent);
+    checkBand(batteryCurrent, bands::batteryCurrent, currentAlarm);
 }
 
 void eventHandler::eventHandlerParseComputeTemperature()
 {
-    checkBand(computeTemperature, Band::computeTemperature, temperatureAlarm);
+    checkBand(computeTemperature, bands::computeTemperature, temperatureAlarm);
 }
 
-void eventHandler::checkBand(int reading, const Band &band, Alarm &alarm)
+void eventHandler::checkBand(int reading, const bands::Band &band, Alarm &alarm)
 {
+    // A reading equal to a limit does not change the state.
     if (reading == band.lower || reading == band.upper)
         return;
     Alarm now = Alarm::Normal;
@@ -104,20 +87,20 @@ void eventHandler::checkBand(int reading, const Band &band, Alarm &alarm)
 void eventHandler::cameraTypeReported(SOURCE_TYPE_t, const int32_t *type)
 {
     cameraType = *type;
-    store->settingsSetValue("Camera/Type", cameraType);
-    qInfo() << "Camera Type Updated to " << cameraType;
+    store->settingsSetValue(keys::cameraType, cameraType);
+    qInfo() << messages::cameraType << cameraType;
 }
 
 void eventHandler::coilerValueReported(SOURCE_TYPE_t, const int16_t *count)
 {
     coilerCount = *count;
-    store->settingsSetValue("Camera/Coiler", int(coilerCount));
+    store->settingsSetValue(keys::coilerCount, int(coilerCount));
 }
 
 void eventHandler::mcuVersionReported(SOURCE_TYPE_t, const QString *version)
 {
     mcuVersion = *version;
-    store->settingsSetValue("MCU/Version", mcuVersion);
+    store->settingsSetValue(keys::mcuVersion, mcuVersion);
 }
 
 void eventHandler::tallwickReported(SOURCE_TYPE_t, const uint8_t *flag)
@@ -125,7 +108,7 @@ void eventHandler::tallwickReported(SOURCE_TYPE_t, const uint8_t *flag)
     if (*flag == tallwickDetected)
         return;
     tallwickDetected = *flag;
-    store->settingsSetValue("Tallwick/Detected", int(tallwickDetected));
+    store->settingsSetValue(keys::tallwickDetected, int(tallwickDetected));
     if (tallwickDetected != 1)
         return;
     // A Tallwick probe has its own lamp, so the unit's lamp is switched off and locked.

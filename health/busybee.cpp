@@ -2,6 +2,7 @@
 #include "busybee.h"
 
 #include "childprocess.h"
+#include "keys.h"
 #include "paths.h"
 #include "settings.h"
 
@@ -40,19 +41,19 @@ struct Channel {
     int number;
     Conversion conversion;
     double factor;
-    const char *key;
+    Key<int> key;
 };
 
 constexpr Channel channels[] = {
-    {0x12, Conversion::Temperature, 1.0, "Temperature/Boost"},
-    {0x15, Conversion::Temperature, 1.0, "Temperature/LED"},
-    {0x11, Conversion::Voltage, 12.82, "Voltage/Inter"},
-    {0x01, Conversion::Voltage, 8.27, "Voltage/Encoder"},
-    {0x13, Conversion::Voltage, 8.27, "Voltage/Camera"},
-    {0x14, Conversion::Voltage, 8.27, "Voltage/Sonde"},
-    {0x07, Conversion::LedCurrent, 1.0, "Current/LedOut"},
-    {0x10, Conversion::InterstageCurrent, 1.0, "Current/Inter"},
-    {0x16, Conversion::LedCurrent, 1.0, "Current/LedTallwick"},
+    {0x12, Conversion::Temperature, 1.0, keys::boostTemperature},
+    {0x15, Conversion::Temperature, 1.0, keys::ledTemperature},
+    {0x11, Conversion::Voltage, 12.82, keys::interstageVoltage},
+    {0x01, Conversion::Voltage, 8.27, keys::encoderVoltage},
+    {0x13, Conversion::Voltage, 8.27, keys::cameraVoltage},
+    {0x14, Conversion::Voltage, 8.27, keys::sondeVoltage},
+    {0x07, Conversion::LedCurrent, 1.0, keys::ledCurrent},
+    {0x10, Conversion::InterstageCurrent, 1.0, keys::interstageCurrent},
+    {0x16, Conversion::LedCurrent, 1.0, keys::tallwickLedCurrent},
 };
 
 // Truncates towards zero; a script may print a number far beyond eight bits.

@@ -3,6 +3,8 @@
 
 #include "childprocess.h"
 #include "gpio.h"
+#include "keys.h"
+#include "logmessages.h"
 #include "paths.h"
 #include "regularfile.h"
 #include "settings.h"
@@ -30,8 +32,7 @@ constexpr auto logRotateWait = 5000ms;
 
 // One field of a status row, in the order of the row.
 struct Field {
-    const char *key;
-    const char *defaultValue;
+    AnyKey key;
     QString (*convert)(const QVariant &stored);
 };
 
@@ -59,12 +60,12 @@ constexpr char csvHeader[] =
     "tallwick status";
 
 constexpr Field csvFields[] = {
-    {"Battery/Voltage", "0", integer},      {"Battery/Current", "0", integer},
-    {"Temperature/Internal", "0", text},    {"Temperature/CM3", "0", text},
-    {"Camera/Coiler", "0", integer},        {"Current/LedOut", "0", integer},
-    {"Current/Inter", "0", integer},        {"Current/LedTallwick", "0", integer},
-    {"Sonde/Enabled", "0", integer},        {"Camera/Lamp", "0", integer},
-    {"Temperature/Boost", "0", hundredths}, {"Tallwick/Detected", "false", integer},
+    {keys::batteryVoltage, integer},      {keys::batteryCurrent, integer},
+    {keys::processorTemperature, text},   {keys::computeTemperature, text},
+    {keys::coilerCount, integer},         {keys::ledCurrent, integer},
+    {keys::interstageCurrent, integer},   {keys::tallwickLedCurrent, integer},
+    {keys::sondeEnabled, integer},        {keys::lampLevel, integer},
+    {keys::boostTemperature, hundredths}, {keys::tallwickDetected, integer},
 };
 
 QTimer *repeat(monitor *owner, void (monitor::*job)(), std::chrono::milliseconds interval)
@@ -90,7 +91,7 @@ void monitor::monitor_timer_expired()
 {
     QStringList row;
     for (const Field &field : csvFields)
-        row += field.convert(settingsStore->settingsGetValue(field.key, field.defaultValue));
+        row += field.convert(settingsStore->settingsGetValue(field.key));
     monitor_write_file(row.join(','));
 }
 
@@ -114,7 +115,7 @@ void monitor::monitor_usb_check()
     if (level != 1 || usbFaultReported)
         return;
     usbTimer->stop();
-    qWarning() << "USB Fault Detected";
+    qWarning() << messages::usbFault;
     usbFaultReported = true;
 }
 
@@ -126,5 +127,5 @@ void monitor::monitor_check_temperature()
     QString temperature = QString::fromLatin1(printed.constData()); // ends at a NUL byte
     temperature.remove(0, temperature.indexOf('=') + 1);
     temperature.remove("'C");
-    settingsStore->settingsSetValue("Temperature/Internal", temperature.trimmed());
+    settingsStore->settingsSetValue(keys::processorTemperature, temperature.trimmed());
 }

@@ -6,37 +6,37 @@
 
 settings::settings(QObject *parent) : QObject(parent), store(paths::statusStore)
 {
-    settingsSetValue("Compute/SoftwareVersion",
+    settingsSetValue(keys::softwareVersion,
                      QString("V%1.%2.%3").arg(version::major, version::minor, version::build));
 }
 
-void settings::settingsSetValue(const QString &key, const QString &value)
+void settings::settingsSetValue(const Key<QString> &key, const QString &value)
 {
     write(key, value);
 }
 
-void settings::settingsSetValue(const QString &key, int value)
+void settings::settingsSetValue(const Key<int> &key, int value)
 {
     write(key, value);
 }
 
-void settings::settingsSetValue(const QString &key, unsigned short value)
+void settings::settingsSetValue(const Key<uint16_t> &key, uint16_t value)
 {
     write(key, int(value));
 }
 
-void settings::settingsSetValue(const QString &key, double value)
+void settings::settingsSetValue(const Key<double> &key, double value)
 {
     write(key, value);
 }
 
-QVariant settings::settingsGetValue(const QString &key, const QString &defaultValue)
+QVariant settings::settingsGetValue(const AnyKey &key)
 {
-    return store.value(key, defaultValue);
+    return store.value(key.name, key.absent);
 }
 
-void settings::write(const QString &key, const QVariant &value)
+void settings::write(const AnyKey &key, const QVariant &value)
 {
-    store.setValue(key, value);
+    store.setValue(key.name, value);
     store.write();
 }

@@ -3,6 +3,7 @@
 
 #include "camera.h"
 #include "console.h"
+#include "logmessages.h"
 #include "paths.h"
 
 #include <QCoreApplication>
@@ -25,7 +26,7 @@ std::unique_ptr<Camera> openCamera()
     QLibrary module(QCoreApplication::applicationDirPath() + '/' + grabModuleFile);
     const auto open = reinterpret_cast<OpenCameraFunction>(module.resolve(openCameraSymbol));
     if (!open) {
-        qWarning() << "No camera module:" << module.errorString();
+        qWarning() << messages::noCameraModule << module.errorString();
         return nullptr;
     }
     return std::unique_ptr<Camera>(open(paths::cameraIndex));

@@ -3,6 +3,7 @@
 
 #include "childprocess.h"
 #include "gpio.h"
+#include "logmessages.h"
 #include "paths.h"
 
 #include <QAbstractEventDispatcher>
@@ -26,7 +27,7 @@ VideoLibrary::VideoLibrary()
     // Bus messages of the pipelines are dispatched by GLib's main context.
     const QAbstractEventDispatcher *dispatcher = QAbstractEventDispatcher::instance();
     if (!dispatcher || !dispatcher->inherits("QEventDispatcherGlib"))
-        qWarning() << "The event loop does not serve GLib: no video pipeline will ever end";
+        qWarning() << messages::noGlib;
 }
 
 void VideoLibrary::initCapture()

@@ -86,30 +86,36 @@ coded = set(re.findall(r'^ +\{"([A-Z]+)", Argument', text("events/commandsfile.c
 documented = {r[0].split()[0] for r in table("docs/operating.md", "For those who write a web page")}
 compare("commands file", documented, coded)
 
-# Keys of the status store: those that are written with a literal, and the ADC board's.
-coded = set()
-for source in sources():
-    coded |= set(re.findall(r'settingsSetValue\(\s*"(\w+/\w+)"', source))
-coded |= set(re.findall(r'"((?:Temperature|Voltage|Current)/\w+)"', text("health/busybee.cpp")))
-compare("store keys", {r[0] for r in table("docs/operating.md", "Keys of the status store")}, coded)
+# Keys of the status store and of the configuration.
+stored, configured = (
+    dict(re.findall(r"> (\w+)\{\{\"(\w+/\w+)\"", part))
+    for part in text("base/keys.h").split("// Only in")[0].split("paths::")[1:]
+)
+for heading, keys in (("Keys of the status store", stored), ("Configuration", configured)):
+    compare("keys", {r[0] for r in table("docs/operating.md", heading)}, set(keys.values()))
 
 # GPIO lines that the program drives and reads through its scripts.
 coded = set(re.findall(r'"(\d+)"', text("base/gpio.h")))
 scripts = table("docs/operating.md", "Unit scripts")
 compare("GPIO lines", {n for r in scripts for n in re.findall(r"`(\d+)`", r[1])}, coded)
 
-# Log messages by their first literal, with their type.
+# Log messages: the whole table, the function that logs each, and no text outside the table.
 types = {"qWarning": "1", "qCritical": "2", "qInfo": "4"}
-coded = set()
-for source in sources():
-    for function, first in re.findall(r'\b(q\w+)\(\)\s*<<\s*"((?:[^"\\]|\\.)*)"', source):
-        if function in types:
-            coded.add((first.replace("\\n", ""), types[function]))
-    # Texts that a table or a condition chooses.
-    coded |= {(t, "1") for t in re.findall(r'"((?:Battery|Compute)[^"]* Threshold \()"', source)}
-    coded |= {(t, "4") for t in re.findall(r'"(Sonde Turned O\w+|Resetting Micro[^"]*)"', source)}
-documented = {(r[0], r[1]) for r in table("docs/operating.md", "Log messages")}
+rows = re.findall(r'MESSAGE\((\w+), (\d), "(.*)", \\\s+"(.*)",\s+(?:\\\s+)?"(.*)"\)',
+                  text("base/logmessages.h"))
+coded = {tuple(row[1:]) for row in rows}
+section = text("docs/operating.md").split("\n## Log messages\n", 1)[1].split("\n## ", 1)[0]
+documented = {
+    (kind, found, meaning.strip(), remedy.strip())
+    for found, kind, meaning, remedy in re.findall(r"^\| `(.*?)` \| (\d) \|(.*)\|(.*)\|$", section, re.M)
+}
 compare("log messages", documented, coded)
+kinds = {name: kind for name, kind, *_ in rows}
+for source in sources():
+    for function, first in re.findall(r"\b(q\w+)\(\)\s*<<\s*(.*)", source):
+        name = re.match(r"(?:qPrintable\(QString\()?messages::(\w+)", first)
+        if function in types and (first.startswith('"') or name and kinds[name[1]] != types[function]):
+            differences.append(f"log message not as in base/logmessages.h: {function}() << {first}")
 
 # Readings that the page shows, and alerts: those of the bands of the table of keys, in its words.
 keys = {r[0] for r in table("docs/operating.md", "Keys of the status store")}
@@ -122,15 +128,21 @@ compare("alerts", documented, coded)
 limits = re.findall(r"expr: kt6120_(\w+)\S* [<>]= (-?[\d.]+)", alerts)
 coded = {f"{name} {float(limit):g}" for name, limit in limits}
 documented = set()
-units = {"Battery/Voltage": ("battery_voltage_volts", 1000),
-         "Battery/Current": ("battery_current_amperes", 1000),
-         "Temperature/CM3": ("temperature_celsius", 1)}
+in_bands = {"batteryVoltage": ("battery_voltage_volts", 1000, 1),
+            "batteryCurrent": ("battery_current_amperes", 1000, 1),
+            "computeTemperature": ("temperature_celsius", 100, 100)}
+limits, normal = set(), set()
+for name, lower, upper, under in re.findall(r"Band (\w+) = \{(-?\d+), (\d+), (\w+)",
+                                            text("base/bands.h")):
+    metric, unit, scale = in_bands[name]
+    both = [int(upper)] if under == "nullptr" else [int(lower), int(upper)]
+    limits |= {f"{metric} {limit / unit:g}" for limit in both}
+    normal |= {f"{stored[name]} {limit / scale:g}" for limit in both}
 for key, meaning in (r[:2] for r in table("docs/operating.md", "Keys of the status store")):
     for side, number in re.findall(r"(from|to|above|below) (-?\d+)", meaning.partition("normal")[2]):
-        limit = int(number) + {"from": -1, "to": 1}.get(side, 0)
-        name, scale = units[key]
-        documented.add(f"{name} {limit / scale:g}")
-compare("limits of the alerts", documented, coded)
+        documented.add(f"{key} {int(number) + {'from': -1, 'to': 1}.get(side, 0)}")
+compare("limits of the alerts", coded, limits)
+compare("bands", documented, normal)
 
 # The picture is that of its text.
 digest = hashlib.sha256((top / "docs/architecture.dot").read_bytes()).hexdigest()

@@ -21,11 +21,11 @@ private slots:
     {
         settings store(nullptr);
         const auto check = [&store](auto value, const QString &onDisk) {
-            store.settingsSetValue("Group/Entry", value);
+            constexpr Key<decltype(value)> key{{"Group/Entry", "absent"}};
+            store.settingsSetValue(key, value);
             QCOMPARE(iniValue(paths::statusStore, "Group/Entry"), onDisk);
             QVERIFY(!iniValue(paths::statusStore, "Group/Entry").isNull());
-            QCOMPARE(settings(nullptr).settingsGetValue("Group/Entry", "absent").toString(),
-                     onDisk);
+            QCOMPARE(settings(nullptr).settingsGetValue(key).toString(), onDisk);
         };
         check(QString("x40"), "x40");
         check(QString("V1.0,3"), "V1.0,3");

@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+#pragma once
+
+// Every message of the program log: name, type as logged (1 warning, 2 critical, 4 information),
+// the text that it begins with, what it means and what to do about it. The page and its metrics
+// read the log by this table; docs/operating.md shows it to people.
+// clang-format off
+#define LOG_MESSAGES(MESSAGE) \
+    MESSAGE(starting, 4, "Starting ", \
+            "the program starts; product and version follow", "") \
+    MESSAGE(lampLimit, 4, "LED current limit set to ", \
+            "the lamp limit in force", "") \
+    MESSAGE(lampLimitInvalid, 1, "Invalid LED current limit detected, using default value ", \
+            "`Lamp/MaxCurrent` is not from 1 to 30", "correct the configuration file") \
+    MESSAGE(portNotOpened, 2, "MCU Serial Port Failed to Open...", \
+            "no serial line: no readings, no lamp, no sonde until a restart", "check `/dev/serial0`, restart") \
+    MESSAGE(writeFailed, 2, "Failed to write command: ", \
+            "the MCU did not take a text within a second, or the line is gone", "check the line; the command is lost, and so are earlier ones that the line had not passed on") \
+    MESSAGE(shutdownRequested, 2, "Running shutdown", \
+            "the MCU asks for power-down", "") \
+    MESSAGE(shutdownStarted, 2, "Shutdown Event Triggered", \
+            "the shutdown script is started", "") \
+    MESSAGE(mcuLogNotWritten, 2, "Error Creating MCU Log File", \
+            "`mcu_log.log` cannot be written", "check folder and space") \
+    MESSAGE(batteryState, 4, "Battery State Changed to: ", \
+            "new battery state", "") \
+    MESSAGE(batteryUnder, 1, "Battery Voltage Under Threshold (", \
+            "battery low", "charge; logged again only after it recovered") \
+    MESSAGE(batteryOver, 1, "Battery Voltage Over Threshold (", \
+            "battery voltage too high", "check the charger") \
+    MESSAGE(currentOver, 1, "Battery Current Over Threshold (", \
+            "current too high", "check lamp and accessories") \
+    MESSAGE(temperatureOver, 1, "Compute Module Temperature Over Threshold (", \
+            "hundredths of a degree", "let the unit cool down") \
+    MESSAGE(temperatureUnder, 1, "Compute Module Temperature Under Threshold (", \
+            "hundredths of a degree", "") \
+    MESSAGE(cameraType, 4, "Camera Type Updated to ", \
+            "the MCU reports the camera", "") \
+    MESSAGE(lampLevel, 4, "Setting Lamp Brightness to ", \
+            "lamp level changed", "") \
+    MESSAGE(sondeOn, 4, "Sonde Turned On", \
+            "", "") \
+    MESSAGE(sondeOff, 4, "Sonde Turned Off", \
+            "", "") \
+    MESSAGE(coilerOffset, 4, "Coiler offset set to ", \
+            "the reel was zeroed, metres", "") \
+    MESSAGE(mcuLogReset, 4, "Resetting Microcontroller Logs", \
+            "asked for through the commands file", "") \
+    MESSAGE(palStarted, 4, "PAL Output Started", \
+            "local picture on", "") \
+    MESSAGE(palStopped, 4, "PAL Output Stopped", \
+            "local picture off: a phone is there", "") \
+    MESSAGE(streamEvent, 4, "EVENT_StreamStart", \
+            "a stream was reported started", "") \
+    MESSAGE(streamStarted, 4, "Stream Started at ", \
+            "its address and port", "") \
+    MESSAGE(streamStopped, 4, "Stream Stopped", \
+            "", "") \
+    MESSAGE(streamNowhere, 4, "Null port / ip address", \
+            "a stream start without address or port", "") \
+    MESSAGE(tetheringChanged, 4, "Mobile Tethering state changed to ", \
+            "true: a phone's network is there; false: it is gone", "") \
+    MESSAGE(streamStarting, 4, "Starting video stream with IP ", \
+            "stream address and port", "") \
+    MESSAGE(streamStopping, 4, "Stopping video stream", \
+            "the phone's network is gone", "") \
+    MESSAGE(broadcastInvalid, 1, "Invalid Broadcast Address Found", \
+            "the network's broadcast address is not IPv4", "check the phone's network") \
+    MESSAGE(appClosed, 4, "Closing TCP Socket", \
+            "the app closed the connection; it is made again", "") \
+    MESSAGE(appSilent, 1, "TCP Connected Timed Out", \
+            "the app was silent for ten seconds; the connection is made again", "") \
+    MESSAGE(appNotReading, 1, "TCP peer does not read, connection dropped", \
+            "the app asks and leaves a megabyte of answers unread; the connection is made again", "look at the app") \
+    MESSAGE(appUnknownCommand, 2, "TCP received unknown command: ", \
+            "the app sent something else", "update the app") \
+    MESSAGE(usbFault, 1, "USB Fault Detected", \
+            "the USB fault line is set; not looked at again until a restart", "check the USB port, restart") \
+    MESSAGE(noCameraModule, 1, "No camera module:", \
+            "the grab module is not beside the program", "install it again") \
+    MESSAGE(noGlib, 1, "The event loop does not serve GLib: no video pipeline will ever end", \
+            "`QT_NO_GLIB` is set", "unset it")
+// clang-format on
+
+namespace messages
+{
+
+// The texts by name, to log them.
+#define TEXT(name, type, text, meaning, remedy) inline constexpr char name[] = text;
+LOG_MESSAGES(TEXT)
+#undef TEXT
+
+} // namespace messages
