@@ -5,8 +5,8 @@
 #
 # Prints the level of a GPIO line of the compute module (0 to 53): 0 or 1. Line 26 reads 1
 # when the USB supply reports a fault.
-# Prints nothing where the line cannot be read: status 1, with the reason on standard error;
-# 2 for wrong arguments.
+# If the line cannot be read: prints the reason to standard error, exit status 1. Exit status 2 for
+# wrong arguments.
 set -u
 . "$(dirname "$0")/KT6120_gpio.sh"
 

@@ -3,10 +3,10 @@
 #
 # KT6120_gpio_write.sh LINE LEVEL
 #
-# Drives a GPIO line of the compute module (0 to 53) to 0 or 1, also after this script has
-# ended: 21 lamp power, 25 the USB boot pulse, 19 raised once after the start.
-# Prints nothing. Status 1, with the reason on standard error, where the line cannot be had,
-# for instance because another program holds it; 2 for wrong arguments.
+# Drives a GPIO line of the compute module (0 to 53) to 0 or 1. The line stays driven after this
+# script has exited. 21 is lamp power, 25 the USB boot pulse, 19 is set once after the start.
+# If the line cannot be driven, for instance because another program uses it: prints the reason to
+# standard error, exit status 1. Exit status 2 for wrong arguments.
 set -u
 . "$(dirname "$0")/KT6120_gpio.sh"
 

@@ -1,16 +1,15 @@
 #!/bin/sh
 # SPDX-License-Identifier: LicenseRef-KT6120
 #
-# The PAL receiver: takes the camera picture, H.264 in RTP packets on UDP port 8083 of the
-# unit, and shows it on the video output: the display controller, else the frame buffer, else
-# a window where there is a desktop, else nowhere (packets are still taken and decoded). Runs
-# until it is told to end. A receiver that breaks down is started again a second later, with
-# its reason on standard error; where one runs already, this ends at once with status 0. With
-# no H.264 decoder at hand it says so and ends with status 1.
+# The PAL receiver: receives H.264 over RTP on UDP port 8083 and shows it on the video output: the
+# display controller, else the frame buffer, else a window if there is a desktop; otherwise it
+# decodes without showing. Runs until a signal ends it. A failing pipeline is restarted after a
+# second, with GStreamer's message on standard error. Exits with status 0 if another receiver runs,
+# with status 1 and a message if no H.264 decoder is installed.
 set -u
 . "$(dirname "$0")/KT6120_video.sh"
 
-# Held on the script itself: no file of its own, so nobody can have laid it before.
+# Lock the script itself, so that no lock file is needed that somebody else could have created.
 exec 9<"$0"
 flock -n 9 || exit 0
 
@@ -25,14 +24,14 @@ else
     sink=fakesink
 fi
 
-# Waits for a command in a way that a signal can break.
+# Runs a command so that a signal interrupts the wait for it.
 run() {
     "$@" &
     child=$!
     wait "$child"
 }
 
-# A signal ends the command that runs, and the script with it.
+# A signal ends the running command and the script.
 child=
 trap 'trap "" TERM INT HUP; kill "$child" 2>/dev/null; wait; exit 0' TERM INT HUP
 

@@ -3,9 +3,9 @@
 #
 # KT6120_shutdown.sh
 #
-# Powers the unit down in good order.
-# Prints nothing. Fails with systemctl's status and message where the system refuses; status
-# 2 for wrong arguments.
+# Shuts the unit down.
+# Prints nothing. Fails with the status and message of systemctl; exit status 2 for wrong
+# arguments.
 set -u
 
 if [ $# -ne 0 ]; then

@@ -1,27 +1,26 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 # shellcheck shell=sh
-# Which of the phone stream's start and stop scripts is in force, for the two to source.
+# Ordering of the phone stream's start and stop scripts, which source this file.
 #
-# Start and stop may be launched milliseconds apart and come to their first lines in any order.
-# What counts is when they were launched: the start times of their processes, then the numbers.
-# Each leaves its mark, a file TIME.NUMBER.ROLE, and then looks at all marks: a stream older than
-# itself it kills, and a start that finds anything younger than itself does nothing. So of any two
-# at least one sees the other, wherever it is interrupted.
+# Start and stop may be launched milliseconds apart and reach their first lines in any order. Their
+# order is that of launch: the start times of their processes, then the pids. Each creates a mark,
+# a file TIME.PID.ROLE, and then reads all marks. It kills every older stream; a start that finds a
+# younger mark does nothing. So of any two at least one sees the other, wherever it is interrupted.
 
-# The unit's own folder, root's as its service is; without root's rights one for the user.
+# The service's folder, owned by root; another user gets a folder of his own.
 marks=/run/KT6120
 [ -w /run ] || marks=${XDG_RUNTIME_DIR:-/dev/shm}/KT6120
 
-# birth_of NUMBER: sets birth to the start time of a process, in hundredths of a second since boot.
+# birth_of PID: sets birth to the start time of a process, in hundredths of a second since boot.
 birth_of() {
     read -r birth 2>/dev/null <"/proc/$1/stat" || return 1
-    # shellcheck disable=SC2086 # split at the blanks
+    # shellcheck disable=SC2086 # split into words
     set -- ${birth##*) } # from the third field on, the one behind the name
     birth=${20}
 }
 
-# take_turn start|stop: leaves the mark of this process and ends older streams. Sets own (its
-# birth), overtaken (not empty: something is younger) and stopped (the last stop's birth).
+# take_turn start|stop: creates the mark of this process and kills older streams. Sets own (its
+# birth), overtaken (not empty if there is a younger mark) and stopped (birth of the last stop).
 take_turn() {
     role=$1
     shift
@@ -47,7 +46,7 @@ take_turn() {
         set -- "$@" "$mark"
         case $name in
         *.stop*) [ "$time" -lt "$stopped" ] || stopped=$time ;;
-        # Its number may be another process's by now.
+        # The pid may have been reused.
         *) if birth_of "$number" && [ "$birth" -eq "$time" ]; then kill -KILL "-$number"; fi ;;
         esac
     done

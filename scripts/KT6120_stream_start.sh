@@ -3,16 +3,15 @@
 #
 # KT6120_stream_start.sh ADDRESS PORT
 # The phone stream: the camera /dev/video0 as H.264 (720x576, 25 frames a second, baseline,
-# level 3) in RTP packets to a UDP port of an IPv4 address, a broadcast address included. Takes
-# the place of a stream that runs already and goes on until KT6120_stream_stop.sh or a signal
-# ends it. A stream that breaks down (no camera, no network) is started again a second later,
-# with its reason on standard error. Wrong arguments end with status 2, a missing encoder with
-# status 1.
+# level 3) in RTP packets to a UDP port of an IPv4 address, which may be a broadcast address.
+# Replaces a running stream. Runs until KT6120_stream_stop.sh or a signal ends it. A failing stream
+# (no camera, no network) is restarted after a second, with GStreamer's message on standard error.
+# Exit status 2 for wrong arguments, 1 for a missing encoder.
 #
-# A network lost within the second of the splash image makes the program launch the stop script
-# first and this one within 100 ms behind it, with nobody to end it. So it holds the camera only
-# while the program would count the unit as being on a network, and ends by itself when it no
-# longer would. An address that a viewer on a connected network has is streamed to in any case.
+# If the network is lost during the second of the splash image, the program launches the stop script
+# first and this one up to 100 ms later, and nothing would stop it. So this script uses the camera
+# only while the program would consider the unit connected, and exits otherwise. It always streams
+# to the address of a single viewer on a connected network.
 set -u
 
 usage() {
@@ -40,7 +39,7 @@ if ! { [ $# -eq 2 ] && is_address "$1" && is_port "$2"; }; then
     usage
 fi
 
-# A process group of its own, so that one signal ends all of it.
+# Run in a new process group, so that one signal ends all of it.
 kill -0 -$$ 2>/dev/null || exec setsid /bin/sh "$0" "$@"
 
 here=$(dirname "$0")
@@ -60,9 +59,9 @@ v4l2h264enc) settings='extra-controls=controls,video_bitrate=4000000,h264_i_fram
 x264enc) settings='bitrate=4000 tune=zerolatency speed-preset=ultrafast key-int-max=25' ;;
 esac
 
-# The stream headers go out every second, for a viewer that joins late. A PAL camera's pictures are
-# interlaced, which neither the baseline profile nor a phone has a place for; others pass as they
-# are. The kernel ends the stream with this script, however that ends.
+# The stream headers are repeated every second for late viewers. A PAL camera is interlaced, which
+# neither the baseline profile nor phones support; deinterlace passes progressive pictures through.
+# pdeathsig ends the pipeline however this script ends.
 stream() {
     # shellcheck disable=SC2086 # several settings
     exec setpriv --pdeathsig KILL gst-launch-1.0 -q \
@@ -73,15 +72,15 @@ stream() {
         rtph264pay pt=96 config-interval=1 ! udpsink host="$1" port="$2" sync=false
 }
 
-# A wait that a signal can break.
+# A second that a signal can interrupt.
 pause() {
     sleep 1 &
     sleeper=$!
     wait "$sleeper"
 }
 
-# Whether the address is a viewer's: the unit itself, or one that a network leads to without a
-# router between and that is not the broadcast address of one.
+# Whether the address is that of a single viewer: the unit itself or a directly connected host, not
+# a broadcast address.
 is_viewer() {
     case $1 in 127.*) return 0 ;; esac
     case $(ip -4 route get "$1" 2>/dev/null) in
@@ -89,7 +88,7 @@ is_viewer() {
     esac
 }
 
-# What the program sees: it streams as long as exactly one interface has a broadcast address.
+# The program's own rule: exactly one interface has a broadcast address.
 is_on_network() {
     # shellcheck disable=SC2046 # split into words
     set -- $(ifconfig 2>/dev/null)
@@ -104,14 +103,14 @@ running=
 sleeper=
 trap 'kill -KILL $running $sleeper 2>/dev/null; exit 0' TERM INT HUP
 
-# Looks in vain, a second apart, before it ends. A network that was there may be back before the
-# program has looked: an app that does not answer keeps it from that for ten seconds.
+# Failed checks, one per second, before this script exits. A lost network may be back before the
+# program notices, because connecting to an app that does not answer takes it ten seconds.
 patience=3
 long_patience=15
 if is_viewer "$1"; then
     is_on_network() { true; }
 elif [ $((own - stopped)) -lt 100 ]; then
-    # Right behind a stop: the program's own picture takes the camera first.
+    # Right after a stop, the PAL picture opens the camera first.
     long_patience=$patience
     pause
 fi
@@ -121,12 +120,12 @@ while [ "$missed" -lt "$patience" ]; do
     if is_on_network; then
         missed=0
         patience=$long_patience
-        # shellcheck disable=SC2086 # none as yet
+        # shellcheck disable=SC2086 # may be empty
         kill -0 $running 2>/dev/null || { stream "$@" & running=$!; }
     else
-        # Nobody watches, and somebody else may want the camera.
+        # Without a network, release the camera.
         missed=$((missed + 1))
-        # shellcheck disable=SC2086 # none as yet
+        # shellcheck disable=SC2086 # may be empty
         kill -KILL $running 2>/dev/null
         running=
     fi

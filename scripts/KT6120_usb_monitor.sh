@@ -3,12 +3,11 @@
 #
 # KT6120_usb_monitor.sh
 #
-# Watches the USB ports, to one of which a phone is connected, and says on the system log
-# (tag KT6120) which devices come and go; hubs are left out. Looks at the kernel's list every
-# two seconds, which starts one process, and ends by itself when the program that started it
-# has ended, so that a restarted program never has two.
-# Prints nothing and never fails on its own: where the kernel has no USB or the system log
-# does not answer, nothing is said. Status 2 for wrong arguments.
+# Writes to the system log (tag KT6120) which USB devices are connected and disconnected, hubs
+# excepted. Reads the kernel's list every two seconds, which starts one process. Exits when the
+# program that started it has exited, so that a restarted program never has two monitors.
+# Prints nothing. Logs nothing if the kernel has no USB or the system log does not answer. Exit
+# status 2 for wrong arguments.
 set -u
 interval=2
 hub_class=09
@@ -25,18 +24,18 @@ say() {
     logger -t KT6120 -- "$1"
 }
 
-# The first line of a device's attribute, empty where it has none.
+# attribute FILE: sets value to the first line of a device attribute, empty if there is none.
 attribute() {
     value=
     [ ! -r "$1" ] || read -r value <"$1"
 } 2>/dev/null
 
-# Sets present to the connected devices, one a line: port, vendor:product, maker and name.
+# Sets present to the connected devices, one per line: port, vendor:product, maker and name.
 look() {
     present=
     for device in /sys/bus/usb/devices/*; do
         attribute "$device/bDeviceClass"
-        # Interfaces of a device have no class of this name.
+        # Interfaces have no attribute of this name.
         case $value in
         '' | "$hub_class") continue ;;
         esac
@@ -53,7 +52,7 @@ look() {
     done
 }
 
-# say_missing LIST OTHER WHAT: says WHAT of each line of LIST that OTHER lacks.
+# say_missing LIST OTHER WHAT: logs WHAT for each line of LIST that OTHER lacks.
 say_missing() {
     while IFS= read -r text; do
         case $newline$2 in
@@ -65,7 +64,7 @@ $1
 END
 }
 
-# Field 4 of the status is the parent now; it changes when the program ends.
+# Field 4 of the status is the parent's pid; it changes when the program exits.
 is_parent_alive() {
     read -r _ _ _ parent _ </proc/$$/stat && [ "$parent" -eq "$PPID" ]
 }
