@@ -62,7 +62,7 @@ private slots:
             QCOMPARE(printed, expected);
             // An ended child leaves nothing; a running one keeps its owner.
             QCOMPARE(parent.findChildren<QProcess *>().size(), slow ? 1 : 0);
-            QTRY_COMPARE(parent.findChildren<QProcess *>().size(), 0);
+            TRY_COMPARE(parent.findChildren<QProcess *>().size(), 0);
         }
         QCOMPARE(log.texts(QtWarningMsg), QStringList());
     }
@@ -79,10 +79,10 @@ private slots:
         ending = true;
         const QList<QProcess *> left = parent.findChildren<QProcess *>();
         QCOMPARE(left.size(), 1);
-        QTRY_VERIFY(testsupport::openDescriptors() <= descriptors + 2);
+        TRY_VERIFY(testsupport::openDescriptors() <= descriptors + 2);
         QCOMPARE(childprocess::output(&parent, {"echo", {"1"}}, patience), QByteArray("1\n"));
         left.first()->kill();
-        QTRY_COMPARE(parent.findChildren<QProcess *>().size(), 0);
+        TRY_COMPARE(parent.findChildren<QProcess *>().size(), 0);
         QCOMPARE(testsupport::openDescriptors(), descriptors);
     }
 
@@ -142,8 +142,8 @@ private slots:
                                            "head -c 1000000 /dev/zero; touch /tmp/done"}},
                                    1ms));
         testsupport::writeFile("/tmp/go", {});
-        QTRY_VERIFY(QFile::exists("/tmp/done"));
-        QTRY_VERIFY(!parent.findChild<QProcess *>()->isOpen()); // it stays, and holds little
+        TRY_VERIFY(QFile::exists("/tmp/done"));
+        TRY_VERIFY(!parent.findChild<QProcess *>()->isOpen()); // it stays, and holds little
     }
 
     void aMissingProgramIsNotWaitedFor()

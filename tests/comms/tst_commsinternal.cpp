@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "commsinternal.h"
 
-#include "gauges.h"
 #include "paths.h"
 #include "pty.h"
 #include "testsupport.h"
@@ -58,7 +57,7 @@ private:
     QList<Seen> seen;
     std::function<void()> insideEvent;
 
-    void waitForSeen(int count) { QTRY_VERIFY(seen.size() >= count); }
+    void waitForSeen(int count) { TRY_VERIFY(seen.size() >= count); }
 
 private slots:
     void initTestCase()
@@ -161,20 +160,20 @@ private slots:
         const auto deliver = [&](const QByteArray &bytes) {
             const int already = arrived.size();
             mcu->send(bytes);
-            QTRY_VERIFY(arrived.size() > already);
+            TRY_VERIFY(arrived.size() > already);
         };
-        [[maybe_unused]] const double before = *gauges::read("rss", getpid());
+        [[maybe_unused]] const double before = testsupport::residentMiB();
         for (int i = 0; i < lines; i += 2) {
             deliver("TEMP " + QByteArray::number(i) + "\nBAT:V 1\n");
-            QTRY_COMPARE(seen.size(), arrived.size());
+            TRY_COMPARE(seen.size(), arrived.size());
         }
         // The address sanitizer keeps what was freed.
 #ifndef __SANITIZE_ADDRESS__
-        QVERIFY(*gauges::read("rss", getpid()) - before < 4); // MiB
+        QVERIFY(testsupport::residentMiB() - before < 4); // MiB
 #endif
         while (seen.size() < lines) {
             deliver("#");
-            QTRY_COMPARE(seen.size(), arrived.size());
+            TRY_COMPARE(seen.size(), arrived.size());
         }
         deliver("\n");
         for (int i = 0; i < lines; i += 2) {
@@ -205,7 +204,7 @@ private slots:
         QVERIFY(LogCapture::texts(QtCriticalMsg)[0].startsWith("Failed to write command:  \"xxx"));
         mcu->setDeaf(false);
         link->commsInternalSendCommand("next", SOURCE_MCU);
-        QTRY_VERIFY(mcu->received().endsWith("next"));
+        TRY_VERIFY(mcu->received().endsWith("next"));
         QVERIFY(mcu->received().size() < 100'000);
     }
 
@@ -216,7 +215,7 @@ private slots:
         for (const SOURCE_TYPE_t other : {SOURCE_DEBUG, SOURCE_APP, SOURCE_FIFO})
             link->commsInternalSendCommand("not for the line", other);
         link->commsInternalSendCommand("end", SOURCE_MCU);
-        QTRY_COMPARE(mcu->received(), QByteArray("end"));
+        TRY_COMPARE(mcu->received(), QByteArray("end"));
     }
 };
 

@@ -56,7 +56,7 @@ private slots:
                          << "LAMP:ON\r\n";
             unit.serial.removeAll("LAMP:OFF\r\n");
             QCOMPARE(unit.serial, expected);
-            for (const QString &call : testsupport::calls())
+            for (const QString &call : recorders::calls())
                 written.append(call.mid(int(strlen("KT6120_gpio_write.sh 21 "))));
             QCOMPARE(written.join(' '), row.power);
         }

@@ -4,7 +4,6 @@
 #include "eventhandler.h"
 
 #include "paths.h"
-#include "recorders.h"
 #include "testsupport.h"
 
 #include <QSignalSpy>

@@ -170,11 +170,11 @@ private slots:
             else
                 QVERIFY(QFile::remove(folder + "ballast"));
             write(handler, 200);
-            QTRY_COMPARE(iniValue(configuration, "Coiler/Model"), QString("T200"));
+            TRY_COMPARE(iniValue(configuration, "Coiler/Model"), QString("T200"));
         }
         qInstallMessageHandler(before);
         QCOMPARE(iniValue(store, "Battery/State"), QString("200"));
-        QCOMPARE(iniValue(store, "Compute/SoftwareVersion"), QString("V" BENCH_VERSION));
+        QCOMPARE(iniValue(store, "Compute/SoftwareVersion"), QString("V" PROGRAM_VERSION));
         QCOMPARE(readFile(mcuLog), QByteArray("T200"));
         QVERIFY(printed.text().contains("Error Creating File\n"));
         // No line of the log and no row is torn or glued to another.
@@ -251,7 +251,7 @@ private slots:
                 QVERIFY(readFile(csv).startsWith("timestamp,"));
                 if (round == 1) { // and once more while it runs
                     QCOMPARE(iniValue(store, "Compute/SoftwareVersion"),
-                             QString("V" BENCH_VERSION));
+                             QString("V" PROGRAM_VERSION));
                     QVERIFY(clear(path) && make(path, state));
                 }
             }

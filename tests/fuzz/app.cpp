@@ -75,7 +75,7 @@ void fuzz::input(const QByteArray &bytes)
     QElapsedTimer waited;
     waited.start();
     QByteArray heard;
-    while (!heard.endsWith("KT6120 v" BENCH_VERSION "\r\n")) {
+    while (!heard.endsWith("KT6120 v" PROGRAM_VERSION "\r\n")) {
         require(waited.elapsed() < 10000, "an answer comes after the input");
         phone->far->waitForReadyRead(1);
         heard += phone->far->readAll();

@@ -28,7 +28,7 @@ void fuzz::input(const QByteArray &bytes)
         QCoreApplication::processEvents(); // the configuration file is written
     }
     require(testsupport::iniValue(paths::statusStore, "Compute/SoftwareVersion")
-                == "V" BENCH_VERSION,
+                == "V" PROGRAM_VERSION,
             "the version is in the store");
     require(testsupport::iniValue(paths::configuration, "Coiler/Model") == model,
             "the model is in the configuration file");

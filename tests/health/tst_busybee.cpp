@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "busybee.h"
 
-#include "recorders.h"
 #include "settings.h"
 #include "testsupport.h"
 
@@ -70,7 +69,7 @@ private slots:
         }
         recorders::setReply("KT6120_bb_read.sh 0x12", "0x64\n", 2); // too slow
         QCOMPARE(board.read_i2c(18), 0u);
-        QTRY_COMPARE(board.findChildren<QProcess *>().size(), 0);
+        TRY_COMPARE(board.findChildren<QProcess *>().size(), 0);
     }
 };
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "monitor.h"
 
-#include "recorders.h"
 #include "settings.h"
 #include "testsupport.h"
 

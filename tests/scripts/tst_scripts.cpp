@@ -2,7 +2,6 @@
 
 // The unit's scripts in a world whose tools are recorded stand-ins.
 
-#include "recorders.h"
 #include "testsupport.h"
 
 #include <QDir>
@@ -14,7 +13,7 @@
 #include <csignal>
 #include <sys/stat.h>
 
-using testsupport::calls;
+using recorders::calls;
 using testsupport::readFile;
 using testsupport::writeFile;
 
@@ -159,10 +158,10 @@ private slots:
         const QByteArrayList ids = readFile("/tmp/holders").trimmed().split('\n');
         QCOMPARE(ids.size(), 4);
         for (int i = 0; i < ids.size(); ++i)
-            QTRY_COMPARE(isRunning(ids[i].toInt()), i != 1);
+            TRY_COMPARE(isRunning(ids[i].toInt()), i != 1);
         for (const QByteArray &id : ids)
             kill(id.toInt(), SIGKILL);
-        QTRY_VERIFY(!isRunning(ids.last().toInt()));
+        TRY_VERIFY(!isRunning(ids.last().toInt()));
         QVERIFY(QFile::remove("/run/bench/real/gpioset"));
     }
 
@@ -223,15 +222,15 @@ private slots:
                      "idVendor=1234", "bDeviceClass=00"});
         const QString logged =
             "logger -t KT6120 -- USB device %1: 1-1 1234:5678 Maker Phone * $(x)";
-        QTRY_COMPARE(calls(), QStringList(logged.arg("connected")));
+        TRY_COMPARE(calls(), QStringList(logged.arg("connected")));
         QVERIFY(QDir(devices + "1-1").removeRecursively());
-        QTRY_COMPARE(calls(), QStringList({logged.arg("connected"), logged.arg("disconnected")}));
+        TRY_COMPARE(calls(), QStringList({logged.arg("connected"), logged.arg("disconnected")}));
 
         // It ends with the program that started it.
         QVERIFY(isRunning(script));
         program.kill();
         QVERIFY(program.waitForFinished());
-        QTRY_VERIFY(!isRunning(script));
+        TRY_VERIFY(!isRunning(script));
         QVERIFY(QDir("/sys/bus/usb").removeRecursively());
     }
 };

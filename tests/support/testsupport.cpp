@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "testsupport.h"
 
-#include "recorders.h"
-
 #include <QDir>
 #include <QFile>
 #include <QMutex>
@@ -23,7 +21,63 @@ void collect(QtMsgType type, const QMessageLogContext &, const QString &text)
     messages.append({type, text});
 }
 
+constexpr char callsFile[] = "/run/bench/calls"; // time, name, arguments, tabs between
+
+QStringList lines()
+{
+    return QString(testsupport::readFile(callsFile)).split('\n', Qt::SkipEmptyParts);
+}
+
 } // namespace
+
+namespace recorders
+{
+
+void install(const QString &path)
+{
+    const QString real = "/run/bench/real/" + QFileInfo(path).fileName();
+    QDir().mkpath("/run/bench/real");
+    QDir().mkpath(QFileInfo(path).path());
+    QFile::rename(path, real);
+    QFile::remove(path); // a link to nothing, or a recorder that was there already
+    if (!QFile::copy(BENCH_RECORDER, path))
+        qFatal("cannot install a recorder at %s", qPrintable(path));
+}
+
+void setReply(const QString &key, const QByteArray &output, double delay, int status)
+{
+    const QString place = "/run/bench/replies/" + key;
+    QDir(place).removeRecursively();
+    QDir().mkpath(place);
+    testsupport::writeFile(place + "/output", output);
+    if (delay > 0)
+        testsupport::writeFile(place + "/delay", QByteArray::number(delay) + '\n');
+    if (status != 0)
+        testsupport::writeFile(place + "/status", QByteArray::number(status) + '\n');
+}
+
+QStringList calls()
+{
+    QStringList found;
+    for (const QString &line : lines())
+        found.append(line.section('\t', 1).replace('\t', ' '));
+    return found;
+}
+
+QList<double> times()
+{
+    QList<double> found;
+    for (const QString &line : lines())
+        found.append(line.section('\t', 0, 0).toDouble());
+    return found;
+}
+
+void clearCalls()
+{
+    QFile::remove(callsFile);
+}
+
+} // namespace recorders
 
 namespace testsupport
 {
@@ -56,17 +110,15 @@ QString iniValue(const QString &path, const QString &key)
     return value.isValid() ? value.toString() : QString();
 }
 
-QStringList calls()
-{
-    QStringList lines;
-    for (const Call &call : recorders::calls())
-        lines.append((QStringList(call.name) + call.arguments).join(' '));
-    return lines;
-}
-
 int openDescriptors()
 {
     return QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size();
+}
+
+double residentMiB()
+{
+    return readFile("/proc/self/statm").split(' ').value(1).toDouble() * double(sysconf(_SC_PAGESIZE))
+           / (1 << 20);
 }
 
 LogCapture::LogCapture()

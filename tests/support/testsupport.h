@@ -10,16 +10,30 @@
 
 #include <unistd.h>
 
+// Stand-ins for programs that a desk does not have (bench/recorder): each notes its calls.
+namespace recorders
+{
+
+// Puts one at an absolute path. What stood there before becomes the real program that it runs where
+// no reply is set.
+void install(const QString &path);
+// What it prints instead, for its name alone or for one set of arguments; delay in seconds.
+void setReply(const QString &key, const QByteArray &output, double delay = 0, int status = 0);
+// Every call so far, "name argument argument", and when it came, in seconds since boot.
+QStringList calls();
+QList<double> times();
+void clearCalls();
+
+} // namespace recorders
+
 // What several tests need of the sandboxed world.
 namespace testsupport
 {
 
 // A busy machine may need long for anything: a bound that only guards against hanging is a minute.
 constexpr int patience = 60000; // ms
-#undef QTRY_VERIFY
-#define QTRY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, testsupport::patience)
-#undef QTRY_COMPARE
-#define QTRY_COMPARE(actual, expected)                                                             \
+#define TRY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, testsupport::patience)
+#define TRY_COMPARE(actual, expected)                                                              \
     QTRY_COMPARE_WITH_TIMEOUT(actual, expected, testsupport::patience)
 
 // Empties the install directory, the commands file's folder and the recorded calls, so that
@@ -33,10 +47,8 @@ void writeFile(const QString &path, const QByteArray &content);
 // The raw value of "Group/Entry" in an INI file as it stands on disk; null when missing.
 QString iniValue(const QString &path, const QString &key);
 
-// The calls of the stand-ins so far, in words: "name argument argument".
-QStringList calls();
-
 int openDescriptors();
+double residentMiB();
 
 // Collects what is logged while it lives, instead of printing it; any thread may log.
 class LogCapture

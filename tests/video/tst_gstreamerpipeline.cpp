@@ -63,7 +63,7 @@ private slots:
         const auto waitForPicture = [&receiver] {
             while (receiver.hasPendingDatagrams())
                 receiver.readDatagram(nullptr, 0);
-            QTRY_VERIFY(receiver.hasPendingDatagrams());
+            TRY_VERIFY(receiver.hasPendingDatagrams());
         };
         NotingHandler handler;
         GStreamerPALPipeline pal(&handler);
@@ -86,7 +86,7 @@ private slots:
             setStandIn(standIn, fault);
             if (stopped)
                 stop();
-            QTRY_VERIFY(output.text().contains("unref pipeline"));
+            TRY_VERIFY(output.text().contains("unref pipeline"));
             if (!told.isEmpty())
                 QCOMPARE(handler.notes.value(0), told);
             QCOMPARE(handler.notes.count("recording complete"), int(local));
@@ -96,7 +96,7 @@ private slots:
             start();
             waitForPicture();
             stop();
-            QTRY_VERIFY(output.text().contains("unref pipeline"));
+            TRY_VERIFY(output.text().contains("unref pipeline"));
             output.take();
         }
     }
@@ -124,13 +124,13 @@ private slots:
         pal.startVideo();
         GstBus *old = gst_element_get_bus(pal.pipeline.get());
         pal.stopVideo();
-        QTRY_VERIFY(output.text().endsWith("unref pipeline\n"));
+        TRY_VERIFY(output.text().endsWith("unref pipeline\n"));
         QCOMPARE(errors.text(), QByteArray()); // there was a file to flush
         pal.startVideo();
         output.take();
         gst_bus_set_flushing(old, FALSE);
         gst_bus_post(old, gst_message_new_eos(nullptr));
-        QTRY_VERIFY(output.text().contains("state-changed")); // the new run's
+        TRY_VERIFY(output.text().contains("state-changed")); // the new run's
         QVERIFY(!output.text().contains("eos") && pal.pipeline);
         gst_object_unref(old);
     }
@@ -161,11 +161,11 @@ private slots:
                 stream.stopStreaming();
             else
                 gst_element_post_message(stream.pipeline.get(), gst_message_new_eos(nullptr));
-            QTRY_VERIFY(!stream.pipeline);
+            TRY_VERIFY(!stream.pipeline);
             if (round == 2)
                 files = testsupport::openDescriptors();
         }
-        QTRY_COMPARE(alive, 0);
+        TRY_COMPARE(alive, 0);
         QVERIFY(testsupport::openDescriptors() <= files);
     }
 };

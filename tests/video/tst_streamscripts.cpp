@@ -59,7 +59,7 @@ class tst_streamscripts : public QObject
         process.start("sh", QStringList{"-c", "kill -STOP $$; exec sh \"$@\"", "sh"} + command);
         QVERIFY(process.waitForStarted());
         const QString stat = QString("/proc/%1/stat").arg(process.processId());
-        QTRY_VERIFY(testsupport::readFile(stat).contains(") T "));
+        TRY_VERIFY(testsupport::readFile(stat).contains(") T "));
     }
     static void thaw(const QProcess &process) { kill(pid_t(process.processId()), SIGCONT); }
 
@@ -136,7 +136,7 @@ private slots:
         slowStop.start("env", QStringList{"PATH=" + hanging + "bin", "/bin/sh"}
                                   + script("KT6120_stream_stop.sh"));
         QVERIFY(stream.waitForFinished());
-        QTRY_VERIFY(cameraIsFree());
+        TRY_VERIFY(cameraIsFree());
         slowStop.kill();
         QVERIFY(slowStop.waitForFinished());
     }
@@ -149,7 +149,7 @@ private slots:
             kill(pid_t(stream.processId()), signal);
             QVERIFY(stream.waitForFinished());
             QCOMPARE(stream.exitCode(), signal == SIGTERM ? 0 : SIGKILL);
-            QTRY_VERIFY(cameraIsFree());
+            TRY_VERIFY(cameraIsFree());
         }
     }
 
@@ -217,7 +217,7 @@ private slots:
         };
         QProcess first;
         first.start("sh", script("KT6120_gstreamer.sh"));
-        QTRY_VERIFY(portIsTaken());
+        TRY_VERIFY(portIsTaken());
         QCOMPARE(QProcess::execute("sh", script("KT6120_gstreamer.sh")), 0);
         QVERIFY(portIsTaken());
         first.terminate();

@@ -3,7 +3,6 @@
 // The facade and what stands behind it.
 
 #include "capture.h"
-#include "recorders.h"
 #include "videoCapture.h"
 #include "videolibrary.h"
 #include "videotestsupport.h"
@@ -35,8 +34,8 @@ private slots:
             second.startStreaming(QString::fromLatin1("127.0.0.1\0 and more", 18), QString("5004"));
             QVERIFY(output.text().endsWith("# Started Video Stream\n"));
         }
-        QTRY_VERIFY(output.text().contains("unref pipeline\n"));
-        QTRY_VERIFY(output.text().contains("unref pipeline stream\n"));
+        TRY_VERIFY(output.text().contains("unref pipeline\n"));
+        TRY_VERIFY(output.text().contains("unref pipeline stream\n"));
 
         // A failed start is the caller's to handle.
         QVERIFY_EXCEPTION_THROWN(first.startStreaming(std::string("127.0.0.1"), std::string("x")),
@@ -50,7 +49,7 @@ private slots:
         VideoLibrary video;
         recorders::install("/home/pi/KT6120/bin/KT6120_shutdown.sh");
         video.sleepyTime();
-        QCOMPARE(testsupport::calls(), QStringList("KT6120_shutdown.sh"));
+        QCOMPARE(recorders::calls(), QStringList("KT6120_shutdown.sh"));
     }
 
     void saysSoWhenNobodyServesGLib()
@@ -77,7 +76,7 @@ private slots:
               static_cast<GStreamerPipeline *>(&camera.streamPipeline)}) {
             const std::lock_guard<std::mutex> busy(pipeline->*Inside::place());
             output.take();
-            QTRY_VERIFY(output.text().contains("Wait for record lock timed out\n"));
+            TRY_VERIFY(output.text().contains("Wait for record lock timed out\n"));
         }
         setStandIn("camera", "lost");
         grabbing.join();
