@@ -1,0 +1,229 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
+// What the outside world can send, as libFuzzer targets: a row of the table each, built as
+// fuzz_NAME.
+
+#include "commands.h"
+#include "commsexternal.h"
+#include "commsinternal.h"
+#include "eventhandler.h"
+#include "monitor.h"
+#include "network.h"
+#include "paths.h"
+#include "pty.h"
+#include "readings.h"
+#include "testsupport.h"
+
+#include <QProcess>
+#include <QSerialPort>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <sys/ioctl.h>
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+
+namespace
+{
+
+// Ends the process as a finding unless the condition holds.
+void require(bool condition, const char *what)
+{
+    if (condition)
+        return;
+    fprintf(stderr, "not so: %s\n", what);
+    abort();
+}
+
+// Everything that can be asked of the event handler, from the phone and the commands file.
+void askEverything(eventHandler &handler)
+{
+    for (const EVENT_TYPE_t request :
+         {EVENT_BatteryStateRequest, EVENT_BatteryLevelRequest, EVENT_SondeFrequencyRequest,
+          EVENT_SondeStateRequest, EVENT_LampValueRequest, EVENT_CoilerValueRequest,
+          EVENT_IdnRequest, EVENT_ComputeTemperatureRequest, EVENT_TallwickDetectRequest,
+          EVENT_CoilerModelRequest, EVENT_UnknownCommand}) {
+        for (const SOURCE_TYPE_t source : {SOURCE_APP, SOURCE_FIFO})
+            handler.eventHandlerProcess(request, source, nullptr);
+    }
+}
+
+// Bytes from the phone app, over TCP, down to the event handler and back.
+struct Phone {
+    QTcpServer server;
+    commsExternal link;
+    QTcpSocket *far = nullptr;
+    QTcpSocket *near = nullptr;
+} *phone = nullptr;
+
+void startApp()
+{
+    const QStringList network = {"usb0", "192.168.42.10/24", "192.168.42.1"};
+    require(QProcess::execute(BENCH_PLUG, network) == 0, "the network is made");
+    phone = new Phone;
+    phone->server.listen(QHostAddress("192.168.42.1"), 8082);
+    phone->link.commsExternalInit();
+    for (QTimer *timer : phone->link.findChildren<QTimer *>())
+        timer->stop(); // the ticks
+    phone->near = phone->link.findChild<QTcpSocket *>();
+    phone->link.commsExternaldelayedStart();
+    phone->link.commsExternalTCPConnect();
+    require(phone->server.waitForNewConnection(5000), "the link connects");
+    phone->far = phone->server.nextPendingConnection();
+}
+
+// The bytes as one read of the link's: what follows a NUL byte in a read is not looked at.
+void deliver(const QByteArray &bytes)
+{
+    phone->far->write(bytes);
+    phone->far->flush();
+    int arrived = 0;
+    while (arrived < bytes.size())
+        ioctl(int(phone->near->socketDescriptor()), FIONREAD, &arrived);
+    QCoreApplication::processEvents();
+}
+
+void app(const QByteArray &bytes)
+{
+    eventHandler handler;
+    QObject::connect(&phone->link, &commsExternal::commsExternalEvent, &handler,
+                     &eventHandler::eventHandlerProcess);
+    QObject::connect(&handler, &eventHandler::eventHandlerSendExternalCmd, &phone->link,
+                     &commsExternal::commsExternalSendCmd);
+    deliver(bytes);
+    deliver("*IDN?\r\n");
+    QElapsedTimer waited;
+    waited.start();
+    QByteArray heard;
+    while (!heard.endsWith("KT6120 v" PROGRAM_VERSION "\r\n")) {
+        require(waited.elapsed() < 10000, "an answer comes after the input");
+        phone->far->waitForReadyRead(1);
+        heard += phone->far->readAll();
+    }
+}
+
+// Bytes from the microcontroller, over a pseudo-terminal, down to the store.
+struct Line {
+    Pty mcu;
+    commsInternal link;
+    QSerialPort *port = nullptr;
+} *line = nullptr;
+
+void startMcu()
+{
+    line = new Line;
+    line->link.commsInternalInit();
+    line->link.findChild<QTimer *>()->stop(); // the polls
+    line->port = line->link.findChild<QSerialPort *>();
+}
+
+void mcu(const QByteArray &bytes)
+{
+    eventHandler handler;
+    QObject::connect(&line->link, &commsInternal::commsInternalEvent, &handler,
+                     &eventHandler::eventHandlerProcess);
+    QObject::connect(&handler, &eventHandler::eventHandlerSendInternalCmd, &line->link,
+                     &commsInternal::commsInternalSendCommand);
+    // The next input starts with a line and an error queue of its own.
+    const QByteArray sent = bytes + "\n*CLS\n";
+    line->mcu.send(sent);
+    while (line->port->waitForReadyRead(0)) {
+    }
+    for (int i = sent.count('\n'); i > 0; --i)
+        line->link.serialPortProcessData();
+    askEverything(handler);
+    QCoreApplication::processEvents();
+    line->mcu.clear();
+}
+
+// Content of the commands file, which the unit's web page writes.
+void commandsfile(const QByteArray &bytes)
+{
+    testsupport::writeFile(paths::commandsFile, bytes);
+    eventHandler handler;
+    handler.eventHandlerFIFOChanged(paths::commandsFile);
+    askEverything(handler);
+}
+
+// Status store and configuration file as a power cut, an editor or another program left them.
+void ini(const QByteArray &bytes)
+{
+    testsupport::writeFile(paths::statusStore, bytes);
+    testsupport::writeFile(paths::configuration, bytes);
+    QString model("x40");
+    {
+        eventHandler handler;
+        askEverything(handler);
+        QMetaObject::invokeMethod(handler.findChild<monitor *>(), "monitor_timer_expired");
+        handler.eventHandlerProcess(EVENT_CoilerModel, SOURCE_APP,
+                                    payloadPointer<EVENT_CoilerModel>(model));
+        QCoreApplication::processEvents(); // the configuration file is written
+    }
+    require(testsupport::iniValue(paths::statusStore, "Compute/SoftwareVersion")
+                == "V" PROGRAM_VERSION,
+            "the version is in the store");
+    require(testsupport::iniValue(paths::configuration, "Coiler/Model") == model,
+            "the model is in the configuration file");
+    QFile::remove(paths::statusCsv);
+}
+
+// The kernel's route table and the listing of the network interfaces: what comes out of them goes
+// into a script's arguments and a connection attempt.
+void interfaces(const QByteArray &bytes)
+{
+    for (const QString &address :
+         {network::broadcastAddress(bytes), network::defaultGateway(bytes)})
+        require(address.isEmpty() || network::isIPv4(address), "an address is IPv4");
+}
+
+// Bodies of the page's requests: whatever comes, one line of the commands file's own words leaves.
+// The same bytes as a store only have to be read to their end.
+void request(const QByteArray &bytes)
+{
+    readings::parse(bytes);
+    const QByteArray command = commands::parse(bytes).line;
+    require(command.size() <= 40, "a line is short");
+    require(std::all_of(command.begin(), command.end(),
+                        [](char byte) { return byte >= ' ' && byte < 0x7f; }),
+            "a line is one line of plain letters");
+    require(command.count(' ') <= 1, "a line is a word and an argument");
+}
+
+const struct {
+    QString name;
+    void (*start)(); // once, in a fresh world
+    void (*input)(const QByteArray &bytes);
+} targets[] = {
+    {"app", startApp, app}, {"commandsfile", nullptr, commandsfile}, {"ini", nullptr, ini},
+    {"mcu", startMcu, mcu}, {"network", nullptr, interfaces},        {"request", nullptr, request},
+};
+void (*input)(const QByteArray &bytes) = nullptr;
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
+{
+    static QCoreApplication application(*argc, *argv);
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    testsupport::freshWorld();
+    for (const auto &target : targets) {
+        if (!QString(**argv).endsWith("fuzz_" + target.name))
+            continue;
+        if (target.start)
+            target.start();
+        input = target.input;
+    }
+    // The machine's own programs, the log rotation among them, stay out of the inputs.
+    qputenv("PATH", "/run/bench/bin");
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    input(QByteArray(reinterpret_cast<const char *>(data), int(size)));
+    return 0;
+}
