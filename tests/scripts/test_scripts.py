@@ -1,0 +1,395 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-KT6120
+"""The unit's scripts, among recorded stand-ins of their tools and with the bench's camera and encoder."""
+
+import os
+import pathlib
+import shutil
+import signal
+import socket
+import subprocess
+import time
+import unittest
+
+TREE = pathlib.Path(__file__).resolve().parents[2]
+INSTALLED = pathlib.Path("/home/pi/KT6120/bin")
+TOOLS = pathlib.Path("/tmp/tools")
+REPLIES, CALLS = pathlib.Path("/run/bench/replies"), pathlib.Path("/run/bench/calls")
+GPIO, USB = pathlib.Path("/sys/class/gpio"), pathlib.Path("/sys/bus/usb")
+PATIENCE = 60  # s
+
+
+def until(condition):
+    end = time.monotonic() + PATIENCE
+    while not condition():
+        if time.monotonic() > end:
+            raise AssertionError("what is waited for does not come")
+        time.sleep(0.01)
+
+
+def script(name):
+    return str(INSTALLED / f"KT6120_{name}.sh")
+
+
+def run(name, *arguments):
+    return subprocess.run(
+        [script(name), *arguments], capture_output=True, text=True, timeout=PATIENCE, check=False
+    )
+
+
+def write(path, text, mode=0o644):
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_text(text)
+    path.chmod(mode)
+
+
+def record(tool):
+    (TOOLS / tool).unlink(missing_ok=True)
+    shutil.copy(TREE / "bench/recorder", TOOLS / tool)
+
+
+def reply(key, output, status=0):
+    write(REPLIES / key / "output", output)
+    write(REPLIES / key / "status", f"{status}\n")
+
+
+def calls():
+    lines = CALLS.read_text().splitlines() if CALLS.exists() else []
+    return [" ".join(line.split("\t")[1:]) for line in lines]
+
+
+def install_gpiod(version):
+    """libgpiod's tools of a version, or none."""
+    for tool in ("gpioset", "gpioget"):
+        (TOOLS / tool).unlink(missing_ok=True)
+        if version:
+            record(tool)
+            reply(f"{tool} --version", f"{tool} (libgpiod) v{version}\nCopyright\n")
+
+
+def is_running(process):
+    return pathlib.Path(f"/proc/{process}").exists()
+
+
+class Scripts(unittest.TestCase):
+    def setUp(self):
+        for place in (INSTALLED, TOOLS, REPLIES, CALLS.parent / "real"):
+            shutil.rmtree(place, ignore_errors=True)
+            place.mkdir(parents=True)
+        CALLS.unlink(missing_ok=True)
+        for file in (TREE / "scripts").glob("KT6120_*.sh"):
+            shutil.copy(file, INSTALLED)
+
+
+class AmongTools(Scripts):
+    """The search path holds these and the stand-ins only, whatever the desk has installed."""
+
+    def setUp(self):
+        super().setUp()
+        for tool in "cat cut dirname flock grep sh timeout".split():
+            (TOOLS / tool).symlink_to(shutil.which(tool) or "")
+        # Waits between two looks pass quickly.
+        write(TOOLS / "sleep", "#!/bin/sh\nexec /bin/sleep 0.02\n", 0o755)
+        for tool in ("i2cget", "systemctl", "logger"):
+            record(tool)
+        self.addCleanup(os.environ.__setitem__, "PATH", os.environ["PATH"])
+        os.environ["PATH"] = str(TOOLS)
+
+    def test_chores(self):
+        set_1, set_2 = (
+            "gpioset --mode=signal --background gpiochip0 ",
+            "gpioset --daemonize --chip gpiochip0 ",
+        )
+        for gpiod, command, call, answer, tool_status, status in (
+            ("1.6.3", "gpio_write 21 1", set_1 + "21=1", "", 0, 0),
+            ("2.2.1", "gpio_write 25 0", set_2 + "25=0", "", 0, 0),
+            ("2.2.1", "gpio_write 19 1", set_2 + "19=1", "busy", 3, 1),
+            ("1.6.3", "sonde_en_write 43 0", set_1 + "43=0", "", 0, 0),
+            ("1.6.3", "gpio_read 26", "gpioget gpiochip0 26", "1\n", 0, 0),
+            ("2.2.1", "gpio_read 26", "gpioget --numeric --chip gpiochip0 26", "0\n", 0, 0),
+            ("1.6.3", "gpio_read 26", "gpioget gpiochip0 26", "", 4, 1),
+            ("", "bb_read 0x12", "i2cget -y 1 0x48 0x12", "0x64\n", 0, 0),
+            ("", "bb_read 0x7", "i2cget -y 1 0x48 0x7", "0x00\n", 2, 1),
+            ("", "bb_read 0x7", "i2cget -y 1 0x48 0x7", "Warning\n", 0, 1),
+            ("", "shutdown", "systemctl poweroff", "", 0, 0),
+            ("", "shutdown", "systemctl poweroff", "", 5, 5),
+        ):
+            with self.subTest(command=command, gpiod=gpiod, status=tool_status):
+                install_gpiod(gpiod)
+                CALLS.unlink(missing_ok=True)
+                reply(call, answer, tool_status)
+                done = run(*command.split())
+                self.assertEqual((done.returncode, done.stdout), (status, "" if status else answer))
+                self.assertEqual([c for c in calls() if not c.endswith(" --version")], [call])
+
+    def test_wrong_arguments(self):
+        commands = ["shutdown now", "usb_monitor 1-1"]
+        commands += ["bb_read" + a for a in ("", " ", " 12", " 0x", " 0x123", " 0xG", " 0x1 0x2")]
+        lines, levels = ("", " ", " 54", " 026", " -1", " 26 1 1"), (" 21", " 21 2", " 21 01")
+        commands += ["gpio_read" + a for a in lines]
+        commands += [s + a for s in ("gpio_write", "sonde_en_write") for a in lines + levels]
+        for command in commands:
+            with self.subTest(command=command):
+                name, *arguments = command.split(" ")
+                done = run(name, *arguments)
+                self.assertEqual((done.returncode, done.stdout, calls()), (2, "", []))
+                self.assertRegex(done.stderr, r"^usage: KT6120_.*\n$")
+
+    def test_driven_lines_are_held(self):
+        """A line stays driven by a process; a new level replaces it and nobody else's."""
+        install_gpiod("1.6.3")
+        holders = pathlib.Path("/tmp/holders")
+        write(
+            CALLS.parent / "real/gpioset",
+            "#!/bin/sh\n/bin/sleep 600 <&- >&- 2>&- &\necho $! >>/tmp/holders\n",
+            0o755,
+        )
+        subprocess.run([TOOLS / "gpioset", "21=1"], check=True)
+        for level in ("21 1", "19 1", "21 1", "21 0"):  # the third is there already
+            self.assertEqual(run("gpio_write", *level.split()).returncode, 0)
+        ids = [int(line) for line in holders.read_text().split()]
+        until(lambda: [is_running(id) for id in ids] == [True, False, True, True])
+        for holder in ids:
+            if is_running(holder):
+                os.kill(holder, signal.SIGKILL)
+
+    def test_sysfs_instead(self):
+        """Without the tools lines go through sysfs, which makes a line's folder when told to."""
+        for chip, label in (("512", "other"), ("566", "pinctrl-bcm2835")):
+            write(GPIO / f"gpiochip{chip}/label", label + "\n")
+            write(GPIO / f"gpiochip{chip}/base", chip + "\n")
+        os.mkfifo(GPIO / "export")
+        kernel = subprocess.Popen(
+            "exec 3<>export; for line in 1 2; do read -r n <&3; /bin/mkdir new; echo 1 >new/value;"
+            " echo in >new/direction; /bin/mv new gpio$n; done",
+            shell=True,
+            cwd=GPIO,
+        )
+        for level, direction in (("1", "high\n"), ("0", "low\n")):
+            self.assertEqual(run("gpio_write", "21", level).returncode, 0)
+            self.assertEqual((GPIO / "gpio587/direction").read_text(), direction)
+        done = run("gpio_read", "26")
+        self.assertEqual((done.returncode, done.stdout), (0, "1\n"))
+        self.assertEqual((GPIO / "gpio592/direction").read_text(), "in\n")
+        kernel.wait(PATIENCE)
+        shutil.rmtree(GPIO)
+        done = run("gpio_read", "26")
+        self.assertEqual((done.returncode, done.stdout), (1, ""))
+
+    def test_usb_devices_are_logged(self):
+        def plug(port, *attributes):
+            for name, value in (attribute.split("=") for attribute in attributes):
+                write(USB / "new" / name, value + "\n")
+            (USB / "devices").mkdir(exist_ok=True)
+            (USB / "new").rename(USB / "devices" / port)
+
+        plug("usb1", "idVendor=1d6b", "idProduct=0002", "bDeviceClass=09")
+        plug("1-1:1.0", "bInterfaceClass=e0")
+        command = ["/bin/sh", "-c", f"/bin/sh {script('usb_monitor')} & echo $!; wait"]
+        with subprocess.Popen(command, stdout=subprocess.PIPE) as program:
+            assert program.stdout
+            monitor = int(program.stdout.readline())
+            named = ["product=Phone * $(x)", "manufacturer=Maker"]
+            plug("1-1", *named, "idProduct=5678", "idVendor=1234", "bDeviceClass=00")
+            told = "logger -t KT6120 -- USB device {}connected: 1-1 1234:5678 Maker Phone * $(x)"
+            until(lambda: calls() == [told.format("")])
+            shutil.rmtree(USB / "devices/1-1")
+            until(lambda: calls() == [told.format(""), told.format("dis")])
+            # It ends with the program that started it.
+            self.assertTrue(is_running(monitor))
+            program.kill()
+        until(lambda: not is_running(monitor))
+
+
+class WithPicture(Scripts):
+    """The bench's camera and encoder are in GST_PLUGIN_PATH, as on a unit the plug-in's folder is."""
+
+    TO_THIS_DESK = ("127.0.0.1", "49152")
+    ELSEWHERE = ("192.168.42.255", "49152")
+
+    def setUp(self):
+        super().setUp()
+        self.camera("ok")
+
+    def camera(self, word):
+        write(CALLS.parent / "camera", word)
+
+    def start(self, *arguments, **options):
+        stream = subprocess.Popen(["sh", script("stream_start"), *arguments], **options)
+        self.addCleanup(stream.kill)
+        return stream
+
+    def stop(self):
+        subprocess.run(["sh", script("stream_stop")], timeout=PATIENCE, check=True)
+
+    def launch_frozen(self, name, *arguments):
+        """Launched, and kept from its first line until it is sent SIGCONT."""
+        freeze = ["sh", "-c", 'kill -STOP $$; exec sh "$@"', "sh", script(name), *arguments]
+        process = subprocess.Popen(freeze)
+        until(lambda: ") T " in pathlib.Path(f"/proc/{process.pid}/stat").read_text())
+        return process
+
+    def thaw(self, process):
+        process.send_signal(signal.SIGCONT)
+        process.wait(PATIENCE)
+
+    def decodes(self, port):
+        """True when the RTP stream at a port can be decoded."""
+        caps = "application/x-rtp,media=video,encoding-name=H264,clock-rate=90000,payload=96"
+        picture = (
+            "rtph264depay ! avdec_h264 ! video/x-raw,width=720,height=576 ! identity eos-after=5"
+        )
+        command = (
+            f"timeout 20 gst-launch-1.0 -q udpsrc port={port} caps={caps} ! {picture} ! fakesink"
+        )
+        return subprocess.run(command.split(), check=False).returncode == 0
+
+    def camera_is_free(self):
+        command = "gst-launch-1.0 -q v4l2src ! fakesink num-buffers=1"
+        return subprocess.run(command.split(), check=False, capture_output=True).returncode == 0
+
+    def test_wrong_arguments_touch_nothing(self):
+        shutil.rmtree("/run/KT6120", ignore_errors=True)
+        for arguments in (
+            *("", "192.168.42.255", "192.168.42.255 0", "192.168.42.255 65536"),
+            *("192.168.42.255 8001x", "192.168.42.255 8001 1", "192.168.42 8001"),
+            *("192.168.42.256 8001", "192.168..42 8001", "phone 8001"),
+        ):
+            done = run("stream_start", *arguments.split())
+            self.assertEqual(done.returncode, 2, arguments)
+            self.assertRegex(done.stderr, "^usage: KT6120_stream_start.sh")
+            self.assertFalse(os.path.exists("/run/KT6120"))
+
+    def test_stream_runs_until_it_is_stopped(self):
+        self.stop()  # nothing to stop
+        self.camera("missing")
+        said = pathlib.Path("/tmp/said")
+        with said.open("w") as stderr:
+            first = self.start(*self.TO_THIS_DESK, stderr=stderr)
+        until(lambda: "Cannot identify device" in said.read_text())
+        self.camera("ok")  # and tried again
+        self.assertTrue(self.decodes(49152))
+        # Without the unit's own element in sight, the kernel's encoder is taken as it is.
+        plain = os.environ["GST_PLUGIN_PATH"].split(":")[-1]
+        world = {**os.environ, "GST_PLUGIN_PATH": plain, "GST_REGISTRY": "/tmp/registry"}
+        second = self.start("127.255.255.255", "8001", env=world)
+        first.wait(PATIENCE)
+        self.assertTrue(self.decodes(8001))
+        self.stop()
+        second.wait(PATIENCE)
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as receiver:
+            receiver.bind(("", 8001))
+            receiver.settimeout(0.2)  # five frames' time
+            self.assertRaises(TimeoutError, receiver.recv, 2048)
+
+    def test_stop_needs_the_shell_alone(self):
+        """The program takes the camera back 100 ms later, however slow the outside programs are."""
+        write(TOOLS / "hanging", "#!/bin/sh\nexec /bin/sleep 60\n", 0o755)
+        for name in {*os.listdir("/usr/bin"), *os.listdir("/usr/sbin")}:
+            (TOOLS / name).symlink_to(TOOLS / "hanging")
+        stream = self.start(*self.TO_THIS_DESK)
+        self.assertTrue(self.decodes(49152))
+        self.assertFalse(self.camera_is_free())
+        slow = subprocess.Popen(["/bin/sh", script("stream_stop")], env={"PATH": str(TOOLS)})
+        stream.wait(PATIENCE)
+        until(self.camera_is_free)
+        slow.kill()
+        slow.wait()
+
+    def test_stream_ends_with_its_script(self):
+        for number, status in ((signal.SIGTERM, 0), (signal.SIGKILL, -signal.SIGKILL)):
+            stream = self.start(*self.TO_THIS_DESK)
+            self.assertTrue(self.decodes(49152))
+            stream.send_signal(number)
+            self.assertEqual(stream.wait(PATIENCE), status)
+            until(self.camera_is_free)
+
+    def test_order_of_launch_holds(self):
+        """Whichever comes to its first line when: the younger one holds."""
+        older_start = self.launch_frozen("stream_start", *self.TO_THIS_DESK)
+        self.stop()
+        self.thaw(older_start)
+        self.assertTrue(self.camera_is_free())
+        older_stop = self.launch_frozen("stream_stop")
+        stream = self.start(*self.TO_THIS_DESK)
+        self.assertTrue(self.decodes(49152))
+        self.thaw(older_stop)
+        self.assertTrue(self.decodes(49152))
+        self.stop()
+        stream.wait(PATIENCE)
+
+    def test_strangers_are_left_alone(self):
+        """A process that has got the number of a stream that is gone."""
+        self.stop()  # which makes the folder
+        stranger = subprocess.Popen(["setsid", "sleep", "60"])
+        mark = pathlib.Path(f"/run/KT6120/1.{stranger.pid}.start.sh")
+        mark.touch()
+        self.stop()
+        self.assertFalse(mark.exists())
+        self.assertRaises(subprocess.TimeoutExpired, stranger.wait, 0.1)
+        stranger.kill()
+        stranger.wait()
+
+    def test_stream_ends_with_its_network(self):
+        """Launched behind a stop nobody ends it but itself."""
+        self.stop()
+        self.assertEqual(self.start(*self.ELSEWHERE).wait(PATIENCE), 0)
+        plug = [str(TREE / "bench/plug"), "usb0", "192.168.42.10/24", "192.168.42.1"]
+        subprocess.run(plug, check=True)
+        self.stop()
+        stream = self.start(*self.ELSEWHERE)
+        self.assertTrue(self.decodes(49152))
+        subprocess.run("ip link del usb0".split(), check=True)
+        self.assertEqual(stream.wait(PATIENCE), 0)
+        self.assertTrue(self.camera_is_free())
+
+    def test_encoder(self):
+        """The plug-in's element, without the kernel's encoder and around it, for PAL and for the phone."""
+        both, world = os.environ["GST_PLUGIN_PATH"], dict(os.environ)
+        for plugins, registry in ((both.split(":")[0], "/tmp/own"), (both, world["GST_REGISTRY"])):
+            world |= {"GST_PLUGIN_PATH": plugins, "GST_REGISTRY": registry}
+
+            def encode(raw, settings, world=world):
+                source = (
+                    f"videotestsrc num-buffers=51 pattern=snow ! video/x-raw,{raw} ! omxh264enc"
+                )
+                sink = "video/x-h264,stream-format=byte-stream ! filesink location=/tmp/encoded"
+                command = f"gst-launch-1.0 -q {source} {settings} ! {sink}".split()
+                return subprocess.run(
+                    command, check=False, capture_output=True, env=world
+                ).returncode
+
+            for caps in "", "caps=video/x-h264,profile=(string)baseline,level=(string)3":
+                settings = f"target-bitrate=1000000 control-rate=1 b-frames=0 {caps}"
+                self.assertEqual(encode("width=720,height=576,framerate=25/1", settings), 0)
+                units = pathlib.Path("/tmp/encoded").read_bytes().split(b"\0\0\1")[1:]
+                sps = next(unit for unit in units if unit[0] & 31 == 7)
+                self.assertEqual((sps[1] in (66, 77, 100)[: 1 if caps else 3], sps[3]), (True, 30))
+                first = [unit[0] & 31 for unit in units if unit[0] & 31 in (1, 5) and unit[1] & 128]
+                self.assertEqual((len(first), first.count(5)), (51, 3))  # key frames a second apart
+                # Two seconds of what compresses worst: 250,000 bytes asked for.
+                self.assertTrue(200_000 < sum(map(len, units)) < 400_000)
+            if (
+                plugins != both
+            ):  # what no phone decodes is not made of what the hardware would not take
+                self.assertNotEqual(encode("format=Y444", ""), 0)
+
+    def test_one_receiver_runs(self):
+        def port_is_taken():
+            with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
+                try:
+                    return other.bind(("127.0.0.1", 8083))
+                except OSError:
+                    return True
+
+        first = subprocess.Popen(["sh", script("gstreamer")])
+        until(port_is_taken)
+        self.assertEqual(run("gstreamer").returncode, 0)
+        self.assertTrue(port_is_taken())
+        first.terminate()
+        first.wait(PATIENCE)
+        self.assertFalse(port_is_taken())
+
+
+if __name__ == "__main__":
+    unittest.main()
