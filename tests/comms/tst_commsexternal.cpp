@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "commsexternal.h"
+#include "network.h"
 
 #include "testsupport.h"
 
@@ -31,7 +32,8 @@ const QString plugPhone = BENCH_PLUG " usb0 192.168.42.10/24 192.168.42.1";
 
 // The app's side: a server and the connection taken last.
 struct Phone : QTcpServer {
-    Phone() { listen(QHostAddress("192.168.42.1"), 8082); }
+    Phone() { open(); }
+    void open() { QVERIFY(listen(QHostAddress("192.168.42.1"), 8082)); }
     bool greeted()
     {
         if (!waitForNewConnection(testsupport::patience))
@@ -121,42 +123,44 @@ private slots:
     }
 
     // However a connection ends, with answers waiting for a phone that does not read them, the tick
-    // after tells and the one after that has a new one.
-    void lostConnection_data()
-    {
-        QTest::addColumn<QString>("way");
-        for (const char *way : {"closes", "half-closes", "resets", "silent"})
-            QTest::newRow(way) << way;
-    }
+    // after tells, and each one after that tries twice for a new one.
     void lostConnection()
     {
-        QFETCH(QString, way);
-        QCOMPARE(link->ticks->interval(), 1000);
-        QCOMPARE(link->keepAlive->interval(), 10000);
-        link->keepAlive->start();
-        phone->socket->setReadBufferSize(1);
-        link->commsExternalSendCmdByteArray(QByteArray(16 << 20, 'x'));
-        QVERIFY(link->socket()->bytesToWrite() > 0);
-        if (way == "silent")
-            link->commsExternalKeepAliveTimeout();
-        else if (way == "closes")
-            phone->socket->close();
-        else if (way == "half-closes")
-            ::shutdown(int(phone->socket->socketDescriptor()), SHUT_WR);
-        else
-            phone->socket->abort();
-        TRY_VERIFY(!link->isConnected());
-        if (way != "silent") {
-            link->commsExternalSendCmd("lost\r");
+        for (const QString way : {"closes", "half-closes", "resets", "silent"}) {
+            init();
+            QCOMPARE(link->socket()->socketOption(QAbstractSocket::LowDelayOption).toInt(), 1);
+            QCOMPARE(link->ticks->interval(), 1000);
+            QCOMPARE(link->keepAlive->interval(), 10000);
+            link->keepAlive->start();
+            phone->socket->setReadBufferSize(1);
+            link->commsExternalSendCmdByteArray(QByteArray(16 << 20, 'x'));
+            QVERIFY(link->socket()->bytesToWrite() > 0);
+            if (way == "silent")
+                link->commsExternalKeepAliveTimeout();
+            else if (way == "closes")
+                phone->socket->close();
+            else if (way == "half-closes")
+                ::shutdown(int(phone->socket->socketDescriptor()), SHUT_WR);
+            else
+                phone->socket->abort();
+            TRY_VERIFY(!link->isConnected());
+            if (way != "silent") {
+                link->commsExternalSendCmd("lost\r");
+                link->tick();
+            }
+            QCOMPARE(
+                LogCapture::texts(QtWarningMsg) + LogCapture::texts(QtInfoMsg),
+                QStringList(way == "silent" ? "TCP Connected Timed Out" : "Closing TCP Socket"));
+            QCOMPARE(link->socket()->state(), QAbstractSocket::UnconnectedState);
+            QVERIFY(!link->keepAlive->isActive());
+            phone->close();
             link->tick();
+            QCOMPARE(LogCapture::texts(QtDebugMsg).filter("Error: ").size(), 2);
+            phone->open();
+            link->tick();
+            QVERIFY(phone->greeted());
+            QVERIFY(link->keepAlive->isActive());
         }
-        QCOMPARE(LogCapture::texts(QtWarningMsg) + LogCapture::texts(QtInfoMsg),
-                 QStringList(way == "silent" ? "TCP Connected Timed Out" : "Closing TCP Socket"));
-        QCOMPARE(link->socket()->state(), QAbstractSocket::UnconnectedState);
-        QVERIFY(!link->keepAlive->isActive());
-        link->tick();
-        QVERIFY(phone->greeted());
-        QVERIFY(link->keepAlive->isActive());
     }
 
     // A phone that asks and asks and never reads must not cost memory without end.
@@ -225,6 +229,54 @@ private slots:
     {
         link->commsExternalBootUSB();
         QCOMPARE(calls(), QStringList({"KT6120_gpio_write.sh 25 1", "KT6120_gpio_write.sh 25 0"}));
+    }
+
+    void broadcastAddress()
+    {
+        const QByteArray usb = "        inet 192.168.42.10  netmask 255.255.255.0  broadcast ";
+        const std::tuple<QByteArray, QString, bool> rows[] = {
+            {usb + "192.168.42.255\n", "192.168.42.255", false},
+            {usb + "192.168.42.255\n" + usb + "10.0.0.255\n", "", false},
+            {"", "", false},
+            {"inet A netmask M broadcast\n", "", false}, // five words
+            {usb + "fe80::1\n", "", true},
+            {usb + "$(reboot)\n", "", true},
+            {usb + "\xff\xfe\n", "", true},
+            {usb + "10.0.0.255\n" + '\0' + usb, "10.0.0.255", false},
+        };
+        for (const auto &[listing, address, warned] : rows) {
+            LogCapture::clear();
+            QCOMPARE(network::broadcastAddress(listing), address);
+            QCOMPARE(LogCapture::texts(QtWarningMsg),
+                     warned ? QStringList("Invalid Broadcast Address Found") : QStringList());
+        }
+    }
+
+    void defaultGateway()
+    {
+        const auto line = [](const QByteArray &destination, const QByteArray &gateway,
+                             const QByteArray &mask) {
+            return "usb0\t" + destination + '\t' + gateway + "\t0003\t0\t0\t100\t" + mask
+                   + "\t0\t0\t0 \n";
+        };
+        const QByteArray header =
+            "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\t\tMTU\tWindow\tIRTT\n";
+        const QByteArray local = line("002AA8C0", "00000000", "00FFFFFF");
+        const QByteArray toPhone = line("00000000", "012AA8C0", "00000000");
+        const QByteArray router = line("00000000", "0102A8C0", "00000000");
+        const std::pair<QByteArray, QString> rows[] = {
+            {"", ""},
+            {local, ""},
+            {local + toPhone, "192.168.42.1"},
+            {router + toPhone, "192.168.2.1"},
+            {line("00000000", "012AA8C0", "FFFFFFFF"), ""},
+            {line("00000000", "FFFEFDFC", "00000000"), "252.253.254.255"},
+            {line("00000000", "0xZZA8C0", "00000000"), "192.168.0.0"},
+            {line("00000000", "01", "00000000"), "0.0.0.1"},
+            {"usb0\t00000000\t012AA8C0\n" + toPhone, "192.168.42.1"}, // a line cut off
+        };
+        for (const auto &[lines, gateway] : rows)
+            QCOMPARE(network::defaultGateway(header + lines), gateway);
     }
 };
 

@@ -190,6 +190,19 @@ private slots:
         QVERIFY(seen.isEmpty());
     }
 
+    // The polls wait for their whole interval again.
+    void theLogIsAskedForInTheirPlace()
+    {
+        auto *polls = link->findChild<QTimer *>();
+        TRY_VERIFY(polls->remainingTime() < polls->interval() / 2);
+        const QSignalSpy polled(polls, &QTimer::timeout);
+        QElapsedTimer waited;
+        waited.start();
+        link->commsInternalRequestLogs();
+        TRY_COMPARE(polled.size(), 1);
+        QVERIFY(waited.elapsed() >= polls->interval() - 1);
+    }
+
     // A write has a second at most; what it has not sent by then is given up for good.
     void aWriteToADeafMcuIsGivenUp()
     {

@@ -117,8 +117,8 @@ int openDescriptors()
 
 double residentMiB()
 {
-    return readFile("/proc/self/statm").split(' ').value(1).toDouble() * double(sysconf(_SC_PAGESIZE))
-           / (1 << 20);
+    return readFile("/proc/self/statm").split(' ').value(1).toDouble()
+           * double(sysconf(_SC_PAGESIZE)) / (1 << 20);
 }
 
 LogCapture::LogCapture()

@@ -5,6 +5,9 @@
 
 #include <QUdpSocket>
 
+#include <thread>
+#include <vector>
+
 namespace
 {
 
@@ -25,39 +28,9 @@ class tst_gstreamerpipeline : public QObject
 {
     Q_OBJECT
 
-private slots:
-    void initTestCase() { useStandIns(); }
-
-    // A run ends when it is told to or by a fault, which is told with the element's own text; it
-    // leaves the pipeline idle: it runs again.
-    void runsEndIdle_data()
+    static void runEndsIdle(const QString &standIn, const QByteArray &fault, bool atStart,
+                            bool stopped, const QString &told)
     {
-        QTest::addColumn<QString>("standIn");
-        QTest::addColumn<QByteArray>("fault");
-        QTest::addColumn<bool>("atStart");
-        QTest::addColumn<bool>("stopped");
-        QTest::addColumn<QString>("told");
-        const QString noDevice = "error 0 Cannot identify device '/dev/video0'.";
-        const QString gone = "error 0 Could not read from resource.";
-        const QString encoder = "error 0 Could not encode stream.";
-        // clang-format off
-        QTest::newRow("stopped") << "camera" << QByteArray("ok") << false << true << QString();
-        QTest::newRow("stopped while starting") << "camera" << QByteArray("ok") << true << true << QString();
-        QTest::newRow("no camera") << "camera" << QByteArray("missing") << true << false << noDevice;
-        QTest::newRow("no camera, stopped while starting") << "camera" << QByteArray("missing") << true << true << noDevice;
-        QTest::newRow("camera lost") << "camera" << QByteArray("lost") << false << false << gone;
-        QTest::newRow("camera lost while stopping") << "camera" << QByteArray("lost") << false << true << QString(); // or told, or not
-        QTest::newRow("encoder fails at start") << "encoder" << QByteArray("fails") << true << false << encoder;
-        QTest::newRow("encoder fails") << "encoder" << QByteArray("fails") << false << false << encoder;
-        // clang-format on
-    }
-    void runsEndIdle()
-    {
-        QFETCH(QString, standIn);
-        QFETCH(QByteArray, fault);
-        QFETCH(bool, atStart);
-        QFETCH(bool, stopped);
-        QFETCH(QString, told);
         QUdpSocket receiver;
         QVERIFY(receiver.bind(QHostAddress::LocalHost, 8083));
         const auto waitForPicture = [&receiver] {
@@ -99,6 +72,31 @@ private slots:
             TRY_VERIFY(output.text().contains("unref pipeline"));
             output.take();
         }
+    }
+
+private slots:
+    void initTestCase() { useStandIns(); }
+
+    // A run ends when it is told to or by a fault, which is told with the element's own text; it
+    // leaves the pipeline idle: it runs again.
+    void runsEndIdle()
+    {
+        const QString noDevice = "error 0 Cannot identify device '/dev/video0'.";
+        const QString gone = "error 0 Could not read from resource.";
+        const QString encoder = "error 0 Could not encode stream.";
+        // stand-in, its fault, whether from the start, whether stopped, what is told
+        const std::tuple<QString, QByteArray, bool, bool, QString> rows[] = {
+            {"camera", "ok", false, true, {}},
+            {"camera", "ok", true, true, {}},
+            {"camera", "missing", true, false, noDevice},
+            {"camera", "missing", true, true, noDevice},
+            {"camera", "lost", false, false, gone},
+            {"camera", "lost", false, true, {}}, // or told, or not
+            {"encoder", "fails", true, false, encoder},
+            {"encoder", "fails", false, false, encoder},
+        };
+        for (const auto &[standIn, fault, atStart, stopped, told] : rows)
+            runEndsIdle(standIn, fault, atStart, stopped, told);
     }
 
     // Until its end is reported the pipeline stays in stopping, and refuses a start.
@@ -167,6 +165,53 @@ private slots:
         }
         TRY_COMPARE(alive, 0);
         QVERIFY(testsupport::openDescriptors() <= files);
+    }
+
+    void everyReportPassesThroughAChain()
+    {
+        CascadedCaptureStatusHandler outer, inner;
+        NotingHandler listener;
+        outer.registerObserver(&inner);
+        inner.registerObserver(&listener);
+        inner.registerObserver(&listener); // is told once all the same
+        outer.videoCaptureErrorHandler(false, "gone");
+        outer.jpegCompleteHandler(7);
+        outer.jpegErrorHandler(8, "bad");
+        outer.videoRecordingCompleteHandler();
+        outer.videoShutdownCompleteHandler();
+        outer.cameraDetachedHandler();
+        outer.cameraAttachedHandler();
+        outer.removeObserver(&inner);
+        outer.cameraAttachedHandler();
+        QCOMPARE(listener.notes,
+                 QStringList({"error 0 gone", "jpeg 7", "jpeg error 8 bad", "recording complete",
+                              "shutdown complete", "detached", "attached"}));
+    }
+
+    // Whoever reports, a report is whole before the next begins.
+    void reportsOfTwoThreadsNeverInterleave()
+    {
+        struct Twice : NotingHandler {
+            void jpegCompleteHandler(int number) override
+            {
+                numbers.push_back(number);
+                std::this_thread::yield(); // the other's turn, if it may
+                numbers.push_back(number);
+            }
+            std::vector<int> numbers; // guarded by nothing but the fan-out
+        } observer;
+        CascadedCaptureStatusHandler fanOut;
+        fanOut.registerObserver(&observer);
+        const auto report = [&](int number) {
+            for (int round = 0; round < 1000; ++round)
+                fanOut.jpegCompleteHandler(number);
+        };
+        std::thread other(report, 1);
+        report(2);
+        other.join();
+        QCOMPARE(observer.numbers.size(), size_t(4000));
+        for (size_t i = 0; i < observer.numbers.size(); i += 2)
+            QCOMPARE(observer.numbers[i], observer.numbers[i + 1]);
     }
 };
 

@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
+#include "busybee.h"
 #include "monitor.h"
 
 #include "settings.h"
 #include "testsupport.h"
 
-#include <QDateTime>
-#include <QDir>
-#include <QFile>
-#include <QTimer>
-#include <QtTest>
+#include <QProcess>
 
+#include <climits>
 #include <memory>
+#include <tuple>
 
 using testsupport::iniValue;
 using testsupport::LogCapture;
@@ -23,11 +22,12 @@ namespace
 constexpr char ini[] = "/home/pi/KT6120/bin/KT6120.ini";
 constexpr char csv[] = "/home/pi/KT6120/bin/status_log.csv";
 constexpr char gpioRead[] = "/home/pi/KT6120/bin/KT6120_gpio_read.sh";
+constexpr char adcRead[] = "/home/pi/KT6120/bin/KT6120_bb_read.sh";
 constexpr char vcgencmd[] = "/opt/vc/bin/vcgencmd";
 
 } // namespace
 
-class tst_monitor : public QObject
+class tst_health : public QObject
 {
     Q_OBJECT
 
@@ -55,6 +55,7 @@ private slots:
     {
         testsupport::freshWorld();
         recorders::install(gpioRead);
+        recorders::install(adcRead);
         restart();
     }
     void cleanup()
@@ -131,7 +132,48 @@ private slots:
         QCOMPARE(readFile(csv).count("timestamp"), 0);
         QCOMPARE(readFile(csv).count('\n'), 1);
     }
+
+    void conversions()
+    {
+        const BusyBee board(nullptr, store.get());
+        const std::pair<int, int> temperatures[] = {
+            {128, 2500},  {200, 39},  {130, 2434}, {236, -2000}, {241, -2500}, {250, -3400},
+            {255, -3900}, {9, 11000}, {8, 11250},  {7, 11500},   {6, -9999},   {-1, INT_MIN},
+        };
+        for (const auto &[raw, expected] : temperatures)
+            QCOMPARE(board.convertTemperature(raw, 0), expected);
+        QCOMPARE(BusyBee::convertVoltage(1, 8.27), 99); // truncated twice
+        QCOMPARE(BusyBee::convertVoltage(255, 12.82), 42306);
+        QCOMPARE(BusyBee::convertVoltage(INT_MAX, 9.0), INT_MAX);
+        const std::tuple<int, int, int> currents[] = {{1294, 26, 129}, {24, 0, 2}, {25, 1, 3}};
+        for (const auto &[raw, leds, interstage] : currents) {
+            QCOMPARE(BusyBee::convertCurrentLEDs(raw), leds);
+            QCOMPARE(BusyBee::convertCurrentIntersage(raw), interstage);
+        }
+    }
+
+    void readings()
+    {
+        const std::pair<QByteArray, unsigned> rows[] = {
+            {"0x64\n", 100},
+            {"64", 100},
+            {" \t0xFF \r\n\n", 255},
+            {QByteArray("64\0zz", 5), 100},
+            {"", 0},
+            {"0x6g\n", 0},
+            {"-1\n", 0},
+            {"0x1ffffffff\n", 0},
+        };
+        BusyBee board(nullptr, store.get());
+        for (const auto &[printed, reading] : rows) {
+            recorders::setReply("KT6120_bb_read.sh 0x12", printed, 0, 1);
+            QCOMPARE(board.read_i2c(18), reading);
+        }
+        recorders::setReply("KT6120_bb_read.sh 0x12", "0x64\n", 2); // too slow
+        QCOMPARE(board.read_i2c(18), 0u);
+        TRY_COMPARE(board.findChildren<QProcess *>().size(), 0);
+    }
 };
 
-QTEST_GUILESS_MAIN(tst_monitor)
-#include "tst_monitor.moc"
+QTEST_GUILESS_MAIN(tst_health)
+#include "tst_health.moc"

@@ -1,0 +1,301 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
+// Dispatch, routing and queue, what the MCU reports, and what is asked of the unit.
+
+#include "eventhandler.h"
+
+#include "paths.h"
+#include "testsupport.h"
+
+#include <memory>
+#include <optional>
+#include <tuple>
+
+using testsupport::LogCapture;
+
+namespace
+{
+
+// An event handler in a fresh world whose scripts are recorded, and what it sends.
+class UnitUnderEvents
+{
+public:
+    // configuration: content of the configuration file; none without it.
+    explicit UnitUnderEvents(const QByteArray &configuration = {})
+    {
+        testsupport::freshWorld();
+        for (const char *script : {paths::gpioWriteScript, paths::sondeEnableScript,
+                                   "/home/pi/KT6120/bin/KT6120_shutdown.sh"})
+            recorders::install(script);
+        if (!configuration.isEmpty())
+            testsupport::writeFile(paths::configuration, configuration);
+        testsupport::writeFile(paths::commandsFile, {});
+        LogCapture::clear();
+        handler = std::make_unique<eventHandler>();
+        QObject::connect(handler.get(), &eventHandler::eventHandlerSendInternalCmd, handler.get(),
+                         [this](const QString &text, SOURCE_TYPE_t destination) {
+                             (destination == SOURCE_MCU ? serial : debug).append(text);
+                         });
+        QObject::connect(handler.get(), &eventHandler::eventHandlerSendExternalCmd, handler.get(),
+                         [this](const QString &text) { app.append(text); });
+    }
+
+    void raise(EVENT_TYPE_t event, SOURCE_TYPE_t source = SOURCE_APP, void *payload = nullptr) const
+    {
+        handler->eventHandlerProcess(event, source, payload);
+    }
+    template <EVENT_TYPE_t event>
+    void report(Payload<event> value, SOURCE_TYPE_t source = SOURCE_MCU) const
+    {
+        raise(event, source, &value);
+    }
+
+    static QString stored(const QString &key)
+    {
+        return testsupport::iniValue(paths::statusStore, key);
+    }
+
+    // Forgets what was sent, called and logged.
+    void forget()
+    {
+        serial.clear();
+        debug.clear();
+        app.clear();
+        recorders::clearCalls();
+        LogCapture::clear();
+    }
+
+    std::unique_ptr<eventHandler> handler;
+    QStringList serial, debug, app;
+};
+
+} // namespace
+
+class tst_events : public QObject
+{
+    Q_OBJECT
+
+    std::optional<LogCapture> log;
+
+private slots:
+    void initTestCase() { log.emplace(); }
+
+    void valuesWithoutAHandlerDoNothing()
+    {
+        const UnitUnderEvents unit;
+        const QByteArray before = testsupport::readFile(paths::statusStore);
+        LogCapture::clear();
+        for (const int value : {-1, 20, 22, 23, 31, 32, 40, 1000})
+            unit.raise(static_cast<EVENT_TYPE_t>(value));
+        QCOMPARE(unit.serial + unit.debug + unit.app, QStringList());
+        QCOMPARE(testsupport::readFile(paths::statusStore), before);
+        QCOMPARE(LogCapture::texts(QtInfoMsg), QStringList());
+    }
+
+    void answersGoBackWhereTheRequestCameFrom()
+    {
+        const UnitUnderEvents unit;
+        unit.report<EVENT_LampValue>(20);
+        for (const int source : {0, 1, 2, 3, 4})
+            unit.raise(EVENT_LampValueRequest, static_cast<SOURCE_TYPE_t>(source));
+        const QStringList once("LampValue 20\r\n");
+        QCOMPARE(unit.serial, once);
+        QCOMPARE(unit.debug, once);
+        unit.report<EVENT_LampValue>(99, SOURCE_APP); // answered, not taken
+        QCOMPARE(unit.app, once + once);
+    }
+
+    void theQueueIsFirstInFirstOut()
+    {
+        const UnitUnderEvents unit;
+        unit.handler->eventHandlerAddtoQueue(EVENT_SondeStateRequest, SOURCE_APP, nullptr, 9);
+        unit.handler->eventHandlerAddtoQueue(EVENT_BatteryStateRequest, SOURCE_APP, nullptr, 1);
+        for (int i = 0; i < 3; ++i) // once more than there is
+            unit.handler->eventHandlerProcessQueue();
+        QCOMPARE(unit.app, QStringList({"SondeState 0\r\n", "BatteryState 0\r"}));
+    }
+
+    // A warning on entering a state; none while it lasts or at a limit.
+    void bands()
+    {
+        const QString high = "Battery Voltage Over Threshold ( 9390 )";
+        const QString low = "Battery Voltage Under Threshold ( %1 )";
+        const QString strong = "Battery Current Over Threshold ( 1501 )";
+        const QString hot = "Compute Module Temperature Over Threshold ( 7001 )";
+        const QString cold = "Compute Module Temperature Under Threshold ( -1001 )";
+        const struct {
+            EVENT_TYPE_t event;
+            QList<int> readings;
+            QStringList warnings;
+            const char *key;
+            QString stored;
+        } rows[] = {
+            // clang-format off
+            {EVENT_BatteryVoltage, {3000, 3000, 2000, 3000}, {high, high}, "Battery/Voltage", "9390"},
+            {EVENT_BatteryVoltage, {1757, 1757, 1758}, {low.arg(5499)}, "Battery/Voltage", "5502"},
+            {EVENT_BatteryVoltage, {3000, 1000, 3000}, {high, low.arg(3130), high}, "Battery/Voltage", "9390"},
+            {EVENT_BatteryVoltage, {21000}, {low.arg(194)}, "Battery/Voltage", "194"}, // 16 bits of it
+            {EVENT_Current, {1500, 1501, 1500, 0, 1501, 1499, 1501}, {strong, strong}, "Battery/Current", "1501"},
+            {EVENT_Thermistor, {7001, 7000, 7001, 6999, 7001}, {hot, hot}, "Temperature/CM3", "70.01"},
+            {EVENT_Thermistor, {-1000, -1001, -1000, -1001, -999, -1001}, {cold, cold}, "Temperature/CM3", "-10.01"},
+            // clang-format on
+        };
+        for (const auto &row : rows) {
+            const UnitUnderEvents unit;
+            for (const int reading : row.readings) {
+                auto value = static_cast<uint16_t>(reading); // each of these events has 16 bits
+                unit.raise(row.event, SOURCE_MCU, &value);
+            }
+            QCOMPARE(LogCapture::texts(QtWarningMsg), row.warnings);
+            QCOMPARE(unit.stored(row.key), row.stored);
+        }
+    }
+
+    // The rest of the probe's story is told by a scenario.
+    void aTallwickValueThatIsNoDetectionBlocksTheLamp()
+    {
+        const UnitUnderEvents unit;
+        unit.report<EVENT_TallwickDetected>(2);
+        unit.raise(EVENT_LampUp);
+        QCOMPARE(unit.serial, QStringList());
+        unit.raise(EVENT_LampOff);
+        QCOMPARE(unit.serial, QStringList("LAMP:OFF\r\n"));
+    }
+
+    void theUnknownCommandCountSurvivesAndWraps()
+    {
+        UnitUnderEvents unit;
+        unit.handler.reset();
+        testsupport::writeFile(paths::statusStore, "[Commands]\nUnknown=65534\n");
+        eventHandler handler;
+        handler.eventHandlerProcess(EVENT_UnknownCommand, SOURCE_APP, nullptr);
+        QCOMPARE(unit.stored("Commands/Unknown"), QString("65535"));
+        handler.eventHandlerProcess(EVENT_UnknownCommand, SOURCE_APP, nullptr);
+        QCOMPARE(unit.stored("Commands/Unknown"), QString("0"));
+    }
+
+    void lampSteps()
+    {
+        const int up = EVENT_LampUp, down = EVENT_LampDown, off = EVENT_LampOff;
+        const struct {
+            int maxCurrent, level; // mA; to start from
+            QList<int> events;
+            QString levels; // after each event
+            QString scaled; // of each LAMP:SET
+            QString power;  // values written to line 21
+        } rows[] = {
+            // clang-format off
+            {15, 0, {up, up, up, up, up}, "15 30 45 50 50", "14 27 41 45", "0 0 0 0 0"},
+            {15, 50, {down, down, down, down, down}, "35 20 5 0 0", "32 18 5 0", "0 0 0 0 1"},
+            {30, 75, {up, up, up}, "90 100 100", "81 90", "0 0 0"},
+            {2, 0, {up, up, down}, "7 7 0", "6 0", "0 0 0 1"},
+            {15, 30, {off, up}, "-1 45", "41", "1 0"},
+            {15, 100, {up, down}, "50 35", "45 32", "0 0"},
+            {15, 120, {up}, "0", "0", "0 1"}, // an 8-bit step wraps
+            // clang-format on
+        };
+        for (const auto &row : rows) {
+            UnitUnderEvents unit("[Lamp]\nMaxCurrent=" + QByteArray::number(row.maxCurrent) + "\n");
+            unit.report<EVENT_LampValue>(static_cast<uint8_t>(row.level));
+            unit.forget();
+            QStringList stored, expected, written;
+            for (const int event : row.events) {
+                unit.raise(static_cast<EVENT_TYPE_t>(event));
+                stored.append(unit.stored("Camera/Lamp"));
+            }
+            QCOMPARE(stored.join(' '), row.levels);
+            for (const QString &scaled : row.scaled.split(' '))
+                expected << "LAMP:SET " + scaled + "\r\n"
+                         << "LAMP:ON\r\n";
+            unit.serial.removeAll("LAMP:OFF\r\n");
+            QCOMPARE(unit.serial, expected);
+            for (const QString &call : recorders::calls())
+                written.append(call.mid(int(strlen("KT6120_gpio_write.sh 21 "))));
+            QCOMPARE(written.join(' '), row.power);
+        }
+    }
+
+    // Negative ones, and six significant digits at most.
+    void numbersInAnswers()
+    {
+        const std::tuple<QByteArray, double, int16_t, QString> rows[] = {
+            // scalar as configured, metres, counts since then
+            {"0.125", 0, -1, "-0.125"},
+            {"0.125", 0.3125, 9875, "1234.69"},
+            {"0.5", 1, 10, "6"},
+            {"wide", 1, 10, "1"},
+        };
+        for (const auto &[scalar, metres, counts, distance] : rows) {
+            const UnitUnderEvents unit("[Coiler]\nEncoderScalar=" + scalar + '\n');
+            unit.report<EVENT_CoilerSet>(metres);
+            unit.report<EVENT_CoilerValue>(counts);
+            unit.raise(EVENT_CoilerValueRequest);
+            unit.report<EVENT_Thermistor>(-250);
+            unit.raise(EVENT_ComputeTemperatureRequest);
+            QCOMPARE(unit.app,
+                     QStringList({"CoilerValue " + distance + '\r', "Temp:Compute -250\r"}));
+        }
+    }
+
+    void configurationLimits()
+    {
+        const std::tuple<const char *, QString, int> rows[] = {
+            // what is told where it is not the warning; LAMP:SETs on the way to the maximum
+            {"1", "LED current limit set to  1 mA", 1},
+            {"30", "LED current limit set to  30 mA", 7},
+            {"31", {}, 4},
+            {"0", {}, 4},
+            {"much", {}, 4},
+        };
+        const QString warning = "Invalid LED current limit detected, using default value  15 mA";
+        for (const auto &[limit, info, steps] : rows) {
+            const UnitUnderEvents unit(QByteArray("[Lamp]\nMaxCurrent=") + limit + '\n');
+            QCOMPARE(LogCapture::texts(QtInfoMsg) + LogCapture::texts(QtWarningMsg),
+                     QStringList(info.isNull() ? warning : info));
+            for (int i = 0; i < 8; ++i)
+                unit.raise(EVENT_LampUp);
+            QCOMPARE(unit.serial.size(), 2 * steps);
+        }
+    }
+
+    void editsOfOtherProgramsAreSeenAtTheNextRequest()
+    {
+        const UnitUnderEvents unit;
+        const auto ask = [&unit] {
+            unit.raise(EVENT_CoilerModelRequest);
+            unit.raise(EVENT_CoilerValueRequest);
+        };
+        ask();
+        for (const char *text : {"7", "12.5"}) {
+            testsupport::writeFile(paths::configuration, QByteArray("[Coiler]\nModel=x") + text);
+            testsupport::writeFile(paths::statusStore,
+                                   QByteArray("[Camera]\nCoilerOffset=") + text);
+            ask();
+        }
+        unit.report<EVENT_CoilerModel>("own"); // not yet in the file
+        testsupport::writeFile(paths::configuration, "[Coiler]\nModel=of another\nOther=kept\n");
+        ask();
+        QCOMPARE(unit.app, QStringList({"Model x40\r\n", "CoilerValue 0\r", "Model x7\r\n",
+                                        "CoilerValue 7\r", "Model x12.5\r\n", "CoilerValue 12.5\r",
+                                        "Model own\r\n", "CoilerValue 12.5\r"}));
+        QCOMPARE(testsupport::iniValue(paths::configuration, "Coiler/Other"), QString("kept"));
+    }
+
+    void aStreamWithoutPortIsReported()
+    {
+        const UnitUnderEvents unit;
+        const QSignalSpy missing(unit.handler.get(), &eventHandler::eventHandlerNullParams);
+        LogCapture::clear();
+        unit.raise(EVENT_StreamStart);
+        QCOMPARE(missing.size(), 0);
+        unit.handler->eventHandlerSetPort("");
+        unit.raise(EVENT_StreamStart);
+        QCOMPARE(missing.size(), 1);
+        QCOMPARE(LogCapture::texts(QtInfoMsg),
+                 QStringList({"EVENT_StreamStart", "Stream Started at  \"192.167.0.0\" : \"8001\"",
+                              "EVENT_StreamStart"}));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_events)
+#include "tst_events.moc"
