@@ -40,10 +40,15 @@ def main():
     messages = []
     for message, kind, meaning, remedy in rows(text, "Log messages"):
         # Within the table's cell a blank at the end belongs to the text.
-        start = re.search(r"`([^`]*)`", message)[1]
+        start = message.split("`")[1]
         messages.append(
-            {"text": start, "type": int(kind), "meaning": meaning.replace("`", ""),
-             "remedy": remedy.replace("`", "")})
+            {
+                "text": start,
+                "type": int(kind),
+                "meaning": meaning.replace("`", ""),
+                "remedy": remedy.replace("`", ""),
+            }
+        )
     with open(sys.argv[2], "w", encoding="utf-8") as catalogue:
         json.dump({"bands": bands, "messages": messages}, catalogue, indent=1)
 

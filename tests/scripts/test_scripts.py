@@ -105,8 +105,8 @@ class AmongTools(Scripts):
             ("2.2.1", "gpio_write 25 0", set_2 + "25=0", "", 0, 0),
             ("2.2.1", "gpio_write 19 1", set_2 + "19=1", "busy", 3, 1),
             ("1.6.3", "sonde_en_write 43 0", set_1 + "43=0", "", 0, 0),
-            ("1.6.3", "gpio_read 26", "gpioget gpiochip0 26", "1\n", 0, 0),
-            ("2.2.1", "gpio_read 26", "gpioget --numeric --chip gpiochip0 26", "0\n", 0, 0),
+            ("1.6.3", "gpio_read 0", "gpioget gpiochip0 0", "1\n", 0, 0),
+            ("2.2.1", "gpio_read 53", "gpioget --numeric --chip gpiochip0 53", "0\n", 0, 0),
             ("1.6.3", "gpio_read 26", "gpioget gpiochip0 26", "", 4, 1),
             ("", "bb_read 0x12", "i2cget -y 1 0x48 0x12", "0x64\n", 0, 0),
             ("", "bb_read 0x7", "i2cget -y 1 0x48 0x7", "0x00\n", 2, 1),
@@ -139,11 +139,13 @@ class AmongTools(Scripts):
         """A line stays driven by a process; a new level replaces it and nobody else's."""
         install_gpiod("1.6.3")
         holders = pathlib.Path("/tmp/holders")
-        write(
-            CALLS.parent / "real/gpioset",
-            "#!/bin/sh\n/bin/sleep 600 <&- >&- 2>&- &\necho $! >>/tmp/holders\n",
-            0o755,
-        )
+        # As the kernel does, it refuses a line that is held; a holder takes a while to end.
+        gpioset = """#!/bin/sh
+            held=/tmp/held${KT6120_GPIO%=*}
+            for old in $(cat $held 2>/dev/null); do kill -0 $old && exit 1; done
+            sh -c 'trap "/bin/sleep 0.2; exit" TERM; /bin/sleep 600 & wait' <&- >&- 2>&- &
+            echo $! >$held; echo $! >>/tmp/holders"""
+        write(CALLS.parent / "real/gpioset", gpioset.replace("            ", ""), 0o755)
         subprocess.run([TOOLS / "gpioset", "21=1"], check=True)
         for level in ("21 1", "19 1", "21 1", "21 0"):  # the third is there already
             self.assertEqual(run("gpio_write", *level.split()).returncode, 0)
