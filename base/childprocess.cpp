@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "childprocess.h"
 
+#include <QDir>
+#include <QFile>
 #include <QHash>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <fcntl.h>
 #include <memory>
@@ -62,46 +66,91 @@ private:
     int ends[2] = {-1, -1};
 };
 
-// A class of its own not least for what Qt does with it: a plain QProcess is started by a system
-// call whose failure Qt 5.15 does not notice. It then takes -1 for the child's process id, and
-// its kill() ends every process of the unit. A derived one is started by fork(), and fails as told.
+// Nothing of the program's own, the camera least of all, is for a child. The descriptors are closed
+// by exec() and not here, so that Qt hears of an exec() that fails. Safe between fork and exec.
+void closeAtExec()
+{
+    close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+}
+
+// A child whose standard output is discarded. A class of its own not least for what Qt does with
+// it: a plain QProcess is started by a system call whose failure Qt 5.15 does not notice. It then
+// takes -1 for the child's process id, and its kill() ends every process of the unit. A derived one
+// is started by fork(), and fails as told.
 class Child : public QProcess
 {
 public:
-    using QProcess::QProcess;
-
-    void writeTo(const Pipe &output, const Pipe &error)
+    explicit Child(QObject *parent) : QProcess(parent)
     {
-        outputEnd = output.writeEnd();
-        errorEnd = error.writeEnd();
+        setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        setStandardOutputFile(QProcess::nullDevice());
+    }
+
+    void launch(const Command &command)
+    {
+        start(command.program, command.arguments, QIODevice::ReadWrite);
+    }
+
+protected:
+    void setupChildProcess() override { closeAtExec(); }
+};
+
+// A child that writes to two pipes and leads a process group of its own.
+class Reader : public Child
+{
+public:
+    Reader(QObject *parent, const Pipe &output, const Pipe &error)
+        : Child(parent), outputEnd(output.writeEnd()), errorEnd(error.writeEnd())
+    {
+    }
+
+    // The group's number; 0 where the program could not be started.
+    pid_t launchGroup(const Command &command)
+    {
+        launch(command);
+        const auto group = pid_t(processId());
+        // As the child itself does: whoever comes first, nothing it starts is outside the group.
+        if (group > 0)
+            setpgid(group, group);
+        return group;
     }
 
 protected:
     void setupChildProcess() override
     {
-        if (outputEnd >= 0)
-            dup2(outputEnd, STDOUT_FILENO);
-        if (errorEnd >= 0)
-            dup2(errorEnd, STDERR_FILENO);
+        setpgid(0, 0);
+        dup2(outputEnd, STDOUT_FILENO);
+        dup2(errorEnd, STDERR_FILENO);
+        Child::setupChildProcess();
     }
 
 private:
-    int outputEnd = -1;
-    int errorEnd = -1;
+    int outputEnd;
+    int errorEnd;
 };
 
-// A child whose standard output is discarded.
-Child *create(QObject *parent)
+// Signals a process group. No number of 1 or less: kill() would take it for everybody's.
+bool signalGroup(pid_t group, int number)
 {
-    auto *process = new Child(parent);
-    process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    process->setStandardOutputFile(QProcess::nullDevice());
-    return process;
+    return group > 1 && (kill(-group, number) == 0 || errno != ESRCH);
 }
 
-void launch(QProcess *process, const Command &command)
+// Whether any process of a group still runs. What has ended stays a member until it is reaped, and
+// not every system's first process reaps; so a group that is there is looked at in /proc.
+bool isRunning(pid_t group)
 {
-    process->start(command.program, command.arguments, QIODevice::ReadWrite);
+    if (!signalGroup(group, 0))
+        return false;
+    for (const QString &process : QDir("/proc").entryList({"[1-9]*"}, QDir::Dirs)) {
+        QFile file("/proc/" + process + "/stat");
+        if (!file.open(QIODevice::ReadOnly))
+            continue;
+        const QByteArray status = file.readAll(); // number (name) state parent group ...
+        const QByteArrayList words = status.mid(status.lastIndexOf(')') + 2).split(' ');
+        if (words.value(0) != "Z" && words.value(2).toInt() == group)
+            return true;
+    }
+    return false;
 }
 
 QString toLine(const Command &command)
@@ -143,11 +192,11 @@ Command fromLine(const QString &line)
 
 QProcess *start(QObject *parent, const Command &command)
 {
-    QProcess *process = create(parent);
+    auto *process = new Child(parent);
     // The object stays; closed, it holds a third of the memory.
     QObject::connect(process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), process,
                      &QProcess::close);
-    launch(process, command);
+    process->launch(command);
     return process;
 }
 
@@ -159,23 +208,27 @@ bool run(QObject *parent, const Command &command, std::chrono::milliseconds wait
 QByteArray output(QObject *parent, const Command &command, std::chrono::milliseconds wait)
 {
     const QString line = toLine(command);
-    // One of this command that was killed and is still there: where a device does not answer,
+    // Groups of which something was killed, each by its command. Where a device does not answer,
     // even that may be without effect.
-    if (auto *before = parent->findChild<QProcess *>(line, Qt::FindDirectChildrenOnly)) {
-        if (before->state() != QProcess::NotRunning
-            && !before->waitForFinished(int(std::min(wait, lastWait).count())))
+    static QHash<QString, pid_t> killed;
+    if (const auto before = killed.find(line); before != killed.end()) {
+        if (auto *process = parent->findChild<QProcess *>(line, Qt::FindDirectChildrenOnly))
+            process->waitForFinished(int(std::min(wait, lastWait).count()));
+        if (isRunning(*before))
             return {};
-        delete before;
+        killed.erase(before);
     }
     const Pipe printed;
     const Pipe said;
     if (!printed.isOpen() || !said.isOpen())
         return {};
-    Child *process = create(parent);
+    auto *process = new Reader(parent, printed, said);
     process->setObjectName(line);
-    process->writeTo(printed, said);
-    launch(process, command);
+    const pid_t group = process->launchGroup(command);
     process->waitForFinished(int(wait.count()));
+    // All of it, or what a leader that has ended left behind.
+    if (signalGroup(group, SIGKILL))
+        killed.insert(line, group);
     if (process->state() == QProcess::NotRunning) {
         delete process;
     } else {
@@ -183,7 +236,6 @@ QByteArray output(QObject *parent, const Command &command, std::chrono::millisec
         QObject::connect(process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished),
                          process, &QObject::deleteLater);
         process->closeWriteChannel();
-        process->kill();
     }
     passOn(line, said.read());
     return printed.read();
@@ -191,6 +243,7 @@ QByteArray output(QObject *parent, const Command &command, std::chrono::millisec
 
 std::string exec(const char *command)
 {
+    closeAtExec(); // in the program itself: popen() leaves no place for it in the child
     const std::unique_ptr<FILE, int (*)(FILE *)> pipe(popen(command, "r"), pclose);
     if (!pipe)
         throw std::runtime_error("popen() failed!");

@@ -10,7 +10,8 @@
 #include <string>
 
 // Starting a program as a child and waiting for it. A program that is missing, fails, cannot be
-// started or outlasts its wait is never reported: the caller goes on.
+// started or outlasts its wait is never reported: the caller goes on. No child has a descriptor of
+// the program's own.
 namespace childprocess
 {
 
@@ -33,11 +34,12 @@ QProcess *start(QObject *parent, const Command &command);
 bool run(QObject *parent, const Command &command, std::chrono::milliseconds wait);
 
 // Runs a command in a process object of its own and returns what its standard output has
-// brought by the end of the wait, 64 KiB at most. A child that outlasts its wait is killed, so
-// that a command that hangs does not pile up; what it had started itself runs on. The object is
-// released when the child has ended, at the latest with parent. While a killed one has not ended,
-// the same command is not started again: the wait is spent on its end, and nothing is returned.
-// What it says on standard error goes to the program's own when it differs from the last time.
+// brought by the end of the wait, 64 KiB at most. It leads a process group: what then runs of it,
+// of a child that outlasts its wait or of what it has started, is killed, so that a command that
+// hangs does not pile up. The object is released when the child has ended, at the latest with
+// parent. While any of a killed group still runs, the same command is not started again: the wait
+// is spent on the child's end, and nothing is returned. What it says on standard error goes to the
+// program's own when it differs from the last time.
 QByteArray output(QObject *parent, const Command &command, std::chrono::milliseconds wait);
 
 // The standard output of a shell command, line breaks included, read to its end; the exit

@@ -23,7 +23,8 @@ case $#$channel in
     ;;
 esac
 
-reading=$(timeout 5 i2cget -y "$bus" "$address" "$channel") || exit 1
+# In the foreground: in the process group of this script, so that its caller ends both.
+reading=$(timeout --foreground 5 i2cget -y "$bus" "$address" "$channel") || exit 1
 case $reading in
 0x[0-9a-f][0-9a-f]) printf '%s\n' "$reading" ;;
 *) exit 1 ;;

@@ -114,14 +114,15 @@ gpio_drive() {
     fi
 } 9<"$0"
 
-# gpio_read LINE: prints the line's level, 0 or 1.
+# gpio_read LINE: prints the line's level, 0 or 1. In the foreground, that is in the process group of
+# the script, so that its caller ends both.
 gpio_read() {
     if ! command -v gpioget >/dev/null; then
         gpio_line=$(gpio_sysfs_line "$1") || return 1
         echo in >"$gpio_line/direction" && cat "$gpio_line/value" || return 1
     elif is_libgpiod_1 gpioget; then
-        timeout 5 gpioget "$gpio_chip" "$1" || return 1
+        timeout --foreground 5 gpioget "$gpio_chip" "$1" || return 1
     else
-        timeout 5 gpioget --numeric --chip "$gpio_chip" "$1" || return 1
+        timeout --foreground 5 gpioget --numeric --chip "$gpio_chip" "$1" || return 1
     fi
 }

@@ -122,6 +122,14 @@ class AmongTools(Scripts):
                 self.assertEqual((done.returncode, done.stdout), (status, "" if status else answer))
                 self.assertEqual([c for c in calls() if not c.endswith(" --version")], [call])
 
+    def test_readers_share_their_group(self):
+        """So that whoever kills the group of a reader that hangs kills its tool too."""
+        group = "#!/bin/sh\nexec cut -d ' ' -f 5 /proc/self/stat >/tmp/group\n"
+        for tool, command in (("gpioget", "gpio_read 26"), ("i2cget", "bb_read 0x1")):
+            write(TOOLS / tool, group, 0o755)
+            run(*command.split())
+            self.assertEqual(pathlib.Path("/tmp/group").read_text(), f"{os.getpgrp()}\n")
+
     def test_wrong_arguments(self):
         commands = ["shutdown now", "usb_monitor 1-1"]
         commands += ["bb_read" + a for a in ("", " ", " 12", " 0x", " 0x123", " 0xG", " 0x1 0x2")]
