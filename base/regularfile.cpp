@@ -3,6 +3,7 @@
 
 #include <QFileInfo>
 
+#include <array>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,22 +11,28 @@
 namespace
 {
 
-// The most that a power cut leaves as zeros: a file system's block.
-constexpr qint64 mostZeros = 4096;
+static_assert(sizeof(off_t) == 8, "a file of more than 2 GiB must open");
 
 // Cuts off the zeros that a power cut leaves at the end of a file whose size was on the disk before
-// its bytes; what is left of a torn line gets an end.
-bool cutZeros(QFile &file)
+// its bytes, however many, and tells what stands before them: the end of a line in an empty file.
+bool cutZeros(QFile &file, char &last)
 {
     const qint64 size = file.size();
     qint64 end = size;
-    char last = 0;
-    while (end > 0 && size - end < mostZeros && pread(file.handle(), &last, 1, end - 1) == 1
-           && last == 0)
-        --end;
-    if (end == size)
-        return true;
-    return file.resize(end) && (end == 0 || last == '\n' || file.write("\n") == 1);
+    last = '\n';
+    while (end > 0) {
+        std::array<char, 4096> block{};
+        const qint64 begin = (end - 1) / qint64(block.size()) * qint64(block.size());
+        if (pread(file.handle(), block.data(), size_t(end - begin), begin) != end - begin)
+            return false;
+        while (end > begin && block.at(size_t(end - begin - 1)) == 0)
+            --end;
+        if (end > begin) {
+            last = block.at(size_t(end - begin - 1));
+            break;
+        }
+    }
+    return end == size || file.resize(end);
 }
 
 } // namespace
@@ -55,21 +62,26 @@ bool append(const QString &path, const QByteArray &bytes)
 {
     QFile file(path);
     const bool isNew = !file.exists();
+    char last = 0;
     if (!open(file, QIODevice::ReadWrite | QIODevice::Append | QIODevice::Unbuffered)
-        || !cutZeros(file))
+        || !cutZeros(file, last))
         return false;
-    const qint64 written = file.write(bytes);
-    if (written == bytes.size()) {
-        // The bytes start for the disk and nobody waits for them. Left to the system they take half
-        // a minute, and the file's size only as long as it takes the store to be synced.
-        sync_file_range(file.handle(), 0, 0, SYNC_FILE_RANGE_WRITE);
+    const QByteArray whole = last == '\n' ? bytes : '\n' + bytes;
+    const qint64 written = file.write(whole);
+    if (written == whole.size())
         return true;
-    }
     if (written > 0)
         file.resize(file.size() - written);
     if (isNew) // what a link leads to, not the link
         unlink(QFile::encodeName(QFileInfo(path).canonicalFilePath()).constData());
     return false;
+}
+
+void startWriting(const QString &path)
+{
+    QFile file(path);
+    if (open(file, QIODevice::ReadOnly))
+        sync_file_range(file.handle(), 0, 0, SYNC_FILE_RANGE_WRITE);
 }
 
 bool replace(const QString &path, const QByteArray &bytes)

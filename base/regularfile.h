@@ -14,10 +14,14 @@ namespace regularfile
 // (or a link that leads to one). A missing file is made if the mode is one of writing.
 bool open(QFile &file, QIODevice::OpenMode mode);
 
-// Appends the bytes; false if that fails. What the disk has no room for leaves no trace: no torn
-// line to which the next would be glued, no new and empty file. Zeros at the file's end, which a
-// power cut leaves in place of what was not written yet, are cut off before.
+// Appends lines; false if that fails. What the disk has no room for leaves no trace: no torn line,
+// no new and empty file. What a power cut left at the file's end is mended before: zeros in place
+// of what was not written yet are cut off, a torn line gets its end.
 bool append(const QString &path, const QByteArray &bytes);
+
+// Starts what was appended for the disk; nobody waits for it. Left to the system it takes half a
+// minute, and the file's size only as long as it takes the store to be synced.
+void startWriting(const QString &path);
 
 // Puts the bytes in the place of the file's content, in the file as it stands: its owner, its
 // links and who has it open stay. False if that fails; on a full disk the old content stays.

@@ -104,6 +104,7 @@ void monitor::monitor_write_file(const QString &row)
         lines += QString(csvHeader) + '\n';
     lines += timestamp::now() + ',' + row + '\n';
     regularfile::append(paths::statusCsv, lines.toUtf8());
+    regularfile::startWriting(paths::statusCsv);
 }
 
 void monitor::monitor_usb_check()

@@ -131,6 +131,11 @@ private slots:
         invoke("monitor_timer_expired");
         QCOMPARE(readFile(csv).count("timestamp"), 0);
         QCOMPARE(readFile(csv).count('\n'), 1);
+
+        writeFile(csv, "torn" + QByteArray(10000, '\0')); // by a power cut
+        invoke("monitor_timer_expired");
+        QVERIFY(readFile(csv).startsWith("torn\n"));
+        QCOMPARE(readFile(csv).count('\n'), 2);
     }
 
     void conversions()
