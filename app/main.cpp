@@ -58,6 +58,6 @@ int main(int argc, char *argv[])
         if (fatalSignalHandled())
             QCoreApplication::exit(fatalSignalExitCode);
     });
-    const Watchdog watchdog;
+    const Watchdog watchdog(*unit.app);
     return QCoreApplication::exec();
 }
