@@ -8,10 +8,16 @@
 namespace timestamp
 {
 
-// Local date and time as log and status rows have it, in the digits 0 to 9 whatever the locale.
+// Date and time as log and status rows have it, in the digits 0 to 9 whatever the locale.
+inline QString text(const QDateTime &time)
+{
+    return QLocale::c().toString(time, "dd-MM-yyyy HH:mm:ss");
+}
+
+// Of now, in the unit's zone.
 inline QString now()
 {
-    return QLocale::c().toString(QDateTime::currentDateTime(), "dd-MM-yyyy HH:mm:ss");
+    return text(QDateTime::currentDateTime());
 }
 
 } // namespace timestamp

@@ -5,16 +5,21 @@
 //   kt6120-web SOCKET CATALOGUE
 
 #include "fastcgi.h"
+#include "freshness.h"
 #include "page.h"
 
+#include <chrono>
 #include <cstdio>
 #include <stdexcept>
+#include <thread>
 
 namespace
 {
 
 // Those that look on hold one each all the time.
 constexpr int threads = 16;
+// Also with nobody at the page: whoever comes then wants to know since when the unit is silent.
+constexpr std::chrono::seconds lookInterval(5);
 
 } // namespace
 
@@ -26,7 +31,12 @@ int main(int argc, char *argv[])
     }
     try {
         const Catalogue catalogue(argv[2]);
-        Page page(catalogue);
+        Freshness freshness;
+        std::thread([&freshness] {
+            for (;; std::this_thread::sleep_for(lookInterval))
+                freshness.look();
+        }).detach();
+        Page page(catalogue, freshness);
         fastcgi::serve(argv[1], threads,
                        [&page](fastcgi::Exchange &exchange) { page.handle(exchange); });
     } catch (const std::runtime_error &error) {

@@ -3,8 +3,6 @@
 
 #include "readings.h"
 
-#include <QDateTime>
-
 #include <cmath>
 
 namespace
@@ -48,6 +46,19 @@ QByteArray quoted(QByteArray value)
     return '"' + value + '"';
 }
 
+// Labels of the values that there are; empty where there is none.
+QByteArray versions(const readings::Values &values)
+{
+    QByteArrayList labels;
+    for (const auto &[label, key] : {std::pair("version", "Compute/SoftwareVersion"),
+                                     std::pair("mcu_version", "MCU/Version")}) {
+        const QByteArray value = values.value(key).toUtf8();
+        if (!value.isEmpty())
+            labels.append(label + ('=' + quoted(value)));
+    }
+    return labels.join(',');
+}
+
 double exported(const readings::Reading &reading, const readings::Values &values)
 {
     const double value = readings::number(reading, values);
@@ -56,9 +67,38 @@ double exported(const readings::Reading &reading, const readings::Values &values
     return value * reading.scale;
 }
 
+// What stands in the store of a unit that is silent is none of these: Prometheus would take it for
+// new.
+void addReadings(Page &page, const readings::Values &values)
+{
+    const QByteArray labels = versions(values);
+    if (!labels.isEmpty()) {
+        page.family("build_info", "Versions of the unit's program and its microcontroller.");
+        page.sample("build_info", labels, 1);
+    }
+    for (int at = 0; at < readings::count; ++at) {
+        const readings::Reading &reading = readings::table[at];
+        if (!reading.metric)
+            continue;
+        if (reading.help)
+            page.family(reading.metric, reading.help);
+        const double value = exported(reading, values);
+        if (!std::isnan(value))
+            page.sample(reading.metric, reading.labels, value);
+    }
+    page.family("reading_present", "1 where the unit has this reading, 0 where it should.");
+    for (int at = 0; at < readings::count; ++at) {
+        const readings::Reading &reading = readings::table[at];
+        if (reading.kind == readings::Kind::Number && !reading.absent)
+            page.sample("reading_present", "reading=" + quoted(reading.label),
+                        std::isnan(exported(reading, values)) ? 0 : 1);
+    }
+}
+
 } // namespace
 
-Metrics::Metrics(const Catalogue &known) : catalogue(known), logged(known.messages().size())
+Metrics::Metrics(const Catalogue &known, Freshness &of)
+    : catalogue(known), freshness(of), logged(known.messages().size())
 {
     log.take();
 }
@@ -74,27 +114,15 @@ QByteArray Metrics::text(bool openMetrics)
     }
 
     Page page(openMetrics);
-    const readings::Values values = readings::read();
-    page.family("build_info", "Versions of the unit's program and its microcontroller.");
-    page.sample("build_info",
-                "version=" + quoted(values.value("Compute/SoftwareVersion").toUtf8())
-                    + ",mcu_version=" + quoted(values.value("MCU/Version").toUtf8()),
-                1);
-    const double age = readings::storeAge();
-    page.family("store_modified_timestamp_seconds",
-                "When the unit last wrote its status store; 0 when there is none.");
-    page.sample("store_modified_timestamp_seconds", {},
-                age < 0 ? 0 : double(QDateTime::currentMSecsSinceEpoch()) / 1000 - age);
-    for (int at = 0; at < readings::count; ++at) {
-        const readings::Reading &reading = readings::table[at];
-        if (!reading.metric)
-            continue;
-        if (reading.help)
-            page.family(reading.metric, reading.help);
-        const double value = exported(reading, values);
-        if (!std::isnan(value))
-            page.sample(reading.metric, reading.labels, value);
+    const Freshness::State state = freshness.look();
+    page.family("program_up", "1 while the unit's program writes its status store, else 0.");
+    page.sample("program_up", {}, state.silent ? 0 : 1);
+    if (state.age >= 0) {
+        page.family("store_age_seconds", "Since the status store was last seen to change.");
+        page.sample("store_age_seconds", {}, state.age);
     }
+    if (!state.silent)
+        addReadings(page, readings::read());
     page.family("log_messages_total", "Messages in the program log since this exporter started.");
     for (int at = 0; at < logged.size(); ++at) {
         const Catalogue::Message &message = catalogue.messages()[at];

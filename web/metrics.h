@@ -2,6 +2,7 @@
 #pragma once
 
 #include "catalogue.h"
+#include "freshness.h"
 #include "programlog.h"
 
 #include <QByteArray>
@@ -13,12 +14,13 @@
 class Metrics
 {
 public:
-    explicit Metrics(const Catalogue &known);
+    Metrics(const Catalogue &known, Freshness &of);
 
     QByteArray text(bool openMetrics);
 
 private:
     const Catalogue &catalogue;
+    Freshness &freshness;
     std::mutex mutex;
     ProgramLog log = ProgramLog(0); // what was logged before this process began counts for nothing
     QVector<quint64> logged;        // a message of the catalogue each

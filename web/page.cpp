@@ -6,11 +6,13 @@
 #include "history.h"
 #include "programlog.h"
 #include "readings.h"
+#include "timestamp.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
+#include <QTimeZone>
 
 #include <algorithm>
 #include <iterator>
@@ -23,12 +25,12 @@ namespace
 
 constexpr int mostViewers = 8;
 constexpr auto lookInterval = 250ms;
-// The web server finds out that a viewer has gone when it cannot send to it, the second time.
+// The page takes three that it misses for a lost connection. The web server finds out that a viewer
+// has gone when it cannot send to it, the second time.
 constexpr auto heartbeat = 2s;
 constexpr int logLines = 50; // that a viewer gets first
 // In which these and the picture's last change are looked for.
 constexpr qint64 logBytes = 65'536;
-constexpr double silentAfter = 60; // seconds; a healthy unit writes its store every 10 s at least
 
 constexpr int longestBody = 256; // bytes
 constexpr double commandsPerSecond = 5;
@@ -48,29 +50,41 @@ void refuse(fastcgi::Exchange &exchange, int status, const char *why)
 
 // The readings that are not as in `known`, which is brought up to date.
 QJsonArray changed(const readings::Values &values, const Catalogue &catalogue,
-                   QMap<QByteArray, QByteArray> &known)
+                   QMap<QByteArray, QString> &known)
 {
     QJsonArray rows;
     for (int at = 0; at < readings::count; ++at) {
         const readings::Reading &reading = readings::table[at];
-        const QByteArray text = readings::text(reading, values);
-        QByteArray &last = known[reading.key];
-        if (last == text)
+        // Not by the text: it is rounded, and its level may change alone.
+        const QString stored = values.value(reading.key);
+        const auto last = known.constFind(reading.key);
+        if (last != known.constEnd() && *last == stored)
             continue;
-        last = text;
+        known.insert(reading.key, stored);
         rows.append(QJsonObject{{"key", reading.key},
                                 {"label", reading.label},
-                                {"text", QString::fromUtf8(text)},
-                                {"stored", values.value(reading.key)},
+                                {"text", QString::fromUtf8(readings::text(reading, values))},
+                                {"stored", stored},
                                 {"level", readings::level(reading, values, catalogue)}});
     }
     return rows;
 }
 
-QJsonObject unitState(const ProgramLog &log)
+QJsonObject unitState(const ProgramLog &log, const Freshness::State &program)
 {
-    const double age = readings::storeAge();
-    return {{"silent", age < 0 || age > silentAfter}, {"picture", log.picture()}};
+    QJsonObject state = {{"silent", program.silent}, {"picture", log.picture()}};
+    if (program.silent)
+        state["since"] = program.since;
+    return state;
+}
+
+// That the unit is there, and what time it has.
+QByteArray beat()
+{
+    return "event: beat\ndata: "
+           + json({{"time", timestamp::now()},
+                   {"zone", QString::fromUtf8(QTimeZone::systemTimeZoneId())}})
+           + "\n\n";
 }
 
 QJsonArray described(const QList<ProgramLog::Line> &lines, const Catalogue &catalogue)
@@ -119,8 +133,8 @@ void Page::sendState(fastcgi::Exchange &exchange)
 {
     ProgramLog log(logBytes);
     log.take();
-    QMap<QByteArray, QByteArray> nothing;
-    QJsonObject state = unitState(log);
+    QMap<QByteArray, QString> nothing;
+    QJsonObject state = unitState(log, freshness.look());
     state["readings"] = changed(readings::read(), catalogue, nothing);
     exchange.answer(200, "application/json", json(state));
 }
@@ -134,9 +148,9 @@ void Page::sendEvents(fastcgi::Exchange &exchange)
     }
     exchange.begin("text/event-stream");
     ProgramLog log(logBytes);
-    QMap<QByteArray, QByteArray> known;
+    QMap<QByteArray, QString> known;
     QJsonObject knownState;
-    auto spoken = steady_clock::now();
+    auto spoken = steady_clock::now() - heartbeat;
     bool first = true;
     do {
         QByteArray events;
@@ -147,19 +161,18 @@ void Page::sendEvents(fastcgi::Exchange &exchange)
             events +=
                 "event: log\ndata: " + json({{"lines", described(lines, catalogue)}}) + "\n\n";
         const QJsonArray rows = changed(readings::read(), catalogue, known);
-        QJsonObject state = unitState(log);
+        QJsonObject state = unitState(log, freshness.look());
         if (!rows.isEmpty() || state != knownState) {
             knownState = state;
             state["readings"] = rows;
             events += "event: state\ndata: " + json(state) + "\n\n";
         }
-        if (events.isEmpty() && steady_clock::now() - spoken > heartbeat)
-            events = ":\n\n";
+        if (const auto now = steady_clock::now(); now - spoken >= heartbeat) {
+            events.prepend(beat());
+            spoken = now;
+        }
         first = false;
-        if (events.isEmpty())
-            continue;
-        spoken = steady_clock::now();
-        if (!exchange.send(events))
+        if (!events.isEmpty() && !exchange.send(events))
             break;
     } while (exchange.rest(lookInterval));
     --viewers;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "catalogue.h"
+#include "freshness.h"
 #include "metrics.h"
 
 #include <atomic>
@@ -17,7 +18,10 @@ class Exchange;
 class Page
 {
 public:
-    explicit Page(const Catalogue &known) : catalogue(known), metrics(known) {}
+    Page(const Catalogue &known, Freshness &of)
+        : catalogue(known), freshness(of), metrics(known, of)
+    {
+    }
 
     void handle(fastcgi::Exchange &exchange);
 
@@ -31,6 +35,7 @@ private:
     bool mayCommandNow();
 
     const Catalogue &catalogue;
+    Freshness &freshness;
     Metrics metrics;
     std::atomic<int> viewers = 0;
 

@@ -3,10 +3,9 @@
 
 #include "catalogue.h"
 #include "paths.h"
+#include "regularfile.h"
 
-#include <QDateTime>
 #include <QFile>
-#include <QFileInfo>
 
 #include <cctype>
 #include <cmath>
@@ -48,6 +47,14 @@ QString plain(const QByteArray &written)
         }
     }
     return text;
+}
+
+readings::Values valuesOf(const char *path)
+{
+    QFile file(path);
+    if (!regularfile::open(file, QIODevice::ReadOnly))
+        return {};
+    return readings::parse(file.read(longestFile));
 }
 
 } // namespace
@@ -127,36 +134,29 @@ Values parse(const QByteArray &ini)
 // unit writes several times within the file system's tick.
 Values read()
 {
-    Values values;
-    for (const char *path : {paths::statusStore, paths::configuration}) {
-        QFile file(path);
-        if (!file.open(QIODevice::ReadOnly))
-            continue;
-        const Values found = parse(file.read(longestFile));
-        for (auto entry = found.begin(); entry != found.end(); ++entry)
-            values.insert(entry.key(), entry.value());
+    Values values = valuesOf(paths::statusStore);
+    if (values.isEmpty())
+        return values; // a missing key means something only where there are others
+    const Values configured = valuesOf(paths::configuration);
+    for (auto entry = configured.begin(); entry != configured.end(); ++entry)
+        values.insert(entry.key(), entry.value());
+    for (const Reading &reading : table) {
+        if (reading.absent && !values.contains(reading.key))
+            values.insert(reading.key, reading.absent);
     }
     return values;
-}
-
-double storeAge()
-{
-    const QFileInfo store(paths::statusStore);
-    if (!store.exists())
-        return -1;
-    return double(qMax(0LL, store.lastModified().msecsTo(QDateTime::currentDateTime()))) / 1000;
 }
 
 double number(const Reading &reading, const Values &values)
 {
     bool ok = false;
-    const double value = values.value(reading.key, reading.absent).toDouble(&ok);
+    const double value = values.value(reading.key).toDouble(&ok);
     return ok && std::isfinite(value) ? value : std::nan("");
 }
 
 QByteArray text(const Reading &reading, const Values &values)
 {
-    const QString stored = values.value(reading.key, reading.absent);
+    const QString stored = values.value(reading.key);
     const double value = number(reading, values);
     if (reading.kind == Kind::Text || std::isnan(value))
         return stored.isEmpty() ? "no reading" : stored.toUtf8();
@@ -180,7 +180,7 @@ QByteArray text(const Reading &reading, const Values &values)
 const char *level(const Reading &reading, const Values &values, const Catalogue &catalogue)
 {
     if (reading.kind == Kind::Text)
-        return values.value(reading.key, reading.absent).isEmpty() ? "fault" : "normal";
+        return values.value(reading.key).isEmpty() ? "fault" : "normal";
     const double value = number(reading, values);
     if (std::isnan(value))
         return "fault";

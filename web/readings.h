@@ -37,11 +37,10 @@ extern const int count;
 
 using Values = QMap<QString, QString>;
 
-// What stands in the store and in the configuration, by "Group/Entry"; empty where they are not.
+// What stands in the store and in the configuration, by "Group/Entry", and what missing keys mean;
+// nothing where there is no store.
 Values read();
 Values parse(const QByteArray &ini);
-// Seconds since the unit last wrote its store; negative where there is none.
-double storeAge();
 
 // The stored number; NaN where there is none.
 double number(const Reading &reading, const Values &values);

@@ -34,6 +34,7 @@ private slots:
     void longestTextExplainsALine();
     void picture();
     void figuresForPrometheus();
+    void silenceIsToldWhateverTheClock();
 
 private:
     const Catalogue catalogue = Catalogue(CATALOGUE);
@@ -81,12 +82,16 @@ void tst_web::levels()
         {"Sonde/Frequency", R"("x\"y\\")", R"(x"y\, normal)"},
         {"MCU/Version", R"(V\x416)", "V\u0416, normal"},
         {"Sonde/Frequency", "never written", "512, normal"},
-        {"Battery/Voltage", "never read", "no reading, fault"},
+        {"Battery/Voltage", "never written", "no reading, fault"},
+        {"Sonde/Enabled", "no store", "no reading, fault"},
+        {"Commands/Unknown", "no store", "no reading, fault"},
     };
     for (const auto &[key, entry, shown] : rows) {
         QByteArray store = '[' + QByteArray(key).replace("/", "]\n") + '=' + entry + '\n';
-        if (entry.startsWith("never"))
-            store = QByteArray("\0\0[%\n=", 6);
+        if (entry == "never written")
+            store = QByteArray("\0\0[%\n=\na=1\n", 11);
+        else if (entry == "no store")
+            store.clear();
         writeFile(paths::statusStore, store);
         const readings::Values values = readings::read();
         const auto *const reading =
@@ -122,6 +127,8 @@ void tst_web::rowsOfTheStatusFile()
         return values;
     };
     QCOMPARE(shown(1), QByteArray("[7300,0][null,0][null,-1]"));
+    QCOMPARE(history::read(1)["rows"].toArray()[0].toArray()[0].toDouble(),
+             QDateTime({2026, 11, 7}, {11, 59, 59}, Qt::UTC).toSecsSinceEpoch());
     QCOMPARE(shown(7), QByteArray("[7000,0][7200,15][7300,0][null,0][null,-1]"));
     QCOMPARE(history::read(1)["columns"].toArray()[1].toString(), QString("lamp value [%]"));
 }
@@ -188,15 +195,17 @@ void tst_web::figuresForPrometheus()
 {
     const QByteArray low = "25-11-2026 01:00:00,1,Battery Voltage Under Threshold ( 4695 )\n";
     writeFile(paths::programLog, low);
+    Freshness freshness;
     writeFile(paths::statusStore, "[Battery]\nVoltage=4695\n[Camera]\nLamp=-1\n"
                                   "[MCU]\nVersion=\"a\\\"b\\nc\"\n[Temperature]\nInternal=error\n");
-    Metrics metrics(catalogue);
+    Metrics metrics(catalogue, freshness);
     const QByteArray counter = "kt6120_log_messages_total{severity=\"warning\","
                                "message=\"Battery Voltage Under Threshold (\"} ";
     const QByteArray first = metrics.text(false);
     for (const QByteArray &line :
          {QByteArray("kt6120_battery_voltage_volts 4.695\n"), QByteArray("kt6120_lamp_ratio 0\n"),
-          QByteArray(R"(mcu_version="a\"b\nc"} 1)"),
+          QByteArray(R"(kt6120_build_info{mcu_version="a\"b\nc"} 1)"),
+          QByteArray("kt6120_reading_present{reading=\"Processor\"} 0\n"),
           QByteArray("# TYPE kt6120_log_messages_total "), QByteArray(counter + "0\n")})
         QVERIFY2(first.contains(line), line.constData());
     QVERIFY(!first.contains("processor")); // no number, no figure
@@ -207,6 +216,26 @@ void tst_web::figuresForPrometheus()
     QVERIFY(second.contains(counter + "2\n"));
     QVERIFY(second.contains("# TYPE kt6120_log_messages counter\n"));
     QVERIFY(second.endsWith("# EOF\n"));
+}
+
+void tst_web::silenceIsToldWhateverTheClock()
+{
+    const auto writeStore = [](const QByteArray &content) {
+        writeFile(paths::statusStore, content);
+        QFile store(paths::statusStore);
+        QVERIFY(store.open(QIODevice::Append));
+        QVERIFY(store.setFileTime(QDateTime::currentDateTime().addSecs(3600),
+                                  QFileDevice::FileModificationTime));
+    };
+    writeStore("[Battery]\nVoltage=4695\n");
+    Freshness freshness;
+    Metrics metrics(catalogue, freshness);
+    const QByteArray silent = metrics.text(false);
+    QVERIFY(silent.contains("kt6120_program_up 0\n"));
+    QVERIFY(!silent.contains("voltage"));
+    writeStore("[Battery]\nVoltage=4696\n");
+    QVERIFY(metrics.text(false).contains("kt6120_program_up 1\n"));
+    QTRY_VERIFY(freshness.look().age > 0.1);
 }
 
 QTEST_GUILESS_MAIN(tst_web)
