@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <fcntl.h>
 #include <iterator>
 #include <mutex>
@@ -26,7 +27,9 @@ namespace
 constexpr off_t longestRest = 4096; // bytes of earlier content that are blanked
 // The unit's loop is held up by nothing longer than an ifconfig of half a minute; when it runs on,
 // it looks at the file. Who has not looked by then does not watch it.
-constexpr auto patience = 35s;
+constexpr std::chrono::milliseconds patience = 35s;
+constexpr std::chrono::milliseconds patienceWithSilent = 500ms; // it may only be out of disk space
+constexpr std::chrono::milliseconds overtakingLook = 50ms;
 constexpr auto withdrawal = 100ms; // for what the unit had begun when the line was withdrawn
 constexpr auto turnLimit = 5s;
 
@@ -64,17 +67,20 @@ public:
 
     bool haveRead() const { return accessed; }
 
-    // Whether somebody has read and closed the file before the time is over.
-    bool haveClosed(std::chrono::milliseconds limit)
+    // Whether somebody has read and closed the file before the time is over; what nobody has read
+    // is not waited for any longer once it is overtaken.
+    template <typename Condition>
+    bool haveClosed(std::chrono::milliseconds limit, Condition isOvertaken)
     {
         const auto end = steady_clock::now() + limit;
         while (!closed) {
             const auto left =
                 std::chrono::ceil<std::chrono::milliseconds>(end - steady_clock::now());
-            pollfd waiting = {queue, POLLIN, 0};
-            if (left <= 0ms || poll(&waiting, 1, int(left.count())) <= 0)
+            if (left <= 0ms || (!accessed && isOvertaken()))
                 return false;
-            take();
+            pollfd waiting = {queue, POLLIN, 0};
+            if (poll(&waiting, 1, int(std::min(left, overtakingLook).count())) > 0)
+                take();
         }
         return true;
     }
@@ -141,21 +147,29 @@ Command parse(const QByteArray &body)
     return found;
 }
 
-Outcome carryOut(const QByteArray &line)
+Outcome carryOut(const QByteArray &line, bool silent)
 {
     static std::timed_mutex turn;
-    const std::unique_lock lock(turn, turnLimit);
+    static std::atomic<int> urgent = 0; // LAMPOFFs that wait for their turn
+    const bool passes = line == "LAMPOFF";
+    urgent += passes;
+    const std::unique_lock lock(turn, passes ? patience : turnLimit);
+    urgent -= passes;
     if (!lock)
         return Outcome::Busy;
+    const auto isOvertaken = [passes] { return !passes && urgent > 0; };
+    const Outcome overtaken = line.startsWith("LAMP") ? Outcome::Overtaken : Outcome::Busy;
+    if (isOvertaken())
+        return overtaken;
     Readers readers;
     if (!write(line))
         return Outcome::Unwritable;
-    if (readers.haveClosed(patience))
+    if (readers.haveClosed(silent ? patienceWithSilent : patience, isOvertaken))
         return Outcome::Taken;
     if (!readers.haveRead())
         write({}); // so that nothing happens long after it was asked for
-    readers.haveClosed(withdrawal);
-    return readers.haveRead() ? Outcome::Taken : Outcome::NotTaken;
+    readers.haveClosed(withdrawal, [] { return false; });
+    return readers.haveRead() ? Outcome::Taken : isOvertaken() ? overtaken : Outcome::NotTaken;
 }
 
 } // namespace commands

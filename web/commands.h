@@ -20,12 +20,14 @@ Command parse(const QByteArray &body);
 enum class Outcome {
     Taken,      // the unit has carried it out
     NotTaken,   // it has not looked; the line is withdrawn
+    Overtaken,  // a step of the lamp for which a LAMPOFF came first; nothing was done
     Unwritable, // there is no commands file, or it may not be written
-    Busy,       // another command is waited for all the time
+    Busy,       // another command is waited for all the time, or came first
 };
 
-// Writes the line and waits until the unit has carried it out. A second caller waits for the
-// first.
-Outcome carryOut(const QByteArray &line);
+// Writes the line and waits until the unit has carried it out; for a unit that is silent, a moment
+// only. A second caller waits for the first, but LAMPOFF takes the place of what the unit has not
+// read yet.
+Outcome carryOut(const QByteArray &line, bool silent);
 
 } // namespace commands

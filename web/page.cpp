@@ -217,11 +217,16 @@ void Page::takeCommand(fastcgi::Exchange &exchange)
         return refuse(exchange, 429, "too many commands");
 
     const auto began = steady_clock::now();
-    switch (commands::carryOut(command.line)) {
+    const bool silent = freshness.look().silent;
+    switch (commands::carryOut(command.line, silent)) {
     case commands::Outcome::Taken:
         break;
     case commands::Outcome::NotTaken:
-        return refuse(exchange, 504, "the unit did not take the command; it is withdrawn");
+        return refuse(exchange, 504,
+                      silent ? "the unit is silent; the command is withdrawn"
+                             : "the unit did not take the command; it is withdrawn");
+    case commands::Outcome::Overtaken:
+        return refuse(exchange, 409, "lamp off came first; the command is withdrawn");
     case commands::Outcome::Unwritable:
         return refuse(exchange, 500, "the commands file cannot be written");
     case commands::Outcome::Busy:
