@@ -15,9 +15,10 @@ constexpr qint64 longest = 524'288; // bytes: more than two months of rows
 
 QJsonArray parseRow(const QList<QByteArray> &fields)
 {
-    const QDateTime time = QDateTime::fromString(fields[0], "dd-MM-yyyy HH:mm:ss");
+    QDateTime time = QDateTime::fromString(fields[0], "dd-MM-yyyy HH:mm:ss");
     if (!time.isValid())
         return {};
+    time.setTimeSpec(Qt::UTC);
     QJsonArray row = {time.toSecsSinceEpoch()};
     for (int at = 1; at < fields.size(); ++at) {
         bool ok = false;

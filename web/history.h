@@ -8,8 +8,8 @@ namespace history
 {
 
 // The rows of the status CSV of the days before its last row: {"columns": [names], "rows":
-// [[seconds since 1970, value, ...]]}. A field that is no number is null; a line that is no row is
-// left out.
+// [[seconds since 1970 by the unit's clock, value, ...]]}. A field that is no number is null; a
+// line that is no row is left out.
 QJsonObject read(int days);
 
 } // namespace history

@@ -32,17 +32,23 @@ function showReading(reading) {
   if (reading.key === "Tallwick/Detected") byId("locked").hidden = reading.text !== "attached";
 }
 
-function showUnit(text, level) {
-  if (byId("unit").textContent === text) return;
-  byId("unit").textContent = text;
-  byId("unit").className = level;
+let unit = { time: "", zone: "" }; // its clock, as last heard
+
+// With the unit's time since when readings are old; without, they are not.
+function showUnit(text, since) {
+  if (byId("unit").textContent !== text) byId("unit").textContent = text; // it is read aloud
+  byId("unit").className = since === undefined ? "normal" : "fault";
+  document.body.classList.toggle("stale", since !== undefined);
+  const [date, time] = (since || "").split(" ");
+  byId("old").textContent = time ? `as of ${time}` : "";
+  byId("as-of").textContent = time ? `as of ${time} on ${date}, ${unit.zone}` : "";
 }
 
 function showState(state) {
   state.readings.forEach(showReading);
   byId("picture").textContent = state.picture;
-  if (state.silent) showUnit("the unit is silent", "fault");
-  else showUnit("live", "normal");
+  if (state.silent) showUnit("the unit is silent", state.since);
+  else showUnit("live");
 }
 
 // Log ------------------------------------------------------------------------------------------
@@ -59,50 +65,131 @@ function showLine(line) {
   while (byId("log").children.length > mostLines) byId("log").lastChild.remove();
 }
 
+// Stream ---------------------------------------------------------------------------------------
+
+const silence = 6000; // ms; the unit says something every two seconds
+let heard = 0;
+
+function showClock(beat) {
+  unit = beat;
+  for (const zone of document.querySelectorAll(".zone")) zone.textContent = unit.zone;
+}
+
+const hearers = {
+  open: () => byId("log").replaceChildren(),
+  lost: () => showUnit("no connection to the unit", unit.time),
+  beat: showClock,
+  state: showState,
+  log: ({ lines }) => lines.forEach(showLine),
+};
+
+function hear(type, data) {
+  if (type !== "lost") heard = performance.now();
+  if (!document.hidden) hearers[type](data);
+}
+
+function connect() {
+  if (!window.SharedWorker) return makeStream(hear);
+  const { port } = new SharedWorker("stream.js");
+  port.onmessage = ({ data: { type, data } }) => hear(type, data);
+  return (looks) => port.postMessage(looks);
+}
+
+let look = connect();
+
+// A hidden tab needs no stream.
 function follow() {
-  const events = new EventSource("api/events");
-  events.addEventListener("open", () => byId("log").replaceChildren());
-  events.addEventListener("state", (event) => showState(JSON.parse(event.data)));
-  events.addEventListener("log", (event) => JSON.parse(event.data).lines.forEach(showLine));
-  events.addEventListener("error", () => {
-    showUnit("no connection to the unit", "fault");
-    // Ended for good, such as when too many look: the browser does not try again by itself.
-    if (events.readyState === EventSource.CLOSED) setTimeout(follow, 5000);
-  });
+  showUnit("connecting", unit.time);
+  heard = performance.now();
+  look(!document.hidden);
+}
+
+// A connection that carries nothing any more looks open for minutes; and the worker may be gone.
+function watch() {
+  if (document.hidden || performance.now() - heard < silence) return;
+  hearers.lost();
+  look(false);
+  look = connect();
+  heard = performance.now();
+  look(true);
 }
 
 // Commands -------------------------------------------------------------------------------------
 
-let waiting = false;
+const longest = 45000; // ms that the unit's page takes for an answer, at most
+const pause = 250; // ms before a command is sent again for which it was too early
+let taps = []; // that wait for the one before them
+let working = false;
 
-// The buttons stay focusable while the unit works, so that a keyboard's place is not lost.
-function setWaiting(now) {
-  waiting = now;
-  for (const button of document.querySelectorAll("#controls button"))
-    button.setAttribute("aria-disabled", String(now));
+function say(text, level) {
+  byId("answer").className = level;
+  byId("answer").textContent = text;
 }
 
-async function command(name, argument) {
-  if (waiting) return;
-  setWaiting(true);
-  const answer = byId("answer");
-  answer.className = "normal";
-  answer.textContent = `${name}: waiting for the unit`;
+function showTaps() {
+  byId("taps").textContent = taps.length === 0 ? ""
+    : taps.length === 1 ? "1 more tap waits" : `${taps.length} more taps wait`;
+}
+
+async function ask(body) {
+  const abort = new AbortController();
+  const limit = setTimeout(() => abort.abort(), longest);
   try {
     const reply = await fetch("api/commands", {
       method: "POST",
       headers: { "Content-Type": "application/json" },
-      body: JSON.stringify(argument === undefined ? { command: name } : { command: name, argument }),
+      body: JSON.stringify(body),
+      signal: abort.signal,
     });
-    const said = await reply.json();
-    if (!reply.ok) throw new Error(said.error);
-    const shown = Object.entries(said.store).map(([key, value]) => `${key} is ${value}`).join(", ");
-    answer.textContent = `${said.line}: done in ${said.seconds.toFixed(2)} s${shown && "; "}${shown}`;
+    // What is not the unit's page speaks for it while it is away.
+    return { status: reply.status, ...await reply.json() };
   } catch (error) {
-    answer.className = "fault";
-    answer.textContent = `${name}: ${error.message}`;
+    return { error: error instanceof SyntaxError ? "the unit's page is restarting"
+      : "no connection to the unit" };
+  } finally {
+    clearTimeout(limit);
   }
-  setWaiting(false);
+}
+
+// Whether it makes sense to send another one.
+async function command({ name, argument }) {
+  say(`${name}: waiting for the unit`, "normal");
+  let said = await ask({ command: name, argument });
+  while (said.status === 429 || said.status === 503) {
+    await new Promise((resolve) => { setTimeout(resolve, pause); });
+    said = await ask({ command: name, argument });
+  }
+  if (said.error) {
+    say(`${name}: ${said.error}`, "fault");
+    return said.status === 409; // the unit is at work
+  }
+  const shown = Object.entries(said.store).map(([key, value]) => `${key} is ${value}`).join(", ");
+  say(`${said.line}: done in ${said.seconds.toFixed(2)} s${shown && "; "}${shown}`, "normal");
+  return true;
+}
+
+// One after the other. Lamp off waits for none, and takes the steps before it back.
+async function tap(name, argument) {
+  if (name === "LAMPOFF") {
+    taps = taps.filter((waiting) => !waiting.name.startsWith("LAMP"));
+    showTaps();
+    await command({ name });
+    return;
+  }
+  taps.push({ name, argument });
+  showTaps();
+  if (working) return;
+  working = true;
+  while (taps.length > 0) {
+    const next = taps.shift();
+    showTaps();
+    if (!await command(next) && taps.length > 0) {
+      byId("answer").textContent += `; not sent: ${taps.map((waiting) => waiting.name).join(", ")}`;
+      taps = [];
+      showTaps();
+    }
+  }
+  working = false;
 }
 
 // History --------------------------------------------------------------------------------------
@@ -111,8 +198,27 @@ const frame = { left: 52, right: 630, top: 10, bottom: 214 };
 const gap = 3600; // seconds; rows come every half hour
 let past = { columns: [], rows: [] };
 
-const clock = (seconds, withDate) => new Date(seconds * 1000).toLocaleString([],
-  withDate ? { dateStyle: "short", timeStyle: "short" } : { hour: "2-digit", minute: "2-digit" });
+// The file's units, and what the readings are told in.
+const units = { mV: ["V", 0.001], mA: ["A", 0.001], "Deg C": ["°C", 1] };
+
+function inUnits({ columns, rows: given }) {
+  const found = columns.map((name) => {
+    const [, what, unit] = name.match(/^(.*) \[(.*)\]$/) || [];
+    return unit in units ? [`${what} [${units[unit][0]}]`, units[unit][1]] : [name, 1];
+  });
+  return {
+    columns: found.map(([name]) => name),
+    rows: given.map(([time, ...values]) => [time, ...values.map((value, at) => (
+      value === null ? null : Number((value * found[at][1]).toPrecision(12))))]),
+  };
+}
+
+// As in the log beside it: the unit's time, wherever the browser is.
+function clock(seconds) {
+  const [, year, month, day, time] = new Date(seconds * 1000).toISOString()
+    .match(/^(\d+)-(\d+)-(\d+)T(\d+:\d+)/);
+  return { date: `${day}-${month}`, time, full: `${day}-${month}-${year} ${time}` };
+}
 const round = (value) => String(Number(value.toPrecision(4)));
 
 function ticks(low, high, count) {
@@ -145,7 +251,7 @@ function draw() {
   }
   const days = end - begin > 86400;
   for (const time of end === begin ? [begin] : ticks(begin, end, 4)) {
-    const label = days ? new Date(time * 1000).toLocaleDateString([], { day: "numeric", month: "short" }) : clock(time);
+    const label = days ? clock(time).date : clock(time).time;
     chart.append(element("text", label, {
       x: x(time), y: 234,
       "text-anchor": time === begin && end > begin ? "start" : time === end && end > begin ? "end" : "middle",
@@ -156,24 +262,24 @@ function draw() {
     const joined = index > 0 && point[0] - points[index - 1][0] <= gap;
     path += `${joined ? "L" : "M"}${x(point[0]).toFixed(1)} ${y(point[1]).toFixed(1)}`;
     const row = element("tr");
-    row.append(element("td", clock(point[0], true)), element("td", String(point[1])));
+    row.append(element("td", clock(point[0]).full), element("td", String(point[1])));
     byId("points").append(row);
   });
   chart.append(element("path", undefined, { class: "line", d: path }));
   for (const point of points) {
     const dot = element("circle", undefined,
       { cx: x(point[0]), cy: y(point[1]), r: points.length > 100 ? 1 : 3, "data-value": point[1] });
-    dot.append(element("title", `${clock(point[0], true)}: ${point[1]}`));
+    dot.append(element("title", `${clock(point[0]).full}: ${point[1]}`));
     chart.append(dot);
   }
-  byId("caption").textContent = `${past.columns[at]}: ${points.length} rows from ${clock(begin, true)} to `
-    + `${clock(end, true)}, lowest ${round(least)}, highest ${round(most)}, last ${round(values[values.length - 1])}`;
+  byId("caption").textContent = `${past.columns[at]}: ${points.length} rows from ${clock(begin).full} to `
+    + `${clock(end).full}, lowest ${round(least)}, highest ${round(most)}, last ${round(values[values.length - 1])}`;
 }
 
 async function loadHistory() {
   const reply = await fetch(`api/history?range=${byId("range").value}`);
   if (!reply.ok) return;
-  past = await reply.json();
+  past = inUnits(await reply.json());
   const chosen = byId("column").value;
   byId("column").replaceChildren(...past.columns.map((name) => element("option", name)));
   if (past.columns.includes(chosen)) byId("column").value = chosen;
@@ -183,14 +289,16 @@ async function loadHistory() {
 // ----------------------------------------------------------------------------------------------
 
 for (const button of document.querySelectorAll("button[data-command]"))
-  button.addEventListener("click", () => command(button.dataset.command, button.dataset.argument));
+  button.addEventListener("click", () => tap(button.dataset.command, button.dataset.argument));
 byId("model").addEventListener("submit", (event) => {
   event.preventDefault();
-  command("MODEL", byId("model-name").value);
+  tap("MODEL", byId("model-name").value);
 });
 byId("history").addEventListener("submit", (event) => event.preventDefault());
 byId("column").addEventListener("change", draw);
 byId("range").addEventListener("change", loadHistory);
 setInterval(() => { if (!document.hidden) loadHistory().catch(() => {}); }, 15 * 60 * 1000);
 loadHistory().catch(() => {});
+document.addEventListener("visibilitychange", follow);
+setInterval(watch, 1000);
 follow();
