@@ -1,16 +1,20 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "inifile.h"
 
-#include <QCoreApplication>
-#include <QEvent>
+#include "regularfile.h"
+
+#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
+#include <QSettings>
 #include <QThread>
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -22,7 +26,10 @@ namespace
 constexpr auto retryInterval = 2s;
 // Another program holds the lock for some milliseconds when it writes.
 constexpr auto lockPause = 5ms;
-constexpr int lockTries = 20;
+constexpr int lockPauses = 20;
+// A lock is made first and taken then: one younger than this counts as held. So does one as little
+// ahead of the clock; one further ahead is older than the step that the clock has made.
+constexpr qint64 lockYouth = 2; // seconds
 
 // Free blocks that a write needs beside those of the new file. Found at the brim of small disks
 // (tmpfs, ext4 with blocks of 1 and of 4 KiB, folders with room for names and without, 4,000
@@ -34,7 +41,7 @@ constexpr quint64 spareBlocks = 4;
 // Bytes that a character of a key or a value may become in the file.
 constexpr quint64 longestEscape = 6;
 
-// All zero for a file that is missing.
+// All zero for a file that is missing or cannot be reached.
 struct stat status(const QByteArray &path)
 {
     struct stat found = {};
@@ -42,11 +49,45 @@ struct stat status(const QByteArray &path)
     return found;
 }
 
+// What an INI file with these bytes holds. QSettings opens files by name and waits for the
+// lock when an earlier write failed, so it gets a copy in memory.
+QMap<QString, QVariant> parsed(const QByteArray &bytes)
+{
+    static time_t copies = 0;
+    QMap<QString, QVariant> values;
+    QFile copy;
+    const int memory = memfd_create("ini", MFD_CLOEXEC);
+    if (memory < 0
+        || !copy.open(memory, QIODevice::WriteOnly | QIODevice::Unbuffered,
+                      QFileDevice::AutoCloseHandle)
+        || copy.write(bytes) != bytes.size())
+        return values;
+    // QSettings does not read a file again that has the name, size and time of an earlier one.
+    const timespec times[] = {{++copies, 0}, {copies, 0}};
+    futimens(memory, times);
+    const QSettings file(QString("/proc/self/fd/%1").arg(memory), QSettings::IniFormat);
+    for (const QString &key : file.allKeys())
+        values.insert(key, file.value(key));
+    return values;
+}
+
+bool isHeld(const QByteArray &lockPath, const struct stat &status)
+{
+    if (!S_ISREG(status.st_mode))
+        return false;
+    if (std::abs(QDateTime::currentSecsSinceEpoch() - qint64(status.st_mtime)) < lockYouth)
+        return true;
+    const int lock = open(lockPath.constData(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+    if (lock < 0)
+        return false;
+    const bool held = flock(lock, LOCK_SH | LOCK_NB) != 0;
+    close(lock);
+    return held;
+}
+
 } // namespace
 
-IniFile::IniFile(const QString &name)
-    : path(QFile::encodeName(name)), lockPath(path + ".lock"),
-      folder(QFile::encodeName(QFileInfo(name).path()))
+IniFile::IniFile(const QString &name) : path(QFile::encodeName(name)), lockPath(path + ".lock")
 {
     writing.setSingleShot(true);
     connect(&writing, &QTimer::timeout, this, &IniFile::write);
@@ -54,17 +95,13 @@ IniFile::IniFile(const QString &name)
 
 IniFile::~IniFile()
 {
-    if (!changes.isEmpty())
-        write();
+    write();
 }
 
 QVariant IniFile::value(const QString &key, const QVariant &defaultValue)
 {
-    if (!changes.isEmpty() || !isRead())
-        write(); // reads what another program has written, too
-    if (changes.contains(key))
-        return changes.value(key);
-    return file ? file->value(key, defaultValue) : defaultValue;
+    read();
+    return changes.value(key, values.value(key, defaultValue));
 }
 
 void IniFile::setValue(const QString &key, const QVariant &value)
@@ -75,20 +112,12 @@ void IniFile::setValue(const QString &key, const QVariant &value)
 void IniFile::write()
 {
     writing.stop();
-    if (!isSafe()) {
-        if (!changes.isEmpty())
-            writing.start(retryInterval);
+    if (changes.isEmpty())
         return;
-    }
-    if (!file)
-        file = std::make_unique<QSettings>(QFile::decodeName(path), QSettings::IniFormat);
-    for (auto change = changes.cbegin(); change != changes.cend(); ++change)
-        file->setValue(change.key(), change.value());
-    changes.clear();
-    file->sync();
-    seen = status(path);
-    // The library would write once more from the event loop, unasked.
-    QCoreApplication::removePostedEvents(file.get(), QEvent::UpdateRequest);
+    if (isRegular() && isUnlocked() && hasRoom() && writeChanges())
+        changes.clear();
+    else
+        writing.start(retryInterval);
 }
 
 void IniFile::writeSoon()
@@ -96,52 +125,59 @@ void IniFile::writeSoon()
     writing.start(0);
 }
 
-// Asking the library would take ten times as long.
-bool IniFile::isRead() const
+// A file that cannot be read stays as it was known.
+void IniFile::read()
 {
     const struct stat now = status(path);
-    return file && now.st_ino == seen.st_ino && now.st_size == seen.st_size
-           && now.st_mtim.tv_sec == seen.st_mtim.tv_sec
-           && now.st_mtim.tv_nsec == seen.st_mtim.tv_nsec;
+    if (now.st_dev == seen.st_dev && now.st_ino == seen.st_ino && now.st_size == seen.st_size
+        && now.st_ctim.tv_sec == seen.st_ctim.tv_sec && now.st_ctim.tv_nsec == seen.st_ctim.tv_nsec)
+        return;
+    QFile file(QFile::decodeName(path));
+    if (regularfile::open(file, QIODevice::ReadOnly))
+        values = parsed(file.readAll());
+    else if (now.st_nlink == 0)
+        values.clear();
+    else
+        return;
+    seen = now;
 }
 
-bool IniFile::isSafe() const
+bool IniFile::isRegular() const
 {
     struct stat status = {};
-    const bool isFile =
-        stat(path.constData(), &status) == 0 ? S_ISREG(status.st_mode) : errno == ENOENT;
-    return isFile && isUnlocked() && hasRoom(status.st_size);
+    return stat(path.constData(), &status) == 0 ? S_ISREG(status.st_mode) : errno == ENOENT;
 }
 
-// The library waits for a lock for half a minute where it cannot be read, and for ever where it
-// cannot be removed or is held by a program that hangs.
-bool IniFile::isUnlocked() const
+// QSettings waits for a lock for half a minute where it cannot be read, and for ever where it
+// cannot be removed or is held by a program that hangs. Once a wait has run out, the next is after
+// the lock was seen free.
+bool IniFile::isUnlocked()
 {
-    struct stat status = {};
-    if (lstat(lockPath.constData(), &status) != 0)
-        return errno == ENOENT;
-    if (S_ISREG(status.st_mode)) {
-        const int lock = open(lockPath.constData(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
-        bool isHeld = lock >= 0;
-        for (int left = lockTries; isHeld && left > 0; --left) {
-            isHeld = flock(lock, LOCK_SH | LOCK_NB) != 0;
-            if (isHeld)
-                QThread::msleep(lockPause.count());
-        }
-        if (lock >= 0)
-            close(lock);
-        if (isHeld)
+    for (int left = isLockHeld ? 0 : lockPauses;; --left) {
+        struct stat status = {};
+        const bool isThere = lstat(lockPath.constData(), &status) == 0;
+        isLockHeld = isThere && isHeld(lockPath, status);
+        if (!isThere)
+            return errno == ENOENT;
+        if (!isLockHeld)
+            return unlink(lockPath.constData()) == 0; // a folder stays
+        if (left == 0)
             return false;
+        QThread::msleep(lockPause.count());
     }
-    return unlink(lockPath.constData()) == 0; // a folder stays
 }
 
-// A new file stands beside the old one until it is whole.
-bool IniFile::hasRoom(quint64 size) const
+// A new file stands beside the old one until it is whole; beside what a link leads to.
+bool IniFile::hasRoom() const
 {
+    QFileInfo file(QFile::decodeName(path));
+    while (file.isSymLink()) // one that leads round is not regular
+        file.setFile(file.symLinkTarget());
+    const QByteArray folder = QFile::encodeName(file.path());
     struct statvfs disk = {};
     if (statvfs(folder.constData(), &disk) != 0 || disk.f_frsize == 0)
         return true; // a folder that is yet to be made
+    quint64 size = file.size();
     for (auto change = changes.cbegin(); change != changes.cend(); ++change)
         size += change.key().size() + change.value().toString().size() + sizeof "[]\n=\n\n";
     const quint64 blocks = size * longestEscape / disk.f_frsize + 1 + spareBlocks;
@@ -156,4 +192,16 @@ bool IniFile::hasRoom(quint64 size) const
     const bool isThere = ::write(trial, bytes.constData(), bytes.size()) == bytes.size();
     close(trial);
     return isThere;
+}
+
+// A successful write replaces the file by a new one. After a failed one QSettings keeps the changes
+// for all objects with this file name.
+bool IniFile::writeChanges()
+{
+    const struct stat before = status(path);
+    QSettings file(QFile::decodeName(path), QSettings::IniFormat);
+    for (auto change = changes.cbegin(); change != changes.cend(); ++change)
+        file.setValue(change.key(), change.value());
+    file.sync();
+    return file.status() != QSettings::AccessError && status(path).st_ino != before.st_ino;
 }

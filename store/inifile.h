@@ -4,21 +4,20 @@
 #include <QByteArray>
 #include <QMap>
 #include <QObject>
-#include <QSettings>
 #include <QString>
 #include <QTimer>
 #include <QVariant>
 
-#include <memory>
 #include <sys/stat.h>
 
-// An INI file that this program alone writes, made safe against what power cuts, full disks and
-// strange finds in its folder do to the settings library, which would wait for ever or ruin the
-// file. The library is let at the file only while
+// An INI file that this program alone writes. QSettings would block for ever or lose the file
+// after power cuts, on full disks, and where something else has the place of the file or its lock.
+// The file is read whenever it is a regular one, whatever its lock and its disk are like. QSettings
+// writes it only while
 // - the file is a regular one, or missing;
-// - no lock lies beside it: one that nobody holds was left by a power cut and is removed;
+// - no lock file is beside it: one that nobody holds was left by a power cut and is removed;
 // - the disk has room for a new file, since one that came out short passes for a good one.
-// At other times the changes are kept here and tried again until they are written.
+// Otherwise, and when QSettings fails, the changes are kept and the write is retried.
 class IniFile : public QObject
 {
 public:
@@ -33,16 +32,17 @@ public:
     void writeSoon(); // from the event loop
 
 private:
-    bool isRead() const;
-    bool isSafe() const;
-    bool isUnlocked() const;
-    bool hasRoom(quint64 size) const;
+    void read();
+    bool isRegular() const;
+    bool isUnlocked();
+    bool hasRoom() const;
+    bool writeChanges();
 
     const QByteArray path;
     const QByteArray lockPath;
-    const QByteArray folder;
+    QMap<QString, QVariant> values; // of the file as it was read last
+    struct stat seen = {};          // its state then; all zero: missing
     QMap<QString, QVariant> changes;
-    std::unique_ptr<QSettings> file; // from the first time that it was safe to open
-    struct stat seen = {};           // the file as it was read or written last
+    bool isLockHeld = false; // when it was last looked at
     QTimer writing;
 };

@@ -91,6 +91,8 @@ for kill in range(1, KILLS + 1):
     writer.send_signal(signal.SIGKILL)
     begun = int((first + writer.stdout.read()).split()[-1])
     check(writer.wait() == -signal.SIGKILL, "the writer ended by itself")
+    for lock in FOLDER.glob("*.lock"):
+        os.utime(lock, (0, 0))  # a unit takes longer to start again
     rounds += begun
 
     state, volts = str, lambda n: str(int(n * 3.13))

@@ -13,6 +13,7 @@
 
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <vector>
 
 using testsupport::iniValue;
 using testsupport::OutputCapture;
@@ -30,9 +31,9 @@ const QString mcuLog = folder + "mcu_log.log";
 const QString csv = folder + "status_log.csv";
 const QString commandsFile = "/var/www/html/commands.txt";
 
-void fillDisk(int blocksLeft)
+void fillDisk(int blocksLeft, const QString &disk = folder)
 {
-    QFile ballast(folder + "ballast");
+    QFile ballast(disk + "ballast");
     if (!ballast.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         qFatal("no ballast");
     for (int size = 65536; size > 0; size /= 2) {
@@ -55,7 +56,7 @@ QString shape(const QByteArray &text)
     return QString(text).replace(QRegularExpression("[0-9]+"), "N");
 }
 
-std::unique_ptr<QLockFile> heldLock;
+std::vector<std::unique_ptr<QLockFile>> heldLocks;
 
 bool make(const QString &path, const QString &state)
 {
@@ -67,11 +68,17 @@ bool make(const QString &path, const QString &state)
     if (state.startsWith('/'))
         return symlink(state.toLocal8Bit(), name) == 0;
     if (state == "held") {
-        heldLock = std::make_unique<QLockFile>(path);
-        return heldLock->lock();
+        heldLocks.push_back(std::make_unique<QLockFile>(path));
+        heldLocks.back()->lock();
+    } else {
+        writeFile(path, state == "garbled" ? QByteArray(40, '\0') : QByteArray());
     }
-    writeFile(path, state == "garbled" ? QByteArray(40, '\0') : QByteArray());
-    return true;
+    if (state == "new")
+        return true;
+    // Older than the unit's start, or ahead of a clock that lost an hour.
+    const timespec made = {state == "garbled" ? time(nullptr) + 3600 : 0, 0};
+    const timespec times[] = {made, made};
+    return utimensat(AT_FDCWD, name, times, 0) == 0;
 }
 
 // What kind of thing has the name, and what kind it leads to.
@@ -87,7 +94,7 @@ Kinds kinds(const QString &path)
 
 bool clear(const QString &path)
 {
-    heldLock.reset();
+    heldLocks.clear();
     return QFile::remove(path) || QDir().rmdir(path) || kinds(path) == Kinds();
 }
 
@@ -122,7 +129,11 @@ private slots:
         testsupport::freshWorld();
         QCOMPARE(mount("disk", folder.toLocal8Bit(), "tmpfs", 0, "size=256k"), 0);
     }
-    void cleanup() { QCOMPARE(umount(folder.toLocal8Bit()), 0); }
+    void cleanup()
+    {
+        heldLocks.clear();
+        QCOMPARE(umount(folder.toLocal8Bit()), 0);
+    }
 
     void diskThatTakesNothing_data()
     {
@@ -169,6 +180,7 @@ private slots:
                 setReadOnly(false);
             else
                 QVERIFY(QFile::remove(folder + "ballast"));
+            QTRY_VERIFY(readFile(configuration).contains("Model=T199\n")); // tried again
             write(handler, 200);
             TRY_COMPARE(iniValue(configuration, "Coiler/Model"), QString("T200"));
         }
@@ -184,6 +196,67 @@ private slots:
         QVERIFY(readFile(programLog).endsWith(",4,Battery State Changed to:  200\n"));
         const QRegularExpression wholeRows("^timestamp,[^\n]*\n([^,\n]*(,[^,\n]*){12}\n)+$");
         QVERIFY(wholeRows.match(readFile(csv)).hasMatch());
+    }
+
+    // What the files say counts from the start, whatever their locks and their disk are like.
+    void startsAsConfigured_data()
+    {
+        QTest::addColumn<QString>("lock");
+        QTest::addColumn<int>("blocksLeft"); // -1: read-only
+        QTest::newRow("folder at the lock") << "folder" << 9;
+        QTest::newRow("held") << "held" << 9;
+        QTest::newRow("read-only") << "empty" << -1;
+        QTest::newRow("full") << "" << 0;
+        QTest::newRow("four blocks left") << "" << 4;
+    }
+    void startsAsConfigured()
+    {
+        QFETCH(QString, lock);
+        QFETCH(int, blocksLeft);
+        const testsupport::LogCapture log;
+        writeFile(store, "[Camera]\nCoilerOffset=2.5\n[Commands]\nUnknown=7\n"
+                         "[Sonde]\nFrequency=\"33, k\"\n");
+        writeFile(configuration, "[Coiler]\nEncoderScalar=0.5\nModel=\"\\xe4, %2\"\n"
+                                 "[Lamp]\nMaxCurrent=5\n");
+        for (const QString &path : {store, configuration})
+            QVERIFY(lock.isEmpty() || make(path + ".lock", lock));
+        if (blocksLeft < 0)
+            setReadOnly(true);
+        else
+            fillDisk(blocksLeft);
+        eventHandler handler;
+        QVERIFY(log.texts(QtInfoMsg).contains("LED current limit set to  5 mA"));
+        QString answers;
+        connect(&handler, &eventHandler::eventHandlerSendExternalCmd, &handler,
+                [&answers](const QString &text) { answers += text; });
+        int16_t counts = 80;
+        handler.eventHandlerProcess(EVENT_CoilerValue, SOURCE_MCU, &counts);
+        for (const EVENT_TYPE_t event :
+             {EVENT_CoilerValueRequest, EVENT_SondeFrequencyRequest, EVENT_CoilerModelRequest,
+              EVENT_LampUp, EVENT_LampUp, EVENT_LampValueRequest, EVENT_UnknownCommand})
+            handler.eventHandlerProcess(event, SOURCE_APP, nullptr);
+        QCOMPARE(answers, QString::fromUtf8(
+                              "CoilerValue 42.5\rSondeFreq 33, kModel ä, %2\r\nLampValue 17\r\n"));
+        if (blocksLeft < 0)
+            setReadOnly(false);
+        QFile::remove(folder + "ballast");
+        QVERIFY(lock.isEmpty() || clear(store + ".lock"));
+        QTRY_VERIFY(readFile(store).contains("Unknown=8\n"));
+    }
+
+    // Room is looked for where a link leads.
+    void aLinkedStoreOnAFullDisk()
+    {
+        const testsupport::LogCapture quiet;
+        const QString disk = "/tmp/disk/";
+        QVERIFY(QDir().mkpath(disk));
+        QCOMPARE(mount("disk", disk.toLocal8Bit(), "tmpfs", 0, "size=64k"), 0);
+        writeFile(disk + "store", "[Sonde]\nFrequency=33k\n");
+        fillDisk(0, disk);
+        QVERIFY(make("/tmp/link", disk + "store") && make(store, "/tmp/link"));
+        eventHandler handler;
+        QCOMPARE(readFile(store), QByteArray("[Sonde]\nFrequency=33k\n"));
+        QCOMPARE(umount(disk.toLocal8Bit()), 0);
     }
 
     // Whoever reads it by another name or has it open sees each new text.
@@ -215,7 +288,8 @@ private slots:
                     << place << state;
         }
         // A lock that a power cut left, and one of another program that hangs.
-        for (const char *state : {"empty", "garbled", "held"}) {
+        // Or one that another program has just made and not yet taken.
+        for (const char *state : {"empty", "garbled", "held", "new"}) {
             for (const QString &place : {store, configuration})
                 QTest::addRow("%s.lock: %s", qPrintable(QFileInfo(place).fileName()), state)
                     << place + ".lock" << state;
@@ -237,7 +311,8 @@ private slots:
             for (const int32_t round : {1, 3}) {
                 write(handler, round);
                 handler.eventHandlerFIFOChanged(commandsFile);
-                if (path.endsWith(".lock") && state != "folder" && state != "held") {
+                if (path.endsWith(".lock") && state != "folder" && state != "held"
+                    && state != "new") {
                     QVERIFY(kinds(path) == Kinds()); // removed
                 } else {
                     QVERIFY(kinds(path) == before);

@@ -7,6 +7,8 @@
 #include <QDir>
 #include <QtTest>
 
+#include <sys/resource.h>
+
 using testsupport::iniValue;
 
 class tst_settings : public QObject
@@ -34,6 +36,23 @@ private slots:
         check(static_cast<unsigned short>(65535), "65535");
         check(70.12, "70.12");
         check(2.0, "2");
+    }
+
+    // A wait is twenty pauses of the loop, each of which gives the processor away.
+    void aHeldLockIsWaitedForOnce()
+    {
+        QLockFile lock(paths::statusStore + QString(".lock"));
+        QVERIFY(lock.lock());
+        settings store(nullptr);
+        rusage before = {};
+        rusage after = {};
+        getrusage(RUSAGE_SELF, &before);
+        for (int i = 0; i < 20; ++i) {
+            store.settingsSetValue("Group/Entry", i);
+            QCOMPARE(store.settingsGetValue("Group/Entry", "").toInt(), i);
+        }
+        getrusage(RUSAGE_SELF, &after);
+        QVERIFY(after.ru_nvcsw - before.ru_nvcsw < 20);
     }
 };
 
