@@ -48,8 +48,8 @@ private slots:
         rusage after = {};
         getrusage(RUSAGE_SELF, &before);
         for (int i = 0; i < 20; ++i) {
-            store.settingsSetValue("Group/Entry", i);
-            QCOMPARE(store.settingsGetValue("Group/Entry", "").toInt(), i);
+            store.settingsSetValue(keys::batteryState, i);
+            QCOMPARE(store.settingsGetValue(keys::batteryState).toInt(), i);
         }
         getrusage(RUSAGE_SELF, &after);
         QVERIFY(after.ru_nvcsw - before.ru_nvcsw < 20);
