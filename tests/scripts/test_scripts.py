@@ -10,6 +10,7 @@ import socket
 import subprocess
 import time
 import unittest
+import unittest.mock
 
 TREE = pathlib.Path(__file__).resolve().parents[2]
 INSTALLED = pathlib.Path("/home/pi/KT6120/bin")
@@ -89,7 +90,7 @@ class AmongTools(Scripts):
         for tool in "cat cut dirname flock grep sh timeout".split():
             (TOOLS / tool).symlink_to(shutil.which(tool) or "")
         # Waits between two looks pass quickly.
-        write(TOOLS / "sleep", "#!/bin/sh\nexec /bin/sleep 0.02\n", 0o755)
+        write(TOOLS / "sleep", "#!/bin/sh\necho >/tmp/slept\nexec /bin/sleep 0.02\n", 0o755)
         for tool in ("i2cget", "systemctl", "logger"):
             record(tool)
         self.addCleanup(os.environ.__setitem__, "PATH", os.environ["PATH"])
@@ -196,18 +197,21 @@ class AmongTools(Scripts):
         plug("usb1", "idVendor=1d6b", "idProduct=0002", "bDeviceClass=09")
         plug("1-1:1.0", "bInterfaceClass=e0")
         command = ["/bin/sh", "-c", f"/bin/sh {script('usb_monitor')} & echo $!; wait"]
-        with subprocess.Popen(command, stdout=subprocess.PIPE) as program:
-            assert program.stdout
-            monitor = int(program.stdout.readline())
-            named = ["product=Phone * $(x)", "manufacturer=Maker"]
-            plug("1-1", *named, "idProduct=5678", "idVendor=1234", "bDeviceClass=00")
-            told = "logger -t KT6120 -- USB device {}connected: 1-1 1234:5678 Maker Phone * $(x)"
-            until(lambda: calls() == [told.format("")])
-            shutil.rmtree(USB / "devices/1-1")
-            until(lambda: calls() == [told.format(""), told.format("dis")])
-            # It ends with the program that started it.
-            self.assertTrue(is_running(monitor))
-            program.kill()
+        program = subprocess.Popen(command, stdout=subprocess.PIPE)
+        self.addCleanup(program.kill)
+        assert program.stdout
+        monitor = int(program.stdout.readline())
+        named = ["product=Phone * $(x)", "manufacturer=Maker"]
+        plug("1-1", *named, "idProduct=5678", "idVendor=1234", "bDeviceClass=00")
+        told = "logger -t KT6120 -- USB device {}connected: 1-1 1234:5678 Maker Phone * $(x)"
+        until(lambda: calls() == [told.format("")])
+        shutil.rmtree(USB / "devices/1-1")
+        until(lambda: calls() == [told.format(""), told.format("dis")])
+        os.remove("/tmp/slept")  # it rests between two looks
+        until(lambda: os.path.exists("/tmp/slept"))
+        # It ends with the program that started it.
+        self.assertTrue(is_running(monitor))
+        program.kill()
         until(lambda: not is_running(monitor))
 
 
@@ -383,6 +387,17 @@ class WithPicture(Scripts):
                 plugins != both
             ):  # what no phone decodes is not made of what the hardware would not take
                 self.assertNotEqual(encode("format=Y444", ""), 0)
+
+    def test_nothing_that_codes(self):
+        bare = {
+            "GST_REGISTRY": "/tmp/bare",
+            "GST_PLUGIN_PATH": "",
+            "GST_PLUGIN_SYSTEM_PATH": "/tmp",
+        }
+        for name, arguments in ("stream_start", self.TO_THIS_DESK), ("gstreamer", ()):
+            with unittest.mock.patch.dict(os.environ, bare):
+                done = run(name, *arguments)
+            self.assertEqual((done.returncode, "needs one of" in done.stderr), (1, True))
 
     def test_one_receiver_runs(self):
         def port_is_taken():

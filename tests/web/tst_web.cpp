@@ -235,7 +235,7 @@ void tst_web::silenceIsToldWhateverTheClock()
     QVERIFY(!silent.contains("voltage"));
     writeStore("[Battery]\nVoltage=4696\n");
     QVERIFY(metrics.text(false).contains("kt6120_program_up 1\n"));
-    QTRY_VERIFY(freshness.look().age > 0.1);
+    TRY_VERIFY(freshness.look().age > 0.1);
 }
 
 QTEST_GUILESS_MAIN(tst_web)
