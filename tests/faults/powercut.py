@@ -40,20 +40,22 @@ def check(condition, what):
 
 
 def parse(path):
-    values, group = {}, None
+    values: dict[str, str] = {}
+    group = None
     for line in path.read_text(encoding="ascii").splitlines():
         if match := re.fullmatch(r"\[(\w+)\]", line):
             group = match[1]
         elif line:
             match = re.fullmatch(r"(\w+)=(.*)", line)
-            check(match and group, f"{path} does not parse: {line!r}")
+            if not (match and group):
+                sys.exit(f"kill {kill}: {path} does not parse: {line!r}")
             check(f"{group}/{match[1]}" not in values, f"{path} repeats {line!r}")
             values[f"{group}/{match[1]}"] = match[2]
     return values
 
 
 def write(path, values):
-    groups = {}
+    groups: dict[str, list[str]] = {}
     for key, value in values.items():
         group, entry = key.split("/")
         groups.setdefault(group, []).append(f"{entry}={value}")
@@ -86,6 +88,7 @@ for kill in range(1, KILLS + 1):
     CSV.unlink(missing_ok=True)
     before = {path: parse(path) for path in kept}
     writer = subprocess.Popen([WRITER], stdout=subprocess.PIPE)
+    assert writer.stdout
     first = writer.stdout.readline()
     time.sleep(random.uniform(0, LONGEST_WAIT))
     writer.send_signal(signal.SIGKILL)
@@ -102,12 +105,16 @@ for kill in range(1, KILLS + 1):
     log = [line for line in whole_lines(LOG) if "Battery State" in line]
     check(all(re.match(STAMP + "[124],", line) for line in whole_lines(LOG)), "a torn log line")
     states = [int(line.rsplit(" ", 1)[1]) for line in log]
-    check(states in ([*range(1, begun)], [*range(1, begun + 1)]), f"log of {begun} rounds: {states}")
+    check(
+        states in ([*range(1, begun)], [*range(1, begun + 1)]), f"log of {begun} rounds: {states}"
+    )
 
     rows = whole_lines(CSV) if CSV.exists() else []
     check(not rows or rows[0].startswith("timestamp,"), "no CSV header")
     check(all(re.fullmatch(STAMP + "([^,]*,){11}[^,]*", row) for row in rows[1:]), "a torn row")
     volts_written = [row.split(",")[1] for row in rows[1:]]
-    check(volts_written in ([volts(n) for n in range(1, last)] for last in (begun, begun + 1)),
-          f"CSV of {begun} rounds: {volts_written}")
+    check(
+        volts_written in ([volts(n) for n in range(1, last)] for last in (begun, begun + 1)),
+        f"CSV of {begun} rounds: {volts_written}",
+    )
 print(f"{kill} kills in {rounds} rounds of writing: nothing lost")

@@ -180,7 +180,7 @@ private slots:
                 setReadOnly(false);
             else
                 QVERIFY(QFile::remove(folder + "ballast"));
-            QTRY_VERIFY(readFile(configuration).contains("Model=T199\n")); // tried again
+            TRY_VERIFY(readFile(configuration).contains("Model=T199\n")); // tried again
             write(handler, 200);
             TRY_COMPARE(iniValue(configuration, "Coiler/Model"), QString("T200"));
         }
@@ -241,7 +241,7 @@ private slots:
             setReadOnly(false);
         QFile::remove(folder + "ballast");
         QVERIFY(lock.isEmpty() || clear(store + ".lock"));
-        QTRY_VERIFY(readFile(store).contains("Unknown=8\n"));
+        TRY_VERIFY(readFile(store).contains("Unknown=8\n"));
     }
 
     // Room is looked for where a link leads.
