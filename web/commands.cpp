@@ -2,6 +2,7 @@
 #include "commands.h"
 
 #include "paths.h"
+#include "readings.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -12,10 +13,11 @@
 #include <atomic>
 #include <fcntl.h>
 #include <iterator>
-#include <mutex>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace std::chrono_literals;
@@ -31,22 +33,69 @@ constexpr std::chrono::milliseconds patience = 35s;
 constexpr std::chrono::milliseconds patienceWithSilent = 500ms; // it may only be out of disk space
 constexpr std::chrono::milliseconds overtakingLook = 50ms;
 constexpr auto withdrawal = 100ms; // for what the unit had begun when the line was withdrawn
-constexpr auto turnLimit = 5s;
+constexpr std::chrono::milliseconds turnLimit = 5s;
+constexpr auto turnLook = 20ms;
+constexpr auto lineOfAnother = 500ms; // that it has for itself where its writer does not wait
+constexpr auto storePatience = 2s; // the store is written before the unit closes the commands file
+constexpr auto storeLook = 20ms;
+
+using readings::Values;
+
+constexpr auto never = [] { return false; };
+
+int lamp(const Values &values)
+{
+    return values.value("Camera/Lamp", "-1").toInt();
+}
 
 struct Word {
     const char *command;
     const char *argument; // a pattern; null: there is none
     std::array<const char *, 2> shows;
+    // Whether the store shows it; null: no key tells.
+    bool (*isShown)(const Values &before, const Values &after, const QString &argument);
 };
 
 constexpr Word vocabulary[] = {
-    {"SONDE", "[01]", {"Sonde/Enabled", nullptr}},
-    {"LAMPUP", nullptr, {"Camera/Lamp", nullptr}},
-    {"LAMPDOWN", nullptr, {"Camera/Lamp", nullptr}},
-    {"LAMPOFF", nullptr, {"Camera/Lamp", nullptr}},
-    {"RESET", nullptr, {"Camera/Coiler", "Camera/CoilerOffset"}},
-    {"LOGRST", nullptr, {nullptr, nullptr}},
-    {"MODEL", "[A-Za-z0-9._-]{1,32}", {"Coiler/Model", nullptr}},
+    {"SONDE",
+     "[01]",
+     {"Sonde/Enabled", nullptr},
+     [](const Values &, const Values &after, const QString &argument) {
+         return after.value("Sonde/Enabled") == argument;
+     }},
+    // At its highest the lamp stays; a probe that locks it leaves it off.
+    {"LAMPUP",
+     nullptr,
+     {"Camera/Lamp", nullptr},
+     [](const Values &before, const Values &after, const QString &) {
+         return lamp(after) > 0 && lamp(after) >= lamp(before);
+     }},
+    // A lamp that is off goes on one step below what it was.
+    {"LAMPDOWN",
+     nullptr,
+     {"Camera/Lamp", nullptr},
+     [](const Values &before, const Values &after, const QString &) {
+         return lamp(after) == 0
+                || (lamp(after) > 0 && (lamp(before) <= 0 || lamp(after) < lamp(before)));
+     }},
+    {"LAMPOFF",
+     nullptr,
+     {"Camera/Lamp", nullptr},
+     [](const Values &, const Values &after, const QString &) { return lamp(after) <= 0; }},
+    // The counter itself may already count on.
+    {"RESET",
+     nullptr,
+     {"Camera/Coiler", "Camera/CoilerOffset"},
+     [](const Values &, const Values &after, const QString &) {
+         return after.value("Camera/CoilerOffset") == "0";
+     }},
+    {"LOGRST", nullptr, {nullptr, nullptr}, nullptr},
+    {"MODEL",
+     "[A-Za-z0-9._-]{1,32}",
+     {"Coiler/Model", nullptr},
+     [](const Values &, const Values &after, const QString &argument) {
+         return after.value("Coiler/Model") == argument;
+     }},
 };
 
 bool fits(const QString &text, const char *pattern)
@@ -54,18 +103,25 @@ bool fits(const QString &text, const char *pattern)
     return QRegularExpression(QRegularExpression::anchoredPattern(pattern)).match(text).hasMatch();
 }
 
-// What others do to the commands file. The kernel tells it in the order in which it happens: a
+// What happens to the commands file. The kernel tells it in the order in which it happens: a
 // reader that came after a write has read that write's line, and the unit closes the file when it
-// has carried the line out.
-class Readers
+// has carried the line out. Opening and closing by others is asked for because the kernel counts
+// two writes with nothing between them as one.
+class Events
 {
 public:
-    Readers() { inotify_add_watch(queue, paths::commandsFile, IN_ACCESS | IN_CLOSE_NOWRITE); }
-    ~Readers() { close(queue); }
-    Readers(const Readers &) = delete;
-    Readers &operator=(const Readers &) = delete;
+    Events()
+    {
+        inotify_add_watch(queue, paths::commandsFile,
+                          IN_OPEN | IN_MODIFY | IN_ACCESS | IN_CLOSE_WRITE | IN_CLOSE_NOWRITE);
+    }
+    ~Events() { close(queue); }
+    Events(const Events &) = delete;
+    Events &operator=(const Events &) = delete;
 
     bool haveRead() const { return accessed; }
+    int writesBeforeReading() const { return writes; }
+    bool writtenSince() const { return writtenLater; }
 
     // Whether somebody has read and closed the file before the time is over; what nobody has read
     // is not waited for any longer once it is overtaken.
@@ -92,6 +148,10 @@ private:
         const ssize_t size = read(queue, buffer.data(), buffer.size());
         for (ssize_t at = 0; at < size;) {
             const auto *event = reinterpret_cast<const inotify_event *>(buffer.data() + at);
+            if (event->mask & IN_MODIFY) {
+                writes += accessed ? 0 : 1;
+                writtenLater = accessed;
+            }
             accessed = accessed || (event->mask & IN_ACCESS);
             closed = closed || (accessed && (event->mask & IN_CLOSE_NOWRITE));
             at += ssize_t(sizeof *event) + event->len;
@@ -99,25 +159,106 @@ private:
     }
 
     int queue = inotify_init1(IN_CLOEXEC);
+    int writes = 0;
     bool accessed = false;
+    bool writtenLater = false;
     bool closed = false;
 };
 
-// In place and in one write, which is one notification: the file is never cut, what it had more
-// becomes blank lines.
-bool write(const QByteArray &line)
+// The commands file, with its lock: writers take turns.
+class CommandsFile
 {
-    const int file = open(paths::commandsFile, O_WRONLY | O_CLOEXEC);
-    if (file < 0)
-        return false;
-    QByteArray content = line + '\n';
-    struct stat before = {};
-    if (fstat(file, &before) == 0 && before.st_size > content.size())
-        content.append(int(std::min(before.st_size, longestRest) - content.size()), '\n');
-    const bool done =
-        pwrite(file, content.constData(), size_t(content.size()), 0) == content.size();
-    close(file);
-    return done;
+public:
+    // A pipe or a device in its place is none, and nothing is waited for at it.
+    CommandsFile() : file(open(paths::commandsFile, O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {}
+    ~CommandsFile()
+    {
+        if (file >= 0)
+            close(file);
+    }
+    CommandsFile(const CommandsFile &) = delete;
+    CommandsFile &operator=(const CommandsFile &) = delete;
+
+    bool isThere() const
+    {
+        struct stat status = {};
+        return fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+    }
+
+    bool lock(std::chrono::milliseconds limit) const
+    {
+        const auto end = steady_clock::now() + limit;
+        while (flock(file, LOCK_EX | LOCK_NB) != 0) {
+            if (steady_clock::now() > end)
+                return false;
+            std::this_thread::sleep_for(turnLook);
+        }
+        return true;
+    }
+
+    // A writer that does not lock gets its line read all the same, mostly.
+    void letAnothersLinePass() const
+    {
+        const auto age =
+            std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch())
+            - modified();
+        if (modified().count() != ownWrite && age >= 0ms && age < lineOfAnother)
+            Events().haveClosed(std::chrono::ceil<std::chrono::milliseconds>(lineOfAnother - age),
+                                never);
+    }
+
+    // In place and in one write, which is one notification: the file is never cut, what it had
+    // more becomes blank lines.
+    bool write(const QByteArray &line) const
+    {
+        QByteArray content = line + '\n';
+        struct stat before = {};
+        if (fstat(file, &before) == 0 && before.st_size > content.size())
+            content.append(int(std::min(before.st_size, longestRest) - content.size()), '\n');
+        const bool done =
+            pwrite(file, content.constData(), size_t(content.size()), 0) == content.size();
+        ownWrite = modified().count();
+        return done;
+    }
+
+    // Counts as reading it.
+    bool begins(const QByteArray &line) const
+    {
+        QByteArray content(line.size() + 1, '\0');
+        return pread(file, content.data(), size_t(content.size()), 0) == content.size()
+               && content == line + '\n';
+    }
+
+private:
+    std::chrono::nanoseconds modified() const
+    {
+        struct stat status = {};
+        fstat(file, &status);
+        return std::chrono::seconds(status.st_mtim.tv_sec)
+               + std::chrono::nanoseconds(status.st_mtim.tv_nsec);
+    }
+
+    static std::atomic<std::chrono::nanoseconds::rep> ownWrite; // when this process last wrote it
+    int file;
+};
+
+std::atomic<std::chrono::nanoseconds::rep> CommandsFile::ownWrite = 0;
+
+bool storeShows(const QByteArray &line, const Values &before)
+{
+    const QStringList words = QString::fromLatin1(line).split(' ');
+    const auto *const word =
+        std::find_if(std::begin(vocabulary), std::end(vocabulary),
+                     [&](const Word &known) { return words.first() == known.command; });
+    if (!word->isShown)
+        return true;
+    const auto end = steady_clock::now() + storePatience;
+    while (!word->isShown(before, readings::read(), words.value(1))) {
+        if (steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(storeLook);
+    }
+    return true;
 }
 
 } // namespace
@@ -149,27 +290,38 @@ Command parse(const QByteArray &body)
 
 Outcome carryOut(const QByteArray &line, bool silent)
 {
-    static std::timed_mutex turn;
+    const CommandsFile file;
+    if (!file.isThere())
+        return Outcome::Unwritable;
     static std::atomic<int> urgent = 0; // LAMPOFFs that wait for their turn
     const bool passes = line == "LAMPOFF";
     urgent += passes;
-    const std::unique_lock lock(turn, passes ? patience : turnLimit);
+    const bool locked = file.lock(passes ? patience : turnLimit);
     urgent -= passes;
-    if (!lock)
+    if (!locked)
         return Outcome::Busy;
     const auto isOvertaken = [passes] { return !passes && urgent > 0; };
     const Outcome overtaken = line.startsWith("LAMP") ? Outcome::Overtaken : Outcome::Busy;
     if (isOvertaken())
         return overtaken;
-    Readers readers;
-    if (!write(line))
+    file.letAnothersLinePass();
+    const Values before = readings::read();
+    Events events;
+    if (!file.write(line))
         return Outcome::Unwritable;
-    if (readers.haveClosed(silent ? patienceWithSilent : patience, isOvertaken))
-        return Outcome::Taken;
-    if (!readers.haveRead())
-        write({}); // so that nothing happens long after it was asked for
-    readers.haveClosed(withdrawal, [] { return false; });
-    return readers.haveRead() ? Outcome::Taken : isOvertaken() ? overtaken : Outcome::NotTaken;
+    const bool closed = events.haveClosed(silent ? patienceWithSilent : patience, isOvertaken);
+    if (events.writesBeforeReading() > 1)
+        return Outcome::Overwritten;
+    if (!closed) {
+        if (!events.haveRead())
+            file.write({}); // so that nothing happens long after it was asked for
+        events.haveClosed(withdrawal, never);
+        if (!events.haveRead())
+            return isOvertaken() ? overtaken : Outcome::NotTaken;
+    } else if (!events.writtenSince() && !file.begins(line)) {
+        return Outcome::Overwritten;
+    }
+    return storeShows(line, before) ? Outcome::Taken : Outcome::NotShown;
 }
 
 } // namespace commands

@@ -18,16 +18,18 @@ struct Command {
 Command parse(const QByteArray &body);
 
 enum class Outcome {
-    Taken,      // the unit has carried it out
-    NotTaken,   // it has not looked; the line is withdrawn
-    Overtaken,  // a step of the lamp for which a LAMPOFF came first; nothing was done
-    Unwritable, // there is no commands file, or it may not be written
-    Busy,       // another command is waited for all the time, or came first
+    Taken,       // the unit has carried it out, and the store shows it where a key tells
+    NotTaken,    // it has not looked; the line is withdrawn
+    Overtaken,   // a step of the lamp for which a LAMPOFF came first; nothing was done
+    Overwritten, // another writer's line stood there when it looked
+    NotShown,    // it has read the line, and the store does not show it
+    Unwritable,  // there is no commands file, or it may not be written
+    Busy,        // another writer has the file's lock all the time, or a LAMPOFF came first
 };
 
-// Writes the line and waits until the unit has carried it out; for a unit that is silent, a moment
-// only. A second caller waits for the first, but LAMPOFF takes the place of what the unit has not
-// read yet.
+// Writes the line of a command and waits until the unit has carried it out; for a unit that is
+// silent, a moment only. Whoever locks the file (flock) waits for the others, but LAMPOFF takes the
+// place of what the unit has not read yet.
 Outcome carryOut(const QByteArray &line, bool silent);
 
 } // namespace commands

@@ -35,8 +35,6 @@ constexpr qint64 logBytes = 65'536;
 constexpr int longestBody = 256; // bytes
 constexpr double commandsPerSecond = 5;
 constexpr double commandsAtOnce = 20;
-constexpr auto modelPatience = 2s; // the configuration is written when the unit's loop comes round
-constexpr auto modelLook = 20ms;
 
 QByteArray json(const QJsonObject &object)
 {
@@ -227,19 +225,16 @@ void Page::takeCommand(fastcgi::Exchange &exchange)
                              : "the unit did not take the command; it is withdrawn");
     case commands::Outcome::Overtaken:
         return refuse(exchange, 409, "lamp off came first; the command is withdrawn");
+    case commands::Outcome::Overwritten:
+        return refuse(exchange, 409, "another writer's command took this one's place");
+    case commands::Outcome::NotShown:
+        return refuse(exchange, 504, "the unit read the command, but its store does not show it");
     case commands::Outcome::Unwritable:
         return refuse(exchange, 500, "the commands file cannot be written");
     case commands::Outcome::Busy:
         return refuse(exchange, 503, "the unit is busy with another command");
     }
-    readings::Values values = readings::read();
-    if (command.line.startsWith("MODEL ")) {
-        const QString model = command.line.mid(6);
-        for (const auto end = steady_clock::now() + modelPatience;
-             values.value("Coiler/Model") != model && steady_clock::now() < end;
-             values = readings::read())
-            exchange.rest(modelLook);
-    }
+    const readings::Values values = readings::read();
     QJsonObject store;
     for (const char *key : command.shows)
         store[key] = values.value(key);
