@@ -2,30 +2,34 @@
 #include "history.h"
 
 #include "paths.h"
+#include "regularfile.h"
 
 #include <QDateTime>
 #include <QFile>
 #include <QJsonArray>
+#include <QJsonDocument>
+#include <QVector>
+
+#include <cmath>
+#include <mutex>
+#include <utility>
 
 namespace
 {
 
 constexpr qint64 secondsPerDay = 86400;
 constexpr qint64 longest = 524'288; // bytes: more than two months of rows
+constexpr qint64 longestLine = 4096;
+constexpr int digits = 12;
 
-QJsonArray parseRow(const QList<QByteArray> &fields)
+// Seconds since 1970 of a row; 0 where the line is none.
+qint64 timeOf(const QByteArray &line, int columns)
 {
-    QDateTime time = QDateTime::fromString(fields[0], "dd-MM-yyyy HH:mm:ss");
-    if (!time.isValid())
-        return {};
+    if (line.count(',') != columns)
+        return 0;
+    QDateTime time = QDateTime::fromString(line.left(line.indexOf(',')), "dd-MM-yyyy HH:mm:ss");
     time.setTimeSpec(Qt::UTC);
-    QJsonArray row = {time.toSecsSinceEpoch()};
-    for (int at = 1; at < fields.size(); ++at) {
-        bool ok = false;
-        const double value = fields[at].toDouble(&ok);
-        row.append(ok ? QJsonValue(value) : QJsonValue());
-    }
-    return row;
+    return time.isValid() ? time.toSecsSinceEpoch() : 0;
 }
 
 } // namespace
@@ -33,37 +37,47 @@ QJsonArray parseRow(const QList<QByteArray> &fields)
 namespace history
 {
 
-QJsonObject read(int days)
+QByteArray read(int days)
 {
+    static std::mutex turn;
+    const std::lock_guard lock(turn);
     QFile file(paths::statusCsv);
-    if (!file.open(QIODevice::ReadOnly))
-        return {{"columns", QJsonArray()}, {"rows", QJsonArray()}};
-    const QList<QByteArray> header = file.readLine(longest).trimmed().split(',');
+    if (!regularfile::open(file, QIODevice::ReadOnly))
+        return R"({"columns":[],"rows":[]})";
+    QList<QByteArray> header = file.readLine(longest).trimmed().split(',');
+    header.removeFirst();
     QJsonArray columns;
-    for (int at = 1; at < header.size(); ++at)
-        columns.append(QString::fromUtf8(header[at]));
+    for (const QByteArray &name : qAsConst(header))
+        columns.append(QString::fromUtf8(name));
 
     if (file.size() - longest > file.pos()) {
         file.seek(file.size() - longest);
         file.readLine();
     }
-    QList<QJsonArray> rows;
-    const QList<QByteArray> lines = file.readAll().split('\n');
-    for (const QByteArray &line : lines) {
-        const QList<QByteArray> fields = line.trimmed().split(',');
-        const QJsonArray row = fields.size() == header.size() ? parseRow(fields) : QJsonArray();
-        if (!row.isEmpty())
-            rows.append(row);
+    QVector<std::pair<qint64, qint64>> found; // times and places
+    for (qint64 place = file.pos(); !file.atEnd(); place = file.pos()) {
+        if (const qint64 time = timeOf(file.readLine(longestLine).trimmed(), header.size()))
+            found.append({time, place});
     }
     // Not before now: the unit's clock may have been wrong, and its last days still be of interest.
-    QJsonArray shown;
-    const qint64 last = rows.isEmpty() ? 0 : qint64(rows.last()[0].toDouble());
-    for (const QJsonArray &row : qAsConst(rows)) {
-        const auto time = qint64(row[0].toDouble());
-        if (time > last - days * secondsPerDay && time <= last)
-            shown.append(row);
+    const qint64 last = found.isEmpty() ? 0 : found.last().first;
+    QByteArray rows;
+    for (const auto &[time, place] : qAsConst(found)) {
+        if (time <= last - days * secondsPerDay || time > last)
+            continue;
+        file.seek(place);
+        const QByteArray line = file.readLine(longestLine).trimmed();
+        rows += (rows.isEmpty() ? "[" : ",[") + QByteArray::number(time);
+        for (const QByteArray &field : line.mid(line.indexOf(',') + 1).split(',')) {
+            bool ok = false;
+            const double value = field.toDouble(&ok);
+            rows +=
+                ok && std::isfinite(value) ? ',' + QByteArray::number(value, 'g', digits) : ",null";
+        }
+        rows += ']';
     }
-    return {{"columns", columns}, {"rows", shown}};
+    return R"({"columns":)" + QJsonDocument(columns).toJson(QJsonDocument::Compact) + R"(,"rows":[)"
+           + rows + "]}";
 }
 
 } // namespace history

@@ -183,7 +183,7 @@ void Page::sendHistory(fastcgi::Exchange &exchange)
     if (days == 0)
         refuse(exchange, 400, "range=day, week or month");
     else
-        exchange.answer(200, "application/json", json(history::read(days)));
+        exchange.answer(200, "application/json", history::read(days));
 }
 
 void Page::sendMetrics(fastcgi::Exchange &exchange)

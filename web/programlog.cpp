@@ -2,8 +2,7 @@
 #include "programlog.h"
 
 #include "paths.h"
-
-#include <QFile>
+#include "regularfile.h"
 
 #include <optional>
 #include <sys/stat.h>
@@ -48,37 +47,50 @@ const char *ProgramLog::picture() const
     return stream ? "phone" : pal ? "PAL" : "nowhere";
 }
 
+// The bytes of whole lines from the position on; of a finished file its last line without an end
+// too.
+QByteArray ProgramLog::takeBytes(bool finished)
+{
+    position = qMax(position, file->size() - mostAtOnce);
+    file->seek(position);
+    QByteArray bytes = file->read(mostAtOnce);
+    if (!finished)
+        bytes.truncate(bytes.lastIndexOf('\n') + 1); // the rest is being written
+    position += bytes.size();
+    return bytes.isEmpty() || bytes.endsWith('\n') ? bytes : bytes + '\n';
+}
+
 QList<ProgramLog::Line> ProgramLog::take()
 {
-    struct stat state = {};
-    if (stat(paths::programLog, &state) != 0) {
-        opened = true; // one that comes later is new from its start
-        inode = 0;
+    struct stat there = {};
+    struct stat held = {};
+    const bool isThere = stat(paths::programLog, &there) == 0;
+    const bool isHeld = file && fstat(file->handle(), &held) == 0;
+    const bool isNew =
+        isThere && !(isHeld && there.st_ino == held.st_ino && there.st_dev == held.st_dev);
+    QByteArray bytes;
+    bool amidst = false;
+    if (isHeld && held.st_size < position)
         position = 0;
-        return {};
+    if (isHeld && held.st_size > position)
+        bytes = takeBytes(isNew); // of a file that was moved away too
+    if (isNew) {
+        auto next = std::make_unique<QFile>(paths::programLog);
+        if (regularfile::open(*next, QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+            file = std::move(next);
+            position = begun ? 0 : qMax(0LL, file->size() - start);
+            amidst = !begun && position > 0;
+            bytes += takeBytes(false);
+        }
     }
-    if (opened && state.st_ino == inode && state.st_size == position)
-        return {};
-    QFile file(paths::programLog);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    if (state.st_ino != inode || state.st_size < position)
-        position = opened ? 0 : qMax(0LL, qint64(state.st_size) - start);
-    const bool amidst = !opened && position > 0;
-    opened = true;
-    inode = state.st_ino;
-    position = qMax(position, qint64(state.st_size) - mostAtOnce);
-    file.seek(position);
-    QByteArray bytes = file.read(mostAtOnce);
-    bytes.truncate(bytes.lastIndexOf('\n') + 1); // the rest is being written
-    position += bytes.size();
+    begun = true; // one that comes later is new from its start
     QList<QByteArray> lines = bytes.split('\n');
     lines.removeLast();
     if (amidst && !lines.isEmpty() && start > 0)
         lines.removeFirst(); // half a line
 
     QList<Line> found;
-    for (const QByteArray &line : lines) {
+    for (const QByteArray &line : qAsConst(lines)) {
         found.append(parse(line));
         for (const Sign &sign : signs) {
             if (!found.last().text.startsWith(sign.text))

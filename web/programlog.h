@@ -2,7 +2,10 @@
 #pragma once
 
 #include <QByteArray>
+#include <QFile>
 #include <QList>
+
+#include <memory>
 
 // Follows the program log from its last so many bytes on, also when it is rotated.
 class ProgramLog
@@ -24,9 +27,11 @@ public:
     const char *picture() const;
 
 private:
+    QByteArray takeBytes(bool finished);
+
     qint64 start;
-    bool opened = false;
-    quint64 inode = 0;
+    bool begun = false;
+    std::unique_ptr<QFile> file; // kept open: its last lines may come just before it is moved away
     qint64 position = 0;
     bool known = false; // what comes next
     bool pal = false;

@@ -17,6 +17,7 @@
 #include <QtTest>
 
 #include <algorithm>
+#include <sys/stat.h>
 
 using testsupport::writeFile;
 
@@ -33,6 +34,7 @@ private slots:
     void logIsFollowedThroughRotation();
     void longestTextExplainsALine();
     void picture();
+    void pipesAreNoFiles();
     void figuresForPrometheus();
     void silenceIsToldWhateverTheClock();
 
@@ -105,7 +107,8 @@ void tst_web::levels()
 
 void tst_web::rowsOfTheStatusFile()
 {
-    QCOMPARE(history::read(1)["rows"].toArray().size(), 0);
+    const auto past = [](int days) { return QJsonDocument::fromJson(history::read(days)); };
+    QCOMPARE(past(1)["rows"].toArray().size(), 0);
     writeFile(paths::statusCsv, "timestamp,battery voltage [mV],lamp value [%]\n"
                                 "01-11-2026 12:00:00,7000,0\n"
                                 "30-10-2031 12:00:00,7100,0\n" // the clock was wrong
@@ -117,10 +120,9 @@ void tst_web::rowsOfTheStatusFile()
                                 "99-99-2026 12:00:00,1,2\n"
                                 "07-11-2026 12:30:00,error,-1\n"
                                 "07-11-2026 13");
-    const auto shown = [](int days) {
+    const auto shown = [past](int days) {
         QByteArray values;
-        const QJsonObject past = history::read(days);
-        const QJsonArray rows = past["rows"].toArray();
+        const QJsonArray rows = past(days)["rows"].toArray();
         for (const auto &row : rows)
             values += QJsonDocument(QJsonArray{row.toArray()[1], row.toArray()[2]})
                           .toJson(QJsonDocument::Compact);
@@ -130,7 +132,7 @@ void tst_web::rowsOfTheStatusFile()
     QCOMPARE(history::read(1)["rows"].toArray()[0].toArray()[0].toDouble(),
              QDateTime({2026, 11, 7}, {11, 59, 59}, Qt::UTC).toSecsSinceEpoch());
     QCOMPARE(shown(7), QByteArray("[7000,0][7200,15][7300,0][null,0][null,-1]"));
-    QCOMPARE(history::read(1)["columns"].toArray()[1].toString(), QString("lamp value [%]"));
+    QCOMPARE(past(1)["columns"].toArray()[1].toString(), QString("lamp value [%]"));
 }
 
 void tst_web::logIsFollowedThroughRotation()
@@ -154,10 +156,10 @@ void tst_web::logIsFollowedThroughRotation()
     QCOMPARE(texts(log), QByteArray());
     append(" and half\ncontinued\n");
     QCOMPARE(texts(log), QByteArray("2half and half|0continued|"));
+    append("25-11-2026 01:00:01,1,last\n");
     QVERIFY(QFile::rename(paths::programLog, QString(paths::programLog) + ".1"));
-    QCOMPARE(texts(log), QByteArray());
     append("25-11-2026 01:00:02,4,new file\n");
-    QCOMPARE(texts(log), QByteArray("4new file|"));
+    QCOMPARE(texts(log), QByteArray("1last|4new file|"));
     writeFile(paths::programLog, "25-11-2026 01:00:02,4,cut\n");
     QCOMPARE(texts(log), QByteArray("4cut|"));
 }
@@ -189,6 +191,21 @@ void tst_web::picture()
         log.take();
         QCOMPARE(QByteArray(log.picture()), picture);
     }
+}
+
+void tst_web::pipesAreNoFiles()
+{
+    for (const char *path : {paths::statusStore, paths::configuration, paths::programLog,
+                             paths::statusCsv, paths::commandsFile}) {
+        QFile::remove(path);
+        QCOMPARE(mkfifo(path, 0666), 0);
+    }
+    alarm(testsupport::patience / 1000); // who waits at one is killed
+    QVERIFY(readings::read().isEmpty());
+    QVERIFY(ProgramLog(1).take().isEmpty());
+    QVERIFY(!history::read(1).contains("1"));
+    QCOMPARE(commands::carryOut("LAMPUP"), commands::Outcome::Unwritable);
+    alarm(0);
 }
 
 void tst_web::figuresForPrometheus()
