@@ -17,7 +17,7 @@ namespace
 {
 
 // Those that look on hold one each all the time.
-constexpr int threads = 16;
+constexpr int threads = 24;
 // Also with nobody at the page: whoever comes then wants to know since when the unit is silent.
 constexpr std::chrono::seconds lookInterval(5);
 

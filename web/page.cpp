@@ -15,7 +15,11 @@
 #include <QTimeZone>
 
 #include <algorithm>
+#include <arpa/inet.h>
+#include <array>
+#include <climits>
 #include <iterator>
+#include <unistd.h>
 
 using namespace std::chrono_literals;
 using std::chrono::steady_clock;
@@ -23,7 +27,8 @@ using std::chrono::steady_clock;
 namespace
 {
 
-constexpr int mostViewers = 8;
+constexpr std::size_t mostViewers = 8;
+constexpr int mostHistories = 4; // on their way at once; each holds a thread until it is taken
 constexpr auto lookInterval = 250ms;
 // The page takes three that it misses for a lost connection. The web server finds out that a viewer
 // has gone when it cannot send to it, the second time.
@@ -102,6 +107,26 @@ QJsonArray described(const QList<ProgramLog::Line> &lines, const Catalogue &cata
     return rows;
 }
 
+// Whether a page of this name can only be the unit's own: whoever owns a name on the internet may
+// let it lead to the unit, and his page then counts as one with ours.
+bool isOwnName(QByteArray host)
+{
+    const int bracket = int(host.indexOf(']'));
+    if (host.startsWith('[') && bracket > 0)
+        host = host.mid(1, bracket - 1);
+    else
+        host.truncate(host.contains(':') ? int(host.indexOf(':')) : int(host.size()));
+    host = host.toLower();
+    if (host.endsWith('.'))
+        host.chop(1);
+    in6_addr address = {};
+    std::array<char, HOST_NAME_MAX + 1> name{};
+    gethostname(name.data(), name.size() - 1);
+    return inet_pton(AF_INET, host.constData(), &address) == 1
+           || inet_pton(AF_INET6, host.constData(), &address) == 1 || host == "localhost"
+           || host.endsWith(".local") || host == QByteArray(name.data()).toLower();
+}
+
 } // namespace
 
 void Page::handle(fastcgi::Exchange &exchange)
@@ -119,7 +144,11 @@ void Page::handle(fastcgi::Exchange &exchange)
     const QByteArray path = exchange.variable("SCRIPT_NAME") + exchange.variable("PATH_INFO");
     const auto route = std::find_if(std::begin(routes), std::end(routes),
                                     [&](const Route &known) { return path == known.path; });
-    if (route == std::end(routes))
+    const QByteArray host = exchange.variable("HTTP_HOST");
+    // No browser gives the password to a page of another name.
+    if (!host.isEmpty() && exchange.variable("REMOTE_USER").isEmpty() && !isOwnName(host))
+        refuse(exchange, 421, "only by the unit's address or its own name");
+    else if (route == std::end(routes))
         refuse(exchange, 404, "there is nothing of that name");
     else if (exchange.variable("REQUEST_METHOD") != route->method)
         refuse(exchange, 405, "not by this method");
@@ -139,11 +168,7 @@ void Page::sendState(fastcgi::Exchange &exchange)
 
 void Page::sendEvents(fastcgi::Exchange &exchange)
 {
-    if (++viewers > mostViewers) {
-        --viewers;
-        refuse(exchange, 503, "too many look at this unit");
-        return;
-    }
+    const quint64 viewer = beginViewing();
     exchange.begin("text/event-stream");
     ProgramLog log(logBytes);
     QMap<QByteArray, QString> known;
@@ -172,8 +197,34 @@ void Page::sendEvents(fastcgi::Exchange &exchange)
         first = false;
         if (!events.isEmpty() && !exchange.send(events))
             break;
+        if (!isViewing(viewer)) {
+            exchange.send("event: displaced\ndata: {}\n\n");
+            break;
+        }
     } while (exchange.rest(lookInterval));
-    --viewers;
+    endViewing(viewer);
+}
+
+// One more than may look takes the oldest one's place, which may be that of a phone long gone.
+quint64 Page::beginViewing()
+{
+    const std::lock_guard lock(viewersMutex);
+    if (viewers.size() == mostViewers)
+        viewers.pop_front();
+    viewers.push_back(++lastViewer);
+    return lastViewer;
+}
+
+bool Page::isViewing(quint64 viewer)
+{
+    const std::lock_guard lock(viewersMutex);
+    return std::find(viewers.begin(), viewers.end(), viewer) != viewers.end();
+}
+
+void Page::endViewing(quint64 viewer)
+{
+    const std::lock_guard lock(viewersMutex);
+    viewers.remove(viewer);
 }
 
 void Page::sendHistory(fastcgi::Exchange &exchange)
@@ -182,8 +233,12 @@ void Page::sendHistory(fastcgi::Exchange &exchange)
     const int days = ranges.value(exchange.variable("QUERY_STRING"));
     if (days == 0)
         refuse(exchange, 400, "range=day, week or month");
+    else if (++histories > mostHistories)
+        refuse(exchange, 503, "others are being sent a history");
     else
         exchange.answer(200, "application/json", history::read(days));
+    if (days != 0)
+        --histories;
 }
 
 void Page::sendMetrics(fastcgi::Exchange &exchange)

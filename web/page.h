@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <list>
 #include <mutex>
 
 namespace fastcgi
@@ -33,11 +34,18 @@ private:
     void takeCommand(fastcgi::Exchange &exchange);
 
     bool mayCommandNow();
+    quint64 beginViewing();
+    bool isViewing(quint64 viewer);
+    void endViewing(quint64 viewer);
 
     const Catalogue &catalogue;
     Freshness &freshness;
     Metrics metrics;
-    std::atomic<int> viewers = 0;
+    std::atomic<int> histories = 0;
+
+    std::mutex viewersMutex;
+    std::list<quint64> viewers; // the oldest first
+    quint64 lastViewer = 0;
 
     std::mutex rateMutex;
     double allowance = 0; // commands that may come at once

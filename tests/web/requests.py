@@ -7,8 +7,11 @@ behind the real web server. A bad request is refused with its status and leaves 
 it was; of the good ones each is carried out once, in order.
 """
 
+import concurrent.futures
+import fcntl
 import json
 import os
+import signal
 import socket
 import subprocess
 import sys
@@ -54,8 +57,8 @@ def own(body):
     return post(OWN, JSON, body=body)
 
 
-def get(path, method="GET"):
-    return ([f"{method} {path} HTTP/1.1", "Host: 127.0.0.1", "Connection: close"], "")
+def get(path, method="GET", host="127.0.0.1"):
+    return ([f"{method} {path} HTTP/1.1", f"Host: {host}", "Connection: close"], "")
 
 
 def command(name, **argument):
@@ -65,7 +68,7 @@ def command(name, **argument):
 BAD = [
     # (what, statuses that refuse it, request)
     ("a command by GET", {405}, get("/api/commands")),
-    ("a command in the query", {405}, get('/api/commands?command=LAMPUP')),
+    ("a command in the query", {405}, get("/api/commands?command=LAMPUP")),
     ("by PUT", {405}, get("/api/commands", "PUT")),
     ("by OPTIONS", {200, 405}, get("/api/commands", "OPTIONS")),
     ("by a method that is none", {400, 405, 501}, get("/api/commands", "LAMPUP")),
@@ -104,6 +107,9 @@ BAD = [
     ("the store", {404}, get("/KT6120.ini")),
     ("events by POST", {405, 411}, get("/api/events", "POST")),
     ("a history of for ever", {400}, get("/api/history?range=ever")),
+    ("a name on the internet", {421}, get("/api/state", host="unit.example.org")),
+    ("one that begins like an address", {421}, get("/api/state", host="127.0.0.1.example.org")),
+    ("one that ends like ours", {421}, get("/metrics", host="example-local:80")),
 ]
 
 
@@ -136,13 +142,51 @@ def try_bad():
         check(content() == before, f"{what}: the commands file was written")
 
 
+def try_own_names():
+    for name in ("127.0.0.1:8080", "[::1]", "localhost", "Unit-7.local.", socket.gethostname()):
+        status = ask(*get("/api/state", host=name))[0]
+        check(status == 200, f"by the name {name}: {status}")
+
+
+def later(request):
+    """Asks in a thread of its own; calling the result waits for the status."""
+    asked = concurrent.futures.ThreadPoolExecutor(1).submit(ask, *request)
+    return lambda: asked.result()[0]
+
+
+def try_another_writer(tell):
+    """What is answered 200 was carried out, and whoever locks the file has it for himself."""
+    unit = int(subprocess.check_output(["pidof", "KT6120"]))
+    with open(COMMANDS, "r+b", buffering=0) as file:
+        os.kill(unit, signal.SIGSTOP)
+        before = os.stat(COMMANDS).st_mtime_ns  # looking into it would count as the unit's reading
+        answer = later(command("RESET"))
+        check(within(60, lambda: os.stat(COMMANDS).st_mtime_ns != before), "RESET was not written")
+        file.write(b"LAMPOFF\n")
+        os.kill(unit, signal.SIGCONT)
+        check((status := answer()) == 409, f"another's line in place of ours: {status}")
+
+        fcntl.flock(file, fcntl.LOCK_EX)
+        before = content()
+        check((status := ask(*command("RESET"))[0]) == 503, f"while another has the lock: {status}")
+        check(content() == before, "the commands file was written while another had the lock")
+
+    tell("mcu TWK 1\n")  # locks the lamp
+    check(within(60, lambda: b'"attached"' in ask(*get("/api/state"))[1]), "no probe is shown")
+    check((status := ask(*command("LAMPUP"))[0]) == 504, f"a lamp that stays off: {status}")
+
+
 def try_headers():
     line = socket.create_connection(("127.0.0.1", 80), timeout=60)
     line.sendall(b"GET / HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n")
     head = b""
     while b"\r\n\r\n" not in head:
         head += line.recv(4096)
-    for wanted in (b"default-src 'none'; script-src 'self';", b"frame-ancestors 'none'", b"nosniff"):
+    for wanted in (
+        b"default-src 'none'; script-src 'self';",
+        b"frame-ancestors 'none'",
+        b"nosniff",
+    ):
         check(wanted in head, f"no {wanted.decode()} in the headers")
     check(b"unsafe" not in head, "something unsafe in the headers")
 
@@ -173,22 +217,39 @@ def viewer():
 
 
 def try_viewers():
-    """Eight may look; the ninth is told so, until one of them has gone."""
-    viewers = [viewer() for _ in range(8)]
+    """Eight may look; a ninth takes the place of the one that came first, and of no other."""
+    viewers = [viewer() for _ in range(9)]
     check(all(let_in for _, let_in in viewers), "a viewer was refused")
-    check(ask(*get("/api/events"))[0] == 503, "a ninth viewer was let in")
-    for line, _ in viewers:
-        line.close()
-    check(within(60, lambda: viewer()[1]), "those that have gone still count as viewers")
+
+    def displaced(line, end):
+        received = b""
+        while (
+            time.monotonic() < end and b"displaced" not in received and (piece := line.recv(4096))
+        ):
+            received += piece
+        return b"event: displaced" in received
+
+    check(displaced(viewers[0][0], time.monotonic() + 60), "the oldest was not displaced")
+    check(not displaced(viewers[1][0], time.monotonic() + 1), "another was displaced")
 
 
 def main():
     output = "/tmp/bench.output"
     with open(output, "w", encoding="utf-8") as told:
         bench = subprocess.Popen(
-            [sys.argv[1], "--address", "x"], stdin=subprocess.PIPE, stdout=told, stderr=told, text=True)
-    bench.stdin.write("camera missing\ncall KT6120_gpio_write.sh takes 0.05\n")
-    bench.stdin.flush()
+            [sys.argv[1], "--address", "x"],
+            stdin=subprocess.PIPE,
+            stdout=told,
+            stderr=told,
+            text=True,
+        )
+
+    def tell(line):
+        assert bench.stdin
+        bench.stdin.write(line)
+        bench.stdin.flush()
+
+    tell("camera missing\ncall KT6120_gpio_write.sh takes 0.05\n")
 
     def is_up():
         with open(output, encoding="utf-8") as lines:
@@ -198,8 +259,10 @@ def main():
     check(within(60, is_up), "the bench does not start")
     try_bad()
     try_headers()
+    try_own_names()
     try_viewers()
     try_many(output)
+    try_another_writer(tell)
     bench.kill()
     print("verdict: " + ("the page holds" if not failures else f"{len(failures)} failures"))
     return 1 if failures else 0

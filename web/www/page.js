@@ -81,6 +81,10 @@ const hearers = {
   beat: showClock,
   state: showState,
   log: ({ lines }) => lines.forEach(showLine),
+  displaced: () => {
+    heard = Infinity; // until the tab is looked at again
+    showUnit("eight others look at this unit: load the page again to see it", unit.time);
+  },
 };
 
 function hear(type, data) {

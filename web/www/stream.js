@@ -12,8 +12,9 @@ function makeStream(tell) {
     events = new EventSource("api/events");
     events.addEventListener("open", () => tell("open"));
     events.addEventListener("error", () => tell("lost"));
-    for (const type of ["state", "log", "beat"])
+    for (const type of ["state", "log", "beat", "displaced"])
       events.addEventListener(type, (event) => tell(type, JSON.parse(event.data)));
+    events.addEventListener("displaced", ({ target }) => target.close());
   };
 }
 
