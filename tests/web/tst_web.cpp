@@ -204,7 +204,7 @@ void tst_web::pipesAreNoFiles()
     QVERIFY(readings::read().isEmpty());
     QVERIFY(ProgramLog(1).take().isEmpty());
     QVERIFY(!history::read(1).contains("1"));
-    QCOMPARE(commands::carryOut("LAMPUP"), commands::Outcome::Unwritable);
+    QCOMPARE(commands::carryOut("LAMPUP", false), commands::Outcome::Unwritable);
     alarm(0);
 }
 
