@@ -1,0 +1,40 @@
+# SPDX-License-Identifier: LicenseRef-KT6120
+"""Plays a scenario on the virtual unit, or starts the unit and takes commands; see bench/run.
+
+    /usr/bin/python3 bench --build BUILD [--speed N] FILE
+    /usr/bin/python3 bench --build BUILD [--speed N] [--address ADDRESS]
+
+Status 0 when all that the scenario expects is met.
+"""
+
+import argparse
+import os
+import sys
+
+sys.path[0] = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+
+from bench import Failure
+from bench.desk import Desk
+from bench.watch.view import View
+
+
+def main() -> int:
+    options = argparse.ArgumentParser(prog="bench")
+    options.add_argument("--build", required=True, help="where the program's build is")
+    options.add_argument("--speed", type=int, default=1, help="the unit's timers run so fast")
+    options.add_argument("--address", help="where the desk finds the unit's page")
+    options.add_argument("file", nargs="?", help="a scenario to play")
+    given = options.parse_args()
+    try:
+        with Desk(given.build) as desk:
+            View(desk.loop, desk.clock, desk.history)
+            desk.clock.set_pace(given.speed)
+            desk.commands.play(given.file)
+    except Failure as failure:
+        sys.stdout.flush()
+        print(failure, file=sys.stderr)
+        return 1
+    return 0
+
+
+sys.exit(main())

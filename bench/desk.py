@@ -1,0 +1,70 @@
+# SPDX-License-Identifier: LicenseRef-KT6120
+"""The virtual unit on a desk, in the sandbox that bench/sandbox makes."""
+
+import os
+
+from bench import Verb
+from bench.language.commands import Commands
+from bench.language.expectations import Expectations
+from bench.mcu.line import pseudo_terminal
+from bench.mcu.simulator import Mcu
+from bench.unit import places
+from bench.unit.files import Files
+from bench.unit.hardware import Hardware
+from bench.unit.machine import Machine
+from bench.unit.program import Program
+from bench.unit.recorded import Recorded
+from bench.watch.gauges import Gauges
+from bench.watch.history import History
+from bench.watch.store import Store
+from bench.world.clock import Clock
+from bench.world.loop import Loop
+
+RECORDER = os.path.join(os.path.dirname(__file__), "recorder")
+
+
+def call(lines: bytes) -> bytes:
+    """Lines of the recorder's file as they are noted: without the time, blanks between."""
+    return b"".join(
+        line.partition(b"\t")[2].replace(b"\t", b" ") for line in lines.splitlines(keepends=True)
+    )
+
+
+class Desk:
+    """As a healthy unit finds it; the program does not run yet."""
+
+    def __init__(self, build: str) -> None:
+        loop = self.loop = Loop()
+        clock = self.clock = Clock(loop)
+        history = self.history = History()
+        machine = Machine(loop)
+        recorded = Recorded(machine, RECORDER)
+        hardware = Hardware(machine, recorded)
+        recorded.arrange(real=["killall"])
+        hardware.arrange()
+        machine.write(places.COMMANDS, b"")
+
+        store = Store(history)
+        machine.watch(places.STORE, store.hear)
+        machine.follow(places.LOG, lambda lines: history.note("log", lines))
+        machine.follow(places.CALLS, lambda lines: history.note("calls", call(lines)))
+
+        self.unit = Program(loop, clock, history, machine, build)
+        mcu = Mcu(loop, clock, history, lambda heard: pseudo_terminal(loop, places.SERIAL, heard))
+        self.unit.when_ended.append(mcu.renew_line)
+
+        self.commands = Commands(history)
+        self.run = self.commands.run
+        expectations = Expectations(clock, history, self.unit.lost)
+        self.commands.helps["expect"] = expectations.help
+        parts = (self.unit, mcu, recorded, hardware, Files(machine))
+        parts += (Gauges(clock, history, machine, self.unit.id),)
+        for part in (*parts, clock, store, expectations):
+            self.commands.verbs += getattr(part, "verbs", [])
+            expectations.expects += getattr(part, "expects", [])
+
+    def __enter__(self) -> "Desk":
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.unit.stop()

@@ -1,0 +1,231 @@
+# SPDX-License-Identifier: LicenseRef-KT6120
+"""The unit's computer: its files and processes, as whatever stands around the program deals with them.
+
+On a desk it is the sandbox. On a board the agent has one of these and the bench calls its methods from
+afar; so this module needs nothing of Debian's beside Python.
+"""
+
+import ctypes
+import os
+import shutil
+import signal
+from collections.abc import Callable
+from subprocess import PIPE, STDOUT, run
+
+from bench import Failure, to_text
+from bench.world.loop import Loop
+from bench.world.programs import Process
+
+PATIENCE = 120  # s, for a slow machine
+LOOKUP_INTERVAL = 0.1  # s
+# Of inotify: modified, moved to, created, deleted; of folders only.
+INTERESTING = 0x2 | 0x80 | 0x100 | 0x200 | 0x01000000
+
+GAUGES = ("rss", "descriptors", "children", "zombies", "threads", "cpu", "family")
+
+libc = ctypes.CDLL(None, use_errno=True)
+
+
+class FolderWatch:
+    """Calls whenever something in a folder has changed."""
+
+    def __init__(self, loop: Loop, folder: str, changed: Callable[[], object]) -> None:
+        self._folder = os.fsencode(folder)
+        self._changed = changed
+        self._queue = libc.inotify_init1(os.O_NONBLOCK | os.O_CLOEXEC)
+        if self._queue < 0:
+            raise Failure("no inotify queue left")
+        self._watched = -1
+        loop.reads(self._queue, self._read)
+        # A folder in use goes away without a word, so it is looked up again and again; to watch the
+        # same one twice changes nothing.
+        loop.timer(self._look).every(LOOKUP_INTERVAL)
+        self._look()
+
+    def _look(self) -> None:
+        now = libc.inotify_add_watch(self._queue, self._folder, INTERESTING)
+        if now not in (-1, self._watched):
+            self._changed()  # it may hold something already
+        self._watched = now
+
+    def _read(self) -> None:
+        os.read(self._queue, 65536)
+        self._changed()
+
+
+class Follower:
+    """Hands on what is appended to a file, whole lines at a time.
+
+    A file that is replaced or cut is read again from its start.
+    """
+
+    def __init__(self, path: str, heard: Callable[[bytes], object]) -> None:
+        self._path = path
+        self._heard = heard
+        self._inode = self._position = 0
+
+    def read(self) -> None:
+        try:
+            with open(self._path, "rb") as file:
+                state = os.fstat(file.fileno())
+                if state.st_ino != self._inode or state.st_size < self._position:
+                    self._position = 0
+                self._inode = state.st_ino
+                file.seek(self._position)
+                text = file.read()
+        except OSError:
+            return
+        whole = text[: text.rfind(b"\n") + 1]  # the rest of the line is still to come
+        self._position += len(whole)
+        if whole:
+            self._heard(whole)
+
+
+class Machine:
+    def __init__(self, loop: Loop) -> None:
+        self._loop = loop
+
+    def read(self, path: str) -> bytes | None:
+        """None where there is no such file."""
+        try:
+            with open(path, "rb") as file:
+                return file.read()
+        except OSError:
+            return None
+
+    def write(self, path: str, content: bytes, how: str = "create") -> None:
+        """How: "create"; "replace" what is there by a rename; "overwrite" it as it stands.
+
+        To overwrite is one change for whoever watches the file, where cutting it first would be another.
+        What the old content has more becomes blank lines.
+        """
+        if how == "overwrite":
+            file = os.open(path, os.O_WRONLY | os.O_CLOEXEC)
+            os.write(file, content.ljust(os.fstat(file).st_size, b"\n"))
+            os.close(file)
+            return
+        place = path + ".new" if how == "replace" else path
+        with open(place, "wb") as out:
+            out.write(content)
+        if how == "replace":
+            os.rename(place, path)
+
+    def remove(self, path: str) -> None:
+        """A file, or a folder with all that it holds; nothing where there is none."""
+        if os.path.isdir(path) and not os.path.islink(path):
+            shutil.rmtree(path)
+        elif os.path.lexists(path):
+            os.remove(path)
+
+    def install(self, program: str, path: str, aside: str | None = None) -> None:
+        """Copies a program there, with its mode; what stood there is put aside first."""
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        if aside and os.path.exists(path):
+            shutil.move(path, aside)
+        self.remove(path)
+        shutil.copy(program, path)
+
+    def link(self, target: str, path: str) -> None:
+        """In the place of what is there."""
+        self.remove(path)
+        os.symlink(target, path)
+
+    def mkdir(self, path: str) -> None:
+        os.makedirs(path, exist_ok=True)
+
+    def listdir(self, path: str) -> list[str]:
+        return os.listdir(path)
+
+    def exists(self, path: str) -> bool:
+        return os.path.exists(path)
+
+    def which(self, name: str) -> str | None:
+        return shutil.which(name, path="/usr/sbin:/usr/bin")
+
+    def size(self, path: str) -> int:
+        return os.path.getsize(path) if os.path.exists(path) else 0
+
+    def run(self, *command: str) -> bytes:
+        """What it said. Raises Failure with that where it is no success."""
+        done = run(command, stdout=PIPE, stderr=STDOUT, timeout=PATIENCE)
+        if done.returncode != 0:
+            raise Failure(f"{' '.join(command)}: {to_text(done.stdout).strip()}")
+        return done.stdout
+
+    def spawn(self, command: list[str], heard: Callable[[bytes], object]) -> None:
+        """A program that runs on."""
+        Process(self._loop, command, stdout=heard)
+
+    def follow(self, path: str, heard: Callable[[bytes], object]) -> None:
+        """Whole lines that are appended to a file, from its start on."""
+        FolderWatch(self._loop, os.path.dirname(path), Follower(path, heard).read)
+
+    def watch(self, path: str, heard: Callable[[bytes], object]) -> None:
+        """The whole of a file that is replaced at each change."""
+        told = b""
+
+        def look() -> None:
+            nonlocal told
+            content = self.read(path)
+            if content is not None and content != told:
+                told = content
+                heard(content)
+
+        FolderWatch(self._loop, os.path.dirname(path), look)
+
+    def gauges(self, process: int) -> dict[str, float]:
+        """What the system tells about a running program.
+
+        Resident MiB, open descriptors, children, those ended and not reaped, threads, and seconds of
+        processor since its start: its own; its own and those of its ended children.
+        """
+        place = f"/proc/{process}"
+        status = dict(
+            line.split(":\t", 1)
+            for line in to_text(self.read(place + "/status") or b"").splitlines()
+        )
+        stat = self._stat(str(process))
+        children = [
+            fields[0] for fields in map(self._stat, self._processes()) if fields[1] == str(process)
+        ]
+        ticks = os.sysconf("SC_CLK_TCK")
+        values = (
+            float(status.get("VmRSS", "0 kB").split()[0]) / 1024,
+            len(os.listdir(place + "/fd")) if os.path.isdir(place) else 0,
+            len(children),
+            children.count("Z"),
+            float(status.get("Threads", 0)),
+            sum(map(int, stat[11:13])) / ticks,
+            sum(map(int, stat[11:15])) / ticks,
+        )
+        return dict(zip(GAUGES, values, strict=True))
+
+    def processes_with(self, text: str) -> int:
+        """Running programs whose command line holds the text, its words with blanks between."""
+        lines = (self.read(f"/proc/{process}/cmdline") or b"" for process in self._processes())
+        return sum(text in to_text(line.replace(b"\0", b" ")) for line in lines)
+
+    def end_all(self, variable: str) -> None:
+        """Ends every process that has this in its environment, and waits for that."""
+        mark = variable.encode() + b"="
+
+        def end_some() -> bool:
+            found = [
+                process
+                for process in self._processes()
+                if mark in (self.read(f"/proc/{process}/environ") or b"")
+            ]
+            for process in found:
+                os.kill(int(process), signal.SIGKILL)
+            return not found
+
+        while not end_some():
+            pass
+
+    def _processes(self) -> list[str]:
+        return [name for name in os.listdir("/proc") if name.isdigit()]
+
+    def _stat(self, process: str) -> list[str]:
+        """The fields behind the name: [0] state, [1] parent, [11:15] ticks of processor time."""
+        line = to_text(self.read(f"/proc/{process}/stat") or b"")
+        return line[line.rfind(")") + 2 :].split() or ["", ""]
