@@ -1,0 +1,149 @@
+# SPDX-License-Identifier: LicenseRef-KT6120
+"""The video at its ports: listened in on without taking a packet from its receiver."""
+
+import os
+import socket
+import subprocess
+from collections import deque
+from collections.abc import Callable
+from contextlib import nullcontext
+from functools import partial
+from pathlib import Path
+from struct import pack, unpack_from
+from time import monotonic
+
+from bench import Expect, Failure, State, Verb, number, to_text
+from bench.phone.network import Network
+from bench.watch.history import History
+from bench.world.clock import Clock
+from bench.world.loop import Loop
+from bench.world.programs import Process
+
+PORTS = {"pal": 8083, "phone": 49152, "ethernet": 8001}
+ETH_P_IP = 0x0800
+WINDOW = 2.0  # s
+STAMPS_PER_SECOND = 90000
+UDP_HEADER, RTP_HEADER = 8, 12
+MARKER = 0x80  # the last packet of a frame
+PATIENCE = 20  # s
+
+# Takes packets that are each led by their length in two bytes.
+DECODE = (
+    "gst-launch-1.0 -q fdsrc ! application/x-rtp-stream,media=video,clock-rate=90000,"
+    "encoding-name=H264 ! rtpstreamdepay ! rtph264depay ! h264parse ! avdec_h264 !"
+).split()
+TO_PNG = "videoconvert ! pngenc snapshot=true ! filesink".split()
+
+
+class Tap:
+    """The packets of one port."""
+
+    def __init__(self, port: int) -> None:
+        self._port = port
+        self._frames: deque[tuple[float, int]] = deque()  # arrival, s, and time in the picture
+        self.listeners: list[Callable[[bytes], object]] = []
+
+    def take(self, packet: bytes) -> None:
+        """An IP packet that passes."""
+        header = (packet[0] & 0x0F) * 4
+        rtp = packet[header + UDP_HEADER :]
+        if (
+            packet[9] != socket.IPPROTO_UDP
+            or unpack_from(">H", packet, header + 2)[0] != self._port
+            or len(rtp) < RTP_HEADER
+        ):
+            return
+        if rtp[1] & MARKER:
+            self._frames.append((monotonic(), unpack_from(">I", rtp, 4)[0]))
+            while self._frames[0][0] < self._frames[-1][0] - WINDOW:
+                self._frames.popleft()
+        for listener in list(self.listeners):
+            listener(rtp)
+
+    def rate(self) -> float:
+        """Frames a second by the picture's own clock, of those of the last two seconds; 0 of one."""
+        frames = self._frames
+        if not frames or frames[-1][0] < monotonic() - WINDOW:
+            return 0
+        span = (frames[-1][1] - frames[0][1]) % 2**32
+        return (len(frames) - 1) * STAMPS_PER_SECOND / span if span else 0
+
+
+class Video:
+    def __init__(self, loop: Loop, clock: Clock, history: History, network: Network) -> None:
+        self._loop = loop
+        self._clock = clock
+        self._history = history
+        self._network = network
+        self._taps: dict[int, Tap] = {}
+        rates = "frames a second: 8083, 49152, 8001"
+        self.expects = [Expect("rtp", "PORT rate A..B", rates, self._look)]
+        self.verbs = [
+            Verb("snapshot", f"{'|'.join(PORTS)} FILE.png", "a picture of it", self._snapshot, 2)
+        ]
+
+    def tap(self, port: int) -> Tap:
+        """Listens in from its first use on."""
+        if port not in self._taps:
+            self._taps[port] = Tap(port)
+            self.open(port, self._taps[port])
+        return self._taps[port]
+
+    def open(self, port: int, tap: Tap) -> None:
+        """On the wire at the phone, or, for the PAL picture, in the unit's world."""
+        with nullcontext() if port == PORTS["pal"] else self._network.in_phone():
+            wire = socket.socket(socket.AF_PACKET, socket.SOCK_DGRAM, socket.htons(ETH_P_IP))
+        self._loop.reads(wire.fileno(), partial(self._read, wire, tap))
+
+    def decode(self, port: int, elements: list[str], **options: object) -> Process:
+        """gst-launch with these elements behind the decoder; it gets what arrives from now on."""
+        tap = self.tap(port)
+        decoder = Process(
+            self._loop, DECODE + elements, stdin=subprocess.PIPE, **options  # type: ignore
+        )
+        pipe = decoder.child.stdin
+        assert pipe
+        os.set_blocking(pipe.fileno(), False)
+
+        def feed(rtp: bytes) -> None:
+            try:
+                os.write(pipe.fileno(), pack(">H", len(rtp)) + rtp)
+            except BlockingIOError:
+                pass  # short enough to be written whole or not at all
+            except BrokenPipeError:
+                tap.listeners.remove(feed)
+                pipe.close()
+
+        tap.listeners.append(feed)
+        return decoder
+
+    @staticmethod
+    def _read(wire: socket.socket, tap: Tap) -> None:
+        packet, (_, _, kind, *_) = wire.recvfrom(65536)
+        if kind != socket.PACKET_OUTGOING:  # the loopback shows each packet twice
+            tap.take(packet)
+
+    def _look(self, words: list[str]) -> State:
+        if len(words) != 3 or words[1] != "rate" or ".." not in words[2]:
+            raise Failure("rtp PORT rate A..B")
+        tap = self.tap(int(number(words[0])))
+        least, most = (number(word) for word in words[2].split(".."))
+        return State(lambda: least <= tap.rate() <= most, lambda: f"{tap.rate()} frames a second")
+
+    def _snapshot(self, words: list[str]) -> None:
+        if words[0] not in PORTS:
+            raise Failure("snapshot pal, phone or ethernet?")
+        port, picture = PORTS[words[0]], of_caller(words[1])
+        picture.unlink(missing_ok=True)
+        said = bytearray()
+        elements = [*TO_PNG, f"location={picture}"]
+        decoder = self.decode(port, elements, stderr=said.extend)
+        self._clock.until(lambda: not decoder.running, PATIENCE)
+        decoder.stop()
+        if not picture.exists() or not picture.stat().st_size:
+            raise Failure(f"no picture at port {port}\n{to_text(said)}")
+        self._history.note("bench", f"picture written to {words[1]}\n")
+
+
+def of_caller(file: str) -> Path:
+    return Path(file)
