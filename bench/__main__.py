@@ -8,7 +8,9 @@ Status 0 when all that the scenario expects is met.
 """
 
 import argparse
+import math
 import os
+import signal
 import sys
 
 sys.path[0] = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
@@ -25,16 +27,33 @@ def main() -> int:
     options.add_argument("--address", help="where the desk finds the unit's page")
     options.add_argument("file", nargs="?", help="a scenario to play")
     given = options.parse_args()
+    signal.signal(signal.SIGINT, signal.SIG_DFL)  # Ctrl-C ends all
     try:
         with Desk(given.build) as desk:
-            View(desk.loop, desk.clock, desk.history)
             desk.clock.set_pace(given.speed)
-            desk.commands.play(given.file)
+            if given.file:
+                View(desk.loop, desk.clock, desk.history)
+                desk.commands.play(given.file)
+            else:
+                steer(desk, given.address)
     except Failure as failure:
         sys.stdout.flush()
         print(failure, file=sys.stderr)
         return 1
     return 0
+
+
+def steer(desk: Desk, address: str | None) -> None:
+    from bench.language.prompt import Prompt
+
+    desk.run("unit start")
+    if address:
+        desk.page.serve()
+        print(f"The unit's page: {address}")
+    print('The unit runs. "help" lists the commands, "quit" or Ctrl-C ends it.')
+    prompt = Prompt(desk.loop, desk.commands)
+    View(desk.loop, desk.clock, desk.history, prompt.write)
+    desk.loop.until(lambda: desk.commands.ended, math.inf)
 
 
 sys.exit(main())

@@ -2,11 +2,12 @@
 """The virtual unit on a desk, in the sandbox that bench/sandbox makes."""
 
 import os
+from collections.abc import Callable
 
-from bench import Verb
 from bench.language.commands import Commands
 from bench.language.expectations import Expectations
-from bench.mcu.line import pseudo_terminal
+from bench.mcu.capture import Recorder
+from bench.mcu.line import Line, pseudo_terminal
 from bench.mcu.simulator import Mcu
 from bench.unit import places
 from bench.unit.files import Files
@@ -50,16 +51,32 @@ class Desk:
         machine.follow(places.CALLS, lambda lines: history.note("calls", call(lines)))
 
         self.unit = Program(loop, clock, history, machine, build)
-        mcu = Mcu(loop, clock, history, lambda heard: pseudo_terminal(loop, places.SERIAL, heard))
-        self.unit.when_ended.append(mcu.renew_line)
-
         self.commands = Commands(history)
         self.run = self.commands.run
+
+        def plug_in(heard: Callable[[bytes], object]) -> Line:
+            return pseudo_terminal(loop, places.SERIAL, heard)
+
+        mcu = Mcu(loop, clock, history, plug_in, self.commands.find)
+        self.unit.when_ended.append(mcu.renew_line)
+        recorder = Recorder(clock, history, places.of_caller)
         expectations = Expectations(clock, history, self.unit.lost)
         self.commands.helps["expect"] = expectations.help
-        parts = (self.unit, mcu, recorded, hardware, Files(machine))
-        parts += (Gauges(clock, history, machine, self.unit.id),)
-        for part in (*parts, clock, store, expectations):
+        gauges = Gauges(clock, history, machine, self.unit.id)
+        files = Files(machine)
+        parts = (
+            self.unit,
+            mcu,
+            recorder,
+            recorded,
+            hardware,
+            files,
+            store,
+            gauges,
+            clock,
+            expectations,
+        )
+        for part in parts:
             self.commands.verbs += getattr(part, "verbs", [])
             expectations.expects += getattr(part, "expects", [])
 

@@ -1,11 +1,13 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 """Carries out commands and scenarios: what the parts of a bench offer as verbs, and a few of its own."""
 
+import os
 import re
 from collections.abc import Callable
 from pathlib import Path
 
 from bench import Failure, Verb, to_text
+from bench.unit.places import of_caller
 from bench.watch.history import History
 
 from . import words as language
@@ -38,10 +40,16 @@ class Commands:
         self._history = history
         self._may_check = may_check
         self._figures: dict[str, str] = {}
+        self._folder = ""  # of the scenario
         self.ended = False
         self.verbs: list[Verb] = [
             Verb("echo", "TEXT", "a remark in the output", self._echo),
-            Verb("play", "FILE", "plays a scenario file", lambda words: self.play(words[0])),
+            Verb(
+                "play",
+                "FILE",
+                "plays a scenario file",
+                lambda words: self.play(self.find(words[0])),
+            ),
             Verb(
                 "repeat",
                 "N ... end",
@@ -84,12 +92,20 @@ class Commands:
             if not line.startswith("#"):
                 break
             self._history.note("bench", line + "\n")
+        outer, self._folder = self._folder, os.path.dirname(path)
         try:
             self._play(numbered)
             if self._may_check():
                 self._play([(len(lines), "unit check")])
         except PlaceFailure as failure:
             raise Failure(f"{path}:{failure}") from None
+        finally:
+            self._folder = outer
+
+    def find(self, path: str) -> str:
+        """A file that a command names: beside the scenario, or as whoever has started the bench sees it."""
+        beside = os.path.join(self._folder, path)
+        return beside if os.path.exists(beside) else of_caller(path)
 
     def _play(self, lines: list[tuple[int, str]]) -> None:
         at = 0

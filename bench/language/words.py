@@ -12,8 +12,9 @@ from bench import Failure, to_text
 ESCAPES = {"r": "\r", "n": "\n", "t": "\t", "0": "\0", '"': '"', "\\": "\\"}
 LETTERS = {ord(byte): "\\" + letter for letter, byte in ESCAPES.items() if byte != '"'}
 
-QUOTED = r'"((?:[^"\\]|\\.)*)"'
-WORD = re.compile(rf'(?:[^ \t\r\n"]|{QUOTED})+|"', re.DOTALL)
+QUOTED = re.compile(r'"((?:[^"\\]|\\.)*)"', re.DOTALL)
+WORD = re.compile(rf'(?:[^ \t\r\n"]|{QUOTED.pattern})+|"', re.DOTALL)
+ESCAPE = re.compile(r"\\(x[0-9a-fA-F]{2}|.)", re.DOTALL)
 
 
 def _unescape(match: re.Match[str]) -> str:
@@ -27,21 +28,16 @@ def _unescape(match: re.Match[str]) -> str:
     return to_text(bytes.fromhex(escape[1:]))
 
 
+def _unquote(match: re.Match[str]) -> str:
+    return ESCAPE.sub(_unescape, match[1])
+
+
 def split(line: str) -> list[str]:
-    words = []
+    words: list[str] = []
     for match in WORD.finditer(line):
         if match[0] == '"':
             raise Failure("a quote is not closed")
-        words.append(
-            re.sub(
-                QUOTED,
-                lambda quoted: re.sub(
-                    r"\\(x[0-9a-fA-F]{2}|.)", _unescape, quoted[1], flags=re.DOTALL
-                ),
-                match[0],
-                flags=re.DOTALL,
-            )
-        )
+        words.append(QUOTED.sub(_unquote, match[0]))
     return words
 
 
@@ -51,3 +47,8 @@ def printable(content: bytes) -> str:
         LETTERS.get(byte) or (chr(byte) if 0x20 <= byte < 0x7F else f"\\x{byte:02x}")
         for byte in content
     )
+
+
+def quoted(content: bytes) -> str:
+    """As one word that can be read again."""
+    return '"' + printable(content).replace('"', '\\"') + '"'

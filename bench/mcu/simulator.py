@@ -12,6 +12,7 @@ from bench.watch.history import History
 from bench.world.clock import Clock
 from bench.world.loop import Loop
 
+from .capture import Replay, read
 from .line import Line
 
 # A healthy unit with a full battery: query word -> value.
@@ -54,13 +55,19 @@ class Mcu:
         clock: Clock,
         history: History,
         plug_in: Callable[[Callable[[bytes], object]], Line],
+        find: Callable[[str], str],
     ) -> None:
-        """At the end of a line that it plugs in, and again after it was gone."""
+        """At the end of a line that it plugs in, and again after it was gone.
+
+        `find` tells where a file is that a scenario names.
+        """
         self._clock = clock
         self._loop = loop
         self._history = history
         self._plug_in = plug_in
         self._line: Line | None = plug_in(self._heard)
+        self._find = find
+        self._replay: Replay | None = None
         self._model = dict(HEALTHY)
         self._gathered = b""  # the unit's bytes since the last line end
         self._mood = "talk"
@@ -90,6 +97,11 @@ class Mcu:
             ),
             Verb(
                 "mcu",
+                "replay FILE",
+                "its lines of a capture, each behind the query that it answered",
+            ),
+            Verb(
+                "mcu",
                 "chatter BYTES",
                 "lines without pause, three at once, as fast as the line carries",
             ),
@@ -109,6 +121,9 @@ class Mcu:
 
     def _mcu(self, words: list[str]) -> None:
         verb, value = words[0], words[1] if len(words) > 1 else ""
+        if self._replay and verb in (*MOODS, "replay", "gone"):
+            self._replay.stop()
+            self._replay = None
         if verb in self._model and len(words) > 1:
             if verb == "BAT:V":
                 self._battery.stop()  # what is set by hand stays
@@ -117,6 +132,10 @@ class Mcu:
             self._mood = verb
             if verb == "talk":
                 self._recover()
+        elif verb == "replay":
+            self._mood = verb
+            entries = read(self._find(value))
+            self._replay = Replay(self._loop, self._clock, entries, self.send, self._replayed)
         elif verb == "turn":
             self._turning = True
         elif verb == "late":
@@ -150,6 +169,8 @@ class Mcu:
         *lines, self._gathered = re.split(rb"[\r\n]", self._gathered + content)
         for line in filter(None, lines):
             self._handle(to_text(line))
+            if self._replay:
+                self._replay.hear(line)
 
     def _handle(self, text: str) -> None:
         if text.endswith("?"):
@@ -189,6 +210,9 @@ class Mcu:
         rest, self._rest = self._rest, b""
         if rest:
             self.send(rest)
+
+    def _replayed(self) -> None:
+        self._history.note("bench", "capture replayed\n")
 
     def _start_pouring(self, piece: bytes, size: str) -> None:
         self._piece = piece

@@ -5,6 +5,7 @@ On a desk it is the sandbox. On a board the agent has one of these and the bench
 afar; so this module needs nothing of Debian's beside Python.
 """
 
+import contextlib
 import ctypes
 import os
 import shutil
@@ -216,7 +217,8 @@ class Machine:
                 if mark in (self.read(f"/proc/{process}/environ") or b"")
             ]
             for process in found:
-                os.kill(int(process), signal.SIGKILL)
+                with contextlib.suppress(ProcessLookupError):
+                    os.kill(int(process), signal.SIGKILL)
             return not found
 
         while not end_some():

@@ -5,6 +5,8 @@ They are the unit's own absolute paths, told a second time on purpose: the bench
 world and notices when the program uses another place.
 """
 
+import os
+
 INSTALL = "/home/pi/KT6120/bin"
 PROGRAM = f"{INSTALL}/KT6120"
 STORE = f"{INSTALL}/KT6120.ini"
@@ -23,3 +25,8 @@ CALLER = "/run/caller"
 BENCH = "/run/bench"
 CALLS = f"{BENCH}/calls"
 PROGRAMS = f"{BENCH}/bin"
+
+
+def of_caller(path: str) -> str:
+    """A file of whoever has started the bench, by its path as seen from there."""
+    return os.path.join(CALLER if os.path.isdir(CALLER) else "", path)

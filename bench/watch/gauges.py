@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 """What the program takes of the system, as it is shown, sampled and expected."""
 
-import os
 from collections.abc import Callable
 from functools import partial
 
@@ -67,7 +66,7 @@ class Gauges:
         columns |= {name: f"{value:g}" for name, value in self.values().items()}
         columns |= {name: str(self._machine.size(path)) for name, path in COUNTED.items()}
         row = ",".join(columns.values()) + "\n"
-        with open(of_caller(words[0]), "a") as table:
+        with open(places.of_caller(words[0]), "a") as table:
             if table.tell() == 0:
                 table.write(",".join(columns) + "\n")
             table.write(row)
@@ -89,8 +88,3 @@ class Gauges:
             lambda: self._machine.processes_with(words[0]) == wanted,
             lambda: f"{self._machine.processes_with(words[0])} run",
         )
-
-
-def of_caller(path: str) -> str:
-    """A file of whoever has started the bench, by its path as seen from there."""
-    return os.path.join(places.CALLER if os.path.isdir(places.CALLER) else "", path)
