@@ -9,6 +9,9 @@ from bench.language.expectations import Expectations
 from bench.mcu.capture import Recorder
 from bench.mcu.line import Line, pseudo_terminal
 from bench.mcu.simulator import Mcu
+from bench.page.server import Page
+from bench.phone.app import App
+from bench.phone.network import Network
 from bench.unit import places
 from bench.unit.files import Files
 from bench.unit.hardware import Hardware
@@ -18,6 +21,7 @@ from bench.unit.recorded import Recorded
 from bench.watch.gauges import Gauges
 from bench.watch.history import History
 from bench.watch.store import Store
+from bench.watch.video import Video
 from bench.world.clock import Clock
 from bench.world.loop import Loop
 
@@ -59,24 +63,16 @@ class Desk:
 
         mcu = Mcu(loop, clock, history, plug_in, self.commands.find)
         self.unit.when_ended.append(mcu.renew_line)
-        recorder = Recorder(clock, history, places.of_caller)
         expectations = Expectations(clock, history, self.unit.lost)
         self.commands.helps["expect"] = expectations.help
+        network = Network(history, lambda seconds: self.run(f"wait {seconds}"))
+        app = App(loop, clock, history, network, expectations.expect)
+        video = Video(loop, clock, history, network)
+        self.page = Page(loop, history, video, self.run)
+        record = Recorder(clock, history, places.of_caller)
         gauges = Gauges(clock, history, machine, self.unit.id)
-        files = Files(machine)
-        parts = (
-            self.unit,
-            mcu,
-            recorder,
-            recorded,
-            hardware,
-            files,
-            store,
-            gauges,
-            clock,
-            expectations,
-        )
-        for part in parts:
+        unit = (self.unit, recorded, hardware, Files(machine), store, gauges)
+        for part in (*unit, mcu, record, network, app, video, self.page, clock, expectations):
             self.commands.verbs += getattr(part, "verbs", [])
             expectations.expects += getattr(part, "expects", [])
 

@@ -14,7 +14,7 @@ from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.keys import Keys
 
 from bench import Failure, State
-from bench.watch.video import of_caller
+from bench.unit.places import of_caller
 from bench.world.loop import Loop
 
 PAGE = "http://127.0.0.1/"
@@ -63,7 +63,7 @@ class Browser:
     def shows(self, words: list[str]) -> State:
         shown = self._last(lambda: self._driver.execute_script(TEXT))
         return State(
-            lambda: " ".join(words) in str(shown()),
+            lambda: str(shown()).find(" ".join(words)) >= 0,
             lambda: f"the page shows: {str(shown())[:TEXT_SHOWN]}",
         )
 
@@ -71,7 +71,7 @@ class Browser:
         """Of an expression's value or of what it promises."""
         script = ASK.format(" ".join(words))
         value = self._last(lambda: self._driver.execute_async_script(script))
-        return State(lambda: value() is True, lambda: f"it is {value()}")
+        return State(lambda: bool(value() is True), lambda: f"it is {value()}")
 
     def is_clean(self) -> State:
         told = self._last(self._read_console)
@@ -103,7 +103,7 @@ class Browser:
 
     @staticmethod
     def _start() -> webdriver.Chrome:
-        options = webdriver.ChromeOptions()
+        options: Any = webdriver.ChromeOptions()
         for option in OPTIONS:
             options.add_argument(option)
         options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
@@ -132,7 +132,7 @@ class Browser:
     def _snapshot(self, file: str) -> None:
         whole = {"captureBeyondViewport": True}  # however long it is
         taken = self._driver.execute_cdp_cmd("Page.captureScreenshot", whole)
-        of_caller(file).write_bytes(b64decode(taken["data"]))
+        Path(of_caller(file)).write_bytes(b64decode(taken["data"]))
 
     def _read_console(self) -> str:
         for entry in self._driver.get_log("browser"):  # which tells each one once

@@ -66,7 +66,7 @@ def start(
                 self.show(PORTS[name]) if name in taps else self.tell()
 
         def do_POST(self) -> None:
-            line = LINES.get(self.rfile.read(int(self.headers["Content-Length"])).decode())
+            line = LINES.get(self.rfile.read(int(self.headers["Content-Length"])).decode(), "")
             own = line and self.headers["Origin"] == f"http://{self.headers['Host']}"
             self.begin("text/plain", in_loop(lambda: attempt(line)) if own else "no such fault")
 

@@ -22,10 +22,18 @@ PATIENCE = 60  # s, for a unit that does not take what is sent
 
 
 class App:
-    def __init__(self, loop: Loop, clock: Clock, history: History, network: Network) -> None:
+    def __init__(
+        self,
+        loop: Loop,
+        clock: Clock,
+        history: History,
+        network: Network,
+        expect: Callable[[list[str]], object],
+    ) -> None:
         self._loop = loop
         self._history = history
         self._network = network
+        self._expect = expect
         self._server: socket.socket | None = None
         self._line: socket.socket | None = None  # the unit's connection
         self._talks = self._reads = True
@@ -54,6 +62,9 @@ class App:
             Verb("app", "silent|talk|hang", "no heartbeat; every 5 s again; nor does it read"),
             Verb("app", "refuse|accept", "its port is closed; open and reachable again"),
             Verb("app", "close|halfclose|drop", "ends the connection; vanishes without a word"),
+            Verb(
+                "ask", "LINE ANSWER", r'it hears the answer too: ask TWK? "TWK 0\r"', self._ask, 2
+            ),
         ]
 
     def command(self, words: list[str]) -> None:
@@ -62,6 +73,10 @@ class App:
             act(*words[1:])
         else:
             self.send(to_bytes(" ".join(words)) + b"\r\n")
+
+    def _ask(self, words: list[str]) -> None:
+        self.command(words[:-1])
+        self._expect(["app", words[-1]])
 
     def send(self, content: bytes) -> None:
         line = self._connected()
