@@ -57,7 +57,7 @@ class Board:
         while True:
             found = re.search(pattern, self.heard)
             if found:
-                self.heard = self.heard[found.end():]
+                self.heard = self.heard[found.end() :]
                 return found
             if not select.select([self.console], [], [], SILENCE)[0]:
                 raise TimeoutError(f"the board does not say {pattern}")
@@ -71,8 +71,10 @@ class Board:
         """A command of QEMU's monitor; what it says, which is nothing when all is well."""
         with self.connect("qmp") as qmp, qmp.makefile("rwb", buffering=0) as file:
             file.readline()
-            for told in ({"execute": "qmp_capabilities"},
-                         {"execute": "human-monitor-command", "arguments": {"command-line": line}}):
+            for told in (
+                {"execute": "qmp_capabilities"},
+                {"execute": "human-monitor-command", "arguments": {"command-line": line}},
+            ):
                 file.write(json.dumps(told).encode() + b"\n")
                 answer = {}
                 while not answer.keys() & {"return", "error"}:
@@ -100,7 +102,9 @@ if __name__ == "__main__":
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     stage, place, image = sys.argv[1:]
     if stage == "configure":
-        with Board(place, ["--free", "--init", "/usr/lib/board/configure", place, image]) as machine:
+        with Board(
+            place, ["--free", "--init", "/usr/lib/board/configure", place, image]
+        ) as machine:
             configure(machine)
     else:
         with Board(place, [place, image]) as machine:

@@ -22,7 +22,11 @@ def unpack(package):
     tree = subprocess.Popen(["dpkg-deb", "--fsys-tarfile", package], stdout=subprocess.PIPE)
     listing = subprocess.run(
         ["tar", "-x", "-v", "-p", "--numeric-owner", "--keep-directory-symlink", "-C", root],
-        check=True, stdin=tree.stdout, capture_output=True, text=True).stdout
+        check=True,
+        stdin=tree.stdout,
+        capture_output=True,
+        text=True,
+    ).stdout
     if tree.wait() != 0:
         sys.exit("cannot read a package")
     return listing.splitlines()
@@ -32,8 +36,11 @@ def lay(package):
     """Its stanza for dpkg's status."""
     listed = unpack(package)
     control = output("dpkg-deb", "--field", package)
-    fields = dict(line.split(": ", 1) for line in control.splitlines()
-                  if ": " in line and not line.startswith(" "))
+    fields = dict(
+        line.split(": ", 1)
+        for line in control.splitlines()
+        if ": " in line and not line.startswith(" ")
+    )
     name = fields["Package"]
     if fields.get("Multi-Arch") == "same":
         name += ":" + fields["Architecture"]
@@ -45,8 +52,10 @@ def lay(package):
         if file != "control":
             os.rename(f"{scripts}/{file}", f"{info}.{file}")
     with open(f"{info}.list", "w") as file:
-        file.write("/.\n" + "".join(path.rstrip("/")[1:] + "\n" for path in listed
-                                    if path.rstrip("/") != "."))
+        file.write(
+            "/.\n"
+            + "".join(path.rstrip("/")[1:] + "\n" for path in listed if path.rstrip("/") != ".")
+        )
     stanza = control.replace("\n", "\nStatus: install ok unpacked\n", 1)
     if os.path.exists(f"{info}.conffiles"):
         stanza += "Conffiles:\n"

@@ -71,12 +71,12 @@ class Replay:
     def __init__(
         self,
         loop: Loop,
-        clock: Clock,
+        speed: Callable[[], int],
         entries: list[Entry],
         send: Callable[[bytes], object],
         done: Callable[[], object],
     ) -> None:
-        self._clock = clock
+        self._speed = speed
         self._entries = entries
         self._send = send
         self._done = done
@@ -101,7 +101,7 @@ class Replay:
             entry = self._entries[self._at]
             if entry.direction == "<":
                 before = self._entries[max(0, self._at - 1)].seconds
-                self._gap.start(max(0, entry.seconds - before) / self._clock.speed)
+                self._gap.start(max(0, entry.seconds - before) / self._speed())
                 return
             self._at += 1
             queries = [line for line in entry.content.split() if line.endswith(b"?")]

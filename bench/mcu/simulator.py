@@ -9,7 +9,6 @@ from collections.abc import Callable
 
 from bench import Failure, Verb, number, to_bytes, to_text
 from bench.watch.history import History
-from bench.world.clock import Clock
 from bench.world.loop import Loop
 
 from .capture import Replay, read
@@ -52,16 +51,17 @@ class Mcu:
     def __init__(
         self,
         loop: Loop,
-        clock: Clock,
+        speed: Callable[[], int],
         history: History,
         plug_in: Callable[[Callable[[bytes], object]], Line],
         find: Callable[[str], str],
     ) -> None:
         """At the end of a line that it plugs in, and again after it was gone.
 
-        `find` tells where a file is that a scenario names.
+        `speed`: its pauses are that many times as short. `find` tells where a file is that a scenario
+        names.
         """
-        self._clock = clock
+        self._speed = speed
         self._loop = loop
         self._history = history
         self._plug_in = plug_in
@@ -135,7 +135,7 @@ class Mcu:
         elif verb == "replay":
             self._mood = verb
             entries = read(self._find(value))
-            self._replay = Replay(self._loop, self._clock, entries, self.send, self._replayed)
+            self._replay = Replay(self._loop, self._speed, entries, self.send, self._replayed)
         elif verb == "turn":
             self._turning = True
         elif verb == "late":
@@ -191,7 +191,7 @@ class Mcu:
         Two lines in one write would leave every later answer one behind.
         """
         if self._late and self._mood == "talk":
-            self._loop.timer(lambda: self.send(text)).start(self._late / self._clock.speed)
+            self._loop.timer(lambda: self.send(text)).start(self._late / self._speed())
             return
         self._send_rest()  # of the answer before, where the unit asks so soon
         middle = len(text) // 2
@@ -203,7 +203,7 @@ class Mcu:
             self.send(text[:middle])
         if self._mood == "split":
             self._rest = text[middle:]
-            self._gap.start(SPLIT_GAP / self._clock.speed)
+            self._gap.start(SPLIT_GAP / self._speed())
 
     def _send_rest(self) -> None:
         self._gap.stop()

@@ -32,10 +32,12 @@ SETTLED = 3  # seconds after which everything that is started beside the program
 ANNOUNCEMENTS = 5 * 0.4  # seconds: a pause after each line that greets the microcontroller
 CYCLE = 14  # queries
 PAL_PORT = 8083
-PIPELINE = ("v4l2src device=/dev/video0 ! queue ! videoconvert ! "
-            "video/x-raw,width=720,height=576,framerate=25/1 ! queue ! omxh264enc "
-            "target-bitrate=4000000 control-rate=1 ! rtph264pay ! "
-            f"udpsink host=127.0.0.1 port={PAL_PORT} sync=false").split()
+PIPELINE = (
+    "v4l2src device=/dev/video0 ! queue ! videoconvert ! "
+    "video/x-raw,width=720,height=576,framerate=25/1 ! queue ! omxh264enc "
+    "target-bitrate=4000000 control-rate=1 ! rtph264pay ! "
+    f"udpsink host=127.0.0.1 port={PAL_PORT} sync=false"
+).split()
 rows = []
 
 
@@ -43,8 +45,9 @@ class FarEnd:
     """One of the bench's far ends (bench/farend.cpp): "serial", "mcu" or "tap"."""
 
     def __init__(self, *arguments):
-        self.process = subprocess.Popen([BIN / "farend", *arguments], bufsize=0,
-                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self.process = subprocess.Popen(
+            [BIN / "farend", *arguments], bufsize=0, stdin=subprocess.PIPE, stdout=subprocess.PIPE
+        )
         self.heard = b""
         self.wait(b"ready\n")
 
@@ -70,11 +73,17 @@ class FarEnd:
 
 
 def start(*command, **options):
-    environment = dict(os.environ,
-                       GST_PLUGIN_PATH=f"{BIN.parent}/gstreamer-1.0:{BIN.parent}/standins",
-                       GST_REGISTRY=str(BIN.parent / "gstreamer-registry"))
-    return subprocess.Popen(command, env=environment, stderr=subprocess.DEVNULL,
-                            **{"stdout": subprocess.DEVNULL, **options})
+    environment = dict(
+        os.environ,
+        GST_PLUGIN_PATH=f"{BIN.parent}/gstreamer-1.0:{BIN.parent}/standins",
+        GST_REGISTRY=str(BIN.parent / "gstreamer-registry"),
+    )
+    return subprocess.Popen(
+        command,
+        env=environment,
+        stderr=subprocess.DEVNULL,
+        **{"stdout": subprocess.DEVNULL, **options},
+    )
 
 
 def stop(process):
@@ -85,17 +94,20 @@ def stop(process):
 def memory(process):
     """Resident memory and what of it was written to, in MiB, and mapped shared objects."""
     text = pathlib.Path(f"/proc/{process.pid}/smaps_rollup").read_text()
-    resident, written = (int(text.split(f"\n{key}:")[1].split()[0]) / 1024
-                         for key in ("Rss", "Private_Dirty"))
+    resident, written = (
+        int(text.split(f"\n{key}:")[1].split()[0]) / 1024 for key in ("Rss", "Private_Dirty")
+    )
     maps = pathlib.Path(f"/proc/{process.pid}/maps").read_text().split("\n")
     return resident, written, len({m.split()[-1] for m in maps if ".so" in m})
 
 
 def processor(process, seconds):
     """Share of one core over a while, in percent."""
+
     def ticks():
         fields = pathlib.Path(f"/proc/{process.pid}/stat").read_text().rsplit(")")[1].split()
         return int(fields[11]) + int(fields[12])
+
     before = ticks()
     time.sleep(seconds)
     return 100 * (ticks() - before) / os.sysconf("SC_CLK_TCK") / seconds
@@ -154,10 +166,15 @@ def poll_cycle(cycles=5):
     them, taking up the answers, and all that follows from these."""
     counted = "/tmp/callgrind.out"
     mcu = FarEnd("mcu")
-    unit = start("valgrind", "--tool=callgrind", f"--callgrind-out-file={counted}",
-                 "--collect-atstart=no",
-                 "--toggle-collect=commsInternal::commsInternalProcessRequest()",
-                 "--toggle-collect=commsInternal::serialPortProcessData()", UNIT)
+    unit = start(
+        "valgrind",
+        "--tool=callgrind",
+        f"--callgrind-out-file={counted}",
+        "--collect-atstart=no",
+        "--toggle-collect=commsInternal::commsInternalProcessRequest()",
+        "--toggle-collect=commsInternal::serialPortProcessData()",
+        UNIT,
+    )
     while mcu.heard.count(b"?") < CYCLE * cycles:
         mcu.listen(0.1)
     unit.terminate()
@@ -218,7 +235,8 @@ def main():
         floor = start(FLOOR, "echo")
         echo = accept(listener)
         answers, acknowledgements, echoes = round_trips(
-            (connection, b"LampValue?\r\n"), (connection, b"Port 1\r\n"), (echo, b"LampValue?\r\n"))
+            (connection, b"LampValue?\r\n"), (connection, b"Port 1\r\n"), (echo, b"LampValue?\r\n")
+        )
         for part, ours, bare in ((0.5, p50, echo50), (0.99, p99, echo99)):
             ours.append(answers[int(SAMPLES * part)])
             bare.append(echoes[int(SAMPLES * part)])
@@ -232,15 +250,22 @@ def main():
 
     row("start to first serial byte", "ms", started, bare_started)
     for name, unit_name, ours, floor in zip(
-            ("resident memory, idle", "written memory, idle", "mapped shared objects, idle"),
-            ("MiB", "MiB", ""), zip(*sizes), zip(*bare_sizes)):
+        ("resident memory, idle", "written memory, idle", "mapped shared objects, idle"),
+        ("MiB", "MiB", ""),
+        zip(*sizes),
+        zip(*bare_sizes),
+    ):
         row(name, unit_name, ours, floor)
     row("wire to store", "us", stored, bare_stored)
     row("request to answer, p50", "us", p50, echo50)
     row("request to answer, p99", "us", p99, echo99)
     row("request to acknowledgement, p50", "us", acknowledged, echo50)
-    row("instructions per poll cycle, beside the last release", "", [poll_cycle()],
-        [int(LAST_RELEASE.read_text().split()[-1])])
+    row(
+        "instructions per poll cycle, beside the last release",
+        "",
+        [poll_cycle()],
+        [int(LAST_RELEASE.read_text().split()[-1])],
+    )
 
     mcu = FarEnd("mcu")
     unit = start(UNIT)

@@ -22,26 +22,34 @@ PLACE = REPO / "build/soak"
 # own unrest and for the child-process objects that the program keeps. For the files, how much may
 # be added a day: 48 rows, and the log of two phones' coming and going.
 #         column         title                       scale   growth   a day
-FIGURES = (("rss", "resident memory, MiB", 1, 2, None),
-           ("descriptors", "open descriptors", 1, 4, None),
-           ("children", "children", 1, 2, None),
-           ("zombies", "zombies", 1, 0, None),
-           ("threads", "threads", 1, 2, None),
-           ("log", "program log, KiB", 1024, None, 8),
-           ("csv", "status rows, KiB", 1024, None, 4))
+FIGURES = (
+    ("rss", "resident memory, MiB", 1, 2, None),
+    ("descriptors", "open descriptors", 1, 4, None),
+    ("children", "children", 1, 2, None),
+    ("zombies", "zombies", 1, 0, None),
+    ("threads", "threads", 1, 2, None),
+    ("log", "program log, KiB", 1024, None, 8),
+    ("csv", "status rows, KiB", 1024, None, 4),
+)
+
 
 def draw(columns, table, picture):
     """The SVG of all figures, one under the other, over the days, with their extremes at the axis."""
-    commands = [f"set terminal svg size 900,{90 * len(FIGURES)} background 'white'",
-                f"set output '{picture}'", "set datafile separator comma columnheaders",
-                f"set multiplot layout {len(FIGURES)},1",
-                "set grid; unset key; set lmargin 9; set rmargin 3; set tmargin 1.6; set bmargin 1.6",
-                "set title offset 0,-0.8; set xtics offset 0,0.5; set border 3; set tics nomirror"]
+    commands = [
+        f"set terminal svg size 900,{90 * len(FIGURES)} background 'white'",
+        f"set output '{picture}'",
+        "set datafile separator comma columnheaders",
+        f"set multiplot layout {len(FIGURES)},1",
+        "set grid; unset key; set lmargin 9; set rmargin 3; set tmargin 1.6; set bmargin 1.6",
+        "set title offset 0,-0.8; set xtics offset 0,0.5; set border 3; set tics nomirror",
+    ]
     for column, title, scale, *_ in FIGURES:
         low, high = min(columns[column]) / scale, max(columns[column]) / scale
-        commands += [f"set title '{title}'; set ytics ({low:.4g}, {high:.4g})",
-                     f"set yrange [{low - (low == high)}:{high + (low == high)}]",
-                     f"plot '{table}' using 'day':(column('{column}') / {scale}) with lines lw 1.5"]
+        commands += [
+            f"set title '{title}'; set ytics ({low:.4g}, {high:.4g})",
+            f"set yrange [{low - (low == high)}:{high + (low == high)}]",
+            f"plot '{table}' using 'day':(column('{column}') / {scale}) with lines lw 1.5",
+        ]
     subprocess.run(["gnuplot"], input="\n".join(commands), text=True, check=True)
 
 
@@ -52,7 +60,7 @@ def judge(days, columns):
     for column, title, scale, growth, a_day in FIGURES:
         values = [v / scale for v in columns[column]]
         if growth is not None:
-            before = statistics.median(values[third:2 * third])
+            before = statistics.median(values[third : 2 * third])
             after = statistics.median(values[-third:])
             ok = after - before <= growth
             told = f"{before:.4g} -> {after:.4g} (may grow by {growth})"
@@ -72,8 +80,14 @@ def play(days):
     scenario = PLACE / "soak.scenario"
     scenario.write_text(SCENARIO.read_text().replace("\nrepeat 30\n", f"\nrepeat {days}\n"))
     with open(PLACE / "soak.log", "w", buffering=1) as log:
-        bench = subprocess.Popen([REPO / "bench/run", "release", scenario], cwd=PLACE, text=True,
-                                 errors="replace", stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        bench = subprocess.Popen(
+            [REPO / "bench/run", "release", scenario],
+            cwd=PLACE,
+            text=True,
+            errors="replace",
+            stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT,
+        )
         last = ""
         for line in bench.stdout:
             log.write(line)
@@ -95,8 +109,10 @@ def main():
     columns = {name: [float(row[name]) for row in rows] for name in rows[0]}
     draw(columns, PLACE / "soak.csv", PLACE / "soak.svg")
     holds = judge(columns["day"], columns) and met
-    print(f"verdict: {'nothing grows' if holds else 'it does not hold'} in {columns['day'][-1]:.0f} "
-          "days; build/soak/soak.svg shows it")
+    print(
+        f"verdict: {'nothing grows' if holds else 'it does not hold'} in {columns['day'][-1]:.0f} "
+        "days; build/soak/soak.svg shows it"
+    )
     sys.exit(not holds)
 
 

@@ -52,7 +52,8 @@ class Gauges:
         ] + [Expect("processes", "TEXT N", "so many have it in their command line", self._count)]
 
     def values(self) -> dict[str, float]:
-        return self._machine.gauges(self._process())
+        process = self._process()
+        return self._machine.gauges(process) if process else dict.fromkeys(GAUGES, 0.0)
 
     def _mark(self) -> None:
         self._marked = self.values()

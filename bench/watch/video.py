@@ -70,7 +70,7 @@ class Tap:
 
 
 class Video:
-    def __init__(self, loop: Loop, clock: Clock, history: History, network: Network) -> None:
+    def __init__(self, loop: Loop, clock: Clock, history: History, network: Network | None) -> None:
         self._loop = loop
         self._clock = clock
         self._history = history
@@ -79,7 +79,7 @@ class Video:
         rates = "frames a second: 8083, 49152, 8001"
         self.expects = [Expect("rtp", "PORT rate A..B", rates, self._look)]
         self.verbs = [
-            Verb("snapshot", f"{'|'.join(PORTS)} FILE.png", "a picture of it", self._snapshot, 2)
+            Verb("snapshot", f"{'|'.join(PORTS)} FILE.png", "a picture of it", self.snapshot, 2)
         ]
 
     def tap(self, port: int) -> Tap:
@@ -91,7 +91,8 @@ class Video:
 
     def open(self, port: int, tap: Tap) -> None:
         """On the wire at the phone, or, for the PAL picture, in the unit's world."""
-        with nullcontext() if port == PORTS["pal"] else self._network.in_phone():
+        at_phone = port != PORTS["pal"] and self._network
+        with at_phone.in_phone() if at_phone else nullcontext():
             wire = socket.socket(socket.AF_PACKET, socket.SOCK_DGRAM, socket.htons(ETH_P_IP))
         self._loop.reads(wire.fileno(), partial(self._read, wire, tap))
 
@@ -130,7 +131,7 @@ class Video:
         least, most = (number(word) for word in words[2].split(".."))
         return State(lambda: least <= tap.rate() <= most, lambda: f"{tap.rate()} frames a second")
 
-    def _snapshot(self, words: list[str]) -> None:
+    def snapshot(self, words: list[str]) -> None:
         if words[0] not in PORTS:
             raise Failure("snapshot pal, phone or ethernet?")
         port, picture = PORTS[words[0]], of_caller(words[1])
