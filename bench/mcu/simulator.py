@@ -82,7 +82,10 @@ class Mcu:
         self._left = 0  # bytes to pour
         self.verbs = [
             Verb(
-                "mcu", "WORD VALUE", "what the MCU reports from now on: mcu BAT:V 1500", self._mcu
+                "mcu",
+                "WORD VALUE",
+                "what the MCU reports from now on: mcu BAT:V 1500",
+                self.command,
             ),
             Verb("mcu", r'send "LINE\r\n"', "a line that nobody asked for, bytes as told"),
             Verb(
@@ -119,7 +122,7 @@ class Mcu:
             self._history.note("mcu", content)
             self._line.send(content)
 
-    def _mcu(self, words: list[str]) -> None:
+    def command(self, words: list[str]) -> None:
         verb, value = words[0], words[1] if len(words) > 1 else ""
         if self._replay and verb in (*MOODS, "replay", "gone"):
             self._replay.stop()

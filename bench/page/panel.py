@@ -38,7 +38,7 @@ IMAGES = (
 def start(
     loop: Loop, history: History, video: Video, run: Callable[[str], None], place: str
 ) -> None:
-    """Answers at the socket from now on; `run` carries out a line. Its threads end with the bench."""
+    """Answers at the socket from now on; `run` carries out a line."""
     serial: list[str] = []
     orders: SimpleQueue[Callable[[], object]] = SimpleQueue()
     taps = {name: video.tap(PORTS[name]) for name in ("pal", "phone")}
@@ -98,4 +98,6 @@ def start(
 
     history.listeners.append(hear)
     loop.timer(lambda: orders.empty() or orders.get()()).every(0.02)
-    Thread(target=ThreadingUnixStreamServer(place, Handler).serve_forever, daemon=True).start()
+    server = ThreadingUnixStreamServer(place, Handler)
+    server.daemon_threads = True  # they end with the bench
+    Thread(target=server.serve_forever, daemon=True).start()

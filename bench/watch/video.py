@@ -6,10 +6,11 @@ import socket
 import subprocess
 from collections import deque
 from collections.abc import Callable
-from contextlib import nullcontext
-from functools import partial
+from contextlib import nullcontext, suppress
 from pathlib import Path
+from queue import SimpleQueue
 from struct import pack, unpack_from
+from threading import Thread
 from time import monotonic
 
 from bench import Expect, Failure, State, Verb, number, to_text
@@ -25,7 +26,7 @@ WINDOW = 2.0  # s
 STAMPS_PER_SECOND = 90000
 UDP_HEADER, RTP_HEADER = 8, 12
 MARKER = 0x80  # the last packet of a frame
-PATIENCE = 20  # s
+PATIENCE = 60  # s
 
 # Takes packets that are each led by their length in two bytes.
 DECODE = (
@@ -69,6 +70,18 @@ class Tap:
         return (len(frames) - 1) * STAMPS_PER_SECOND / span if span else 0
 
 
+def listen(loop: Loop, tap: Tap) -> None:
+    """To all that passes in this network namespace."""
+    wire = socket.socket(socket.AF_PACKET, socket.SOCK_DGRAM, socket.htons(ETH_P_IP))
+
+    def read() -> None:
+        packet, (_, _, kind, *_) = wire.recvfrom(65536)
+        if kind != socket.PACKET_OUTGOING:  # the loopback shows each packet twice
+            tap.take(packet)
+
+    loop.reads(wire.fileno(), read)
+
+
 class Video:
     def __init__(self, loop: Loop, clock: Clock, history: History, network: Network | None) -> None:
         self._loop = loop
@@ -86,15 +99,14 @@ class Video:
         """Listens in from its first use on."""
         if port not in self._taps:
             self._taps[port] = Tap(port)
-            self.open(port, self._taps[port])
+            self._open(port, self._taps[port])
         return self._taps[port]
 
-    def open(self, port: int, tap: Tap) -> None:
+    def _open(self, port: int, tap: Tap) -> None:
         """On the wire at the phone, or, for the PAL picture, in the unit's world."""
-        at_phone = port != PORTS["pal"] and self._network
-        with at_phone.in_phone() if at_phone else nullcontext():
-            wire = socket.socket(socket.AF_PACKET, socket.SOCK_DGRAM, socket.htons(ETH_P_IP))
-        self._loop.reads(wire.fileno(), partial(self._read, wire, tap))
+        here = port == PORTS["pal"] or not self._network
+        with nullcontext() if here else self._network.in_phone():  # type: ignore[union-attr]
+            listen(self._loop, tap)
 
     def decode(self, port: int, elements: list[str], **options: object) -> Process:
         """gst-launch with these elements behind the decoder; it gets what arrives from now on."""
@@ -102,27 +114,19 @@ class Video:
         decoder = Process(
             self._loop, DECODE + elements, stdin=subprocess.PIPE, **options  # type: ignore
         )
-        pipe = decoder.child.stdin
-        assert pipe
-        os.set_blocking(pipe.fileno(), False)
+        packets: SimpleQueue[bytes] = SimpleQueue()
+        tap.listeners.append(packets.put)
 
-        def feed(rtp: bytes) -> None:
-            try:
-                os.write(pipe.fileno(), pack(">H", len(rtp)) + rtp)
-            except BlockingIOError:
-                pass  # short enough to be written whole or not at all
-            except BrokenPipeError:
-                tap.listeners.remove(feed)
-                pipe.close()
+        def feed() -> None:  # which waits for a decoder that is slow
+            pipe = decoder.child.stdin
+            assert pipe
+            with suppress(OSError):  # it has ended
+                while rtp := packets.get():
+                    os.write(pipe.fileno(), pack(">H", len(rtp)) + rtp)
+            tap.listeners.remove(packets.put)
 
-        tap.listeners.append(feed)
+        Thread(target=feed, daemon=True).start()
         return decoder
-
-    @staticmethod
-    def _read(wire: socket.socket, tap: Tap) -> None:
-        packet, (_, _, kind, *_) = wire.recvfrom(65536)
-        if kind != socket.PACKET_OUTGOING:  # the loopback shows each packet twice
-            tap.take(packet)
 
     def _look(self, words: list[str]) -> State:
         if len(words) != 3 or words[1] != "rate" or ".." not in words[2]:

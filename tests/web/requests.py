@@ -1,8 +1,8 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 # SPDX-License-Identifier: LicenseRef-KT6120
 """Sends the unit's page what nobody should, and then commands as fast as it takes them.
 
-Usage, in the sandbox with an installed tree: requests.py BENCH. The real program runs on the bench,
+Usage, in the sandbox with an installed tree: requests.py BUILD. The real program runs on the bench,
 behind the real web server. A bad request is refused with its status and leaves the commands file as
 it was; of the good ones each is carried out once, in order.
 """
@@ -11,11 +11,17 @@ import concurrent.futures
 import fcntl
 import json
 import os
+import re
 import signal
 import socket
 import subprocess
 import sys
 import time
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
+
+from bench.desk import Desk
 
 COMMANDS = "/var/www/html/commands.txt"
 JSON = "Content-Type: application/json"
@@ -118,11 +124,10 @@ def content():
         return file.read(), os.stat(COMMANDS).st_mtime_ns
 
 
-def heard(output):
+def heard(history):
     """What the unit has told the microcontroller."""
-    with open(output, encoding="utf-8") as lines:
-        told = [line for line in lines if "serial >" in line]
-    return [name for line in told for name in ("LAMP:OFF", "COILER:ZERO") if name in line]
+    told = re.findall(rb"LAMP:OFF|COILER:ZERO", history.of("serial").content)
+    return [line.decode() for line in told]
 
 
 def within(seconds, condition):
@@ -154,7 +159,7 @@ def later(request):
     return lambda: asked.result()[0]
 
 
-def try_another_writer(tell):
+def try_another_writer():
     """What is answered 200 was carried out, and whoever locks the file has it for himself."""
     unit = int(subprocess.check_output(["pidof", "KT6120"]))
     with open(COMMANDS, "r+b", buffering=0) as file:
@@ -171,7 +176,9 @@ def try_another_writer(tell):
         check((status := ask(*command("RESET"))[0]) == 503, f"while another has the lock: {status}")
         check(content() == before, "the commands file was written while another had the lock")
 
-    tell("mcu TWK 1\n")  # locks the lamp
+
+def try_locked_lamp():
+    """A Tallwick probe locks the lamp: what the unit did not do is not answered 200."""
     check(within(60, lambda: b'"attached"' in ask(*get("/api/state"))[1]), "no probe is shown")
     check((status := ask(*command("LAMPUP"))[0]) == 504, f"a lamp that stays off: {status}")
 
@@ -191,7 +198,7 @@ def try_headers():
     check(b"unsafe" not in head, "something unsafe in the headers")
 
 
-def try_many(output):
+def try_many(history):
     """Forty commands, alternating, faster than is allowed: some are told to wait, none is lost."""
     refused = 0
     wanted = []
@@ -205,8 +212,10 @@ def try_many(output):
         wanted.append(line)
     # Twenty at once and five a second: a machine so slow that it asks for no more is none.
     check(refused > 0 or time.monotonic() - began > 4, "40 commands at once were not too many")
-    within(10, lambda: len(heard(output)) >= len(wanted))
-    check(heard(output) == wanted, f"done: {len(heard(output))} of {len(wanted)}, or not in order")
+    within(10, lambda: len(heard(history)) >= len(wanted))
+    check(
+        heard(history) == wanted, f"done: {len(heard(history))} of {len(wanted)}, or not in order"
+    )
 
 
 def viewer():
@@ -234,36 +243,23 @@ def try_viewers():
 
 
 def main():
-    output = "/tmp/bench.output"
-    with open(output, "w", encoding="utf-8") as told:
-        bench = subprocess.Popen(
-            [sys.argv[1], "--address", "x"],
-            stdin=subprocess.PIPE,
-            stdout=told,
-            stderr=told,
-            text=True,
-        )
-
-    def tell(line):
-        assert bench.stdin
-        bench.stdin.write(line)
-        bench.stdin.flush()
-
-    tell("camera missing\ncall KT6120_gpio_write.sh takes 0.05\n")
-
-    def is_up():
-        with open(output, encoding="utf-8") as lines:
-            text = lines.read()
-        return "BAT:V?" in text and "The unit runs" in text
-
-    check(within(60, is_up), "the bench does not start")
-    try_bad()
-    try_headers()
-    try_own_names()
-    try_viewers()
-    try_many(output)
-    try_another_writer(tell)
-    bench.kill()
+    with Desk(sys.argv[1]) as desk:
+        desk.run("camera missing")
+        desk.run("call KT6120_gpio_write.sh takes 0.05")
+        desk.run("unit start")
+        desk.run('expect serial "BAT:V?"')
+        desk.page.serve()
+        for part in (
+            try_bad,
+            try_headers,
+            try_own_names,
+            try_viewers,
+            lambda: try_many(desk.history),
+            try_another_writer,
+        ):
+            desk.loop.apart(part)
+        desk.run("mcu TWK 1")
+        desk.loop.apart(try_locked_lamp)
     print("verdict: " + ("the page holds" if not failures else f"{len(failures)} failures"))
     return 1 if failures else 0
 
