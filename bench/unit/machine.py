@@ -122,6 +122,7 @@ class Machine:
         """Copies a program there, with its mode; what stood there is put aside first."""
         os.makedirs(os.path.dirname(path), exist_ok=True)
         if aside and os.path.exists(path):
+            self.remove(aside)
             shutil.move(path, aside)
         self.remove(path)
         shutil.copy(program, path)
