@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
 // Makes time run fast for a Qt program while it rests: preloaded into it, with the file of the
-// pace (pace.h) as BENCH_PACE in the environment. While the main loop waits in poll or sleeps,
+// pace as BENCH_PACE in the environment. While the main loop waits in poll or sleeps,
 // `speed` seconds pass for every second of the wall clock: the wait is cut accordingly, and the
 // time skipped is added to every clock that Qt reads afterwards. With a `stride`, a wait in poll is
 // drawn out to it first, so that shorter timers come once in that time. Waits for children and
@@ -9,8 +9,6 @@
 // left alone.
 
 #define _GNU_SOURCE
-#include "pace.h"
-
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
@@ -25,6 +23,13 @@
 #include <unistd.h>
 
 static const int64_t second = 1000000000;
+
+// A page shared with the bench, which sets it (world/clock.py). Read and written as atomic words.
+struct Pace {
+    int64_t speed;   // seconds of the unit's time for each that the program rests; at least 1
+    int64_t stride;  // ns of the unit's time that a rest lasts at least, unless something happens
+    int64_t skipped; // ns by which the unit's clocks are ahead of the wall clock's
+};
 
 struct Range {
     const char *library;

@@ -43,7 +43,7 @@ make_cross_root() {
         # Debian 12's own emulator does not know the call with which Qt starts processes.
         "qemu-user/$suite-backports" "qemu-user-binfmt/$suite-backports"
         iproute2 net-tools psmisc util-linux procps logrotate gpiod)
-    for package in qtbase5-dev libqt5serialport5-dev libx11-dev libopencv-dev libfcgi-dev libreadline-dev libsystemd-dev \
+    for package in qtbase5-dev libqt5serialport5-dev libx11-dev libopencv-dev libfcgi-dev libsystemd-dev \
         libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev \
         gstreamer1.0-{tools,plugins-base,plugins-good,plugins-bad,plugins-ugly,libav,x}; do
         include+=("$package:$arch")

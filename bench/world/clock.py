@@ -10,7 +10,7 @@ from bench import Verb, number
 
 from .loop import Loop, Timer
 
-# The words of the page that fasttime.c shares (pace.h), and the nanoseconds it counts in.
+# The words of the page that fasttime.c shares, and the nanoseconds it counts in.
 SPEED, STRIDE, SKIPPED = range(3)
 SECOND = 1_000_000_000
 PAGE = f"/run/bench/pace.{os.getpid()}"
