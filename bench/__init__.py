@@ -13,7 +13,8 @@ measure. A part takes what it uses in its constructor, and offers:
   verbs    a list of Verb: name, arguments, help, act(words), least number of words. A row without
            `act` describes a further form of the row before it.
   expects  a list of Expect: name, arguments, help, look(words) -> State(met, seen). `met()` is asked
-           again and again and does not block; `seen()` tells what was the case instead.
+           again and again and does not block; `seen()` tells what was the case instead. The words are
+           at least as many as the arguments outside [].
 
 Who wants to hear what happens appends a function to `History.listeners`; who makes it happen calls
 `History.note(kind, bytes)`. All that is done to the unit's own files and processes goes through

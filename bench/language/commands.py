@@ -4,9 +4,8 @@
 import os
 import re
 from collections.abc import Callable
-from pathlib import Path
 
-from bench import Failure, Verb, to_text
+from bench import Failure, Verb, number, to_text
 from bench.unit.places import of_caller
 from bench.watch.history import History
 
@@ -16,7 +15,7 @@ FOOT = r"""
 Words are separated by blanks; "..." may hold blanks and \r \n \t \0 \xNN;
 @VERSION@ is the program's version, @MAJOR@, @MINOR@ and @PATCH@ its parts."""
 
-TOP = Path(__file__).resolve().parents[2] / "CMakeLists.txt"
+TOP = os.path.join(os.path.dirname(__file__), "../../CMakeLists.txt")
 
 
 class PlaceFailure(Failure):
@@ -25,13 +24,14 @@ class PlaceFailure(Failure):
 
 def figures() -> dict[str, str]:
     """The program's version, which scenarios need not repeat."""
-    version = re.search(r"VERSION (\d+)\.(\d+)\.(\d+)", TOP.read_text().split("project(")[1])
+    with open(TOP) as file:
+        version = re.search(r"project\(.* VERSION ((\d+)\.(\d+)\.(\d+))", file.read())
     assert version
     return {
-        "@VERSION@": version[0].split()[1],
-        "@MAJOR@": version[1],
-        "@MINOR@": version[2],
-        "@PATCH@": version[3],
+        "@VERSION@": version[1],
+        "@MAJOR@": version[2],
+        "@MINOR@": version[3],
+        "@PATCH@": version[4],
     }
 
 
@@ -86,7 +86,11 @@ class Commands:
 
         At the end it looks whether the program has ended by itself and no line expected it.
         """
-        lines = [line.strip() for line in to_text(Path(path).read_bytes()).splitlines()]
+        try:
+            with open(path, "rb") as file:
+                lines = [line.strip() for line in to_text(file.read()).split("\n")]
+        except OSError:
+            raise Failure(f"cannot read {path}") from None
         numbered = list(enumerate(lines, 1))
         for line in lines:
             if not line.startswith("#"):
@@ -116,7 +120,7 @@ class Commands:
                 self._history.note("bench", text + "\n")
             try:
                 if text.startswith("repeat "):
-                    at += self._repeat(int(text[7:]), lines[at:])
+                    at += self._repeat(int(number(text[7:])), lines[at:])
                 else:
                     self.run(text)
             except PlaceFailure:

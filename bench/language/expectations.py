@@ -86,6 +86,8 @@ class Expectations:
             return State(self._call(pattern, none, count), lambda: self._last_lines("calls"))
         for row in self.expects:
             if row.name == kind:
+                if len(words) < sum(not word.startswith("[") for word in row.arguments.split()):
+                    raise Failure(f"expect {kind} {row.arguments}")
                 return row.look(words)
         raise Failure(f'there is nothing to expect of "{kind}"')
 

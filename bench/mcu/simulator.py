@@ -147,12 +147,13 @@ class Mcu:
             self._start_pouring(ENDLESS_PIECE, value or ENDLESS_DEFAULT)
         elif verb == "chatter":
             self._start_pouring(CHATTER_PIECE, value)
-        elif verb == "deaf" and self._line:
-            self._line.set_deaf(True)
-        elif verb == "gone" and self._line:
-            self._endless.stop()
-            self._line.close()
-            self._line = None
+        elif verb in ("deaf", "gone"):
+            if self._line and verb == "deaf":
+                self._line.set_deaf(True)
+            elif self._line:
+                self._endless.stop()
+                self._line.close()
+                self._line = None
         elif verb == "send":
             self.send(to_bytes(value))
         else:
