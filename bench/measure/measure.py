@@ -45,7 +45,7 @@ ANNOUNCEMENTS = 5 * 400  # ms: a pause after each line that greets the microcont
 CYCLE = 14  # queries
 PATIENCE = 60  # s
 PIPELINE = (
-    "v4l2src device=/dev/video0 ! queue ! videoconvert ! "
+    "gst-launch-1.0 -q v4l2src device=/dev/video0 ! queue ! videoconvert ! "
     "video/x-raw,width=720,height=576,framerate=25/1 ! queue ! omxh264enc "
     "target-bitrate=4000000 control-rate=1 ! rtph264pay ! "
     f"udpsink host=127.0.0.1 port={PORTS['pal']} sync=false"
@@ -217,7 +217,7 @@ def times_on_the_way(line: Line, floor_line: Line, listener: socket.socket) -> N
 def with_picture(packets: list[bytes], last: bool) -> None:
     """One round with the PAL output on, beside gst-launch with the same pipeline."""
     figures = []
-    for command, pause in (((places.PROGRAM,), ANNOUNCEMENTS), (PIPELINE.split(), 0)):
+    for command, pause in (([places.PROGRAM], ANNOUNCEMENTS), (PIPELINE.split(), 0)):
         with microcontroller():
             packets.clear()
             begin = time.perf_counter()
