@@ -129,7 +129,7 @@ void tst_web::rowsOfTheStatusFile()
         return values;
     };
     QCOMPARE(shown(1), QByteArray("[7300,0][null,0][null,-1]"));
-    QCOMPARE(history::read(1)["rows"].toArray()[0].toArray()[0].toDouble(),
+    QCOMPARE(past(1)["rows"].toArray()[0].toArray()[0].toDouble(),
              QDateTime({2026, 11, 7}, {11, 59, 59}, Qt::UTC).toSecsSinceEpoch());
     QCOMPARE(shown(7), QByteArray("[7000,0][7200,15][7300,0][null,0][null,-1]"));
     QCOMPARE(past(1)["columns"].toArray()[1].toString(), QString("lamp value [%]"));
