@@ -8,7 +8,6 @@ Status 0 when all that the scenario expects is met.
 """
 
 import argparse
-import math
 import os
 import signal
 import sys
@@ -17,7 +16,7 @@ sys.path[0] = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
 from bench import Failure
 from bench.desk import Desk
-from bench.watch.view import View
+from bench.watch import View
 
 
 def main() -> int:
@@ -44,7 +43,7 @@ def main() -> int:
 
 
 def steer(desk: Desk, address: str | None) -> None:
-    from bench.language.prompt import Prompt
+    from bench.prompt import Prompt
 
     desk.run("unit start")
     if address:
@@ -53,7 +52,7 @@ def steer(desk: Desk, address: str | None) -> None:
     print('The unit runs. "help" lists the commands, "quit" or Ctrl-C ends it.')
     prompt = Prompt(desk.loop, desk.commands)
     View(desk.loop, desk.clock, desk.history, prompt.write)
-    desk.loop.until(lambda: desk.commands.ended, math.inf)
+    desk.loop.until(lambda: desk.commands.ended)
 
 
 sys.exit(main())

@@ -5,35 +5,24 @@ import os
 from collections.abc import Callable
 from typing import Self
 
-from bench.language.commands import Commands
-from bench.language.expectations import Expectations
-from bench.mcu.capture import Recorder
-from bench.mcu.line import Line, pseudo_terminal
-from bench.mcu.simulator import Mcu
+from bench import places
+from bench.language import Commands
+from bench.machine import Machine
+from bench.mcu import Line, Mcu, Recorder, pseudo_terminal
 from bench.page.server import Page
-from bench.phone.app import App
-from bench.phone.network import Network
-from bench.unit import places
-from bench.unit.files import Files
-from bench.unit.hardware import Hardware
-from bench.unit.machine import Machine
-from bench.unit.program import Program, Unit
-from bench.unit.recorded import Recorded
-from bench.watch.gauges import Gauges
-from bench.watch.history import History
-from bench.watch.store import Store
-from bench.watch.video import Video
-from bench.world.clock import Clock
-from bench.world.loop import Loop
+from bench.phone import App, Network
+from bench.unit import Files, Hardware, Program, Recorded, Unit
+from bench.video import Video
+from bench.watch import Gauges, History, Store
+from bench.world import Clock, Heard, Loop
 
 RECORDER = os.path.join(os.path.dirname(__file__), "recorder")
 
 
 def call(lines: bytes) -> bytes:
     """Lines of the recorder's file as they are noted: without the time, blanks between."""
-    return b"".join(
-        line.partition(b"\t")[2].replace(b"\t", b" ") for line in lines.splitlines(keepends=True)
-    )
+    calls = (line.partition(b"\t")[2] for line in lines.splitlines(keepends=True))
+    return b"".join(calls).replace(b"\t", b" ")
 
 
 class Around:
@@ -54,12 +43,12 @@ class Around:
         real: list[str],
         network: Network,
         video: Video,
-        plug_in: Callable[[Callable[[bytes], object]], Line],
+        plug_in: Callable[[Heard], Line],
     ) -> None:
         """`real` are the programs of the search path that run behind their stand-ins."""
         self.loop, self.clock, self.history, self.unit = loop, clock, history, unit
-        self.commands = Commands(history)
-        self.run = self.commands.run
+        self.commands = Commands(clock, history, unit.lost)
+        self.run, self._offer = self.commands.run, self.commands.offer
         recorded.arrange(real)
         hardware.arrange()
         machine.write(places.COMMANDS, b"")
@@ -68,20 +57,12 @@ class Around:
         machine.follow(places.LOG, lambda lines: history.note("log", lines))
         machine.follow(places.CALLS, lambda lines: history.note("calls", call(lines)))
         self.mcu = Mcu(loop, lambda: clock.speed, history, plug_in, self.commands.find)
-        self._expectations = Expectations(clock, history, unit.lost)
-        self.commands.helps["expect"] = self._expectations.help
-        app = App(loop, clock, history, network, self._expectations.expect)
-        record = Recorder(clock, history, places.of_caller)
+        app = App(loop, clock, history, network, self.commands.expect)
         gauges = Gauges(clock, history, machine, unit.id)
-        self._offer(unit, recorded, hardware, Files(machine), store, gauges, self.mcu, record)
-        self._offer(network, app, video, clock, self._expectations)
+        self._offer(unit, self.mcu, recorded, hardware, network, app, video, Files(machine), store)
+        self._offer(clock, gauges, Recorder(clock, history))
 
-    def _offer(self, *parts: object) -> None:
-        for part in parts:
-            self.commands.verbs += getattr(part, "verbs", [])
-            self._expectations.expects += getattr(part, "expects", [])
-
-    def __enter__(self: Self) -> Self:
+    def __enter__(self) -> Self:
         return self
 
     def __exit__(self, *_: object) -> None:
@@ -90,10 +71,8 @@ class Around:
 
 class Desk(Around):
     def __init__(self, build: str) -> None:
-        loop = Loop()
-        clock = Clock(loop)
-        history = History()
-        machine = Machine(loop)
+        loop, history = Loop(), History()
+        clock, machine = Clock(loop), Machine(loop)
         recorded = Recorded(machine, RECORDER)
         network = Network(history, lambda seconds: self.run(f"wait {seconds}"))
         video = Video(loop, clock, history, network)

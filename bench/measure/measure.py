@@ -24,13 +24,11 @@ from functools import partial
 
 sys.path.insert(0, str(pathlib.Path(__file__).parents[2]))
 
-from bench.mcu.line import Line, pseudo_terminal
-from bench.mcu.simulator import Mcu
-from bench.unit import places
-from bench.watch.history import History
-from bench.watch.video import PORTS, Tap, listen
-from bench.world.loop import Loop
-from bench.world.programs import run
+from bench import places
+from bench.mcu import Line, Mcu, pseudo_terminal
+from bench.video import PORTS, Tap, listen
+from bench.watch import History
+from bench.world import Loop, run
 
 BUILD, ROUNDS = sys.argv[1], int(sys.argv[2])
 FLOOR = f"{BUILD}/bin/floor"

@@ -14,8 +14,8 @@ from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.keys import Keys
 
 from bench import Failure, State
-from bench.unit.places import of_caller
-from bench.world.loop import Loop
+from bench.places import of_caller
+from bench.world import Loop
 
 PAGE = "http://127.0.0.1/"
 PATIENCE = 60  # s

@@ -12,10 +12,9 @@ from threading import Thread
 from typing import Any
 
 from bench import Failure
-from bench.language.words import printable
-from bench.watch.history import History
-from bench.watch.video import PORTS, Video
-from bench.world.loop import Loop
+from bench.video import PORTS, Video
+from bench.watch import History, printable
+from bench.world import Loop
 
 # A button each, and the line of the bench's language that it stands for.
 FAULTS = """

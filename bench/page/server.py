@@ -8,11 +8,10 @@ from functools import cached_property
 from pathlib import Path
 from typing import TYPE_CHECKING
 
-from bench import Expect, Failure, Verb
-from bench.watch.history import History
-from bench.watch.video import Video
-from bench.world.loop import Loop
-from bench.world.programs import Process
+from bench import Failure, table
+from bench.video import Video
+from bench.watch import History
+from bench.world import Loop, Process
 
 if TYPE_CHECKING:
     from .browser import Browser
@@ -51,19 +50,25 @@ class Page:
         self._loop = loop
         self._panel_on = (loop, history, video, run, PANEL)
         self._served = False
-        act, does = lambda words: self._browser.command(words), "click BUTTON|type LABEL TEXT"
-        self.verbs = [
-            Verb("page", "open [WIDTH HEIGHT [dark]]", "a browser opens the unit's page", act),
-            Verb("page", f"{does}|choose LABEL OPTION", 'what its user does: page click "Lamp up"'),
-            Verb("page", "press KEY", "Tab, Enter or Space, to whatever has the focus"),
-            Verb("page", "script FILE|snapshot FILE.png", "runs a script on it; a picture of it"),
-        ]
-        shows = "what the unit's page shows, any white space as one blank"
-        self.expects = [
-            Expect("page", "TEXT", shows, lambda words: self._browser.shows(words)),
-            Expect("script", "EXPRESSION", "it is true", lambda words: self._browser.holds(words)),
-            Expect("console", "clean", "it told nothing", lambda _: self._browser.is_clean()),
-        ]
+        self.verbs = table(
+            """
+            page open [WIDTH HEIGHT [dark]]  a browser without a window opens the unit's page
+            page click BUTTON|type LABEL TEXT|choose LABEL OPTION  what its user does: page click "Lamp up"
+            page press KEY                 Tab, Enter or Space, to whatever has the focus
+            page script FILE|snapshot FILE.png  runs a script on it; writes a picture of it
+            """,
+            page=lambda words: self._browser.command(words),
+        )
+        self.expects = table(
+            """
+            page TEXT          what the unit's page shows, any white space as one blank
+            script EXPRESSION  the JavaScript expression is true on the page
+            console clean      its console has told nothing so far
+            """,
+            page=lambda words: self._browser.shows(words),
+            script=lambda words: self._browser.holds(words),
+            console=lambda _: self._browser.is_clean(),
+        )
 
     def serve(self) -> None:
         if self._served:

@@ -17,8 +17,8 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
 
 from bench import Failure
 from bench.desk import Desk
-from bench.unit.places import of_caller
-from bench.watch.view import View
+from bench.places import of_caller
+from bench.watch import View
 
 SCENARIO = pathlib.Path(__file__).with_name("month.scenario")
 TABLE, PICTURE, LOG = map(of_caller, ("soak.csv", "soak.svg", "soak.log"))

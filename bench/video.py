@@ -7,18 +7,15 @@ import subprocess
 from collections import deque
 from collections.abc import Callable
 from contextlib import nullcontext, suppress
-from pathlib import Path
 from queue import SimpleQueue
 from struct import pack, unpack_from
 from threading import Thread
 from time import monotonic
 
-from bench import Expect, Failure, State, Verb, number, to_text
-from bench.phone.network import Network
-from bench.watch.history import History
-from bench.world.clock import Clock
-from bench.world.loop import Loop
-from bench.world.programs import Process
+from bench import Failure, State, number, places, table, to_text
+from bench.phone import Network
+from bench.watch import History
+from bench.world import Clock, Loop, Process
 
 PORTS = {"pal": 8083, "phone": 49152, "ethernet": 8001}
 ETH_P_IP = 0x0800
@@ -84,16 +81,13 @@ def listen(loop: Loop, tap: Tap) -> None:
 
 class Video:
     def __init__(self, loop: Loop, clock: Clock, history: History, network: Network | None) -> None:
-        self._loop = loop
-        self._clock = clock
-        self._history = history
-        self._network = network
+        self._loop, self._clock, self._history, self._network = loop, clock, history, network
         self._taps: dict[int, Tap] = {}
-        rates = "frames a second: 8083, 49152, 8001"
-        self.expects = [Expect("rtp", "PORT rate A..B", rates, self._look)]
-        self.verbs = [
-            Verb("snapshot", f"{'|'.join(PORTS)} FILE.png", "a picture of it", self.snapshot, 2)
-        ]
+        self.expects = table(
+            "rtp PORT rate A..B  frames a second: 8083, 49152, 8001", rtp=self._look
+        )
+        what = f"{'|'.join(PORTS)} FILE.png  a picture of it"
+        self.verbs = table(f"snapshot {what}", snapshot=self.snapshot)
 
     def tap(self, port: int) -> Tap:
         """Listens in from its first use on."""
@@ -129,7 +123,7 @@ class Video:
         return decoder
 
     def _look(self, words: list[str]) -> State:
-        if len(words) != 3 or words[1] != "rate" or ".." not in words[2]:
+        if words[1] != "rate" or ".." not in words[2]:
             raise Failure("rtp PORT rate A..B")
         tap = self.tap(int(number(words[0])))
         least, most = (number(word) for word in words[2].split(".."))
@@ -138,17 +132,14 @@ class Video:
     def snapshot(self, words: list[str]) -> None:
         if words[0] not in PORTS:
             raise Failure("snapshot pal, phone or ethernet?")
-        port, picture = PORTS[words[0]], of_caller(words[1])
-        picture.unlink(missing_ok=True)
+        port, picture = PORTS[words[0]], places.of_caller(words[1])
+        with suppress(FileNotFoundError):
+            os.remove(picture)
         said = bytearray()
         elements = [*TO_PNG, f"location={picture}"]
         decoder = self.decode(port, elements, stderr=said.extend)
         self._clock.until(lambda: not decoder.running, PATIENCE)
         decoder.stop()
-        if not picture.exists() or not picture.stat().st_size:
+        if not os.path.exists(picture) or not os.path.getsize(picture):
             raise Failure(f"no picture at port {port}\n{to_text(said)}")
         self._history.note("bench", f"picture written to {words[1]}\n")
-
-
-def of_caller(file: str) -> Path:
-    return Path(file)

@@ -10,14 +10,10 @@ import ctypes
 import os
 import shutil
 import signal
-from collections.abc import Callable
-from subprocess import PIPE, STDOUT, run
 
 from bench import Failure, to_text
-from bench.world.loop import Loop
-from bench.world.programs import Process
+from bench.world import Act, Heard, Loop, Process, run
 
-PATIENCE = 120  # s, for a slow machine
 LOOKUP_INTERVAL = 0.1  # s
 # Of inotify: modified, moved to, created, deleted; of folders only.
 INTERESTING = 0x2 | 0x80 | 0x100 | 0x200 | 0x01000000
@@ -28,11 +24,10 @@ libc = ctypes.CDLL(None, use_errno=True)
 
 
 class FolderWatch:
-    """Calls whenever something in a folder has changed."""
+    """Calls whenever something in the folder of a file has changed."""
 
-    def __init__(self, loop: Loop, folder: str, changed: Callable[[], object]) -> None:
-        self._folder = os.fsencode(folder)
-        self._changed = changed
+    def __init__(self, loop: Loop, path: str, changed: Act) -> None:
+        self._folder, self._changed = os.fsencode(os.path.dirname(path)), changed
         self._queue = libc.inotify_init1(os.O_NONBLOCK | os.O_CLOEXEC)
         if self._queue < 0:
             raise Failure("no inotify queue left")
@@ -54,34 +49,6 @@ class FolderWatch:
         self._changed()
 
 
-class Follower:
-    """Hands on what is appended to a file, whole lines at a time.
-
-    A file that is replaced or cut is read again from its start.
-    """
-
-    def __init__(self, path: str, heard: Callable[[bytes], object]) -> None:
-        self._path = path
-        self._heard = heard
-        self._inode = self._position = 0
-
-    def read(self) -> None:
-        try:
-            with open(self._path, "rb") as file:
-                state = os.fstat(file.fileno())
-                if state.st_ino != self._inode or state.st_size < self._position:
-                    self._position = 0
-                self._inode = state.st_ino
-                file.seek(self._position)
-                text = file.read()
-        except OSError:
-            return
-        whole = text[: text.rfind(b"\n") + 1]  # the rest of the line is still to come
-        self._position += len(whole)
-        if whole:
-            self._heard(whole)
-
-
 class Machine:
     def __init__(self, loop: Loop) -> None:
         self._loop = loop
@@ -100,14 +67,10 @@ class Machine:
         To overwrite is one change for whoever watches the file, where cutting it first would be another.
         What the old content has more becomes blank lines.
         """
-        if how == "overwrite":
-            file = os.open(path, os.O_WRONLY | os.O_CLOEXEC)
-            os.write(file, content.ljust(os.fstat(file).st_size, b"\n"))
-            os.close(file)
-            return
         place = path + ".new" if how == "replace" else path
-        with open(place, "wb") as out:
-            out.write(content)
+        flags = os.O_WRONLY | (0 if how == "overwrite" else os.O_CREAT | os.O_TRUNC)
+        with open(os.open(place, flags, 0o644), "wb", buffering=0) as file:
+            file.write(content.ljust(os.fstat(file.fileno()).st_size, b"\n"))
         if how == "replace":
             os.rename(place, path)
 
@@ -118,10 +81,10 @@ class Machine:
         elif os.path.lexists(path):
             os.remove(path)
 
-    def install(self, program: str, path: str, aside: str | None = None) -> None:
+    def install(self, program: str, path: str, aside: str) -> None:
         """Copies a program there, with its mode; what stood there is put aside first."""
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        if aside and os.path.exists(path):
+        self.mkdir(os.path.dirname(path))
+        if os.path.exists(path):
             self.remove(aside)
             shutil.move(path, aside)
         self.remove(path)
@@ -135,35 +98,40 @@ class Machine:
     def mkdir(self, path: str) -> None:
         os.makedirs(path, exist_ok=True)
 
-    def listdir(self, path: str) -> list[str]:
-        return os.listdir(path)
-
     def exists(self, path: str) -> bool:
         return os.path.exists(path)
 
     def which(self, name: str) -> str | None:
         return shutil.which(name, path="/usr/sbin:/usr/bin")
 
-    def size(self, path: str) -> int:
-        return os.path.getsize(path) if os.path.exists(path) else 0
+    def run(self, *command: str) -> str:
+        return run(*command)
 
-    def run(self, *command: str) -> bytes:
-        """What it said. Raises Failure with that where it is no success."""
-        done = run(command, stdout=PIPE, stderr=STDOUT, timeout=PATIENCE)
-        if done.returncode != 0:
-            raise Failure(f"{' '.join(command)}: {to_text(done.stdout).strip()}")
-        return done.stdout
-
-    def spawn(self, command: list[str], heard: Callable[[bytes], object]) -> None:
+    def spawn(self, command: list[str], heard: Heard) -> None:
         """A program that runs on."""
         Process(self._loop, command, stdout=heard)
 
-    def follow(self, path: str, heard: Callable[[bytes], object]) -> None:
-        """Whole lines that are appended to a file, from its start on."""
-        FolderWatch(self._loop, os.path.dirname(path), Follower(path, heard).read)
+    def follow(self, path: str, heard: Heard) -> None:
+        """Lines that are appended to a file. One that is replaced or cut is read from its start."""
+        inode = position = 0
 
-    def watch(self, path: str, heard: Callable[[bytes], object]) -> None:
-        """The whole of a file that is replaced at each change."""
+        def read() -> None:
+            nonlocal inode, position
+            with contextlib.suppress(OSError), open(path, "rb") as file:
+                state = os.fstat(file.fileno())
+                if state.st_ino != inode or state.st_size < position:
+                    inode, position = state.st_ino, 0
+                file.seek(position)
+                text = file.read()
+                whole = text[: text.rfind(b"\n") + 1]  # the rest of the line is still to come
+                position += len(whole)
+                if whole:
+                    heard(whole)
+
+        FolderWatch(self._loop, path, read)
+
+    def watch(self, path: str, heard: Heard) -> None:
+        """The whole of a file, at each change."""
         told = b""
 
         def look() -> None:
@@ -173,7 +141,7 @@ class Machine:
                 told = content
                 heard(content)
 
-        FolderWatch(self._loop, os.path.dirname(path), look)
+        FolderWatch(self._loop, path, look)
 
     def gauges(self, process: int) -> dict[str, float]:
         """What the system tells about a running program.
@@ -182,21 +150,18 @@ class Machine:
         processor since its start: its own; its own and those of its ended children.
         """
         place = f"/proc/{process}"
-        status = dict(
-            line.split(":\t", 1)
-            for line in to_text(self.read(place + "/status") or b"").splitlines()
-        )
+        status = to_text(self.read(place + "/status") or b"").splitlines()
+        of = dict(line.split(":\t", 1) for line in status)
         stat = self._stat(str(process))
-        children = [
-            fields[0] for fields in map(self._stat, self._processes()) if fields[1] == str(process)
-        ]
+        others = map(self._stat, self._processes())
+        children = [fields[0] for fields in others if fields[1] == str(process)]
         ticks = os.sysconf("SC_CLK_TCK")
         values = (
-            float(status.get("VmRSS", "0 kB").split()[0]) / 1024,
+            float(of.get("VmRSS", "0 kB").split()[0]) / 1024,
             len(os.listdir(place + "/fd")) if os.path.isdir(place) else 0,
             len(children),
             children.count("Z"),
-            float(status.get("Threads", 0)),
+            float(of.get("Threads", 0)),
             sum(map(int, stat[11:13])) / ticks,
             sum(map(int, stat[11:15])) / ticks,
         )
@@ -209,21 +174,14 @@ class Machine:
 
     def end_all(self, variable: str) -> None:
         """Ends every process that has this in its environment, and waits for that."""
-        mark = variable.encode() + b"="
 
-        def end_some() -> bool:
-            found = [
-                process
-                for process in self._processes()
-                if mark in (self.read(f"/proc/{process}/environ") or b"")
-            ]
+        def marked(process: str) -> bool:
+            return f"{variable}=".encode() in (self.read(f"/proc/{process}/environ") or b"")
+
+        while found := list(filter(marked, self._processes())):
             for process in found:
                 with contextlib.suppress(ProcessLookupError):
                     os.kill(int(process), signal.SIGKILL)
-            return not found
-
-        while not end_some():
-            pass
 
     def _processes(self) -> list[str]:
         return [name for name in os.listdir("/proc") if name.isdigit()]

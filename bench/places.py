@@ -16,12 +16,9 @@ STATUS_ROWS = f"{INSTALL}/status_log.csv"
 COMMANDS = "/var/www/html/commands.txt"
 SERIAL = "/dev/serial0"
 
-# The tree as it was installed, untouched by stand-ins, and the folder of whoever has started the
-# bench, where it may be written to (see bench/sandbox).
+# The tree as it was installed, untouched by stand-ins (see bench/sandbox); the bench's own folder, and
+# programs put first on the unit's search path.
 TREE = "/run/tree"
-CALLER = "/run/caller"
-
-# The bench's own folder, and programs put first on the unit's search path.
 BENCH = "/run/bench"
 CALLS = f"{BENCH}/calls"
 PROGRAMS = f"{BENCH}/bin"
@@ -29,4 +26,4 @@ PROGRAMS = f"{BENCH}/bin"
 
 def of_caller(path: str) -> str:
     """A file of whoever has started the bench, by its path as seen from there."""
-    return os.path.join(CALLER if os.path.isdir(CALLER) else "", path)
+    return os.path.join("/run/caller" if os.path.isdir("/run/caller") else "", path)

@@ -4,23 +4,19 @@
 import os
 import readline
 import sys
-from collections.abc import Iterator
 from threading import Event, Thread
 from time import monotonic
 
 from bench import Failure
-from bench.world.loop import Loop
-
-from .commands import Commands
+from bench.language import Commands
+from bench.world import Loop
 
 PROMPT = "> "
 
 
 class Prompt:
     def __init__(self, loop: Loop, commands: Commands) -> None:
-        self._commands = commands
-        self._line = ""
-        self._ready = Event()
+        self._commands, self._line, self._ready = commands, "", Event()
         self._ready.set()
         self._wake, self._waker = os.pipe()
         readline.parse_and_bind("set enable-bracketed-paste off")
@@ -37,7 +33,6 @@ class Prompt:
         else:
             line += "\n"
         sys.stdout.write(line)
-        sys.stdout.flush()
 
     def _read(self) -> None:
         while True:
@@ -62,6 +57,5 @@ class Prompt:
         self._ready.set()
 
     def _complete(self, start: str, index: int) -> str | None:
-        names: Iterator[str] = iter(sorted({verb.name for verb in self._commands.verbs}))
-        found = [name + " " for name in names if name.startswith(start)]
-        return found[index] if index < len(found) else None
+        names = sorted({row.name + " " for row in self._commands.verbs})
+        return [*filter(lambda name: name.startswith(start), names), None][index]

@@ -1,0 +1,243 @@
+# SPDX-License-Identifier: LicenseRef-KT6120
+"""The unit's networks, and the phone at their far end with its viewing app."""
+
+import os
+import random
+import socket
+from collections.abc import Callable, Iterator
+from contextlib import contextmanager
+from functools import partial
+
+from bench import Failure, number, table, to_bytes
+from bench.machine import libc
+from bench.watch import History
+from bench.world import Clock, Loop, run
+
+PLUG = os.path.join(os.path.dirname(__file__), "plug")
+CLONE_NEWNET = 0x40000000
+LONGEST_PAUSE = 3  # s, between two flaps
+
+# What is plugged in by a word of its own: interface, the unit's address, the phone's.
+NETS = {
+    "usb": ("usb0", "192.168.42.10/24", "192.168.42.129"),
+    "eth": ("eth0", "192.168.1.50/24", "192.168.1.1"),
+}
+
+APP_PORT = 8082
+STREAM_PORTS = (49152, 8001)  # so that the stream finds somebody at home; nobody reads there
+HEARTBEAT = 5.0  # s
+PATIENCE = 60  # s, for a unit that does not take what is sent
+
+
+class Network:
+    """Made of the kernel's own interfaces, addresses and routes.
+
+    Each is a pair of virtual Ethernet ends: one in the unit's world, one in the phone's.
+    """
+
+    def __init__(self, history: History, pause: Callable[[float], object]) -> None:
+        """`pause` lets seconds of the unit's time pass."""
+        self._history, self._pause = history, pause
+        self._peers: dict[str, str] = {}  # interface -> the phone's address and prefix
+        self._unit = os.open("/proc/self/ns/net", os.O_RDONLY)
+        if libc.unshare(CLONE_NEWNET) != 0:
+            raise Failure("cannot make the phone's network: not in the sandbox?")
+        self._phone = os.open("/proc/self/ns/net", os.O_RDONLY)
+        libc.setns(self._unit, CLONE_NEWNET)
+        self.place = f"/proc/{os.getpid()}/fd/{self._phone}"  # of the phone's namespace
+        self.phone_ip("link", "set", "lo", "up")
+        self.verbs = table(
+            """
+            usb up [ADDRESS/PREFIX [GATEWAY]]|down  a phone over USB; an address alone: no default route
+            eth up [ADDRESS/PREFIX [GATEWAY]]|down  the same over Ethernet
+            net NAME up [ADDRESS/PREFIX [GATEWAY]]|down  any other network
+            flap usb|eth COUNT SEED  so often down or up, 0 to 3 s apart
+            """,
+            usb=partial(self._plug, *NETS["usb"]),
+            eth=partial(self._plug, *NETS["eth"]),
+            net=lambda words: self._plug(words[0], "", "", words[1:]),
+            flap=self._flap,
+        )
+
+    @contextmanager
+    def in_phone(self) -> Iterator[None]:
+        """Sockets that are made meanwhile are the phone's, and so are programs that are started."""
+        libc.setns(self._phone, CLONE_NEWNET)
+        try:
+            yield
+        finally:
+            libc.setns(self._unit, CLONE_NEWNET)
+
+    def up(self, name: str, address: str, gateway: str) -> None:
+        """The phone has the gateway's address, to which the default route leads; "": no route."""
+        if name in self._peers:
+            self.down(name)
+        self.plug_in(name, address, gateway)
+        self._peers[name] = f"{gateway}/{address.partition('/')[2]}" if gateway else ""
+        self._history.note("network", f"{name} up: {address}, gateway {gateway or 'none'}\n")
+
+    def down(self, name: str) -> None:
+        """The interface disappears, as an unplugged one does."""
+        self._peers.pop(name, None)
+        self.unplug(name)
+        self._history.note("network", f"{name} down\n")
+
+    def set_reachable(self, reachable: bool) -> None:
+        """The phone vanishes without a word: its end has no address any more; or it is back."""
+        for name, peer in self._peers.items():
+            if peer:
+                self.phone_ip("addr", "flush", "dev", name)
+            if peer and reachable:
+                self.phone_ip("addr", "add", peer, "broadcast", "+", "dev", name)
+
+    def plug_in(self, name: str, address: str, gateway: str) -> None:
+        run(PLUG, name, address, gateway, self.place)
+
+    def unplug(self, name: str) -> None:
+        run("ip", "link", "del", name)
+
+    def phone_ip(self, *arguments: str) -> None:
+        run("nsenter", f"--net={self.place}", "ip", *arguments)
+
+    def _plug(self, name: str, address: str, gateway: str, words: list[str]) -> None:
+        if words == ["down"]:
+            self.down(name)
+        elif words[0] == "up" and (address or len(words) > 1):
+            if len(words) > 1:
+                address, gateway = (words[1:] + [""])[:2]
+            self.up(name, address, gateway)
+        else:
+            raise Failure("up or down?" if address else "net NAME up ADDRESS/PREFIX [GATEWAY]")
+
+    def _flap(self, words: list[str]) -> None:
+        if words[0] not in NETS:
+            raise Failure("usb or eth?")
+        chance = random.Random(int(number(words[2])))
+        for _ in range(int(number(words[1]))):
+            self._pause(chance.uniform(0, LONGEST_PAUSE))
+            is_up = NETS[words[0]][0] in self._peers
+            self._plug(*NETS[words[0]], ["down" if is_up else "up"])
+
+
+class App:
+    """A TCP server at port 8082, a heartbeat every 5 s, and open ports for the video stream."""
+
+    def __init__(
+        self,
+        loop: Loop,
+        clock: Clock,
+        history: History,
+        network: Network,
+        expect: Callable[[list[str]], object],
+    ) -> None:
+        self._loop, self._history, self._network, self._expect = loop, history, network, expect
+        self._server: socket.socket | None = None
+        self._line: socket.socket | None = None  # the unit's connection
+        self._talks = self._reads = True
+        self._listen()
+        with network.in_phone():
+            self._stream = [socket.socket(type=socket.SOCK_DGRAM) for _ in STREAM_PORTS]
+        for end, port in zip(self._stream, STREAM_PORTS):
+            end.bind(("", port))
+        clock.every(HEARTBEAT, self._beat)
+        # What it can be told, with the number of arguments; anything else it says to the unit.
+        self._acts: dict[tuple[str, int], Callable[..., object]] = {
+            ("refuse", 0): self._refuse,
+            ("accept", 0): self._listen,
+            ("silent", 0): lambda: self._behave(talks=False, reads=self._reads),
+            ("hang", 0): lambda: self._behave(talks=False, reads=False),
+            ("talk", 0): lambda: self._behave(talks=True, reads=True),
+            ("drop", 0): lambda: network.set_reachable(False),
+            ("close", 0): lambda: self._end(self._connected()),
+            ("halfclose", 0): lambda: self._connected().shutdown(socket.SHUT_WR),
+            ("raw", 1): lambda text: self._send(to_bytes(text)),
+            ("big", 1): lambda count: self._send(b"x" * int(number(count)) + b"\r\n"),
+        }
+        self.verbs = table(
+            r"""
+            app LINE                   the app sends the line with CR LF: app LampUp
+            app raw "BYTES"|big COUNT  it sends bytes as told; a line of so many bytes
+            app silent|talk|hang       no heartbeat; every 5 s again; nor does it read
+            app refuse|accept          its port is closed; open and reachable again
+            app close|halfclose|drop   ends the connection; vanishes without a word
+            ask LINE ANSWER            it hears the answer too: ask TWK? "TWK 0\r"
+            """,
+            app=self._app,
+            ask=self._ask,
+        )
+
+    def _app(self, words: list[str]) -> None:
+        act = self._acts.get((words[0], len(words) - 1))
+        if act:
+            act(*words[1:])
+        else:
+            self._send(to_bytes(" ".join(words)) + b"\r\n")
+
+    def _ask(self, words: list[str]) -> None:
+        self._app(words[:-1])
+        self._expect(["app", words[-1]])
+
+    def _send(self, content: bytes) -> None:
+        line = self._connected()
+        self._history.note("phone", content)
+        try:
+            line.sendall(content)
+        except OSError:
+            self._end(line)
+
+    def _beat(self) -> None:
+        if self._talks and self._line:
+            self._send(b"KestraApp\r\n")
+
+    def _connected(self) -> socket.socket:
+        if not self._line:
+            raise Failure("the unit is not connected to the app")
+        return self._line
+
+    def _listen(self) -> None:
+        self._network.set_reachable(True)
+        if not self._server:
+            with self._network.in_phone():
+                self._server = socket.create_server(("", APP_PORT))
+            self._loop.reads(self._server.fileno(), partial(self._take_connection, self._server))
+
+    def _refuse(self) -> None:
+        if self._server:
+            self._loop.forget(self._server.fileno())
+            self._server.close()
+            self._server = None
+        if self._line:
+            self._end(self._line)
+
+    def _behave(self, talks: bool, reads: bool) -> None:
+        self._talks, self._reads = talks, reads
+        if self._line:
+            self._loop.forget(self._line.fileno())
+            self._hear_from(self._line)
+
+    def _take_connection(self, server: socket.socket) -> None:
+        self._line, (address, _) = server.accept()
+        self._line.settimeout(PATIENCE)
+        self._line.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        self._history.note("network", f"app: the unit has connected from {address}\n")
+        self._hear_from(self._line)
+
+    def _hear_from(self, line: socket.socket) -> None:
+        if self._reads:
+            self._loop.reads(line.fileno(), partial(self._hear, line))
+
+    def _hear(self, line: socket.socket) -> None:
+        try:
+            content = line.recv(65536)
+        except OSError:
+            content = b""
+        if content:
+            self._history.note("app", content)
+        else:
+            self._end(line)
+
+    def _end(self, line: socket.socket) -> None:
+        self._loop.forget(line.fileno())
+        line.close()
+        self._line = None if self._line is line else self._line
+        self._history.note("network", "app: the unit's connection has ended\n")

@@ -1,0 +1,256 @@
+# SPDX-License-Identifier: LicenseRef-KT6120
+"""What happened on the bench, what the unit's store holds and what its program takes, and the view of it."""
+
+import re
+import sys
+from collections.abc import Callable
+from functools import partial
+
+from bench import Failure, State, number, places, table, to_bytes, to_text
+from bench.machine import GAUGES, Machine
+from bench.world import Act, Clock, Loop
+
+DAY = 86400  # s
+RATE_INTERVAL = 5  # s
+LONGEST = 500  # characters of a line
+
+# What happens, by the name that `expect` has for it: how it is shown, its colour on a terminal (cyan,
+# blue, bold, white, red, magenta, green, bright green, yellow, bright magenta, grey), and what it is.
+KINDS = {
+    "serial": ("serial >", "36", "bytes of the unit to the MCU"),
+    "mcu": ("serial <", "34", "of the MCU to the unit"),
+    "log": ("log", "1", "the program log"),
+    "stdout": ("stdout", "37", "the program's standard output"),
+    "stderr": ("stderr", "31", "its standard error"),
+    "calls": ("call", "35", "calls of recorded programs, in order"),
+    "app": ("app <", "32", "bytes of the unit to the phone"),
+    "phone": ("app >", "92", "of the phone to the unit"),
+    "change": ("store", "33", 'changes of the store: "Battery/Voltage: 6260 -> 4695"'),
+    "network": ("network", "95", "changes of the network"),
+    "bench": ("bench", "90", "the bench's own remarks"),
+}
+
+
+class Stream:
+    """All of one kind, as bytes. `found`: behind the last text that an expect has met."""
+
+    def __init__(self) -> None:
+        self.content, self.found, self.mark = bytearray(), 0, 0
+
+
+class History:
+    """Everything that happened, in order; who wants to hear of it appends a listener."""
+
+    def __init__(self) -> None:
+        self._streams = {kind: Stream() for kind in KINDS}
+        self.listeners: list[Callable[[str, bytes], object]] = []
+        self.when_marked: list[Act] = []
+
+    def note(self, kind: str, text: bytes | str) -> None:
+        """A text of a kind that is made of lines carries its line feed."""
+        content = to_bytes(text) if isinstance(text, str) else text
+        self._streams[kind].content += content
+        for listener in self.listeners:
+            listener(kind, content)
+
+    def of(self, kind: str) -> Stream:
+        return self._streams[kind]
+
+    def mark(self) -> None:
+        """Later expects look only at what happens from now on."""
+        for stream in self._streams.values():
+            stream.found = stream.mark = len(stream.content)
+        for act in self.when_marked:
+            act()
+
+
+def parse(content: bytes) -> dict[str, str]:
+    """The keys of an INI file with their groups, the values as they stand."""
+    values, group = {}, ""
+    for line in map(str.strip, to_text(content).split("\n")):
+        key, equals, value = line.partition("=")
+        if line.startswith("[") and line.endswith("]"):
+            group = line[1:-1] + "/"
+        elif equals and key:
+            values[group + key] = value
+    return values
+
+
+class Store:
+    """The status store on disk."""
+
+    def __init__(self, history: History) -> None:
+        self._history = history
+        self.values: dict[str, str] = {}
+        self.expects = table("store KEY VALUE  the status store on disk", store=self._look)
+
+    def hear(self, content: bytes) -> None:
+        """What the file holds now."""
+        before, self.values = self.values, parse(content)
+        for key, value in sorted(self.values.items()):
+            if (old := before.get(key, "-")) != value:
+                self._history.note("change", f"{key}: {old} -> {value}\n")
+
+    def _look(self, words: list[str]) -> State:
+        key, value = words[0], " ".join(words[1:])
+        return State(
+            lambda: self.values.get(key, "") == value,
+            lambda: f"{key} is {self.values.get(key, 'missing')}",
+        )
+
+
+class Gauges:
+    """What the program takes of the system, as it is shown, sampled and expected."""
+
+    def __init__(
+        self, clock: Clock, history: History, machine: Machine, process: Callable[[], int]
+    ) -> None:
+        self._clock, self._history, self._machine = clock, history, machine
+        self._process = process
+        self._marked = dict.fromkeys(GAUGES, 0.0)
+        history.when_marked.append(lambda: self._marked.update(self.values()))
+        self.verbs = table(
+            """
+            show         what the program takes: memory, descriptors, children, CPU time
+            sample FILE  adds a row of the same to a table
+            """,
+            show=self._show,
+            sample=self._sample,
+        )
+        self.expects = table(
+            """
+            rss [growth] below N  resident MiB of the program; growth is counted from the last mark
+            descriptors [growth] below N  open ones
+            children [growth] below N  of the program
+            zombies [growth] below N  children that have ended and were not reaped
+            threads [growth] below N  of the program
+            cpu [growth] below N  seconds of processor since its start
+            family [growth] below N  the same, with its ended children
+            processes TEXT N  so many have it in their command line
+            """,
+            processes=self._count,
+            **{name: partial(self._look, name) for name in GAUGES},
+        )
+
+    def values(self) -> dict[str, float]:
+        process = self._process()
+        return self._machine.gauges(process) if process else dict.fromkeys(GAUGES, 0.0)
+
+    def _show(self, _: list[str]) -> None:
+        for name, value in self.values().items():
+            self._history.note("bench", f"{name} {value:g}\n")
+
+    def _sample(self, words: list[str]) -> None:
+        columns = {"day": f"{self._clock.seconds() / DAY:.3f}"}
+        columns |= {name: f"{value:g}" for name, value in self.values().items()}
+        for name, path in (("log", places.LOG), ("csv", places.STATUS_ROWS)):
+            columns[name] = str(len(self._machine.read(path) or b""))
+        row = ",".join(columns.values()) + "\n"
+        with open(places.of_caller(words[0]), "a") as table:
+            table.write((",".join(columns) + "\n" if table.tell() == 0 else "") + row)
+        self._history.note("bench", f"sample {row}")
+
+    def _look(self, name: str, words: list[str]) -> State:
+        if words[-2] != "below":
+            raise Failure(f"expect {name} [growth] below N")
+        limit = number(words[-1])
+        base = self._marked[name] if words[0] == "growth" else 0
+        return State(
+            lambda: self._process() > 0 and self.values()[name] - base < limit,
+            lambda: f"{name} is {self.values()[name]:g}, at the mark it was {base:g}",
+        )
+
+    def _count(self, words: list[str]) -> State:
+        def count() -> int:
+            return self._machine.processes_with(words[0])
+
+        return State(lambda: count() == number(words[1]), lambda: f"{count()} run")
+
+
+ESCAPES = {"r": "\r", "n": "\n", "t": "\t", "0": "\0", '"': '"', "\\": "\\"}
+LETTERS = {ord(byte): "\\" + letter for letter, byte in ESCAPES.items() if byte != '"'}
+
+
+def printable(content: bytes) -> str:
+    """Bytes as a person can read them: control bytes and bytes above ASCII as escapes."""
+    return "".join(
+        LETTERS.get(byte) or (chr(byte) if 0x20 <= byte < 0x7F else f"\\x{byte:02x}")
+        for byte in content
+    )
+
+
+class View:
+    """Prints what happens, one line each, as it happens.
+
+    The poll's queries and the answers that tell nothing new are shown as a rate instead, and what a
+    program prints over and over once, with how often more.
+    """
+
+    def __init__(
+        self, loop: Loop, clock: Clock, history: History, write: Callable[[str], object] = print
+    ) -> None:
+        self._clock, self._write, self._colours = clock, write, sys.stdout.isatty()
+        self._known: dict[bytes, bytes] = {}  # first word -> last line shown, for both directions
+        self._partial = b""  # of the unit's line
+        self._last, self._repeats = ("", b""), 0
+        self._polls = {"serial": 0, "mcu": 0}
+        self._rated = 0.0
+        history.listeners.append(self._show)
+        loop.timer(self._show_rate).every(RATE_INTERVAL)
+
+    def _show(self, kind: str, text: bytes) -> None:
+        if kind == "serial":
+            text = self._whole(text)
+        if kind in ("serial", "mcu", "app", "phone"):
+            if text and not self._routine(kind, text):
+                self._print(kind, printable(text))
+            return
+        for line in filter(None, text.split(b"\n")):
+            if (kind, line) == self._last:
+                self._repeats += 1
+            else:
+                self._print(kind, printable(line))
+                self._last = (kind, line)
+
+    def _whole(self, text: bytes) -> bytes:
+        """A board's line brings single bytes: they are gathered up to the first byte of a line's end."""
+        self._partial = (self._partial + text).lstrip(b"\r\n")  # the second byte of the one before
+        if not re.search(rb"[\r\n]", self._partial):
+            return b""
+        line, self._partial = self._partial, b""
+        return line
+
+    def _routine(self, kind: str, text: bytes) -> bool:
+        if kind != "mcu" and not (kind == "serial" and b"?" in text):
+            return False
+        word = text if kind == "serial" else text.split(b" ")[0]
+        known, self._known[word] = self._known.get(word), text
+        self._polls[kind] += known == text
+        return known == text
+
+    def _show_rate(self) -> None:
+        self._show_repeats()
+        now = self._clock.seconds()
+        seconds, self._rated = now - self._rated, now
+        if any(self._polls.values()) and seconds > 0:
+            polls, answers = (count / seconds for count in self._polls.values())
+            rates = f"{polls:.1f} polls/s, {answers:.1f} answers/s that tell nothing new"
+            self._print("serial", f"... {rates}")
+            self._polls = dict.fromkeys(self._polls, 0)
+
+    def _show_repeats(self) -> None:
+        (kind, _), more = self._last, self._repeats
+        self._last, self._repeats = ("", b""), 0
+        if more:
+            self._print(kind, f"... {more} times more")
+
+    def _print(self, kind: str, text: str) -> None:
+        self._show_repeats()
+        text = text if len(text) <= LONGEST else text[:LONGEST] + " ..."
+        name, colour, _ = KINDS[kind]
+        seconds = f"{self._clock.seconds():8.3f}"
+        line = f"{name:<9} {text}"
+        if self._colours:
+            seconds, line = f"\033[90m{seconds}\033[0m", f"\033[{colour}m{line}\033[0m"
+        self._write(f"{seconds} {line}")
+        sys.stdout.flush()
