@@ -108,7 +108,8 @@ QJsonArray described(const QList<ProgramLog::Line> &lines, const Catalogue &cata
 }
 
 // Whether a page of this name can only be the unit's own: whoever owns a name on the internet may
-// let it lead to the unit, and his page then counts as one with ours.
+// let it lead to the unit, and his page then counts as one with ours. The web server gives the name
+// in small letters, without a dot at its end.
 bool isOwnName(QByteArray host)
 {
     const int bracket = int(host.indexOf(']'));
@@ -116,9 +117,6 @@ bool isOwnName(QByteArray host)
         host = host.mid(1, bracket - 1);
     else
         host.truncate(host.contains(':') ? int(host.indexOf(':')) : int(host.size()));
-    host = host.toLower();
-    if (host.endsWith('.'))
-        host.chop(1);
     in6_addr address = {};
     std::array<char, HOST_NAME_MAX + 1> name{};
     gethostname(name.data(), name.size() - 1);
