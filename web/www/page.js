@@ -1,4 +1,5 @@
 "use strict";
+/* global makeStream */ // stream.js, which comes first
 
 const byId = (id) => document.getElementById(id);
 
@@ -189,7 +190,7 @@ async function tap(name, argument) {
     showTaps();
     if (!await command(next) && taps.length > 0) {
       byId("answer").textContent += `; not sent: ${taps.map((waiting) => waiting.name).join(", ")}`;
-      taps = [];
+      taps.splice(0);
       showTaps();
     }
   }
