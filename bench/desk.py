@@ -9,7 +9,7 @@ from bench import places
 from bench.language import Commands
 from bench.machine import Machine
 from bench.mcu import Line, Mcu, Recorder, pseudo_terminal
-from bench.page.server import Page
+from bench.page import Page
 from bench.phone import App, Network
 from bench.unit import Files, Hardware, Program, Recorded, Unit
 from bench.video import Video

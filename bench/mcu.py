@@ -247,7 +247,7 @@ class Mcu:
             mcu chatter BYTES      lines without pause, three at once, as fast as the line carries
             mcu replay FILE        its lines of a capture, each behind the query that it answered
             """,
-            mcu=self._mcu,
+            mcu=self.command,
         )
 
     def renew_line(self) -> None:
@@ -262,7 +262,7 @@ class Mcu:
             self._history.note("mcu", content)
             self._line.send(content)
 
-    def _mcu(self, words: list[str]) -> None:
+    def command(self, words: list[str]) -> None:
         verb, value = words[0], words[1] if len(words) > 1 else ""
         acts: dict[str, Callable[[], object]] = {
             "turn": lambda: setattr(self, "_turning", True),

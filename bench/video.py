@@ -22,6 +22,7 @@ ETH_P_IP = 0x0800
 WINDOW = 2.0  # s
 STAMPS_PER_SECOND = 90000
 UDP_HEADER, RTP_HEADER = 8, 12
+SEQUENCE_PARAMETERS, AGGREGATE = 7, 24  # types of packets; the first leads a key frame
 MARKER = 0x80  # the last packet of a frame
 PATIENCE = 60  # s
 
@@ -30,7 +31,8 @@ DECODE = (
     "gst-launch-1.0 -q fdsrc ! application/x-rtp-stream,media=video,clock-rate=90000,"
     "encoding-name=H264 ! rtpstreamdepay ! rtph264depay ! h264parse ! avdec_h264 !"
 ).split()
-TO_PNG = "videoconvert ! pngenc snapshot=true ! filesink".split()
+# A slow decoder's last picture: what the queue passes over is older.
+TO_PNG = "queue leaky=downstream max-size-buffers=1 ! videoconvert ! pngenc ! multifilesink".split()
 
 
 class Tap:
@@ -39,6 +41,7 @@ class Tap:
     def __init__(self, port: int) -> None:
         self._port = port
         self._frames: deque[tuple[float, int]] = deque()  # arrival, s, and time in the picture
+        self.kept: list[bytes] = []  # since the last key frame, each led by its length
         self.listeners: list[Callable[[bytes], object]] = []
 
     def take(self, packet: bytes) -> None:
@@ -48,15 +51,21 @@ class Tap:
         if (
             packet[9] != socket.IPPROTO_UDP
             or unpack_from(">H", packet, header + 2)[0] != self._port
-            or len(rtp) < RTP_HEADER
+            or len(rtp) < RTP_HEADER + 4
         ):
             return
+        framed = pack(">H", len(rtp)) + rtp
+        kinds = [rtp[at] & 0x1F for at in (RTP_HEADER, RTP_HEADER + 3)]
+        if kinds[0] == SEQUENCE_PARAMETERS or kinds == [AGGREGATE, SEQUENCE_PARAMETERS]:
+            self.kept = [framed]
+        elif self.kept:
+            self.kept.append(framed)
         if rtp[1] & MARKER:
             self._frames.append((monotonic(), unpack_from(">I", rtp, 4)[0]))
             while self._frames[0][0] < self._frames[-1][0] - WINDOW:
                 self._frames.popleft()
         for listener in list(self.listeners):
-            listener(rtp)
+            listener(framed)
 
     def rate(self) -> float:
         """Frames a second by the picture's own clock, of those of the last two seconds; 0 of one."""
@@ -102,21 +111,18 @@ class Video:
         with nullcontext() if here else self._network.in_phone():  # type: ignore[union-attr]
             listen(self._loop, tap)
 
-    def decode(self, port: int, elements: list[str], **options: object) -> Process:
-        """gst-launch with these elements behind the decoder; it gets what arrives from now on."""
-        tap = self.tap(port)
-        decoder = Process(
-            self._loop, DECODE + elements, stdin=subprocess.PIPE, **options  # type: ignore
-        )
-        packets: SimpleQueue[bytes] = SimpleQueue()
+    def decode(self, port: int, elements: list[str], heard: Callable[[bytes], object]) -> Process:
+        """gst-launch with these elements behind the decoder, from the last key frame on."""
+        tap, packets = self.tap(port), SimpleQueue[bytes]()
+        decoder = Process(self._loop, DECODE + elements, stdout=heard, stdin=subprocess.PIPE)
+        packets.put(b"".join(tap.kept))
         tap.listeners.append(packets.put)
 
         def feed() -> None:  # which waits for a decoder that is slow
-            pipe = decoder.child.stdin
-            assert pipe
-            with suppress(OSError):  # it has ended
-                while rtp := packets.get():
-                    os.write(pipe.fileno(), pack(">H", len(rtp)) + rtp)
+            with suppress(OSError), decoder.child.stdin as pipe:
+                while True:  # until it has ended
+                    pipe.write(packets.get())
+                    pipe.flush()
             tap.listeners.remove(packets.put)
 
         Thread(target=feed, daemon=True).start()
@@ -132,14 +138,14 @@ class Video:
     def snapshot(self, words: list[str]) -> None:
         if words[0] not in PORTS:
             raise Failure("snapshot pal, phone or ethernet?")
-        port, picture = PORTS[words[0]], places.of_caller(words[1])
-        with suppress(FileNotFoundError):
-            os.remove(picture)
-        said = bytearray()
-        elements = [*TO_PNG, f"location={picture}"]
-        decoder = self.decode(port, elements, stderr=said.extend)
-        self._clock.until(lambda: not decoder.running, PATIENCE)
-        decoder.stop()
-        if not os.path.exists(picture) or not os.path.getsize(picture):
-            raise Failure(f"no picture at port {port}\n{to_text(said)}")
+        tap, picture = self.tap(PORTS[words[0]]), places.of_caller(words[1])
+        if not self._clock.until(lambda: tap.rate() > 0 and len(tap.kept) > 0, PATIENCE):
+            raise Failure(f"nothing comes at port {PORTS[words[0]]}")
+        command = [*DECODE, *TO_PNG, f"location={picture}"]
+        stream = b"".join(tap.kept)
+        done = self._loop.apart(
+            lambda: subprocess.run(command, input=stream, capture_output=True, timeout=PATIENCE)
+        )
+        if done.returncode != 0 or not os.path.getsize(picture):
+            raise Failure(to_text(done.stdout + done.stderr))
         self._history.note("bench", f"picture written to {words[1]}\n")

@@ -2,12 +2,11 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 """Measures the real program beside its floor, in the sandbox, and prints one table.
 
-Usage: measure.py BUILD ROUNDS. Each row sets a figure of the program beside the same figure of a
-bare process of the same libraries (bench/measure/floor.cpp) taken in turn in the same run: medians
-over the rounds, how far the rounds lie apart, and the median of the ratios pair by pair, which holds
-when the machine's speed drifts. A round before them finds nothing in the machine's caches and is not
-counted, nor are the pauses that the system prescribes at start. The instructions of a poll cycle
-stand beside those of the last release (bench/measure/pollcycle.txt).
+Usage: measure.py BUILD ROUNDS. Each row sets a figure of the program beside that of a bare process of
+the same libraries (bench/measure/floor.cpp) taken in turn: medians over the rounds, half of how far
+these lie apart, and the median of the ratios pair by pair, which holds when the machine's speed drifts.
+A round before them, with nothing in the machine's caches, is not counted, nor are the pauses that the
+system prescribes at start. The instructions of a poll cycle stand beside the last release's.
 """
 
 import os
@@ -18,14 +17,17 @@ import statistics
 import subprocess
 import sys
 import time
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
 from contextlib import contextmanager
 from functools import partial
+from typing import Any
 
 sys.path.insert(0, str(pathlib.Path(__file__).parents[2]))
 
 from bench import places
 from bench.mcu import Line, Mcu, pseudo_terminal
+from bench.phone import PLUG
+from bench.unit import stand_ins
 from bench.video import PORTS, Tap, listen
 from bench.watch import History
 from bench.world import Loop, run
@@ -35,27 +37,21 @@ FLOOR = f"{BUILD}/bin/floor"
 FLOOR_STORE = f"{places.INSTALL}/floor.ini"
 FLOOR_LINE = f"{places.BENCH}/serial"
 CAMERA = pathlib.Path(places.BENCH, "camera")
-PLUG = str(pathlib.Path(__file__).parents[1] / "plug")
 LAST_RELEASE = pathlib.Path(__file__).with_name("pollcycle.txt")
 SAMPLES = 1000
 SETTLED = 3  # seconds after which everything that is started beside the program has come up
 ANNOUNCEMENTS = 5 * 400  # ms: a pause after each line that greets the microcontroller
-CYCLE = 14  # queries
+CYCLE, CYCLES = 14, 5  # queries, and how often they are asked
+DRAINED = 0.2  # s, in which all has come that an ended process had sent
 PATIENCE = 60  # s
 PIPELINE = (
-    "gst-launch-1.0 -q v4l2src device=/dev/video0 ! queue ! videoconvert ! "
-    "video/x-raw,width=720,height=576,framerate=25/1 ! queue ! omxh264enc "
-    "target-bitrate=4000000 control-rate=1 ! rtph264pay ! "
-    f"udpsink host=127.0.0.1 port={PORTS['pal']} sync=false"
+    "gst-launch-1.0 -q v4l2src device=/dev/video0 ! queue ! videoconvert ! video/x-raw,width=720,"
+    "height=576,framerate=25/1 ! queue ! omxh264enc target-bitrate=4000000 control-rate=1 ! "
+    f"rtph264pay ! udpsink host=127.0.0.1 port={PORTS['pal']} sync=false"
 )
-ENVIRONMENT = os.environ | {
-    "GST_PLUGIN_PATH": f"{BUILD}/gstreamer-1.0:{BUILD}/standins",
-    "GST_REGISTRY": f"{BUILD}/gstreamer-registry",
-}
-SIZES = (
-    ("resident memory, idle", "written memory, idle", "mapped shared objects, idle"),
-    ("MiB", "MiB", ""),
-)
+ENVIRONMENT = os.environ | stand_ins(BUILD)
+SIZES = (("resident memory", "MiB"), ("written memory", "MiB"), ("mapped shared objects", ""))
+P50, P99 = SAMPLES // 2, SAMPLES * 99 // 100
 loop = Loop()
 # What is measured, by its unit; a pair a round: the program's figure and the floor's.
 pairs: dict[tuple[str, str], list[tuple[float, float]]] = {}
@@ -75,17 +71,16 @@ def rest(seconds: float) -> None:
 
 
 @contextmanager
-def microcontroller():
+def microcontroller() -> Iterator[Any]:
     """At the end of the line; the queries that it has heard."""
     history = History()
-    plug_in = partial(pseudo_terminal, loop, places.SERIAL)
-    mcu = Mcu(loop, lambda: 1, history, plug_in, str)
+    mcu = Mcu(loop, lambda: 1, history, partial(pseudo_terminal, loop, places.SERIAL), str)
     yield history.of("serial")
     mcu.command(["gone"])
 
 
 @contextmanager
-def started(*command: str, stdout: int = subprocess.DEVNULL):
+def started(*command: str, stdout: int = subprocess.DEVNULL) -> Iterator[Any]:
     """A process, killed at the end."""
     process = subprocess.Popen(command, env=ENVIRONMENT, stdout=stdout, stderr=subprocess.DEVNULL)
     try:
@@ -129,7 +124,7 @@ def in_turn(*acts: Callable[[], object]) -> list[list[float]]:
             begin = time.perf_counter()
             act()
             times.append(milliseconds(begin) * 1e3)
-            loop.turn(0.002)
+            rest(0.002)
     return [sorted(times) for times in taken]
 
 
@@ -178,8 +173,8 @@ def without_picture(listener: socket.socket) -> None:
             note("start to first serial byte", "ms", milliseconds(begin), bare_start)
             wait(lambda: b"COILER:VALUE?" in heard, "query")
             rest(SETTLED)
-            for name, kind, ours, floors in zip(*SIZES, memory(unit), memory(bare)):
-                note(name, kind, ours, floors)
+            for (name, kind), ours, floor in zip(SIZES, memory(unit), memory(bare)):
+                note(f"{name}, idle", kind, ours, floor)
             bare.kill()
             times_on_the_way(line, floor_line, listener)
     line.close()
@@ -191,7 +186,7 @@ def times_on_the_way(line: Line, floor_line: Line, listener: socket.socket) -> N
     with started(FLOOR, "store", FLOOR_LINE, FLOOR_STORE, stdout=subprocess.PIPE) as floor:
         floor.stdout.read(1)
         times = in_turn(store(line, places.STORE), store(floor_line, FLOOR_STORE))
-        note("wire to store", "us", times[0][SAMPLES // 2], times[1][SAMPLES // 2])
+        note("wire to store", "us", times[0][P50], times[1][P50])
     # A phone is there; the app's address is local, like the floor's peer.
     run(PLUG, "usb0", "192.168.42.10/24", "192.168.42.1")
     connection = accept(listener)
@@ -200,12 +195,9 @@ def times_on_the_way(line: Line, floor_line: Line, listener: socket.socket) -> N
         echo = accept(listener)
         requests = ((connection, b"LampValue?\r\n"), (connection, b"Port 1\r\n"), (echo, b"x\r\n"))
         answers, acknowledgements, echoes = in_turn(*(trip(*request) for request in requests))
-    for name, ours, part in (
-        ("request to answer, p50", answers, 0.5),
-        ("request to answer, p99", answers, 0.99),
-        ("request to acknowledgement, p50", acknowledgements, 0.5),
-    ):
-        note(name, "us", ours[int(SAMPLES * part)], echoes[int(SAMPLES * part)])
+    note("request to answer, p50", "us", answers[P50], echoes[P50])
+    note("request to answer, p99", "us", answers[P99], echoes[P99])
+    note("request to acknowledgement, p50", "us", acknowledgements[P50], echoes[P50])
     connection.close()
     echo.close()
     run("ip", "link", "del", "usb0")
@@ -217,6 +209,7 @@ def with_picture(packets: list[bytes], last: bool) -> None:
     figures = []
     for command, pause in (([places.PROGRAM], ANNOUNCEMENTS), (PIPELINE.split(), 0)):
         with microcontroller():
+            rest(DRAINED)
             packets.clear()
             begin = time.perf_counter()
             with started(*command) as process:
@@ -232,19 +225,23 @@ def with_picture(packets: list[bytes], last: bool) -> None:
         note("processor share, PAL on", "%", share, floor_share)
 
 
-def poll_cycle(cycles: int = 5) -> float:
+def poll_cycle() -> float:
     """Instructions of the program's own code and what it calls, for a cycle of queries: sending
     them, taking up the answers, and all that follows from these."""
     counted = pathlib.Path("/tmp/callgrind.out")
-    toggles = ("commsInternalProcessRequest()", "serialPortProcessData()")
+    tool = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={counted}"]
+    for name in ("commsInternalProcessRequest()", "serialPortProcessData()"):
+        tool.append(f"--toggle-collect=commsInternal::{name}")
     with microcontroller() as serial:
-        tool = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={counted}"]
-        tool += [f"--toggle-collect=commsInternal::{name}" for name in toggles]
         with started(*tool, "--collect-atstart=no", places.PROGRAM) as unit:
-            wait(lambda: serial.content.count(b"?") >= CYCLE * cycles, "queries", 10 * PATIENCE)
+            wait(
+                lambda: bool(serial.content.count(b"?") >= CYCLE * CYCLES), "queries", 10 * PATIENCE
+            )
             unit.terminate()
             unit.wait()
-    return int(counted.read_text().split("\ntotals: ")[1].split()[0]) / cycles
+        rest(DRAINED)
+    total = int(counted.read_text().split("\ntotals: ")[1].split()[0])
+    return total * CYCLE / float(serial.content.count(b"?"))
 
 
 def show() -> None:
@@ -279,8 +276,7 @@ def main() -> None:
         off = processor(unit, 60)
     show()
     print(f"{'processor share, polling, PAL off':<54}{off:>11.1f}{'':>35}  %")
-    print(f"medians over {ROUNDS} rounds of {SAMPLES} samples, and half of how far they lie apart;")
-    print("instructions once; processor share over a minute")
+    print(f"medians over {ROUNDS} rounds of {SAMPLES} samples, and half of how far they lie apart")
 
 
 main()

@@ -75,7 +75,7 @@ class Browser:
 
     def is_clean(self) -> State:
         told = self._last(self._read_console)
-        return State(lambda: told() == "", lambda: self._complaints)
+        return State(lambda: bool(told() == ""), lambda: self._complaints)
 
     def _last(self, work: Callable[[], Any]) -> Callable[[], Any]:
         """A function that does not block: it returns what came of the work when it was done last."""

@@ -78,7 +78,7 @@ def start(
         def show(self, port: int) -> None:
             self.begin("multipart/x-mixed-replace; boundary=image")
             images: SimpleQueue[bytes] = SimpleQueue()
-            decoder = in_loop(lambda: video.decode(port, IMAGES, stdout=images.put))
+            decoder = in_loop(lambda: video.decode(port, IMAGES, images.put))
             try:
                 while True:
                     self.wfile.write(images.get())
