@@ -38,7 +38,7 @@ private slots:
         check(2.0, "2");
     }
 
-    // A wait is twenty pauses of the loop, each of which gives the processor away.
+    // A wait is twenty sleeps, each of them a voluntary context switch.
     void aHeldLockIsWaitedForOnce()
     {
         QLockFile lock(paths::statusStore + QString(".lock"));
