@@ -226,7 +226,7 @@ class Mcu:
         `find` tells where a file is that a scenario names.
         """
         self._loop, self._speed, self._history, self._find = loop, speed, history, find
-        self._plug_in = lambda: plug_in(self._heard)
+        self._plug_in: Callable[[], Line] = lambda: plug_in(self._heard)
         self._line: Line | None = self._plug_in()
         self._model = dict(HEALTHY)
         self._gathered = b""  # the unit's bytes since the last line end

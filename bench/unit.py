@@ -2,6 +2,7 @@
 """The unit: its real program, unmodified, the programs that it calls, its hardware and its files."""
 
 import os
+from collections.abc import Callable
 from time import monotonic
 
 from bench import Failure, State, number, places, table, to_bytes, to_text
@@ -233,7 +234,7 @@ class Recorded:
 
     def _call(self, words: list[str]) -> None:
         name = words[0]
-        acts = {
+        acts: dict[str, Callable[[str, str], object]] = {
             "prints": lambda key, value: self.set_reply(key, "output", value),
             "takes": lambda key, value: self.set_reply(key, "delay", f"{number(value):g}\n"),
             "holds": lambda key, value: self.set_reply(key, "hold"),
