@@ -49,7 +49,7 @@ def table(text: str, **acts: Callable[[list[str]], Any]) -> list[Row]:
     forms = re.findall(r"^ *(\w+) ?(.*?)  +(.*)$", text, re.MULTILINE)
     least: dict[str, int] = {}
     for name, arguments, _ in forms:
-        needed = sum(not word.startswith("[") for word in arguments.split())
+        needed = len(re.sub(r" ?\[[^]]*\]+", "", arguments).split())
         least[name] = min(needed, least.get(name, needed))
     return [
         Row(name, arguments, told, acts.pop(name, None), least[name])

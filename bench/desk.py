@@ -71,6 +71,7 @@ class Around:
 
 class Desk(Around):
     def __init__(self, build: str) -> None:
+        os.environ |= places.stand_ins(build)  # for all that is started
         loop, history = Loop(), History()
         clock, machine = Clock(loop), Machine(loop)
         recorded = Recorded(machine, RECORDER)

@@ -27,3 +27,9 @@ PROGRAMS = f"{BENCH}/bin"
 def of_caller(path: str) -> str:
     """A file of whoever has started the bench, by its path as seen from there."""
     return os.path.join("/run/caller" if os.path.isdir("/run/caller") else "", path)
+
+
+def stand_ins(build: str) -> dict[str, str]:
+    """Where GStreamer finds camera and encoder on the bench, and the list of all elements."""
+    plugins = f"{build}/gstreamer-1.0:{build}/standins"
+    return {"GST_PLUGIN_PATH": plugins, "GST_REGISTRY": f"{build}/gstreamer-registry"}

@@ -43,12 +43,6 @@ ENCODER = {"fails": "fails", "works": "ok"}
 FAULT = {"on": "1", "off": "0"}
 
 
-def stand_ins(build: str) -> dict[str, str]:
-    """Where the program finds camera and encoder on the bench."""
-    plugins = f"{build}/gstreamer-1.0:{build}/standins"
-    return {"GST_PLUGIN_PATH": plugins, "GST_REGISTRY": f"{build}/gstreamer-registry"}
-
-
 class Unit:
     """The program as it is started, ended and asked about, wherever it runs."""
 
@@ -173,7 +167,6 @@ class Program(Unit):
         return {
             **os.environ,
             "PATH": f"{places.PROGRAMS}:/usr/sbin:/usr/bin:/sbin:/bin",
-            **stand_ins(self._build),
             "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + sanitizer,
             MARK: "1",
             **self._clock.environment(f"{self._build}/bin/libfasttime.so"),

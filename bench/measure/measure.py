@@ -27,7 +27,6 @@ sys.path.insert(0, str(pathlib.Path(__file__).parents[2]))
 from bench import places
 from bench.mcu import Line, Mcu, pseudo_terminal
 from bench.phone import PLUG
-from bench.unit import stand_ins
 from bench.video import PORTS, Tap, listen
 from bench.watch import History
 from bench.world import Loop, run
@@ -49,7 +48,7 @@ PIPELINE = (
     "height=576,framerate=25/1 ! queue ! omxh264enc target-bitrate=4000000 control-rate=1 ! "
     f"rtph264pay ! udpsink host=127.0.0.1 port={PORTS['pal']} sync=false"
 )
-ENVIRONMENT = os.environ | stand_ins(BUILD)
+os.environ |= places.stand_ins(BUILD)
 SIZES = (("resident memory", "MiB"), ("written memory", "MiB"), ("mapped shared objects", ""))
 P50, P99 = SAMPLES // 2, SAMPLES * 99 // 100
 loop = Loop()
@@ -82,7 +81,7 @@ def microcontroller() -> Iterator[Any]:
 @contextmanager
 def started(*command: str, stdout: int = subprocess.DEVNULL) -> Iterator[Any]:
     """A process, killed at the end."""
-    process = subprocess.Popen(command, env=ENVIRONMENT, stdout=stdout, stderr=subprocess.DEVNULL)
+    process = subprocess.Popen(command, stdout=stdout, stderr=subprocess.DEVNULL)
     try:
         yield process
     finally:
