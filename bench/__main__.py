@@ -1,17 +1,17 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 """Plays a scenario on the virtual unit, or starts the unit and takes commands; see bench/run.
 
-    /usr/bin/python3 bench --build BUILD [--speed N] FILE
-    /usr/bin/python3 bench --build BUILD [--speed N] [--address ADDRESS]
-    /usr/bin/python3 bench --board FOLDER [FILE]
+    /usr/bin/python3 bench/__main__.py --build BUILD [--speed N] FILE
+    /usr/bin/python3 bench/__main__.py --build BUILD [--speed N] [--address ADDRESS]
+    /usr/bin/python3 bench/__main__.py --board FOLDER [FILE]
 
 Status 0 when all that the scenario expects is met.
 """
 
-import argparse
 import os
 import signal
 import sys
+from getopt import GetoptError, getopt
 
 sys.path[0] = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
@@ -21,22 +21,24 @@ from bench.watch import View
 
 
 def main() -> int:
-    options = argparse.ArgumentParser(prog="bench")
-    options.add_argument("--board", help="a folder of an emulated board's, in place of a build")
-    options.add_argument("--build", help="where the program's build is")
-    options.add_argument("--speed", type=int, default=1, help="the unit's timers run so fast")
-    options.add_argument("--address", help="where the desk finds the unit's page")
-    options.add_argument("file", nargs="?", help="a scenario to play")
-    given = options.parse_args()
+    names = ["board=", "build=", "speed=", "address="]
+    try:
+        options, files = getopt(sys.argv[1:], "", names)
+        given = dict(options)
+        if not given.keys() & {"--board", "--build"}:
+            raise GetoptError("where is the build?")
+    except GetoptError as error:
+        print(f"{error}\n{__doc__}", file=sys.stderr)
+        return 2
     signal.signal(signal.SIGINT, signal.SIG_DFL)  # Ctrl-C ends all
     try:
-        with around(given.board, given.build) as desk:
-            desk.clock.set_pace(given.speed)
-            if given.file:
+        with around(given) as desk:
+            desk.clock.set_pace(int(given.get("--speed", 1)))
+            if files:
                 View(desk.loop, desk.clock, desk.history)
-                desk.commands.play(given.file)
+                desk.commands.play(files[0])
             else:
-                steer(desk, given.address)
+                steer(desk, given.get("--address"))
     except Failure as failure:
         sys.stdout.flush()
         print(failure, file=sys.stderr)
@@ -44,12 +46,12 @@ def main() -> int:
     return 0
 
 
-def around(board: str, build: str) -> Around:
-    if not board:
-        return Desk(build)
+def around(given: dict[str, str]) -> Around:
+    if "--board" not in given:
+        return Desk(given["--build"])
     from bench.board.board import Board
 
-    return Board(board)
+    return Board(given["--board"])
 
 
 def steer(desk: Around, address: str | None) -> None:
@@ -65,4 +67,6 @@ def steer(desk: Around, address: str | None) -> None:
     desk.loop.until(lambda: desk.commands.ended)
 
 
-sys.exit(main())
+status = main()
+sys.stdout.flush()
+os._exit(status)  # no thread is waited for that serves the page or reads from the terminal

@@ -22,19 +22,11 @@ from bench.watch import History
 from bench.world import Act, Clock, Heard, Loop
 
 # A healthy unit with a full battery: query word -> value.
-HEALTHY = {
-    "Corvantis": "X V1.0.3",
-    "LAMP:VALUE": "0",
-    "BAT:STATE": "1",
-    "BAT:V": "2400",
-    "PWR:I": "620",
-    "SONDE:EN": "0",
-    "CAMERA:TYPE": "2",
-    "COILER:VALUE": "0",
-    "TEMP": "3150",
-    "TWK": "0",
-    "LOGS": "BOOT_OK",
-}
+HEALTHY = dict(
+    reading.split("=")
+    for reading in "Corvantis=X V1.0.3,LAMP:VALUE=0,BAT:STATE=1,BAT:V=2400,PWR:I=620,SONDE:EN=0,"
+    "CAMERA:TYPE=2,COILER:VALUE=0,TEMP=3150,TWK=0,LOGS=BOOT_OK".split(",")
+)
 # Set commands without an argument, and what each does to the model.
 EFFECTS = {
     "SONDE:ON": ("SONDE:EN", "1"),

@@ -2,16 +2,15 @@
 """The unit's networks, and the phone at their far end with its viewing app."""
 
 import os
-import random
 import socket
 from collections.abc import Callable, Iterator
 from contextlib import contextmanager
-from functools import partial
+from functools import cached_property, partial
 
 from bench import Failure, number, table, to_bytes
 from bench.machine import libc
 from bench.watch import History
-from bench.world import Clock, Loop, run
+from bench.world import Act, Clock, Loop, run
 
 PLUG = os.path.join(os.path.dirname(__file__), "plug")
 CLONE_NEWNET = 0x40000000
@@ -39,13 +38,7 @@ class Network:
         """`pause` lets seconds of the unit's time pass."""
         self._history, self._pause = history, pause
         self._peers: dict[str, str] = {}  # interface -> the phone's address and prefix
-        self._unit = os.open("/proc/self/ns/net", os.O_RDONLY)
-        if libc.unshare(CLONE_NEWNET) != 0:
-            raise Failure("cannot make the phone's network: not in the sandbox?")
-        self._phone = os.open("/proc/self/ns/net", os.O_RDONLY)
-        libc.setns(self._unit, CLONE_NEWNET)
-        self.place = f"/proc/{os.getpid()}/fd/{self._phone}"  # of the phone's namespace
-        self.phone_ip("link", "set", "lo", "up")
+        self.when_up: list[Act] = []
         self.verbs = table(
             """
             usb up [ADDRESS/PREFIX [GATEWAY]]|down  a phone over USB; an address alone: no default route
@@ -59,19 +52,33 @@ class Network:
             flap=self._flap,
         )
 
+    @cached_property
+    def _spaces(self) -> tuple[int, int]:
+        """The namespaces of the unit and of the phone, which is made when it is first needed."""
+        unit = os.open("/proc/self/ns/net", os.O_RDONLY)
+        if libc.unshare(CLONE_NEWNET) != 0:
+            raise Failure("cannot make the phone's network: not in the sandbox?")
+        run("ip", "link", "set", "lo", "up")
+        phone = os.open("/proc/self/ns/net", os.O_RDONLY)
+        libc.setns(unit, CLONE_NEWNET)
+        return unit, phone
+
     @contextmanager
     def in_phone(self) -> Iterator[None]:
         """Sockets that are made meanwhile are the phone's, and so are programs that are started."""
-        libc.setns(self._phone, CLONE_NEWNET)
+        unit, phone = self._spaces
+        libc.setns(phone, CLONE_NEWNET)
         try:
             yield
         finally:
-            libc.setns(self._unit, CLONE_NEWNET)
+            libc.setns(unit, CLONE_NEWNET)
 
     def up(self, name: str, address: str, gateway: str) -> None:
         """The phone has the gateway's address, to which the default route leads; "": no route."""
         if name in self._peers:
             self.down(name)
+        for act in self.when_up:
+            act()
         self.plug_in(name, address, gateway)
         self._peers[name] = f"{gateway}/{address.partition('/')[2]}" if gateway else ""
         self._history.note("network", f"{name} up: {address}, gateway {gateway or 'none'}\n")
@@ -91,13 +98,14 @@ class Network:
                 self.phone_ip("addr", "add", peer, "broadcast", "+", "dev", name)
 
     def plug_in(self, name: str, address: str, gateway: str) -> None:
-        run(PLUG, name, address, gateway, self.place)
+        run(PLUG, name, address, gateway, f"/proc/{os.getpid()}/fd/{self._spaces[1]}")
 
     def unplug(self, name: str) -> None:
         run("ip", "link", "del", name)
 
     def phone_ip(self, *arguments: str) -> None:
-        run("nsenter", f"--net={self.place}", "ip", *arguments)
+        with self.in_phone():
+            run("ip", *arguments)
 
     def _plug(self, name: str, address: str, gateway: str, words: list[str]) -> None:
         if words == ["down"]:
@@ -112,7 +120,9 @@ class Network:
     def _flap(self, words: list[str]) -> None:
         if words[0] not in NETS:
             raise Failure("usb or eth?")
-        chance = random.Random(int(number(words[2])))
+        from random import Random  # takes its time to load
+
+        chance = Random(int(number(words[2])))
         for _ in range(int(number(words[1]))):
             self._pause(chance.uniform(0, LONGEST_PAUSE))
             is_up = NETS[words[0]][0] in self._peers
@@ -134,16 +144,14 @@ class App:
         self._server: socket.socket | None = None
         self._line: socket.socket | None = None  # the unit's connection
         self._talks = self._reads = True
-        self._listen()
-        with network.in_phone():
-            self._stream = [socket.socket(type=socket.SOCK_DGRAM) for _ in STREAM_PORTS]
-        for end, port in zip(self._stream, STREAM_PORTS):
-            end.bind(("", port))
+        self._accepts = True
+        self._stream: list[socket.socket] = []
+        network.when_up.append(self._open)
         clock.every(HEARTBEAT, self._beat)
         # What it can be told, with the number of arguments; anything else it says to the unit.
         self._acts: dict[tuple[str, int], Callable[..., object]] = {
             ("refuse", 0): self._refuse,
-            ("accept", 0): self._listen,
+            ("accept", 0): self._accept,
             ("silent", 0): lambda: self._behave(talks=False, reads=self._reads),
             ("hang", 0): lambda: self._behave(talks=False, reads=False),
             ("talk", 0): lambda: self._behave(talks=True, reads=True),
@@ -194,14 +202,25 @@ class App:
             raise Failure("the unit is not connected to the app")
         return self._line
 
-    def _listen(self) -> None:
-        self._network.set_reachable(True)
-        if not self._server:
-            with self._network.in_phone():
+    def _open(self) -> None:
+        """Before the unit can come: its ports, with somebody at home where it accepts."""
+        with self._network.in_phone():
+            if not self._stream:
+                self._stream = [socket.socket(type=socket.SOCK_DGRAM) for _ in STREAM_PORTS]
+                for end, port in zip(self._stream, STREAM_PORTS):
+                    end.bind(("", port))
+            if self._accepts and not self._server:
                 self._server = socket.create_server(("", APP_PORT))
-            self._loop.reads(self._server.fileno(), partial(self._take_connection, self._server))
+                take = partial(self._take_connection, self._server)
+                self._loop.reads(self._server.fileno(), take)
+
+    def _accept(self) -> None:
+        self._accepts = True
+        self._network.set_reachable(True)
+        self._open()
 
     def _refuse(self) -> None:
+        self._accepts = False
         if self._server:
             self._loop.forget(self._server.fileno())
             self._server.close()

@@ -315,30 +315,28 @@ class Files:
             store KEY VALUE                writes the status store, as another program would
             file PATH TEXT                 makes a file with that content
             folder PATH                    makes a folder
-            remove PATH                    removes a file or a folder with all it holds
             readonly PATH                  nothing can be written there
             writable PATH                  takes readonly back
+            remove PATH                    removes a file or a folder with all it holds
             """,
             web=self._web,
             config=lambda words: self._set(places.CONFIGURATION, words),
             store=lambda words: self._set(places.STORE, words),
             file=lambda words: machine.write(words[0], to_bytes(" ".join(words[1:]))),
             folder=lambda words: machine.mkdir(words[0]),
-            remove=lambda words: machine.remove(words[0]),
             readonly=self._protect,
             writable=lambda words: machine.run("umount", "--lazy", words[0]),
+            remove=lambda words: machine.remove(words[0]),
         )
         self.expects = table(
             """
             file PATH TEXT  the file holds the text
             nofile PATH     there is no such file
-            lines PATH N    the file has N lines
             """,
             file=self._holds,
             nofile=lambda words: State(
                 lambda: not machine.exists(words[0]), lambda: f"{words[0]} is there"
             ),
-            lines=self._lines,
         )
 
     def _content(self, path: str) -> bytes:
@@ -373,9 +371,3 @@ class Files:
             lambda: text in self._content(path),
             lambda: f"{path} holds:\n{to_text(self._content(path)[-TEXT_SHOWN:])}",
         )
-
-    def _lines(self, words: list[str]) -> State:
-        def count() -> int:
-            return self._content(words[0]).count(b"\n")
-
-        return State(lambda: count() == number(words[1]), lambda: f"it has {count()}")
