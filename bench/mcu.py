@@ -225,8 +225,9 @@ class Mcu:
         self._mood, self._turning, self._late = "talk", False, 0.0  # the reel; s before each answer
         self._rest = b""  # the second half of a split answer
         self._gap = loop.timer(self._send_rest)
-        self._battery = loop.timer(self._discharge)  # until the voltage is set by hand
-        self._battery.every(DISCHARGE_STEP)
+        # From the first look at the voltage on, until it is set by hand: a slow board sees it full too.
+        self._full = True
+        self._battery = loop.timer(self._discharge)
         self._pouring = loop.timer(self._pour)
         self._piece, self._left = b"", 0  # bytes to pour
         self._replay: Replay | None = None
@@ -268,6 +269,7 @@ class Mcu:
         }
         if verb in self._model and len(words) > 1:
             if verb == "BAT:V":
+                self._full = False
                 self._battery.stop()  # what is set by hand stays
             self._model[verb] = " ".join(words[1:])
         elif verb in MOODS:
@@ -321,6 +323,9 @@ class Mcu:
             word = "Corvantis" if text == "*IDN?" else text[:-1]
             if self._turning and word == "COILER:VALUE":
                 self._model[word] = str(int(self._model[word]) + 1)
+            if word == "BAT:V" and self._full:
+                self._full = False
+                self._battery.every(DISCHARGE_STEP)
             if word in self._model:
                 self._answer(to_bytes(f"{word} {self._model[word]}\r\n"))
         elif text.startswith("LAMP:SET "):
