@@ -110,6 +110,7 @@ private slots:
         QObject parent;
         const childprocess::Command echo{"echo", {"1"}};
         childprocess::output(&parent, echo, patience); // opens what Qt opens once for all
+        childprocess::run(&parent, echo, patience); // a sanitizer checks a new class through a pipe
         const int descriptors = testsupport::openDescriptors();
         rlimit before{};
         getrlimit(RLIMIT_NOFILE, &before);
