@@ -26,17 +26,14 @@ constexpr char holderPlace[] = "/run/bench/camera.holder";
 constexpr int notHeld = -1;
 
 struct BenchCamera {
-    GstBin bin;
+    StandIn base; // which keeps the device's name
     GstGhostPad *output;
-    char *device;
     int holder; // descriptor
 };
 
 struct BenchCameraClass {
     GstBinClass parent;
 };
-
-enum { PropertyDevice = 1 };
 
 GstStaticPadTemplate sourceTemplate =
     GST_STATIC_PAD_TEMPLATE("src", GST_PAD_SRC, GST_PAD_ALWAYS, GST_STATIC_CAPS("video/x-raw"));
@@ -48,12 +45,17 @@ BenchCamera *self(gpointer object)
     return static_cast<BenchCamera *>(object);
 }
 
+const char *device(BenchCamera *camera)
+{
+    return g_value_get_string(&camera->base.setting);
+}
+
 GstPadProbeReturn onFrame(GstPad *, GstPadProbeInfo *info, gpointer data)
 {
     if (!controlSays("camera", "lost"))
         return GST_PAD_PROBE_OK;
     GST_ELEMENT_ERROR(data, RESOURCE, READ, ("Could not read from resource."),
-                      ("the bench lost device '%s'", self(data)->device));
+                      ("the bench lost device '%s'", device(self(data))));
     // As a device's own: the reader also sees the flow fail.
     gst_buffer_unref(GST_PAD_PROBE_INFO_BUFFER(info));
     GST_PAD_PROBE_INFO_FLOW_RETURN(info) = GST_FLOW_ERROR;
@@ -107,13 +109,13 @@ bool openDevice(GstElement *element)
     BenchCamera *camera = self(element);
     if (controlSays("camera", "missing") || controlSays("camera", "lost")) {
         GST_ELEMENT_ERROR(element, RESOURCE, NOT_FOUND,
-                          ("Cannot identify device '%s'.", camera->device),
+                          ("Cannot identify device '%s'.", device(camera)),
                           ("the bench has no camera"));
         return false;
     }
     if (!hold(camera)) {
         letGo(camera);
-        GST_ELEMENT_ERROR(element, RESOURCE, BUSY, ("Device '%s' is busy", camera->device),
+        GST_ELEMENT_ERROR(element, RESOURCE, BUSY, ("Device '%s' is busy", device(camera)),
                           ("another holds the bench's camera"));
         return false;
     }
@@ -133,40 +135,14 @@ GstStateChangeReturn changeState(GstElement *element, GstStateChange transition)
     return result;
 }
 
-void setProperty(GObject *object, guint, const GValue *value, GParamSpec *)
-{
-    g_free(self(object)->device);
-    self(object)->device = g_value_dup_string(value);
-}
-
-void getProperty(GObject *object, guint, GValue *value, GParamSpec *)
-{
-    g_value_set_string(value, self(object)->device);
-}
-
-void finalize(GObject *object)
-{
-    letGo(self(object));
-    g_free(self(object)->device);
-    G_OBJECT_CLASS(bench_camera_parent_class)->finalize(object);
-}
-
 void bench_camera_class_init(BenchCameraClass *type)
 {
-    GObjectClass *object = G_OBJECT_CLASS(type);
-    object->set_property = setProperty;
-    object->get_property = getProperty;
-    object->finalize = finalize;
-    g_object_class_install_property(
-        object, PropertyDevice,
-        g_param_spec_string("device", "Device", "Device location", "/dev/video0",
-                            GParamFlags(G_PARAM_READWRITE | G_PARAM_CONSTRUCT)));
-
-    GstElementClass *element = GST_ELEMENT_CLASS(type);
-    element->change_state = changeState;
-    gst_element_class_add_static_pad_template(element, &sourceTemplate);
-    gst_element_class_set_static_metadata(element, "Bench camera", "Source/Video",
-                                          "Shows a moving test picture", "the bench");
+    describeStandIn(type,
+                    g_param_spec_string("device", "Device", "Device location", "/dev/video0",
+                                        GParamFlags(G_PARAM_READWRITE | G_PARAM_CONSTRUCT)),
+                    {&sourceTemplate}, "Bench camera", "Source/Video",
+                    "Shows a moving test picture");
+    GST_ELEMENT_CLASS(type)->change_state = changeState;
 }
 
 void bench_camera_init(BenchCamera *camera)
@@ -179,12 +155,6 @@ void bench_camera_init(BenchCamera *camera)
     gst_object_unref(pattern);
 }
 
-gboolean registerElements(GstPlugin *plugin)
-{
-    return gst_element_register(plugin, "v4l2src", GST_RANK_PRIMARY, bench_camera_get_type());
-}
-
 } // namespace
 
-GST_PLUGIN_DEFINE(GST_VERSION_MAJOR, GST_VERSION_MINOR, video4linux2, "Stand-in for a camera",
-                  registerElements, GSTREAMER_VERSION, "Proprietary", PACKAGE, "https://localhost/")
+STANDIN_PLUGIN(video4linux2, "v4l2src", bench_camera_get_type(), "Stand-in for a camera")

@@ -14,16 +14,13 @@ namespace
 constexpr int bitsPerKilobit = 1000;
 
 struct BenchEncoder {
-    GstBin bin;
+    StandIn base; // which keeps the controls
     GstElement *x264;
-    GstStructure *controls;
 };
 
 struct BenchEncoderClass {
     GstBinClass parent;
 };
-
-enum { PropertyExtraControls = 1 };
 
 GstStaticPadTemplate sinkTemplate = GST_STATIC_PAD_TEMPLATE(
     "sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS("video/x-raw,format={I420,NV12}"));
@@ -63,48 +60,28 @@ GstPadProbeReturn onFrame(GstPad *, GstPadProbeInfo *info, gpointer data)
     return GST_PAD_PROBE_HANDLED;
 }
 
-void setProperty(GObject *object, guint, const GValue *value, GParamSpec *)
+void takeControls(GObject *object, GParamSpec *)
 {
     BenchEncoder *encoder = self(object);
-    g_clear_pointer(&encoder->controls, gst_structure_free);
-    encoder->controls = static_cast<GstStructure *>(g_value_dup_boxed(value));
+    const auto *controls =
+        static_cast<const GstStructure *>(g_value_get_boxed(&encoder->base.setting));
     int number = 0;
-    if (!encoder->controls || !encoder->x264)
+    if (!controls || !encoder->x264)
         return;
-    if (gst_structure_get_int(encoder->controls, "video_bitrate", &number))
+    if (gst_structure_get_int(controls, "video_bitrate", &number))
         g_object_set(encoder->x264, "bitrate", number / bitsPerKilobit, nullptr);
-    if (gst_structure_get_int(encoder->controls, "h264_i_frame_period", &number))
+    if (gst_structure_get_int(controls, "h264_i_frame_period", &number))
         g_object_set(encoder->x264, "key-int-max", number, nullptr);
-}
-
-void getProperty(GObject *object, guint, GValue *value, GParamSpec *)
-{
-    g_value_set_boxed(value, self(object)->controls);
-}
-
-void finalize(GObject *object)
-{
-    g_clear_pointer(&self(object)->controls, gst_structure_free);
-    G_OBJECT_CLASS(bench_encoder_parent_class)->finalize(object);
 }
 
 void bench_encoder_class_init(BenchEncoderClass *type)
 {
-    GObjectClass *object = G_OBJECT_CLASS(type);
-    object->set_property = setProperty;
-    object->get_property = getProperty;
-    object->finalize = finalize;
-    g_object_class_install_property(object, PropertyExtraControls,
-                                    g_param_spec_boxed("extra-controls", "Extra controls",
-                                                       "Controls of the device", GST_TYPE_STRUCTURE,
-                                                       G_PARAM_READWRITE));
-
-    GstElementClass *element = GST_ELEMENT_CLASS(type);
-    gst_element_class_add_static_pad_template(element, &sinkTemplate);
-    gst_element_class_add_static_pad_template(element, &sourceTemplate);
-    gst_element_class_set_static_metadata(element, "Bench encoder", "Codec/Encoder/Video/Hardware",
-                                          "H.264 encoder with the face of the kernel's",
-                                          "the bench");
+    describeStandIn(type,
+                    g_param_spec_boxed("extra-controls", "Extra controls", "Controls of the device",
+                                       GST_TYPE_STRUCTURE, G_PARAM_READWRITE),
+                    {&sinkTemplate, &sourceTemplate}, "Bench encoder",
+                    "Codec/Encoder/Video/Hardware", "H.264 encoder with the face of the kernel's");
+    G_OBJECT_CLASS(type)->notify = takeControls;
 }
 
 void bench_encoder_init(BenchEncoder *encoder)
@@ -129,13 +106,7 @@ void bench_encoder_init(BenchEncoder *encoder)
     gst_object_unref(frames);
 }
 
-gboolean registerElements(GstPlugin *plugin)
-{
-    return gst_element_register(plugin, "v4l2h264enc", GST_RANK_PRIMARY, bench_encoder_get_type());
-}
-
 } // namespace
 
-GST_PLUGIN_DEFINE(GST_VERSION_MAJOR, GST_VERSION_MINOR, benchencoder,
-                  "Stand-in for the kernel's encoder", registerElements, GSTREAMER_VERSION,
-                  "Proprietary", PACKAGE, "https://localhost/")
+STANDIN_PLUGIN(benchencoder, "v4l2h264enc", bench_encoder_get_type(),
+               "Stand-in for the kernel's encoder")
