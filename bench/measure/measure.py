@@ -254,6 +254,8 @@ def show() -> None:
 
 
 def main() -> None:
+    CAMERA.write_text("missing\n")
+    cycle = poll_cycle()  # first: the longer the store, the more each of its changes takes
     listener = socket.create_server(("", 8082))
     listener.settimeout(PATIENCE)
     packets: list[bytes] = []
@@ -269,7 +271,7 @@ def main() -> None:
             pairs.clear()
     CAMERA.write_text("missing\n")
     release = int(LAST_RELEASE.read_text().split()[-1])
-    note("instructions per poll cycle, beside the last release", "", poll_cycle(), release)
+    note("instructions per poll cycle, beside the last release", "", cycle, release)
     with microcontroller(), started(places.PROGRAM) as unit:
         rest(SETTLED)
         off = processor(unit, 60)
