@@ -151,13 +151,6 @@ def trip(connection: socket.socket, request: bytes) -> Callable[[], None]:
     return act
 
 
-def accept(listener: socket.socket) -> socket.socket:
-    connection, _ = listener.accept()
-    connection.settimeout(PATIENCE)
-    connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-    return connection
-
-
 def without_picture(listener: socket.socket) -> None:
     """One round: starts, sizes, a line's way to the store, a request's way back."""
     heard = bytearray()
@@ -188,10 +181,10 @@ def times_on_the_way(line: Line, floor_line: Line, listener: socket.socket) -> N
         note("wire to store", "us", times[0][P50], times[1][P50])
     # A phone is there; the app's address is local, like the floor's peer.
     run(PLUG, "usb0", "192.168.42.10/24", "192.168.42.1")
-    connection = accept(listener)
+    connection = listener.accept()[0]
     connection.recv(4096)
     with started(FLOOR, "echo"):
-        echo = accept(listener)
+        echo = listener.accept()[0]
         requests = ((connection, b"LampValue?\r\n"), (connection, b"Port 1\r\n"), (echo, b"x\r\n"))
         answers, acknowledgements, echoes = in_turn(*(trip(*request) for request in requests))
     note("request to answer, p50", "us", answers[P50], echoes[P50])
@@ -256,8 +249,8 @@ def show() -> None:
 def main() -> None:
     CAMERA.write_text("missing\n")
     cycle = poll_cycle()  # first: the longer the store, the more each of its changes takes
+    socket.setdefaulttimeout(PATIENCE)
     listener = socket.create_server(("", 8082))
-    listener.settimeout(PATIENCE)
     packets: list[bytes] = []
     tap = Tap(PORTS["pal"])
     tap.listeners.append(packets.append)
