@@ -63,6 +63,8 @@ GstPadProbeReturn onFrame(GstPad *, GstPadProbeInfo *info, gpointer data)
 void takeControls(GObject *object, GParamSpec *)
 {
     BenchEncoder *encoder = self(object);
+    if (!G_IS_VALUE(&encoder->base.setting)) // another property changed
+        return;
     const auto *controls =
         static_cast<const GstStructure *>(g_value_get_boxed(&encoder->base.setting));
     int number = 0;
