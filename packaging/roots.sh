@@ -1,12 +1,12 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 # shellcheck shell=bash
-# Roots of Debian 12 in build/roots, for the scripts beside this file to source. Nothing of
-# another architecture is ever installed on the machine itself.
+# Functions for root file systems of Debian 12 in build/roots; other scripts source this file. Nothing
+# of another architecture is installed on the machine itself.
 
 repo=$(realpath "$(dirname "${BASH_SOURCE[0]}")/..")
 suite=bookworm
 
-# sources: the suite's, of the machine's own apt configuration, one line each.
+# sources: prints the suite's lines for sources.list, from the machine's apt configuration.
 sources() {
     # shellcheck disable=SC2016 # expanded by apt-get
     apt-get indextargets --format 'deb $(REPO_URI) $(CODENAME) $(COMPONENT)' \
@@ -15,11 +15,11 @@ sources() {
         { echo "apt knows no source of Debian $suite (apt-get update?)" >&2; return 1; }
 }
 
-# make_root NAME OPTION...: makes the root unless it is there; the options are mmdebstrap's.
+# make_root NAME OPTION...: makes the root unless it exists; the options go to mmdebstrap.
 make_root() {
     local root=$repo/build/roots/$1 lines lock
     mkdir -p "$repo/build/roots"
-    # One at a time: while a root is made, the machine's own /proc and /sys are mounted in it.
+    # One at a time: mmdebstrap mounts the machine's /proc and /sys in the root.
     exec {lock}>"$root.lock"
     flock "$lock"
     [ ! -d "$root" ] || { exec {lock}>&-; return 0; }
@@ -33,14 +33,14 @@ make_root() {
     exec {lock}>&-
 }
 
-# make_cross_root ARCHITECTURE: one that compiles for it and, emulated, runs what it compiled.
-# Compiler, build tools and the small programs that the unit's scripts call are this machine's;
-# the libraries and GStreamer's programs, which load our elements, are the unit's.
+# make_cross_root ARCHITECTURE: makes a root that compiles for the architecture and runs the result
+# under an emulator. Compiler, build tools and the programs that the unit's scripts call are of this
+# machine's architecture; libraries and GStreamer's programs, which load our elements, of the unit's.
 make_cross_root() {
     local arch=$1 package include=(
         build-essential "crossbuild-essential-$1" cmake ninja-build ccache pkg-config python3 debhelper
         qtbase5-dev-tools
-        # Debian 12's own emulator does not know the call with which Qt starts processes.
+        # The qemu-user of Debian 12 lacks the system call with which Qt starts processes.
         "qemu-user/$suite-backports" "qemu-user-binfmt/$suite-backports"
         iproute2 net-tools psmisc util-linux procps logrotate gpiod)
     for package in qtbase5-dev libqt5serialport5-dev libx11-dev libopencv-dev libfcgi-dev libsystemd-dev \
@@ -55,7 +55,7 @@ make_cross_root() {
         --setup-hook="echo '$backports' >\"\$1\"/etc/apt/sources.list.d/backports.list"
 }
 
-# in_root NAME COMMAND...: in the root, which cannot be changed, with the tree at its own place.
+# in_root NAME COMMAND...: runs a command in the root, read-only, with the source tree at its path.
 in_root() {
     local root=$repo/build/roots/$1 folder mounts=()
     for folder in bin lib lib64 sbin; do
