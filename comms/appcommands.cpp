@@ -7,90 +7,83 @@
 #include <QTcpSocket>
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 
-// What the app says: how its bytes become commands, and what each command does.
+// The vocabulary of the app: splits received bytes into lines and executes each line's command.
 
-// One command: the first thing done is to keep its argument, then it is acknowledged, then
-// its event is raised, from SOURCE_APP.
+// A row of the command table. The argument goes to a member, then the acknowledgement is sent, then
+// the event is emitted with a pointer to that member.
 struct commsExternal::AppCommand {
-    // What becomes of the argument, and the event; each may be missing.
-    struct Effect {
-        void *(*keep)(commsExternal &, const QString &argument) = nullptr; // where the value lies
-        std::optional<EVENT_TYPE_t> event = std::nullopt;
-
-        constexpr Effect() = default;
-        constexpr Effect(EVENT_TYPE_t raised) : event(raised) {}
-        constexpr Effect(decltype(keep) kept, std::optional<EVENT_TYPE_t> raised = std::nullopt)
-            : keep(kept), event(raised)
-        {
-        }
-    };
-
     const char *word;
-    const char *acknowledgement = nullptr;
-    Effect effect = {};
+    bool hasArgument;
+    const char *acknowledgement;       // null: none
+    std::optional<EVENT_TYPE_t> event; // from SOURCE_APP
+    QString commsExternal::*text = nullptr;
+    double commsExternal::*number = nullptr;
     const char *debugText = nullptr;
 
-    template <auto member>
-    static void *keep(commsExternal &link, const QString &argument)
-    {
-        set(link.*member, argument);
-        return &(link.*member);
-    }
-    // The event's pointer points at the member, which has to be of the event's type.
-    template <EVENT_TYPE_t event, Payload<event> commsExternal::*member>
-    static constexpr Effect raise = {keep<member>, event};
-
-private:
-    static void set(QString &text, const QString &argument) { text = argument; }
-    static void set(double &number, const QString &argument)
-    {
-        number = argument.toDouble(); // 0 for what is no number at all
-        if (!qIsFinite(number))
-            number = 0;
-    }
+    static const AppCommand rows[];
+    // Whether each member has the payload type of its event.
+    static constexpr bool membersArePayloads();
 };
+
+namespace
+{
+
+constexpr bool alone = false;
+constexpr bool withArgument = true;
+constexpr std::optional<EVENT_TYPE_t> noEvent;
+
+} // namespace
 
 // clang-format off
-const std::vector<commsExternal::AppCommand> commsExternal::commandsWithArgument = {
-    {"Port",      "Port\r",      AppCommand::keep<&commsExternal::appPort>},
-    {"IP",        "IP\r",        AppCommand::keep<&commsExternal::appAddress>},
-    {"TolvApp"}, // a heartbeat
-    {"SondeFreq", nullptr,       AppCommand::raise<EVENT_SondeFrequency, &commsExternal::sondeFrequency>},
-    {"Model",     nullptr,       AppCommand::raise<EVENT_CoilerModel, &commsExternal::coilerModel>},
-    {"CoilerSet", "CoilerSet\r", AppCommand::raise<EVENT_CoilerSet, &commsExternal::coilerSetValue>},
-};
-
-const std::vector<commsExternal::AppCommand> commsExternal::commandsAlone = {
-    {"LampUp",          "LampUp\r",      EVENT_LampUp},
-    {"LampDown",        "LampDown\r",    EVENT_LampDown},
-    {"LampValue?",      nullptr,         EVENT_LampValueRequest},
-    {"LampOff",         nullptr,         EVENT_LampOff},
-    {"CoilerSet",       "CoilerSet\r",   EVENT_CoilerSet},
-    {"CoilerValue?",    nullptr,         EVENT_CoilerValueRequest},
-    {"StartStream",     "StartStream\r"}, // the stream follows the network, not the app
-    {"StopStream",      "StopStream\r"},
-    {"SondeOn",         "SondeOn\r",     EVENT_SondeOn},
-    {"SondeOff",        "SondeOff\r",    EVENT_SondeOff},
-    {"SondeFreq?",      nullptr,         EVENT_SondeFrequencyRequest},
-    {"SondeState?",     nullptr,         EVENT_SondeStateRequest},
-    {"BatteryLevel?",   nullptr,         EVENT_BatteryLevelRequest},
-    {"BatteryState?",   nullptr,         EVENT_BatteryStateRequest,    "Battery state request"},
-    {"TallwickDetect?", nullptr,         EVENT_TallwickDetectRequest,  "Tallwick detect request"},
-    {"*IDN?",           nullptr,         EVENT_IdnRequest},
-    {"TolvApp"},   // heartbeats
-    {"KestraApp"},
-    {"Model?",          nullptr,         EVENT_CoilerModelRequest},
+constexpr commsExternal::AppCommand commsExternal::AppCommand::rows[] = {
+    {"Port",            withArgument, "Port\r",        noEvent, &commsExternal::appPort},
+    {"IP",              withArgument, "IP\r",          noEvent, &commsExternal::appAddress},
+    {"TolvApp",         withArgument, nullptr,         noEvent}, // a heartbeat
+    {"SondeFreq",       withArgument, nullptr,         EVENT_SondeFrequency, &commsExternal::sondeFrequency},
+    {"Model",           withArgument, nullptr,         EVENT_CoilerModel, &commsExternal::coilerModel},
+    {"CoilerSet",       withArgument, "CoilerSet\r",   EVENT_CoilerSet, nullptr, &commsExternal::coilerSetValue},
+    {"LampUp",          alone,        "LampUp\r",      EVENT_LampUp},
+    {"LampDown",        alone,        "LampDown\r",    EVENT_LampDown},
+    {"LampValue?",      alone,        nullptr,         EVENT_LampValueRequest},
+    {"LampOff",         alone,        nullptr,         EVENT_LampOff},
+    {"CoilerSet",       alone,        "CoilerSet\r",   EVENT_CoilerSet},
+    {"CoilerValue?",    alone,        nullptr,         EVENT_CoilerValueRequest},
+    {"StartStream",     alone,        "StartStream\r", noEvent}, // the stream follows the network, not the app
+    {"StopStream",      alone,        "StopStream\r",  noEvent},
+    {"SondeOn",         alone,        "SondeOn\r",     EVENT_SondeOn},
+    {"SondeOff",        alone,        "SondeOff\r",    EVENT_SondeOff},
+    {"SondeFreq?",      alone,        nullptr,         EVENT_SondeFrequencyRequest},
+    {"SondeState?",     alone,        nullptr,         EVENT_SondeStateRequest},
+    {"BatteryLevel?",   alone,        nullptr,         EVENT_BatteryLevelRequest},
+    {"BatteryState?",   alone,        nullptr,         EVENT_BatteryStateRequest, nullptr, nullptr, "Battery state request"},
+    {"TallwickDetect?", alone,        nullptr,         EVENT_TallwickDetectRequest, nullptr, nullptr, "Tallwick detect request"},
+    {"*IDN?",           alone,        nullptr,         EVENT_IdnRequest},
+    {"TolvApp",         alone,        nullptr,         noEvent}, // heartbeats
+    {"KestraApp",       alone,        nullptr,         noEvent},
+    {"Model?",          alone,        nullptr,         EVENT_CoilerModelRequest},
 };
 // clang-format on
 
-// Every read stands on its own: whatever it holds after its last line break is a line too.
+constexpr bool commsExternal::AppCommand::membersArePayloads()
+{
+    for (const AppCommand &row : rows) {
+        if (row.event && row.text && !carries<QString>(*row.event))
+            return false;
+        if (row.event && row.number && !carries<double>(*row.event))
+            return false;
+    }
+    return true;
+}
+
+// Each read is complete: the text after its last line break is a line too.
 void commsExternal::commsExternalReadyRead()
 {
     // The text of a read ends at its first NUL byte.
     QString text = QString::fromUtf8(tcpSocket->readAll().constData());
-    // A line break of two characters makes an empty line more, which counts no more than others.
+    // CR LF becomes two line breaks; the empty line between them is skipped like any other.
     text.replace('\r', '\n');
     for (const QString &piece : text.split('\n')) {
         const QString line = piece.trimmed();
@@ -101,22 +94,31 @@ void commsExternal::commsExternalReadyRead()
 
 void commsExternal::commsExternalParse(QStringList tokens)
 {
+    static_assert(AppCommand::membersArePayloads());
     restartKeepAlive();
-    const auto &table = tokens.size() >= 2 ? commandsWithArgument : commandsAlone;
-    const auto command = std::find_if(table.begin(), table.end(), [&](const AppCommand &row) {
-        return tokens.value(0) == QLatin1String(row.word);
-    });
-    if (command == table.end()) {
+    const bool hasArgument = tokens.size() >= 2;
+    const auto command = std::find_if(
+        std::begin(AppCommand::rows), std::end(AppCommand::rows), [&](const AppCommand &row) {
+            return row.hasArgument == hasArgument && tokens.value(0) == QLatin1String(row.word);
+        });
+    if (command == std::end(AppCommand::rows)) {
         qCritical() << messages::appUnknownCommand << tokens;
         commsExternalSendCmdByteArray("ERROR\r");
         return;
     }
-    const auto &[keep, event] = command->effect;
-    void *value = keep ? keep(*this, tokens[1]) : nullptr;
+    void *payload = nullptr;
+    if (command->text) {
+        this->*command->text = tokens[1];
+        payload = &(this->*command->text);
+    } else if (command->number) {
+        const double number = tokens[1].toDouble(); // 0 if it does not parse
+        this->*command->number = qIsFinite(number) ? number : 0;
+        payload = &(this->*command->number);
+    }
     if (command->debugText)
         qDebug() << command->debugText;
     if (command->acknowledgement)
         commsExternalSendCmdByteArray(command->acknowledgement);
-    if (event)
-        emit commsExternalEvent(*event, SOURCE_APP, value);
+    if (command->event)
+        emit commsExternalEvent(*command->event, SOURCE_APP, payload);
 }

@@ -23,14 +23,14 @@ namespace
 
 constexpr auto tickInterval = 1000ms;
 constexpr auto keepAlive = 10000ms; // the app's longest silence
-constexpr auto switchDelay = 100ms; // lets the PAL output stop before the stream starts
+constexpr auto switchDelay = 100ms; // time for the PAL output to stop before the stream starts
 
 constexpr auto shellWait = 30000ms;
 constexpr auto splashWait = 1000ms;
 constexpr auto gpioWait = 1000ms;
 constexpr auto connectWait = 5000ms;
 
-// Answers waiting for a phone that does not read them; one that is this far behind is gone.
+// Unsent answers beyond which the connection is dropped: the phone does not read them.
 constexpr qint64 unsentLimit = 1'048'576; // bytes
 
 constexpr int connectAttempts = 2;
@@ -48,7 +48,7 @@ QByteArray shellOutput(QObject *parent, const QString &line)
 
 commsExternal::commsExternal(QObject *parent) : QObject(parent), tcpSocket(new QTcpSocket(this))
 {
-    // The phone is the next hop, whatever proxy the environment names.
+    // The phone is the next hop: ignore a proxy of the environment.
     tcpSocket->setProxy(QNetworkProxy::NoProxy);
 }
 
@@ -62,7 +62,7 @@ void commsExternal::commsExternalInit()
     connectTimer->start(tickInterval);
 
     keepAliveTimer = new QTimer(this);
-    keepAliveTimer->setTimerType(Qt::PreciseTimer); // a coarse one may cut off half a second
+    keepAliveTimer->setTimerType(Qt::PreciseTimer); // a coarse one may be half a second early
     connect(keepAliveTimer, &QTimer::timeout, this, &commsExternal::commsExternalKeepAliveTimeout);
 }
 
@@ -96,8 +96,8 @@ void commsExternal::commsExternalTCPConnect()
         tcpSocket->connectToHost(gateway, appTcpPort, QIODevice::ReadWrite,
                                  QAbstractSocket::AnyIPProtocol);
         if (tcpSocket->waitForConnected(int(connectWait.count()))) {
-            // Answers are short and flushed one by one: without this, the second of two would
-            // wait some 40 ms for the peer's delayed acknowledgement of the first.
+            // Answers are flushed one by one. With Nagle's algorithm, the second of two would wait
+            // 40 ms for the peer's delayed acknowledgement of the first.
             tcpSocket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
             commsExternalSendCmdByteArray(greeting);
             restartKeepAlive();
@@ -108,7 +108,7 @@ void commsExternal::commsExternalTCPConnect()
     }
 }
 
-// A peer that is gone without a word looks alive until it has been silent too long.
+// A vanished peer does not close the connection; only its silence shows.
 void commsExternal::commsExternalKeepAliveTimeout()
 {
     qWarning() << messages::appSilent;
@@ -123,8 +123,8 @@ void commsExternal::restartKeepAlive()
     keepAliveTimer->start(keepAlive);
 }
 
-// An ordinary close waits for unsent bytes to leave, which a peer that has stopped reading can
-// put off for many minutes; until then the socket could not be connected anew.
+// close() waits until all bytes are sent, for many minutes if the peer does not read. The socket
+// cannot reconnect before that, so abort() follows.
 void commsExternal::closeSocket()
 {
     tcpSocket->close();
@@ -142,11 +142,11 @@ void commsExternal::commsExternalSendCmdByteArray(QByteArray bytes)
         return;
     if (tcpSocket->bytesToWrite() > unsentLimit) {
         qWarning() << messages::appNotReading;
-        tcpSocket->abort(); // the next tick takes it up like any lost connection
+        tcpSocket->abort(); // the next tick reconnects
         return;
     }
     tcpSocket->write(bytes);
-    // An acknowledgement must not wait for the event behind it, which may take seconds.
+    // An acknowledgement must not wait for the following event, which may take seconds.
     tcpSocket->flush();
 }
 

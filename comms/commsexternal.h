@@ -9,27 +9,24 @@
 #include <QString>
 #include <QStringList>
 
-#include <vector>
-
 class QProcess;
 class QTcpSocket;
 class QTimer;
 
-// How the phone is attached, told from the unit's network interfaces.
+// How the phone is connected, by the unit's network interfaces.
 enum MOBILE_TYPE_t {
-    MOBILE_NONE = 0,     // neither usb0 nor eth0 is there
+    MOBILE_NONE = 0,     // neither usb0 nor eth0
     MOBILE_USB = 1,      // usb0: the phone shares its connection over USB
     MOBILE_ETHERNET = 2, // eth0 and no usb0
 };
 
-// The link to the phone app. Once a second it looks whether the unit has come onto a phone's
-// network or has left it, and switches between the local PAL output and the stream to the
-// phone; while the stream runs it keeps a TCP connection to the app, which listens on the
-// unit's default gateway. Lines from the app become commsExternalEvent; answers come back
-// through commsExternalSendCmd.
+// The link to the phone app. Checks once a second whether the unit is on a phone's network, and
+// switches between the local PAL output and the stream to the phone. While the stream runs, keeps a
+// TCP connection to the app, which listens on the unit's default gateway. Emits commsExternalEvent
+// for the lines of the app; commsExternalSendCmd sends the answers.
 //
-// Failures are logged and tried again at the next tick. Steps that wait for a program or for
-// the connection block the event loop meanwhile.
+// Failures are logged and retried at the next tick. Waiting for a program or for the connection
+// blocks the event loop.
 class commsExternal : public QObject
 {
     Q_OBJECT
@@ -37,16 +34,16 @@ class commsExternal : public QObject
 public:
     explicit commsExternal(QObject *parent = nullptr);
 
-    // Acts on one line of the app, split into its words: the command and, where there are
-    // more, its argument. Restarts the keep-alive.
+    // Executes one line of the app, split into words: the command and its argument, if any.
+    // Restarts the keep-alive.
     void commsExternalParse(QStringList tokens);
 
-    // The switch from the PAL output to the stream and back; each is completed 100 ms later.
+    // Switch from the PAL output to the stream and back; complete 100 ms later.
     void commsExternalStartStream();
     void commsExternalStopStream();
 
-    // Shows or removes the splash image. True if the program that does it has ended in time:
-    // the viewer does not, it shows the image until it is removed.
+    // Shows or removes the splash image. True if the started program has exited within a second;
+    // the viewer never does, because it shows the image until it is killed.
     bool setStreamSplashScreenState(bool shown);
 
     // Empty unless exactly one network interface has a broadcast address.
@@ -57,20 +54,20 @@ public:
     QString getGatewayAddress();
 
 signals:
-    // ptr points at a value of this object, or is null; valid during the call only.
+    // ptr points at a member, valid only during the call, or is null.
     void commsExternalEvent(EVENT_TYPE_t event, SOURCE_TYPE_t source, void *ptr);
-    // Wired at start-up, never raised: the stream is started through its script.
+    // Connected at start-up, but never emitted: the stream is started through its script.
     void commsExternalSetPort(QString port);
     void commsExternalSetIP(QString ip);
     void commsExternalStartStream(QString ip, QString port);
 
 public slots:
-    // The tick: follows the network, then the connection.
+    // The tick: checks the network, then the connection.
     void commsExternalAttemptConnect();
     // Starts the ticks.
     void commsExternalInit();
-    // Writes the bytes at once and as they are; without a connection, nothing. Drops a
-    // connection whose peer has left more than a megabyte unread.
+    // Sends the bytes unchanged and at once; does nothing without a connection. Drops the
+    // connection if the peer has left more than a megabyte unread.
     void commsExternalSendCmdByteArray(QByteArray bytes);
     void commsExternalSendCmd(QString text);
     void commsExternalReadyRead();
@@ -78,15 +75,13 @@ public slots:
     void commsExternalKeepAliveTimeout();
     void commsExternaldelayedStop();
     void commsExternaldelayedStart();
-    // A pulse on the GPIO line that boots the USB side.
+    // Sends a pulse on the GPIO line that boots the USB hardware.
     void commsExternalBootUSB();
     void commsExternalMonitorTethering();
     void commsExternalNullParams();
 
 private:
-    struct AppCommand;
-    static const std::vector<AppCommand> commandsWithArgument;
-    static const std::vector<AppCommand> commandsAlone;
+    struct AppCommand; // appcommands.cpp
 
     void restartKeepAlive();
     void closeSocket();
