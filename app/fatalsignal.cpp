@@ -20,12 +20,12 @@ void manageSegFailure(int signal)
 {
     handled = 1;
 
-    // stdio is not safe in a signal handler; a buffer and write() are.
+    // stdio is not async-signal-safe; write() is.
     std::array<char, 32> text{};
     const int length = snprintf(text.data(), text.size(), "Signal Error %d\n", signal);
     for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
         if (write(stream, text.data(), size_t(length)) < 0)
-            continue; // nobody reads; the rest still has to happen
+            continue; // the stream is closed; the steps below are still needed
     }
 
     std::signal(signal, SIG_DFL);
@@ -39,7 +39,7 @@ void manageSegFailure(int signal)
 
 void installFatalSignalHandler()
 {
-    // The first backtrace loads a library; that must not happen in the handler.
+    // The first backtrace() loads a library, which is not async-signal-safe.
     void *frame = nullptr;
     backtrace(&frame, 1);
     for (const int signal : {SIGSEGV, SIGILL, SIGFPE, SIGABRT})

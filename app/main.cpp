@@ -27,10 +27,10 @@ using namespace std::chrono_literals;
 
 int main(int argc, char *argv[])
 {
-    // Each start of a picture makes threads and frames anew. In arenas of their own, or among what
-    // lasts, the frames would leave gaps of no use to the next, and memory would grow for days.
+    // Each pipeline start creates threads and frames. With an arena per thread and frames on the
+    // heap, fragmentation would make memory grow for days.
     mallopt(M_ARENA_MAX, 1);
-    mallopt(M_MMAP_THRESHOLD, 131'072); // bytes; the usual start value, which then stays
+    mallopt(M_MMAP_THRESHOLD, 131'072); // bytes; the default, but fixed
 
     QCoreApplication application(argc, argv);
     XInitThreads();
@@ -40,14 +40,14 @@ int main(int argc, char *argv[])
     qInfo() << messages::starting << version::product << "- v" << version::major << "."
             << version::minor << "." << version::build;
 
-    // Never destroyed: they live as long as the process.
+    // Never destroyed.
     const Components unit{new eventHandler(nullptr), new commsInternal(nullptr),
                           new commsExternal(nullptr), new VideoLibrary};
     connectComponents(unit);
 
     unit.mcu->commsInternalInit();
     unit.video->initCapture();
-    // The phone link waits until the network has settled.
+    // Gives the network time to come up.
     QTimer::singleShot(2500ms, unit.app, &commsExternal::commsExternalInit);
 
     childprocess::start(nullptr, childprocess::fromLine(paths::palReceiverCommand));

@@ -2,7 +2,7 @@
 #include "messagehandler.h"
 
 #include "paths.h"
-#include "regularfile.h"
+#include "safefile.h"
 #include "timestamp.h"
 
 #include <QMutex>
@@ -24,35 +24,36 @@ void printLine(const QByteArray &text)
 {
     fwrite(text.constData(), 1, size_t(text.size()), stdout);
     fputc('\n', stdout);
-    fflush(stdout); // block-buffered on a pipe, but followed live
+    fflush(stdout); // a pipe is block-buffered
 }
 
-sem_t lines; // one or more were written
+sem_t unwrittenLines;
 
-// One write to the card takes what a second has brought, also while the event loop waits. A thread,
-// since lines come from any and before, in and after the loop.
-void *writeLines(void *)
+// Starts the write-out of the log once per second, so that all lines of a second cost one write to
+// the card. Runs in a thread, because the event loop may block, and lines also arrive before and
+// after it.
+void *writeOutLoop(void *)
 {
     for (;;) {
-        while (sem_wait(&lines) != 0) {
+        while (sem_wait(&unwrittenLines) != 0) {
         }
-        while (sem_trywait(&lines) == 0) {
+        while (sem_trywait(&unwrittenLines) == 0) {
         }
-        regularfile::startWriting(paths::programLog);
+        safefile::startWriteOut(paths::programLog);
         std::this_thread::sleep_for(writeInterval);
     }
 }
 
-// Without the thread, the system writes in its own time.
-void startWriting()
+// If the thread cannot be started, the kernel writes the lines later.
+void scheduleWriteOut()
 {
     static const bool started = [] {
         pthread_t thread{};
-        return sem_init(&lines, 0, 0) == 0
-               && pthread_create(&thread, nullptr, writeLines, nullptr) == 0;
+        return sem_init(&unwrittenLines, 0, 0) == 0
+               && pthread_create(&thread, nullptr, writeOutLoop, nullptr) == 0;
     }();
     if (started)
-        sem_post(&lines);
+        sem_post(&unwrittenLines);
 }
 
 } // namespace
@@ -65,8 +66,8 @@ void MessageHandler(QtMsgType type, const QMessageLogContext &, const QString &m
         return;
     }
     const QString prefix = QString("%1,%2,").arg(timestamp::now()).arg(int(type));
-    if (regularfile::append(paths::programLog, (prefix + message + '\n').toUtf8()))
-        startWriting();
+    if (safefile::append(paths::programLog, (prefix + message + '\n').toUtf8()))
+        scheduleWriteOut();
     else
         printLine("Error Creating File");
 }

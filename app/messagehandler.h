@@ -4,9 +4,9 @@
 #include <QMessageLogContext>
 #include <QString>
 
-// Qt's message handler of the program. Debug text goes to standard output only; every other
-// message becomes one line "dd-MM-yyyy HH:mm:ss,TYPE,TEXT" of the program log
-// (paths::programLog), TYPE being Qt's number: 1 warning, 2 critical, 4 info. The file is
-// opened and closed for each line, so that it can be rotated at any time. A line that cannot
-// be written is lost, with "Error Creating File" on standard output. Any thread may call it.
+// The program's Qt message handler. Prints debug text to standard output; appends any other message
+// to the program log (paths::programLog) as a line "dd-MM-yyyy HH:mm:ss,TYPE,TEXT", where TYPE is
+// Qt's number: 1 warning, 2 critical, 4 info. Opens the file for each line, so that it can be
+// rotated at any time. If a line cannot be written, it is lost, and "Error Creating File" is
+// printed to standard output. Thread-safe.
 void MessageHandler(QtMsgType type, const QMessageLogContext &context, const QString &message);

@@ -9,14 +9,14 @@
 namespace
 {
 
-// Often, so that nearly the whole period is left to the longest turn of the loop.
+// Nearly the whole period remains for the longest iteration of the loop.
 constexpr int feedsPerPeriod = 10;
 
 } // namespace
 
 Watchdog::Watchdog(const commsExternal &app)
 {
-    QTimer::singleShot(0, &feeding, [] { sd_notify(0, "READY=1"); });
+    QTimer::singleShot(0, &feedTimer, [] { sd_notify(0, "READY=1"); });
 
     uint64_t period = 0; // microseconds
     if (sd_watchdog_enabled(0, &period) <= 0)
@@ -25,14 +25,14 @@ Watchdog::Watchdog(const commsExternal &app)
         std::chrono::microseconds(period / feedsPerPeriod));
     const auto feed = [this] {
         sd_notify(0, "WATCHDOG=1");
-        fed.start();
+        sinceFeed.start();
     };
-    QObject::connect(&feeding, &QTimer::timeout, feed);
-    feeding.start(interval);
-    fed.start();
-    // The handler was connected before, so this comes when the line's event is done.
-    QObject::connect(&app, &commsExternal::commsExternalEvent, &feeding, [this, feed, interval] {
-        if (fed.hasExpired(interval.count()))
+    QObject::connect(&feedTimer, &QTimer::timeout, feed);
+    feedTimer.start(interval);
+    sinceFeed.start();
+    // Runs after the event handler, which was connected first.
+    QObject::connect(&app, &commsExternal::commsExternalEvent, &feedTimer, [this, feed, interval] {
+        if (sinceFeed.hasExpired(interval.count()))
             feed();
     });
 }

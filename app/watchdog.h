@@ -6,16 +6,15 @@
 
 class commsExternal;
 
-// Tells the service manager that the event loop runs: that start-up is over in its first turn,
-// and ten times a period of the manager's watchdog that it still turns. All lines of one read of
-// the app's are one turn: there, each line that was carried out tells the same. Does nothing where
-// no service manager has asked for it.
+// Notifies systemd in the first iteration of the event loop that the program is ready, then feeds
+// its watchdog ten times per period. All lines that the app sent at once are handled in one
+// iteration, so each of them feeds the watchdog too. Does nothing if systemd does not request it.
 class Watchdog
 {
 public:
     explicit Watchdog(const commsExternal &app);
 
 private:
-    QTimer feeding;
-    QElapsedTimer fed;
+    QTimer feedTimer;
+    QElapsedTimer sinceFeed;
 };

@@ -23,9 +23,9 @@ std::vector<QMetaObject::Connection> connectComponents(const Components &compone
         const char *slot;
         Qt::ConnectionType type;
     };
-    // Automatic connections between objects of one thread are direct calls: an event is
-    // handled completely inside the emit, which keeps its payload pointer valid. The video
-    // facade acts after the event, from the event loop.
+    // Automatic connections within one thread are direct calls: an event is handled completely
+    // inside the emit, so its payload pointer stays valid. The slots of the video facade run after
+    // the event, from the event loop.
     const Row rows[] = {
         {events, SIGNAL(eventHandlerSendInternalCmd(QString, SOURCE_TYPE_t)), mcu,
          SLOT(commsInternalSendCommand(QString, SOURCE_TYPE_t)), Qt::AutoConnection},

@@ -10,7 +10,7 @@ class commsInternal;
 class eventHandler;
 class VideoLibrary;
 
-// The four components that live as long as the process.
+// The four components of the program.
 struct Components {
     eventHandler *events;
     commsInternal *mcu;
@@ -18,7 +18,7 @@ struct Components {
     VideoLibrary *video;
 };
 
-// Registers the event enumerations and connects the components, all thirteen connections in
-// the order of the table in wiring.cpp. A connection that failed tests false; the last one,
-// which stops the PAL output, is reported at debug level.
+// Registers the event enumerations and makes the thirteen connections, in the order of the table in
+// wiring.cpp. A failed connection tests false. The last one, which stops the PAL output, is
+// reported at debug level.
 std::vector<QMetaObject::Connection> connectComponents(const Components &components);

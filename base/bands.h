@@ -3,15 +3,15 @@
 
 #include "logmessages.h"
 
-// The limits of readings: the program warns and the page marks a reading by these.
+// The limits of readings. Outside them the program logs a warning and the page marks the reading.
 namespace bands
 {
 
-// A reading strictly between the limits is normal.
+// A reading is normal if it is strictly between the limits.
 struct Band {
     int lower;
     int upper;
-    const char *underWarning; // log message; null: a low reading is normal
+    const char *underWarning; // log message; null if a low reading is normal
     const char *overWarning;
 };
 

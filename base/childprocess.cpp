@@ -21,12 +21,11 @@ namespace childprocess
 namespace
 {
 
-// What a reader may print; a pipe of that capacity holds it until it is looked at, and a child
-// that prints more stops there by itself.
-constexpr int outputBound = 65'536; // bytes
+// Capacity of the pipes that collect a reader's output. A child that prints more blocks.
+constexpr int outputLimit = 65'536; // bytes
 
-// What the end of a reader that was killed may take of the next one's wait.
-constexpr std::chrono::milliseconds lastWait(100);
+// How much of its timeout a call may spend waiting for a killed predecessor to exit.
+constexpr std::chrono::milliseconds predecessorWait(100);
 
 class Pipe
 {
@@ -35,7 +34,7 @@ public:
     {
         if (pipe2(ends, O_CLOEXEC) != 0)
             return;
-        fcntl(ends[0], F_SETPIPE_SZ, outputBound);
+        fcntl(ends[0], F_SETPIPE_SZ, outputLimit);
         fcntl(ends[0], F_SETFL, O_NONBLOCK);
     }
     ~Pipe()
@@ -48,10 +47,10 @@ public:
 
     bool isOpen() const { return ends[0] >= 0; }
     int writeEnd() const { return ends[1]; }
-    // What has been written so far, without waiting for more.
+    // All bytes written so far; does not block.
     QByteArray read() const
     {
-        QByteArray bytes(outputBound, Qt::Uninitialized);
+        QByteArray bytes(outputLimit, Qt::Uninitialized);
         const ssize_t count = ::read(ends[0], bytes.data(), size_t(bytes.size()));
         return bytes.left(int(qMax<ssize_t>(count, 0)));
     }
@@ -66,17 +65,17 @@ private:
     int ends[2] = {-1, -1};
 };
 
-// Nothing of the program's own, the camera least of all, is for a child. The descriptors are closed
-// by exec() and not here, so that Qt hears of an exec() that fails. Safe between fork and exec.
+// Marks all file descriptors beyond standard error close-on-exec, so that no child inherits the
+// camera. Closing them here would also close the one by which Qt detects a failed exec().
+// Async-signal-safe, as code between fork and exec must be.
 void closeAtExec()
 {
     close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
 }
 
-// A child whose standard output is discarded. A class of its own not least for what Qt does with
-// it: a plain QProcess is started by a system call whose failure Qt 5.15 does not notice. It then
-// takes -1 for the child's process id, and its kill() ends every process of the unit. A derived one
-// is started by fork(), and fails as told.
+// A child whose standard output is discarded. Qt 5.15 starts a plain QProcess by a system call
+// whose failure it does not notice: it then uses -1 as process id, and kill() ends every process of
+// the unit. It starts a derived class by fork() and reports a failure.
 class Child : public QProcess
 {
 public:
@@ -95,7 +94,7 @@ protected:
     void setupChildProcess() override { closeAtExec(); }
 };
 
-// A child that writes to two pipes and leads a process group of its own.
+// A child that writes to two pipes and leads a new process group.
 class Reader : public Child
 {
 public:
@@ -104,12 +103,12 @@ public:
     {
     }
 
-    // The group's number; 0 where the program could not be started.
+    // Returns the id of the process group; 0 if the program could not be started.
     pid_t launchGroup(const Command &command)
     {
         launch(command);
         const auto group = pid_t(processId());
-        // As the child itself does: whoever comes first, nothing it starts is outside the group.
+        // Parent and child both set the group, because either may run first.
         if (group > 0)
             setpgid(group, group);
         return group;
@@ -129,14 +128,15 @@ private:
     int errorEnd;
 };
 
-// Signals a process group. No number of 1 or less: kill() would take it for everybody's.
+// Signals a process group; false if it does not exist. kill() would apply ids of 1 or less to every
+// process, or to the program's own group.
 bool signalGroup(pid_t group, int number)
 {
     return group > 1 && (kill(-group, number) == 0 || errno != ESRCH);
 }
 
-// Whether any process of a group still runs. What has ended stays a member until it is reaped, and
-// not every system's first process reaps; so a group that is there is looked at in /proc.
+// Whether any process of a group still runs. A zombie remains a member of its group until it is
+// reaped, and not every init process reaps, so this reads the states in /proc.
 bool isRunning(pid_t group)
 {
     if (!signalGroup(group, 0))
@@ -158,27 +158,27 @@ QString toLine(const Command &command)
     return (QStringList(command.program) + command.arguments).join(' ');
 }
 
-// Passes on what a reader said on standard error, unless it has said the same before: it is asked
-// again every few seconds, and what ails it stays for months.
-void passOn(const QString &line, const QByteArray &said)
+// Forwards what a command wrote to standard error, unless it repeats the command's last message:
+// readers run every few seconds, and a fault may last for months.
+void forwardErrors(const QString &line, const QByteArray &text)
 {
-    struct Last {
-        QByteArray said;
+    struct Message {
+        QByteArray text;
         int repeated = 0;
     };
-    static QHash<QString, Last> known;
-    if (said.isEmpty())
+    static QHash<QString, Message> lastMessages;
+    if (text.isEmpty())
         return;
-    Last &last = known[line];
-    if (last.said == said) {
+    Message &last = lastMessages[line];
+    if (last.text == text) {
         ++last.repeated;
         return;
     }
     if (last.repeated > 0)
         fprintf(stderr, "%s: the last message came %d times more\n", qPrintable(line),
                 last.repeated);
-    fwrite(said.constData(), 1, size_t(said.size()), stderr);
-    last = {said, 0};
+    fwrite(text.constData(), 1, size_t(text.size()), stderr);
+    last = {text, 0};
 }
 
 } // namespace
@@ -193,7 +193,7 @@ Command fromLine(const QString &line)
 QProcess *start(QObject *parent, const Command &command)
 {
     auto *process = new Child(parent);
-    // The object stays; closed, it holds a third of the memory.
+    // A closed QProcess uses a third of the memory.
     QObject::connect(process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), process,
                      &QProcess::close);
     process->launch(command);
@@ -208,42 +208,41 @@ bool run(QObject *parent, const Command &command, std::chrono::milliseconds wait
 QByteArray output(QObject *parent, const Command &command, std::chrono::milliseconds wait)
 {
     const QString line = toLine(command);
-    // Groups of which something was killed, each by its command. Where a device does not answer,
-    // even that may be without effect.
-    static QHash<QString, pid_t> killed;
-    if (const auto before = killed.find(line); before != killed.end()) {
+    // The killed process group of each command. A process that waits for a device may survive
+    // SIGKILL until the device answers.
+    static QHash<QString, pid_t> killedGroups;
+    if (const auto before = killedGroups.find(line); before != killedGroups.end()) {
         if (auto *process = parent->findChild<QProcess *>(line, Qt::FindDirectChildrenOnly))
-            process->waitForFinished(int(std::min(wait, lastWait).count()));
+            process->waitForFinished(int(std::min(wait, predecessorWait).count()));
         if (isRunning(*before))
             return {};
-        killed.erase(before);
+        killedGroups.erase(before);
     }
-    const Pipe printed;
-    const Pipe said;
-    if (!printed.isOpen() || !said.isOpen())
+    const Pipe standardOutput;
+    const Pipe standardError;
+    if (!standardOutput.isOpen() || !standardError.isOpen())
         return {};
-    auto *process = new Reader(parent, printed, said);
+    auto *process = new Reader(parent, standardOutput, standardError);
     process->setObjectName(line);
     const pid_t group = process->launchGroup(command);
     process->waitForFinished(int(wait.count()));
-    // All of it, or what a leader that has ended left behind.
+    // Also kills what a command that has exited left running.
     if (signalGroup(group, SIGKILL))
-        killed.insert(line, group);
+        killedGroups.insert(line, group);
     if (process->state() == QProcess::NotRunning) {
         delete process;
     } else {
-        // The end is not waited for.
         QObject::connect(process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished),
                          process, &QObject::deleteLater);
         process->closeWriteChannel();
     }
-    passOn(line, said.read());
-    return printed.read();
+    forwardErrors(line, standardError.read());
+    return standardOutput.read();
 }
 
 std::string exec(const char *command)
 {
-    closeAtExec(); // in the program itself: popen() leaves no place for it in the child
+    closeAtExec(); // in this process, because popen() cannot run code in the child
     const std::unique_ptr<FILE, int (*)(FILE *)> pipe(popen(command, "r"), pclose);
     if (!pipe)
         throw std::runtime_error("popen() failed!");

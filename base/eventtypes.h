@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <type_traits>
 
-// Every event: its name, its number, and the type of the value that its pointer points at; void
-// where no value is read. The numbers are fixed; 22, 23, 31 and 32 are unused. From this one table
-// come the enumeration, Payload and carries().
+// All events: name, number, and payload type, which is the type that the event's pointer points at,
+// or void. The numbers are fixed; 22, 23, 31 and 32 are unused. The enumeration, Payload and
+// carries() are generated from this table.
 // clang-format off
 #define UNIT_EVENTS(EVENT)                                                                    \
     EVENT(EVENT_BatteryState,               0, int32_t)                                       \
@@ -50,7 +50,6 @@
     EVENT(EVENT_UnknownCommand,            39, void)
 // clang-format on
 
-// What happened.
 enum EVENT_TYPE_t : int {
 #define NUMBERED(name, number, payload) name = (number),
     UNIT_EVENTS(NUMBERED)
@@ -63,10 +62,10 @@ inline constexpr EVENT_TYPE_t allEvents[] = {
 #undef NAMED
 };
 
-// Where an event came from; as a destination, where an answer goes.
+// The source of an event, or the destination of an answer.
 enum SOURCE_TYPE_t : int {
     SOURCE_MCU = 0,
-    SOURCE_DEBUG = 1, // reaches the MCU link, which writes nothing for it
+    SOURCE_DEBUG = 1, // goes to the MCU link, which ignores it
     SOURCE_APP = 2,
     SOURCE_FIFO = 3, // the commands file; answers to it are dropped
 };
@@ -76,7 +75,7 @@ static_assert(sizeof(EVENT_TYPE_t) == 4 && sizeof(SOURCE_TYPE_t) == 4);
 Q_DECLARE_METATYPE(EVENT_TYPE_t)
 Q_DECLARE_METATYPE(SOURCE_TYPE_t)
 
-// The type of the value that goes with an event.
+// The payload type of an event.
 template <EVENT_TYPE_t event>
 struct PayloadOf;
 #define PAYLOAD(name, number, payload)                                                             \
@@ -89,7 +88,7 @@ UNIT_EVENTS(PAYLOAD)
 template <EVENT_TYPE_t event>
 using Payload = typename PayloadOf<event>::Type;
 
-// Whether values of type T go with an event, where the event is known at run time only.
+// Whether an event has the payload type T; for events that are not known at compile time.
 template <typename T>
 constexpr bool carries(EVENT_TYPE_t event)
 {
@@ -98,8 +97,8 @@ constexpr bool carries(EVENT_TYPE_t event)
 #undef OR_THIS
 }
 
-// The pointer that an event is raised with. What it points at has to have the event's type, and
-// lives in the emitter.
+// The pointer for emitting an event. Compiles only if the value has the event's payload type. The
+// emitter owns the value.
 template <EVENT_TYPE_t event>
 void *payloadPointer(Payload<event> &value)
 {

@@ -8,15 +8,15 @@
 // A key of the status store or of the configuration file.
 struct AnyKey {
     const char *name;   // "Group/Entry": section and entry of the INI file
-    const char *absent; // value that a missing key stands for; null where nothing reads it
+    const char *absent; // default value of a missing key; null if the program does not read it
 };
 
-// With the type of its values.
+// A key with the type of its value.
 template <typename T>
 struct Key : AnyKey {
 };
 
-// All keys. Program and page use these; neither spells a name itself.
+// All keys. Program and page contain no other key names.
 namespace keys
 {
 

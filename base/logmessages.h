@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #pragma once
 
-// Every message of the program log: name, type as logged (1 warning, 2 critical, 4 information),
-// the text that it begins with, what it means and what to do about it. The page and its metrics
-// read the log by this table; docs/operating.md shows it to people.
+// All messages of the program log: name, type (1 warning, 2 critical, 4 information), the beginning
+// of the text, meaning and remedy. The page and its metrics parse the log with this table;
+// docs/operating.md repeats it.
 // clang-format off
 #define LOG_MESSAGES(MESSAGE) \
     MESSAGE(starting, 4, "Starting ", \
@@ -15,17 +15,17 @@
     MESSAGE(portNotOpened, 2, "MCU Serial Port Failed to Open...", \
             "no serial line: no readings, no lamp, no sonde until a restart", "check `/dev/serial0`, restart") \
     MESSAGE(writeFailed, 2, "Failed to write command: ", \
-            "the MCU did not take a text within a second, or the line is gone", "check the line; the command is lost, and so are earlier ones that the line had not passed on") \
+            "the MCU did not accept a text within a second, or the line is disconnected", "check the line; the command is lost, and so are earlier ones that were not sent yet") \
     MESSAGE(shutdownRequested, 2, "Running shutdown", \
-            "the MCU asks for power-down", "") \
+            "the MCU requests power-down", "") \
     MESSAGE(shutdownStarted, 2, "Shutdown Event Triggered", \
-            "the shutdown script is started", "") \
+            "the program starts the shutdown script", "") \
     MESSAGE(mcuLogNotWritten, 2, "Error Creating MCU Log File", \
             "`mcu_log.log` cannot be written", "check folder and space") \
     MESSAGE(batteryState, 4, "Battery State Changed to: ", \
             "new battery state", "") \
     MESSAGE(batteryUnder, 1, "Battery Voltage Under Threshold (", \
-            "battery low", "charge; logged again only after it recovered") \
+            "battery low", "charge; logged again only after the voltage has recovered") \
     MESSAGE(batteryOver, 1, "Battery Voltage Over Threshold (", \
             "battery voltage too high", "check the charger") \
     MESSAGE(currentOver, 1, "Battery Current Over Threshold (", \
@@ -43,15 +43,15 @@
     MESSAGE(sondeOff, 4, "Sonde Turned Off", \
             "", "") \
     MESSAGE(coilerOffset, 4, "Coiler offset set to ", \
-            "the reel was zeroed, metres", "") \
+            "the reel was zeroed; offset in metres", "") \
     MESSAGE(mcuLogReset, 4, "Resetting Microcontroller Logs", \
-            "asked for through the commands file", "") \
+            "requested through the commands file", "") \
     MESSAGE(palStarted, 4, "PAL Output Started", \
             "local picture on", "") \
     MESSAGE(palStopped, 4, "PAL Output Stopped", \
-            "local picture off: a phone is there", "") \
+            "local picture off: a phone is connected", "") \
     MESSAGE(streamEvent, 4, "EVENT_StreamStart", \
-            "a stream was reported started", "") \
+            "a stream start was reported", "") \
     MESSAGE(streamStarted, 4, "Stream Started at ", \
             "its address and port", "") \
     MESSAGE(streamStopped, 4, "Stream Stopped", \
@@ -59,7 +59,7 @@
     MESSAGE(streamNowhere, 4, "Null port / ip address", \
             "a stream start without address or port", "") \
     MESSAGE(tetheringChanged, 4, "Mobile Tethering state changed to ", \
-            "true: a phone's network is there; false: it is gone", "") \
+            "true: connected to a phone's network; false: disconnected", "") \
     MESSAGE(streamStarting, 4, "Starting video stream with IP ", \
             "stream address and port", "") \
     MESSAGE(streamStopping, 4, "Stopping video stream", \
@@ -67,17 +67,17 @@
     MESSAGE(broadcastInvalid, 1, "Invalid Broadcast Address Found", \
             "the network's broadcast address is not IPv4", "check the phone's network") \
     MESSAGE(appClosed, 4, "Closing TCP Socket", \
-            "the app closed the connection; it is made again", "") \
+            "the app closed the connection; the unit reconnects", "") \
     MESSAGE(appSilent, 1, "TCP Connected Timed Out", \
-            "the app was silent for ten seconds; the connection is made again", "") \
+            "the app was silent for ten seconds; the unit reconnects", "") \
     MESSAGE(appNotReading, 1, "TCP peer does not read, connection dropped", \
-            "the app asks and leaves a megabyte of answers unread; the connection is made again", "look at the app") \
+            "the app has left a megabyte of answers unread; the unit reconnects", "check the app") \
     MESSAGE(appUnknownCommand, 2, "TCP received unknown command: ", \
-            "the app sent something else", "update the app") \
+            "the app sent an unknown line", "update the app") \
     MESSAGE(usbFault, 1, "USB Fault Detected", \
-            "the USB fault line is set; not looked at again until a restart", "check the USB port, restart") \
+            "the USB fault line is set; not checked again until a restart", "check the USB port, restart") \
     MESSAGE(noCameraModule, 1, "No camera module:", \
-            "the grab module is not beside the program", "install it again") \
+            "the grab module is missing in the program's folder", "reinstall the package") \
     MESSAGE(noGlib, 1, "The event loop does not serve GLib: no video pipeline will ever end", \
             "`QT_NO_GLIB` is set", "unset it")
 // clang-format on
@@ -85,7 +85,7 @@
 namespace messages
 {
 
-// The texts by name, to log them.
+// The texts, by name.
 #define TEXT(name, type, text, meaning, remedy) inline constexpr char name[] = text;
 LOG_MESSAGES(TEXT)
 #undef TEXT

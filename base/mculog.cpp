@@ -3,12 +3,12 @@
 
 #include "logmessages.h"
 #include "paths.h"
-#include "regularfile.h"
+#include "safefile.h"
 
 #include <QDebug>
 
 void writeMcuLog(const QString &text)
 {
-    if (!regularfile::replace(paths::mcuLog, text.toUtf8()))
+    if (!safefile::overwrite(paths::mcuLog, text.toUtf8()))
         qCritical() << qPrintable(QString(messages::mcuLogNotWritten) + '\n');
 }

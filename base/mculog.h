@@ -3,6 +3,6 @@
 
 #include <QString>
 
-// Makes the text, as UTF-8 and without a line end, the content of the MCU log file
-// (paths::mcuLog). A file that cannot be written is logged as critical.
+// Replaces the content of the MCU log file (paths::mcuLog) by the text, as UTF-8 without a line
+// end. A failure is logged as critical.
 void writeMcuLog(const QString &text);

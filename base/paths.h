@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #pragma once
 
-// Every absolute path that the program opens or starts. No other folder repeats one.
+// All absolute paths of files and programs that the program uses.
 namespace paths
 {
 
-// Files the program keeps, in its install directory.
+// Files of the program, in its install directory.
 inline constexpr char statusStore[] = "/home/pi/KT6120/bin/KT6120.ini";
 inline constexpr char configuration[] = "/home/pi/KT6120/bin/kestraConfig.ini";
 inline constexpr char programLog[] = "/home/pi/KT6120/bin/commands_log.log";
@@ -20,12 +20,12 @@ inline constexpr char camera[] = "/dev/video0";
 inline constexpr int cameraIndex = 0; // the same, for OpenCV
 inline constexpr char routeTable[] = "/proc/net/route";
 
-// Unit scripts started as programs with an argument list.
+// Unit scripts that are started with an argument list.
 inline constexpr char gpioWriteScript[] = "/home/pi/KT6120/bin/KT6120_gpio_write.sh";
 inline constexpr char gpioReadScript[] = "/home/pi/KT6120/bin/KT6120_gpio_read.sh";
 inline constexpr char sondeEnableScript[] = "/home/pi/KT6120/bin/KT6120_sonde_en_write.sh";
 
-// Unit scripts started as one command line through the shell.
+// Unit scripts that are started as one command line.
 inline constexpr char palReceiverCommand[] = "/bin/sh /home/pi/KT6120/bin/KT6120_gstreamer.sh";
 inline constexpr char usbMonitorCommand[] = "/bin/sh /home/pi/KT6120/bin/KT6120_usb_monitor.sh";
 inline constexpr char shutdownCommand[] = "/bin/sh /home/pi/KT6120/bin/KT6120_shutdown.sh";
@@ -35,7 +35,7 @@ inline constexpr char streamStopCommand[] = "/bin/sh /home/pi/KT6120/bin/KT6120_
 inline constexpr char adcReadCommand[] =
     "/bin/sh /home/pi/KT6120/bin/KT6120_bb_read.sh "; // channel follows as 0x..
 
-// Programs of the platform at fixed places.
+// Programs of the operating system.
 inline constexpr char temperatureCommand[] = "/opt/vc/bin/vcgencmd measure_temp";
 inline constexpr char logRotateCommand[] = "logrotate -v /etc/logrotate.conf";
 inline constexpr char splashViewer[] = "/home/pi/raspidmx/pngview/pngview";

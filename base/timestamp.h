@@ -8,13 +8,13 @@
 namespace timestamp
 {
 
-// Date and time as log and status rows have it, in the digits 0 to 9 whatever the locale.
+// The format of program log and status CSV; ASCII digits in every locale.
 inline QString text(const QDateTime &time)
 {
     return QLocale::c().toString(time, "dd-MM-yyyy HH:mm:ss");
 }
 
-// Of now, in the unit's zone.
+// The current time in the unit's time zone.
 inline QString now()
 {
     return text(QDateTime::currentDateTime());

@@ -7,7 +7,7 @@
 
 #include "logmessages.h"
 #include "paths.h"
-#include "regularfile.h"
+#include "safefile.h"
 
 #include <QDebug>
 #include <QFile>
@@ -73,7 +73,7 @@ void eventHandler::eventHandlerFIFOChanged(QString path)
     if (path != paths::commandsFile)
         return;
     QFile file(path);
-    if (!regularfile::open(file, QIODevice::ReadOnly | QIODevice::Text))
+    if (!safefile::open(file, QIODevice::ReadOnly | QIODevice::Text))
         return;
     QByteArray line = file.readLine(longestLine);
     if (line.endsWith('\n'))

@@ -6,7 +6,7 @@
 #include "keys.h"
 #include "logmessages.h"
 #include "paths.h"
-#include "regularfile.h"
+#include "safefile.h"
 #include "settings.h"
 #include "timestamp.h"
 
@@ -36,8 +36,8 @@ struct Field {
     QString (*convert)(const QVariant &stored);
 };
 
-// By way of the text, so that a value counts the same whether it was written by this run or
-// read from the file: what is no whole number is 0.
+// Converts through text, so that a value written by this process and one read from the file give
+// the same result: 0 if it is not an integer.
 QString integer(const QVariant &stored)
 {
     return QString::number(stored.toString().toInt());
@@ -68,7 +68,7 @@ constexpr Field csvFields[] = {
     {keys::boostTemperature, hundredths}, {keys::tallwickDetected, integer},
 };
 
-QTimer *repeat(monitor *owner, void (monitor::*job)(), std::chrono::milliseconds interval)
+QTimer *startPeriodic(monitor *owner, void (monitor::*job)(), std::chrono::milliseconds interval)
 {
     auto *timer = new QTimer(owner);
     QObject::connect(timer, &QTimer::timeout, owner, job);
@@ -79,9 +79,10 @@ QTimer *repeat(monitor *owner, void (monitor::*job)(), std::chrono::milliseconds
 } // namespace
 
 monitor::monitor(QObject *parent, settings *store)
-    : QObject(parent), tickTimer(repeat(this, &monitor::monitor_timer_expired, rowInterval)),
-      usbTimer(repeat(this, &monitor::monitor_usb_check, usbInterval)),
-      temperatureTimer(repeat(this, &monitor::monitor_check_temperature, temperatureInterval)),
+    : QObject(parent), tickTimer(startPeriodic(this, &monitor::monitor_timer_expired, rowInterval)),
+      usbTimer(startPeriodic(this, &monitor::monitor_usb_check, usbInterval)),
+      temperatureTimer(
+          startPeriodic(this, &monitor::monitor_check_temperature, temperatureInterval)),
       settingsStore(store)
 {
     childprocess::run(this, childprocess::fromLine(paths::logRotateCommand), logRotateWait);
@@ -95,23 +96,23 @@ void monitor::monitor_timer_expired()
     monitor_write_file(row.join(','));
 }
 
-// The file is opened for each row, so that log rotation can take it away at any time. A new one
-// for which the disk has no room leaves no trace and gets its header later.
+// Opens the file for each row, so that it can be rotated at any time. If the disk is full, no new
+// file remains, so that a later one gets its header.
 void monitor::monitor_write_file(const QString &row)
 {
     QString lines;
     if (!QFile::exists(paths::statusCsv))
         lines += QString(csvHeader) + '\n';
     lines += timestamp::now() + ',' + row + '\n';
-    regularfile::append(paths::statusCsv, lines.toUtf8());
-    regularfile::startWriting(paths::statusCsv);
+    safefile::append(paths::statusCsv, lines.toUtf8());
+    safefile::startWriteOut(paths::statusCsv);
 }
 
 void monitor::monitor_usb_check()
 {
     const QByteArray printed =
         childprocess::output(this, {paths::gpioReadScript, {gpio::usbFault}}, commandWait);
-    // With its length, so that a NUL byte makes it no number.
+    // With the length, so that a text with a NUL byte is not a number.
     const int level = QString::fromLatin1(printed.constData(), printed.size()).trimmed().toInt();
     if (level != 1 || usbFaultReported)
         return;

@@ -7,17 +7,17 @@
 class QTimer;
 class settings;
 
-// The unit's periodic checks: the processor temperature every 10 s into the store
-// (Temperature/Internal, degrees Celsius as text), the USB fault line every 5 s until its
-// first fault is logged, and every 30 minutes one row of the stored readings appended to the
-// status CSV (paths::statusCsv). A command that is missing, fails or outlasts its wait counts
-// with what it has printed so far; a row that cannot be written is lost. Neither is reported.
+// The unit's periodic checks. Every 10 s it stores the processor temperature (Temperature/Internal,
+// degrees Celsius as text). Every 5 s it reads the USB fault line, until it has logged a fault.
+// Every 30 minutes it appends a row of stored readings to the status CSV (paths::statusCsv). If a
+// command fails or times out, its output so far is used; a row that cannot be written is lost.
+// Neither is reported.
 class monitor : public QObject
 {
     Q_OBJECT
 
 public:
-    // Starts the timers and runs the system's log rotation once, which blocks for up to 5 s.
+    // Starts the timers and runs logrotate once; blocks for up to 5 s.
     monitor(QObject *parent, settings *store);
 
 private slots:

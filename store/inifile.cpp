@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "inifile.h"
 
-#include "regularfile.h"
+#include "safefile.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -24,24 +24,22 @@ namespace
 {
 
 constexpr auto retryInterval = 2s;
-// Another program holds the lock for some milliseconds when it writes.
+// Another program that writes holds the lock for a few milliseconds.
 constexpr auto lockPause = 5ms;
 constexpr int lockPauses = 20;
-// A lock is made first and taken then: one younger than this counts as held. So does one as little
-// ahead of the clock; one further ahead is older than the step that the clock has made.
-constexpr qint64 lockYouth = 2; // seconds
+// A program creates the lock file before it locks it, so a lock file younger than this counts as
+// held. One that is further in the future than this was made before the clock was set back.
+constexpr qint64 minimumLockAge = 2; // seconds
 
-// Free blocks that a write needs beside those of the new file. Found at the brim of small disks
-// (tmpfs, ext4 with blocks of 1 and of 4 KiB, folders with room for names and without, 4,000
-// writes of a store with all its keys): with as many blocks free as the new file has, or fewer, it
-// came out short, since the lock had taken one; with one more, never. One for the lock, then, and
-// three for the folder, should it grow in depth for the two new names. For the unit's store that
-// makes 20 KiB in blocks of 4 KiB.
+// Free blocks that a write needs in addition to those of the new file: one for the lock file and up
+// to three for the folder, if its directory tree grows for the two new names. Measured with 4,000
+// writes to nearly full disks (tmpfs, ext4 with blocks of 1 and 4 KiB): the new file was truncated
+// if no block was left for the lock, never otherwise.
 constexpr quint64 spareBlocks = 4;
-// Bytes that a character of a key or a value may become in the file.
-constexpr quint64 longestEscape = 6;
+// Longest escape sequence of one character in the file.
+constexpr quint64 longestEscape = 6; // bytes
 
-// All zero for a file that is missing or cannot be reached.
+// All zero if the file is missing or inaccessible.
 struct stat status(const QByteArray &path)
 {
     struct stat found = {};
@@ -49,8 +47,8 @@ struct stat status(const QByteArray &path)
     return found;
 }
 
-// What an INI file with these bytes holds. QSettings opens files by name and waits for the
-// lock when an earlier write failed, so it gets a copy in memory.
+// Parses the content of an INI file. QSettings opens files only by name, and waits for the lock
+// after a failed write, so it gets a copy in memory.
 QMap<QString, QVariant> parsed(const QByteArray &bytes)
 {
     static time_t copies = 0;
@@ -62,7 +60,7 @@ QMap<QString, QVariant> parsed(const QByteArray &bytes)
                       QFileDevice::AutoCloseHandle)
         || copy.write(bytes) != bytes.size())
         return values;
-    // QSettings does not read a file again that has the name, size and time of an earlier one.
+    // QSettings caches a file by name, size and time, so each copy gets a different time.
     const timespec times[] = {{++copies, 0}, {copies, 0}};
     futimens(memory, times);
     const QSettings file(QString("/proc/self/fd/%1").arg(memory), QSettings::IniFormat);
@@ -75,7 +73,7 @@ bool isHeld(const QByteArray &lockPath, const struct stat &status)
 {
     if (!S_ISREG(status.st_mode))
         return false;
-    if (std::abs(QDateTime::currentSecsSinceEpoch() - qint64(status.st_mtime)) < lockYouth)
+    if (std::abs(QDateTime::currentSecsSinceEpoch() - qint64(status.st_mtime)) < minimumLockAge)
         return true;
     const int lock = open(lockPath.constData(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
     if (lock < 0)
@@ -89,8 +87,8 @@ bool isHeld(const QByteArray &lockPath, const struct stat &status)
 
 IniFile::IniFile(const QString &name) : path(QFile::encodeName(name)), lockPath(path + ".lock")
 {
-    writing.setSingleShot(true);
-    connect(&writing, &QTimer::timeout, this, &IniFile::write);
+    writeTimer.setSingleShot(true);
+    connect(&writeTimer, &QTimer::timeout, this, &IniFile::write);
 }
 
 IniFile::~IniFile()
@@ -111,35 +109,36 @@ void IniFile::setValue(const QString &key, const QVariant &value)
 
 void IniFile::write()
 {
-    writing.stop();
+    writeTimer.stop();
     if (changes.isEmpty())
         return;
     if (isRegular() && isUnlocked() && hasRoom() && writeChanges())
         changes.clear();
     else
-        writing.start(retryInterval);
+        writeTimer.start(retryInterval);
 }
 
 void IniFile::writeSoon()
 {
-    writing.start(0);
+    writeTimer.start(0);
 }
 
-// A file that cannot be read stays as it was known.
+// Keeps the last values if the file exists but cannot be read.
 void IniFile::read()
 {
     const struct stat now = status(path);
-    if (now.st_dev == seen.st_dev && now.st_ino == seen.st_ino && now.st_size == seen.st_size
-        && now.st_ctim.tv_sec == seen.st_ctim.tv_sec && now.st_ctim.tv_nsec == seen.st_ctim.tv_nsec)
+    if (now.st_dev == lastStatus.st_dev && now.st_ino == lastStatus.st_ino
+        && now.st_size == lastStatus.st_size && now.st_ctim.tv_sec == lastStatus.st_ctim.tv_sec
+        && now.st_ctim.tv_nsec == lastStatus.st_ctim.tv_nsec)
         return;
     QFile file(QFile::decodeName(path));
-    if (regularfile::open(file, QIODevice::ReadOnly))
+    if (safefile::open(file, QIODevice::ReadOnly))
         values = parsed(file.readAll());
     else if (now.st_nlink == 0)
         values.clear();
     else
         return;
-    seen = now;
+    lastStatus = now;
 }
 
 bool IniFile::isRegular() const
@@ -148,9 +147,9 @@ bool IniFile::isRegular() const
     return stat(path.constData(), &status) == 0 ? S_ISREG(status.st_mode) : errno == ENOENT;
 }
 
-// QSettings waits for a lock for half a minute where it cannot be read, and for ever where it
-// cannot be removed or is held by a program that hangs. Once a wait has run out, the next is after
-// the lock was seen free.
+// QSettings waits half a minute for an unreadable lock file, and forever for one that it cannot
+// remove or that a hanging program holds. This waits 100 ms, and after a timeout not at all until
+// the lock was free once.
 bool IniFile::isUnlocked()
 {
     for (int left = isLockHeld ? 0 : lockPauses;; --left) {
@@ -160,31 +159,31 @@ bool IniFile::isUnlocked()
         if (!isThere)
             return errno == ENOENT;
         if (!isLockHeld)
-            return unlink(lockPath.constData()) == 0; // a folder stays
+            return unlink(lockPath.constData()) == 0; // fails for a directory
         if (left == 0)
             return false;
         QThread::msleep(lockPause.count());
     }
 }
 
-// A new file stands beside the old one until it is whole; beside what a link leads to.
+// QSettings writes a new file in the folder of the old one, or of a symlink's target.
 bool IniFile::hasRoom() const
 {
     QFileInfo file(QFile::decodeName(path));
-    while (file.isSymLink()) // one that leads round is not regular
+    while (file.isSymLink()) // not circular: isRegular() was true
         file.setFile(file.symLinkTarget());
     const QByteArray folder = QFile::encodeName(file.path());
     struct statvfs disk = {};
     if (statvfs(folder.constData(), &disk) != 0 || disk.f_frsize == 0)
-        return true; // a folder that is yet to be made
+        return true; // the folder is missing; QSettings creates it
     quint64 size = file.size();
     for (auto change = changes.cbegin(); change != changes.cend(); ++change)
         size += change.key().size() + change.value().toString().size() + sizeof "[]\n=\n\n";
     const quint64 blocks = size * longestEscape / disk.f_frsize + 1 + spareBlocks;
     if (disk.f_bavail >= blocks)
         return true;
-    // Root may have more, but how much cannot be told: ext4 counts as free what it keeps for
-    // itself, a fiftieth of the disk. So it is tried, in a file without a name.
+    // Root may use reserved blocks, but statvfs() also counts those that ext4 keeps for itself, a
+    // fiftieth of the disk. So try it with an unnamed file.
     const int trial = open(folder.constData(), O_TMPFILE | O_WRONLY | O_CLOEXEC, S_IRUSR);
     if (trial < 0)
         return false;
@@ -194,8 +193,8 @@ bool IniFile::hasRoom() const
     return isThere;
 }
 
-// A successful write replaces the file by a new one. After a failed one QSettings keeps the changes
-// for all objects with this file name.
+// A successful write gives the file a new inode. After a failed write QSettings keeps the changes
+// in memory for all objects with this file name.
 bool IniFile::writeChanges()
 {
     const struct stat before = status(path);

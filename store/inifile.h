@@ -10,25 +10,26 @@
 
 #include <sys/stat.h>
 
-// An INI file that this program alone writes. QSettings would block for ever or lose the file
-// after power cuts, on full disks, and where something else has the place of the file or its lock.
-// The file is read whenever it is a regular one, whatever its lock and its disk are like. QSettings
-// writes it only while
-// - the file is a regular one, or missing;
-// - no lock file is beside it: one that nobody holds was left by a power cut and is removed;
-// - the disk has room for a new file, since one that came out short passes for a good one.
-// Otherwise, and when QSettings fails, the changes are kept and the write is retried.
+// An INI file. QSettings opens and locks the file itself, and can block forever or lose the file
+// after a power cut or on a full disk. So IniFile calls it only when it can neither block nor lose
+// the file: to parse a copy in memory, and to write while
+// - the file is a regular file or missing;
+// - there is no lock file; a stale one, left by a power cut, is removed;
+// - the disk has room for a new file, because QSettings does not detect a truncated one.
+// Otherwise, and if QSettings fails, the changes stay in memory and the write is retried. Reading
+// needs neither the lock nor space on the disk.
 class IniFile : public QObject
 {
 public:
     explicit IniFile(const QString &name);
-    ~IniFile() override; // writes what is left, if it can
+    ~IniFile() override; // tries to write pending changes
 
-    // As the file has it now, whoever wrote it, but for a change that is yet to be written.
+    // The pending change of the key, else its value in the file now, also if another program wrote
+    // it.
     QVariant value(const QString &key, const QVariant &defaultValue);
-    // Takes a change, to be written by one of the next two.
+    // Adds a pending change; write() or writeSoon() writes it.
     void setValue(const QString &key, const QVariant &value);
-    void write();     // at once
+    void write();     // now
     void writeSoon(); // from the event loop
 
 private:
@@ -40,9 +41,9 @@ private:
 
     const QByteArray path;
     const QByteArray lockPath;
-    QMap<QString, QVariant> values; // of the file as it was read last
-    struct stat seen = {};          // its state then; all zero: missing
+    QMap<QString, QVariant> values; // content of the file when it was last read
+    struct stat lastStatus = {};    // its status then; all zero: missing
     QMap<QString, QVariant> changes;
-    bool isLockHeld = false; // when it was last looked at
-    QTimer writing;
+    bool isLockHeld = false; // when it was last checked
+    QTimer writeTimer;
 };

@@ -8,10 +8,9 @@
 #include <QString>
 #include <QVariant>
 
-// The status store: named values in the INI file paths::statusStore. Every write is on disk when it
-// returns, so that other programs can read the file at any moment; the next read returns what they
-// wrote. No function reports an error: a write that fails is kept in memory and retried, a missing
-// key reads as its default.
+// The status store: named values in the INI file paths::statusStore. Every write is on disk when
+// the call returns, so other programs can read the file at any time; the next read returns values
+// that they wrote. No function reports an error: a failed write stays in memory and is retried.
 class settings : public QObject
 {
     Q_OBJECT
@@ -25,7 +24,7 @@ public:
     void settingsSetValue(const Key<uint16_t> &key, uint16_t value); // stored as an int
     void settingsSetValue(const Key<double> &key, double value);
 
-    // The value of the key, else its default; a text that is no number converts to 0.
+    // The value of the key, or its default if it is missing.
     QVariant settingsGetValue(const AnyKey &key);
 
 private:

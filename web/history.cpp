@@ -2,7 +2,7 @@
 #include "history.h"
 
 #include "paths.h"
-#include "regularfile.h"
+#include "safefile.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -42,7 +42,7 @@ QByteArray read(int days)
     static std::mutex turn;
     const std::lock_guard lock(turn);
     QFile file(paths::statusCsv);
-    if (!regularfile::open(file, QIODevice::ReadOnly))
+    if (!safefile::open(file, QIODevice::ReadOnly))
         return R"({"columns":[],"rows":[]})";
     QList<QByteArray> header = file.readLine(longest).trimmed().split(',');
     header.removeFirst();

@@ -2,7 +2,7 @@
 #include "programlog.h"
 
 #include "paths.h"
-#include "regularfile.h"
+#include "safefile.h"
 
 #include <optional>
 #include <sys/stat.h>
@@ -76,7 +76,7 @@ QList<ProgramLog::Line> ProgramLog::take()
         bytes = takeBytes(isNew); // of a file that was moved away too
     if (isNew) {
         auto next = std::make_unique<QFile>(paths::programLog);
-        if (regularfile::open(*next, QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+        if (safefile::open(*next, QIODevice::ReadOnly | QIODevice::Unbuffered)) {
             file = std::move(next);
             position = begun ? 0 : qMax(0LL, file->size() - start);
             amidst = !begun && position > 0;

@@ -3,7 +3,7 @@
 
 #include "catalogue.h"
 #include "paths.h"
-#include "regularfile.h"
+#include "safefile.h"
 
 #include <QFile>
 
@@ -52,7 +52,7 @@ QString plain(const QByteArray &written)
 readings::Values valuesOf(const char *path)
 {
     QFile file(path);
-    if (!regularfile::open(file, QIODevice::ReadOnly))
+    if (!safefile::open(file, QIODevice::ReadOnly))
         return {};
     return readings::parse(file.read(longestFile));
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
-#include "regularfile.h"
+#include "safefile.h"
 
 #include <QFileInfo>
 
@@ -13,8 +13,8 @@ namespace
 
 static_assert(sizeof(off_t) == 8, "a file of more than 2 GiB must open");
 
-// Cuts off the zeros that a power cut leaves at the end of a file whose size was on the disk before
-// its bytes, however many, and tells what stands before them: the end of a line in an empty file.
+// Truncates the zeros at the end of a file, which a power cut leaves if the file's size reached the
+// disk before its data. Sets last to the byte before them, or to a line end if there is none.
 bool cutZeros(QFile &file, char &last)
 {
     const qint64 size = file.size();
@@ -37,12 +37,12 @@ bool cutZeros(QFile &file, char &last)
 
 } // namespace
 
-namespace regularfile
+namespace safefile
 {
 
 bool open(QFile &file, QIODevice::OpenMode mode)
 {
-    constexpr mode_t permissions = 0666; // less the process's mask
+    constexpr mode_t permissions = 0666; // minus the umask
     const int writing = mode & QIODevice::ReadOnly ? O_RDWR | O_CREAT : O_WRONLY | O_CREAT;
     const int access = mode & QIODevice::WriteOnly ? writing : O_RDONLY;
     const int place = mode & QIODevice::Append ? O_APPEND : 0;
@@ -66,38 +66,38 @@ bool append(const QString &path, const QByteArray &bytes)
     if (!open(file, QIODevice::ReadWrite | QIODevice::Append | QIODevice::Unbuffered)
         || !cutZeros(file, last))
         return false;
-    const QByteArray whole = last == '\n' ? bytes : '\n' + bytes;
-    const qint64 written = file.write(whole);
-    if (written == whole.size())
+    const QByteArray text = last == '\n' ? bytes : '\n' + bytes;
+    const qint64 written = file.write(text);
+    if (written == text.size())
         return true;
     if (written > 0)
         file.resize(file.size() - written);
-    if (isNew) // what a link leads to, not the link
+    if (isNew) // the target of a symlink, not the symlink
         unlink(QFile::encodeName(QFileInfo(path).canonicalFilePath()).constData());
     return false;
 }
 
-void startWriting(const QString &path)
+void startWriteOut(const QString &path)
 {
     QFile file(path);
     if (open(file, QIODevice::ReadOnly))
         sync_file_range(file.handle(), 0, 0, SYNC_FILE_RANGE_WRITE);
 }
 
-bool replace(const QString &path, const QByteArray &bytes)
+bool overwrite(const QString &path, const QByteArray &bytes)
 {
     QFile file(path);
     if (!open(file, QIODevice::WriteOnly | QIODevice::Unbuffered))
         return false;
-    // First what needs more room than the file has, so that a full disk is known in time.
-    const qint64 room = file.size();
-    const QByteArray tail = bytes.mid(int(qMin<qint64>(room, bytes.size())));
-    if (!tail.isEmpty() && !(file.seek(room) && file.write(tail) == tail.size())) {
-        file.resize(room);
+    // First write what lies beyond the old end, so that a full disk leaves the old content.
+    const qint64 oldSize = file.size();
+    const QByteArray tail = bytes.mid(int(qMin<qint64>(oldSize, bytes.size())));
+    if (!tail.isEmpty() && !(file.seek(oldSize) && file.write(tail) == tail.size())) {
+        file.resize(oldSize);
         return false;
     }
     const QByteArray head = bytes.chopped(tail.size());
     return file.seek(0) && file.write(head) == head.size() && file.resize(bytes.size());
 }
 
-} // namespace regularfile
+} // namespace safefile
