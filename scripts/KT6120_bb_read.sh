@@ -3,15 +3,15 @@
 #
 # KT6120_bb_read.sh CHANNEL
 #
-# Prints the 8-bit reading of a channel of the analogue-to-digital converter board, as 0x and
-# two hexadecimal digits. CHANNEL is 0x and one or two hexadecimal digits.
-# Prints nothing where the board does not answer: status 1, with the reason on standard
-# error; 2 for wrong arguments.
+# Prints the 8-bit reading of a channel of the analogue-to-digital converter board, as 0x and two
+# hexadecimal digits. CHANNEL is 0x and one or two hexadecimal digits.
+# If the board does not answer: prints the reason to standard error, exit status 1. Exit status 2 for
+# wrong arguments.
 set -u
 bus=1
 address=0x48
 
-# An ordinary user's search path lacks i2cget's folder.
+# The PATH of an ordinary user lacks the folder of i2cget.
 PATH=$PATH:/usr/sbin:/sbin
 
 channel=${1-}
@@ -23,7 +23,7 @@ case $#$channel in
     ;;
 esac
 
-# In the foreground: in the process group of this script, so that its caller ends both.
+# --foreground keeps i2cget in the script's process group, which the caller kills after a timeout.
 reading=$(timeout --foreground 5 i2cget -y "$bus" "$address" "$channel") || exit 1
 case $reading in
 0x[0-9a-f][0-9a-f]) printf '%s\n' "$reading" ;;

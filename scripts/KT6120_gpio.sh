@@ -1,11 +1,10 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 # shellcheck shell=sh
-# Reading and driving a GPIO line of the compute module, for the scripts beside this file to
-# source. Goes through the kernel's character device with libgpiod's tools, whose two major
-# versions differ in their options, and through sysfs where the tools are missing. Each
-# function fails with status 1 and the reason on standard error.
+# Functions that read and drive a GPIO line of the compute module, sourced by the scripts in this
+# folder. They use libgpiod's tools, whose two major versions differ in their options, or sysfs if
+# the tools are missing. Each fails with status 1 and prints the reason to standard error.
 
-# The processor's own lines: their character device, and their chip's label in sysfs.
+# The chip of the processor's lines: its character device, and its label in sysfs.
 gpio_chip=gpiochip0
 gpio_chip_label='pinctrl-bcm*'
 
@@ -28,7 +27,7 @@ is_gpio_level() {
     esac
 }
 
-# Waits for a condition, for two seconds at most.
+# wait_until COMMAND: waits until the command succeeds, at most two seconds.
 wait_until() {
     gpio_tries=100
     until "$@" || [ "$gpio_tries" -eq 0 ]; do
@@ -44,9 +43,9 @@ is_libgpiod_1() {
     esac
 }
 
-# gpio_holders LINE LEVEL: the gpioset processes left behind by gpio_drive that drive the line
-# to the level (a pattern). They are known by a mark in their environment, so that a gpioset
-# which somebody else started is never taken for one of them.
+# gpio_holders LINE LEVEL: prints the pids of the gpioset processes of gpio_drive that drive the line
+# to the level (a pattern). A variable in their environment distinguishes them from other gpioset
+# processes.
 gpio_holders() {
     grep -lxz "KT6120_GPIO=$1=$2" /proc/[0-9]*/environ 2>/dev/null | cut -d / -f 3
 }
@@ -55,10 +54,10 @@ is_gpio_released() {
     [ -z "$(gpio_holders "$1" '[01]')" ]
 }
 
-# The kernel keeps a line driven only as long as the process that asked for it lives, so
-# gpioset stays in the background; the next call for the line replaces it.
+# The kernel drives a line only while the process that requested it runs, so gpioset stays in the
+# background. The next call for the line replaces it.
 gpio_drive_by_tool() {
-    # Already so: replacing the holder would let go of the line for a moment.
+    # If the level is already set, keep the holder: replacing it would release the line for a moment.
     [ -z "$(gpio_holders "$1" "$2")" ] || return 0
     for gpio_holder in $(gpio_holders "$1" '[01]'); do
         kill "$gpio_holder"
@@ -69,12 +68,12 @@ gpio_drive_by_tool() {
     else
         gpio_options="--daemonize --chip $gpio_chip"
     fi
-    # shellcheck disable=SC2086 # the options are several words
+    # shellcheck disable=SC2086 # several options
     KT6120_GPIO=$1=$2 gpioset $gpio_options "$1=$2" >/dev/null 9<&- || return 1
 }
 
-# gpio_sysfs_line LINE: prints the line's folder, exported if need be. sysfs numbers the lines of
-# all chips in one sequence.
+# gpio_sysfs_line LINE: exports the line if necessary and prints its folder. sysfs numbers the lines
+# of all chips in one sequence.
 gpio_sysfs_line() {
     for gpio_folder in /sys/class/gpio/gpiochip*; do
         [ -r "$gpio_folder/label" ] || continue
@@ -88,7 +87,7 @@ gpio_sysfs_line() {
         gpio_number=$((gpio_base + $1))
         gpio_folder=/sys/class/gpio/gpio$gpio_number
         [ -d "$gpio_folder" ] || echo "$gpio_number" >/sys/class/gpio/export || return 1
-        # For an ordinary user the line is writable only once udev has seen it.
+        # udev makes the line writable for ordinary users.
         wait_until [ -w "$gpio_folder/direction" ]
         printf '%s\n' "$gpio_folder"
         return 0
@@ -99,12 +98,12 @@ gpio_sysfs_line() {
 
 gpio_drive_by_sysfs() {
     gpio_line=$(gpio_sysfs_line "$1") || return 1
-    # Direction and level in one write: the line never shows the other level.
+    # One write sets direction and level, so that the line never has the other level.
     if [ "$2" -eq 1 ]; then echo high; else echo low; fi >"$gpio_line/direction" || return 1
 }
 
-# gpio_drive LINE LEVEL: drives the line, also after the script has ended. Calls that overlap
-# take turns: their caller does not wait for ever, and its last word has to be the last.
+# gpio_drive LINE LEVEL: drives the line, also after the script has exited. The lock on the script
+# keeps overlapping calls in order, because the caller stops waiting for a slow call.
 gpio_drive() {
     flock -w 10 9 || return 1
     if command -v gpioset >/dev/null; then
@@ -114,8 +113,8 @@ gpio_drive() {
     fi
 } 9<"$0"
 
-# gpio_read LINE: prints the line's level, 0 or 1. In the foreground, that is in the process group of
-# the script, so that its caller ends both.
+# gpio_read LINE: prints the line's level, 0 or 1. --foreground keeps gpioget in the script's process
+# group, which the caller kills after a timeout.
 gpio_read() {
     if ! command -v gpioget >/dev/null; then
         gpio_line=$(gpio_sysfs_line "$1") || return 1
