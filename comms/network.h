@@ -10,7 +10,7 @@ namespace network
 
 // The broadcast address in those lines of `ifconfig` that contain one. Empty unless exactly one
 // interface has a broadcast address ("inet A netmask M broadcast B"): with several, the phone's
-// cannot be told apart. Logs a warning if it is not IPv4.
+// is ambiguous. Logs a warning if it is not IPv4.
 QString broadcastAddress(const QByteArray &listing);
 
 // The gateway of the first default route in the text of the kernel's route table, as dotted

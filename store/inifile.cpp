@@ -148,7 +148,7 @@ bool IniFile::isRegular() const
 }
 
 // QSettings waits half a minute for an unreadable lock file, and forever for one that it cannot
-// remove or that a hanging program holds. This waits 100 ms, and after a timeout not at all until
+// remove or that a hanging program holds. This waits 100 ms; after a timeout it does not wait until
 // the lock was free once.
 bool IniFile::isUnlocked()
 {
