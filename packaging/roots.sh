@@ -61,10 +61,11 @@ in_root() {
     for folder in bin lib lib64 sbin; do
         mounts+=(--symlink "usr/$folder" "/$folder")
     done
-    mkdir -p "$HOME/.cache/ccache"
+    local cache=${CCACHE_DIR-$HOME/.cache/ccache}
+    mkdir -p "$cache"
     bwrap --unshare-user-try --unshare-pid --unshare-net --die-with-parent \
         --ro-bind "$root/usr" /usr --ro-bind "$root/etc" /etc --ro-bind "$root/var" /var \
         "${mounts[@]}" --proc /proc --dev /dev --tmpfs /tmp --dir /root \
-        --bind "$HOME/.cache/ccache" /tmp/ccache --setenv CCACHE_DIR /tmp/ccache \
+        --bind "$cache" /tmp/ccache --setenv CCACHE_DIR /tmp/ccache \
         --bind "$repo" "$repo" --setenv HOME /root --chdir "$repo" "${@:2}"
 }
