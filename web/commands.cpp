@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "commands.h"
 
+#include "freshness.h"
 #include "paths.h"
 #include "readings.h"
 
@@ -27,11 +28,15 @@ namespace
 {
 
 constexpr off_t longestRest = 4096; // bytes of earlier content that are blanked
-// The unit's loop is held up by nothing longer than an ifconfig of half a minute; when it runs on,
-// it looks at the file. Who has not looked by then does not watch it.
+// The longest wait of the unit's event loop is an ifconfig of half a minute.
 constexpr std::chrono::milliseconds patience = 35s;
-constexpr std::chrono::milliseconds patienceWithSilent = 500ms; // it may only be out of disk space
-constexpr std::chrono::milliseconds overtakingLook = 50ms;
+// For a line that the unit has not read: while the store does not change either, the event loop
+// stands still. A unit writes its store every 10 s at least, several times a second while the MCU
+// answers; one that has not done so may still be out of disk space.
+constexpr auto storeInterval = 12s;
+constexpr auto unreadPatience = 5s;
+constexpr auto unreadPatienceAtRest = 500ms;
+constexpr std::chrono::milliseconds unreadLook = 50ms;
 constexpr auto withdrawal = 100ms; // for what the unit had begun when the line was withdrawn
 constexpr std::chrono::milliseconds turnLimit = 5s;
 constexpr auto turnLook = 20ms;
@@ -123,19 +128,19 @@ public:
     int writesBeforeReading() const { return writes; }
     bool writtenSince() const { return writtenLater; }
 
-    // Whether somebody has read and closed the file before the time is over; what nobody has read
-    // is not waited for any longer once it is overtaken.
+    // Whether somebody has read and closed the file before the time is over. While nobody has read
+    // it, the condition ends the wait.
     template <typename Condition>
-    bool haveClosed(std::chrono::milliseconds limit, Condition isOvertaken)
+    bool haveClosed(std::chrono::milliseconds limit, Condition isFutile)
     {
         const auto end = steady_clock::now() + limit;
         while (!closed) {
             const auto left =
                 std::chrono::ceil<std::chrono::milliseconds>(end - steady_clock::now());
-            if (left <= 0ms || (!accessed && isOvertaken()))
+            if (left <= 0ms || (!accessed && isFutile()))
                 return false;
             pollfd waiting = {queue, POLLIN, 0};
-            if (poll(&waiting, 1, int(std::min(left, overtakingLook).count())) > 0)
+            if (poll(&waiting, 1, int(std::min(left, unreadLook).count())) > 0)
                 take();
         }
         return true;
@@ -288,7 +293,7 @@ Command parse(const QByteArray &body)
     return found;
 }
 
-Outcome carryOut(const QByteArray &line, bool silent)
+Outcome carryOut(const QByteArray &line, Freshness &freshness)
 {
     const CommandsFile file;
     if (!file.isThere())
@@ -309,7 +314,16 @@ Outcome carryOut(const QByteArray &line, bool silent)
     Events events;
     if (!file.write(line))
         return Outcome::Unwritable;
-    const bool closed = events.haveClosed(silent ? patienceWithSilent : patience, isOvertaken);
+    const auto written = steady_clock::now();
+    const auto isFutile = [&] {
+        const std::chrono::duration<double> waited = steady_clock::now() - written;
+        const Freshness::State program = freshness.look();
+        const std::chrono::duration<double> age(program.age);
+        const bool rests = program.silent || age > storeInterval;
+        return isOvertaken() || (rests && waited > unreadPatienceAtRest)
+               || std::min(waited, age) > unreadPatience;
+    };
+    const bool closed = events.haveClosed(patience, isFutile);
     if (events.writesBeforeReading() > 1)
         return Outcome::Overwritten;
     if (!closed) {

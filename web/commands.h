@@ -4,6 +4,8 @@
 #include <QByteArray>
 #include <QList>
 
+class Freshness;
+
 // Commands of the page: checked, and written into the commands file one at a time.
 namespace commands
 {
@@ -27,9 +29,9 @@ enum class Outcome {
     Busy,        // another writer has the file's lock all the time, or a LAMPOFF came first
 };
 
-// Writes the line of a command and waits until the unit has carried it out; for a unit that is
-// silent, a moment only. Whoever locks the file (flock) waits for the others, but LAMPOFF takes the
-// place of what the unit has not read yet.
-Outcome carryOut(const QByteArray &line, bool silent);
+// Writes the line of a command and waits until the unit has carried it out. A line that the unit
+// has not read is withdrawn when the store stops changing. Writers that lock the file (flock) take
+// turns, but LAMPOFF replaces a line that the unit has not read yet.
+Outcome carryOut(const QByteArray &line, Freshness &freshness);
 
 } // namespace commands

@@ -268,14 +268,14 @@ void Page::takeCommand(fastcgi::Exchange &exchange)
         return refuse(exchange, 429, "too many commands");
 
     const auto began = steady_clock::now();
-    const bool silent = freshness.look().silent;
-    switch (commands::carryOut(command.line, silent)) {
+    switch (commands::carryOut(command.line, freshness)) {
     case commands::Outcome::Taken:
         break;
     case commands::Outcome::NotTaken:
         return refuse(exchange, 504,
-                      silent ? "the unit is silent; the command is withdrawn"
-                             : "the unit did not take the command; it is withdrawn");
+                      freshness.look().silent
+                          ? "the unit is silent; the command is withdrawn"
+                          : "the unit did not take the command; it is withdrawn");
     case commands::Outcome::Overtaken:
         return refuse(exchange, 409, "lamp off came first; the command is withdrawn");
     case commands::Outcome::Overwritten:

@@ -171,6 +171,13 @@ def try_another_writer():
         os.kill(unit, signal.SIGCONT)
         check((status := answer()) == 409, f"another's line in place of ours: {status}")
 
+        os.kill(unit, signal.SIGSTOP)
+        began = time.monotonic()
+        for name in ("RESET", "LAMPOFF"):
+            check((status := ask(*command(name))[0]) == 504, f"{name}, unit stopped: {status}")
+        check(time.monotonic() - began < 30, "a stopped unit was waited for")
+        os.kill(unit, signal.SIGCONT)
+
         fcntl.flock(file, fcntl.LOCK_EX)
         before = content()
         check((status := ask(*command("RESET"))[0]) == 503, f"while another has the lock: {status}")

@@ -204,7 +204,8 @@ void tst_web::pipesAreNoFiles()
     QVERIFY(readings::read().isEmpty());
     QVERIFY(ProgramLog(1).take().isEmpty());
     QVERIFY(!history::read(1).contains("1"));
-    QCOMPARE(commands::carryOut("LAMPUP", false), commands::Outcome::Unwritable);
+    Freshness freshness;
+    QCOMPARE(commands::carryOut("LAMPUP", freshness), commands::Outcome::Unwritable);
     alarm(0);
 }
 
