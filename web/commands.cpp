@@ -2,6 +2,7 @@
 #include "commands.h"
 
 #include "freshness.h"
+#include "keys.h"
 #include "paths.h"
 #include "readings.h"
 
@@ -50,7 +51,7 @@ constexpr auto never = [] { return false; };
 
 int lamp(const Values &values)
 {
-    return values.value("Camera/Lamp", "-1").toInt();
+    return values.value(keys::lampLevel.name, "-1").toInt();
 }
 
 struct Word {
@@ -64,42 +65,42 @@ struct Word {
 constexpr Word vocabulary[] = {
     {"SONDE",
      "[01]",
-     {"Sonde/Enabled", nullptr},
+     {keys::sondeEnabled.name, nullptr},
      [](const Values &, const Values &after, const QString &argument) {
-         return after.value("Sonde/Enabled") == argument;
+         return after.value(keys::sondeEnabled.name) == argument;
      }},
     // At its highest the lamp stays; a probe that locks it leaves it off.
     {"LAMPUP",
      nullptr,
-     {"Camera/Lamp", nullptr},
+     {keys::lampLevel.name, nullptr},
      [](const Values &before, const Values &after, const QString &) {
          return lamp(after) > 0 && lamp(after) >= lamp(before);
      }},
     // A lamp that is off goes on one step below what it was.
     {"LAMPDOWN",
      nullptr,
-     {"Camera/Lamp", nullptr},
+     {keys::lampLevel.name, nullptr},
      [](const Values &before, const Values &after, const QString &) {
          return lamp(after) == 0
                 || (lamp(after) > 0 && (lamp(before) <= 0 || lamp(after) < lamp(before)));
      }},
     {"LAMPOFF",
      nullptr,
-     {"Camera/Lamp", nullptr},
+     {keys::lampLevel.name, nullptr},
      [](const Values &, const Values &after, const QString &) { return lamp(after) <= 0; }},
     // The counter itself may already count on.
     {"RESET",
      nullptr,
-     {"Camera/Coiler", "Camera/CoilerOffset"},
+     {keys::coilerCount.name, keys::coilerOffset.name},
      [](const Values &, const Values &after, const QString &) {
-         return after.value("Camera/CoilerOffset") == "0";
+         return after.value(keys::coilerOffset.name) == "0";
      }},
     {"LOGRST", nullptr, {nullptr, nullptr}, nullptr},
     {"MODEL",
      "[A-Za-z0-9._-]{1,32}",
-     {"Coiler/Model", nullptr},
+     {keys::coilerModel.name, nullptr},
      [](const Values &, const Values &after, const QString &argument) {
-         return after.value("Coiler/Model") == argument;
+         return after.value(keys::coilerModel.name) == argument;
      }},
 };
 

@@ -2,7 +2,7 @@
 
 // kt6120-web: answers what the unit's page asks for, behind a web server that speaks FastCGI.
 //
-//   kt6120-web SOCKET CATALOGUE
+//   kt6120-web SOCKET
 
 #include "fastcgi.h"
 #include "freshness.h"
@@ -25,18 +25,17 @@ constexpr std::chrono::seconds lookInterval(5);
 
 int main(int argc, char *argv[])
 {
-    if (argc != 3) {
-        fprintf(stderr, "usage: kt6120-web SOCKET CATALOGUE\n");
+    if (argc != 2) {
+        fprintf(stderr, "usage: kt6120-web SOCKET\n");
         return 2;
     }
     try {
-        const Catalogue catalogue(argv[2]);
         Freshness freshness;
         std::thread([&freshness] {
             for (;; std::this_thread::sleep_for(lookInterval))
                 freshness.look();
         }).detach();
-        Page page(catalogue, freshness);
+        Page page(freshness);
         fastcgi::serve(argv[1], threads,
                        [&page](fastcgi::Exchange &exchange) { page.handle(exchange); });
     } catch (const std::runtime_error &error) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "metrics.h"
 
+#include "keys.h"
 #include "readings.h"
 
 #include <cmath>
@@ -50,8 +51,8 @@ QByteArray quoted(QByteArray value)
 QByteArray versions(const readings::Values &values)
 {
     QByteArrayList labels;
-    for (const auto &[label, key] : {std::pair("version", "Compute/SoftwareVersion"),
-                                     std::pair("mcu_version", "MCU/Version")}) {
+    for (const auto &[label, key] : {std::pair("version", keys::softwareVersion.name),
+                                     std::pair("mcu_version", keys::mcuVersion.name)}) {
         const QByteArray value = values.value(key).toUtf8();
         if (!value.isEmpty())
             labels.append(label + ('=' + quoted(value)));
@@ -76,8 +77,7 @@ void addReadings(Page &page, const readings::Values &values)
         page.family("build_info", "Versions of the unit's program and its microcontroller.");
         page.sample("build_info", labels, 1);
     }
-    for (int at = 0; at < readings::count; ++at) {
-        const readings::Reading &reading = readings::table[at];
+    for (const readings::Reading &reading : readings::all()) {
         if (!reading.metric)
             continue;
         if (reading.help)
@@ -87,8 +87,7 @@ void addReadings(Page &page, const readings::Values &values)
             page.sample(reading.metric, reading.labels, value);
     }
     page.family("reading_present", "1 where the unit has this reading, 0 where it should.");
-    for (int at = 0; at < readings::count; ++at) {
-        const readings::Reading &reading = readings::table[at];
+    for (const readings::Reading &reading : readings::all()) {
         if (reading.kind == readings::Kind::Number && !reading.absent)
             page.sample("reading_present", "reading=" + quoted(reading.label),
                         std::isnan(exported(reading, values)) ? 0 : 1);
@@ -97,8 +96,7 @@ void addReadings(Page &page, const readings::Values &values)
 
 } // namespace
 
-Metrics::Metrics(const Catalogue &known, Freshness &of)
-    : catalogue(known), freshness(of), logged(known.messages().size())
+Metrics::Metrics(Freshness &of) : freshness(of)
 {
     log.take();
 }
@@ -108,9 +106,8 @@ QByteArray Metrics::text(bool openMetrics)
     const std::lock_guard lock(mutex);
     const QList<ProgramLog::Line> lines = log.take();
     for (const ProgramLog::Line &line : lines) {
-        const int message = catalogue.find(line.type, line.text);
-        if (message >= 0)
-            ++logged[message];
+        if (line.message)
+            ++logged[size_t(line.message - logMessages)];
     }
 
     Page page(openMetrics);
@@ -124,15 +121,14 @@ QByteArray Metrics::text(bool openMetrics)
     if (!state.silent)
         addReadings(page, readings::read());
     page.family("log_messages_total", "Messages in the program log since this exporter started.");
-    for (int at = 0; at < logged.size(); ++at) {
-        const Catalogue::Message &message = catalogue.messages()[at];
+    for (const LogMessage &message : logMessages) {
         const char *severity = message.type == 1   ? "warning"
                                : message.type == 2 ? "critical"
                                                    : "information";
         page.sample("log_messages_total",
                     "severity=\"" + QByteArray(severity)
-                        + "\",message=" + quoted(message.text.trimmed()),
-                    double(logged[at]));
+                        + "\",message=" + quoted(QByteArray(message.text).trimmed()),
+                    double(logged[size_t(&message - logMessages)]));
     }
     return page.ended();
 }

@@ -52,23 +52,22 @@ void refuse(fastcgi::Exchange &exchange, int status, const char *why)
 }
 
 // The readings that are not as in `known`, which is brought up to date.
-QJsonArray changed(const readings::Values &values, const Catalogue &catalogue,
-                   QMap<QByteArray, QString> &known)
+QJsonArray changed(const readings::Values &values, QMap<QByteArray, QString> &known)
 {
     QJsonArray rows;
-    for (int at = 0; at < readings::count; ++at) {
-        const readings::Reading &reading = readings::table[at];
+    for (const readings::Reading &reading : readings::all()) {
         // Not by the text: it is rounded, and its level may change alone.
-        const QString stored = values.value(reading.key);
-        const auto last = known.constFind(reading.key);
+        const char *key = reading.key.name;
+        const QString stored = values.value(key);
+        const auto last = known.constFind(key);
         if (last != known.constEnd() && *last == stored)
             continue;
-        known.insert(reading.key, stored);
-        rows.append(QJsonObject{{"key", reading.key},
+        known.insert(key, stored);
+        rows.append(QJsonObject{{"key", key},
                                 {"label", reading.label},
                                 {"text", QString::fromUtf8(readings::text(reading, values))},
                                 {"stored", stored},
-                                {"level", readings::level(reading, values, catalogue)}});
+                                {"level", readings::level(reading, values)}});
     }
     return rows;
 }
@@ -90,17 +89,16 @@ QByteArray beat()
            + "\n\n";
 }
 
-QJsonArray described(const QList<ProgramLog::Line> &lines, const Catalogue &catalogue)
+QJsonArray described(const QList<ProgramLog::Line> &lines)
 {
     QJsonArray rows;
     for (const ProgramLog::Line &line : lines) {
         QJsonObject row = {{"time", QString::fromUtf8(line.time)},
                            {"type", line.type},
                            {"text", QString::fromUtf8(line.text)}};
-        const int found = catalogue.find(line.type, line.text);
-        if (found >= 0) {
-            row["meaning"] = QString::fromUtf8(catalogue.messages()[found].meaning);
-            row["remedy"] = QString::fromUtf8(catalogue.messages()[found].remedy);
+        if (line.message) {
+            row["meaning"] = QString(line.message->meaning).remove('`');
+            row["remedy"] = QString(line.message->remedy).remove('`');
         }
         rows.append(row);
     }
@@ -160,7 +158,7 @@ void Page::sendState(fastcgi::Exchange &exchange)
     log.take();
     QMap<QByteArray, QString> nothing;
     QJsonObject state = unitState(log, freshness.look());
-    state["readings"] = changed(readings::read(), catalogue, nothing);
+    state["readings"] = changed(readings::read(), nothing);
     exchange.answer(200, "application/json", json(state));
 }
 
@@ -179,9 +177,8 @@ void Page::sendEvents(fastcgi::Exchange &exchange)
         if (first)
             lines = lines.mid(qMax(0, int(lines.size()) - logLines));
         if (!lines.isEmpty())
-            events +=
-                "event: log\ndata: " + json({{"lines", described(lines, catalogue)}}) + "\n\n";
-        const QJsonArray rows = changed(readings::read(), catalogue, known);
+            events += "event: log\ndata: " + json({{"lines", described(lines)}}) + "\n\n";
+        const QJsonArray rows = changed(readings::read(), known);
         QJsonObject state = unitState(log, freshness.look());
         if (!rows.isEmpty() || state != knownState) {
             knownState = state;

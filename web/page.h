@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #pragma once
 
-#include "catalogue.h"
 #include "freshness.h"
 #include "metrics.h"
 
@@ -19,10 +18,7 @@ class Exchange;
 class Page
 {
 public:
-    Page(const Catalogue &known, Freshness &of)
-        : catalogue(known), freshness(of), metrics(known, of)
-    {
-    }
+    explicit Page(Freshness &of) : freshness(of), metrics(of) {}
 
     void handle(fastcgi::Exchange &exchange);
 
@@ -38,7 +34,6 @@ private:
     bool isViewing(quint64 viewer);
     void endViewing(quint64 viewer);
 
-    const Catalogue &catalogue;
     Freshness &freshness;
     Metrics metrics;
     std::atomic<int> histories = 0;

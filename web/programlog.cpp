@@ -13,17 +13,29 @@ namespace
 constexpr qint64 mostAtOnce = 1 << 20; // bytes; of more than that the oldest are left out
 
 struct Sign {
-    const char *text;
+    const char *message;
     std::optional<bool> pal;
     std::optional<bool> stream;
 };
 constexpr Sign signs[] = {
-    {"Starting  KT6120", true, false},
-    {"PAL Output Started", true, std::nullopt},
-    {"PAL Output Stopped", false, std::nullopt},
-    {"Starting video stream with IP ", std::nullopt, true},
-    {"Stopping video stream", std::nullopt, false},
+    {messages::starting, true, false},
+    {messages::palStarted, true, std::nullopt},
+    {messages::palStopped, false, std::nullopt},
+    {messages::streamStarting, std::nullopt, true},
+    {messages::streamStopping, std::nullopt, false},
 };
+
+// The longest text that fits: some begin like others.
+const LogMessage *find(int type, const QByteArray &text)
+{
+    const LogMessage *best = nullptr;
+    for (const LogMessage &message : logMessages) {
+        if (message.type == type && text.startsWith(message.text)
+            && (!best || qstrlen(message.text) > qstrlen(best->text)))
+            best = &message;
+    }
+    return best;
+}
 
 // dd-MM-yyyy HH:mm:ss,TYPE,TEXT; what a text with line feeds of its own continues with has no type.
 ProgramLog::Line parse(const QByteArray &line)
@@ -31,9 +43,10 @@ ProgramLog::Line parse(const QByteArray &line)
     constexpr int timeLength = 19;
     const int comma = int(line.indexOf(',', timeLength + 1));
     if (line.size() <= timeLength || line[timeLength] != ',' || comma < 0)
-        return {{}, 0, line};
-    return {line.left(timeLength), line.mid(timeLength + 1, comma - timeLength - 1).toInt(),
-            line.mid(comma + 1)};
+        return {{}, 0, line, nullptr};
+    const int type = line.mid(timeLength + 1, comma - timeLength - 1).toInt();
+    const QByteArray text = line.mid(comma + 1);
+    return {line.left(timeLength), type, text, find(type, text)};
 }
 
 } // namespace
@@ -93,7 +106,7 @@ QList<ProgramLog::Line> ProgramLog::take()
     for (const QByteArray &line : qAsConst(lines)) {
         found.append(parse(line));
         for (const Sign &sign : signs) {
-            if (!found.last().text.startsWith(sign.text))
+            if (!found.last().message || found.last().message->text != sign.message)
                 continue;
             known = true;
             pal = sign.pal.value_or(pal);

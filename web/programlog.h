@@ -1,11 +1,24 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #pragma once
 
+#include "logmessages.h"
+
 #include <QByteArray>
 #include <QFile>
 #include <QList>
 
 #include <memory>
+
+struct LogMessage {
+    const char *text; // how it begins
+    int type;         // as in the program log
+    const char *meaning;
+    const char *remedy;
+};
+
+#define ROW(name, type, text, meaning, remedy) {messages::name, type, meaning, remedy},
+inline constexpr LogMessage logMessages[] = {LOG_MESSAGES(ROW)};
+#undef ROW
 
 // Follows the program log from its last so many bytes on, also when it is rotated.
 class ProgramLog
@@ -15,6 +28,7 @@ public:
         QByteArray time;
         int type = 0;
         QByteArray text;
+        const LogMessage *message = nullptr; // null: unknown
     };
 
     explicit ProgramLog(qint64 lastBytes);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "readings.h"
 
-#include "catalogue.h"
 #include "paths.h"
 #include "safefile.h"
 
@@ -10,12 +9,9 @@
 #include <cctype>
 #include <cmath>
 #include <cstring>
-#include <iterator>
 
 namespace
 {
-
-constexpr char defaultModel[] = "x40";
 
 constexpr char celsius[] = "°C";
 
@@ -63,56 +59,64 @@ namespace readings
 {
 
 // clang-format off
-const Reading table[] = {
-    {"Battery/Voltage", "Battery voltage", Kind::Number, nullptr, "V", 0.001, 3,
-     "battery_voltage_volts", "", "Battery voltage."},
-    {"Battery/Current", "Battery current", Kind::Number, nullptr, "A", 0.001, 3,
-     "battery_current_amperes", "", "Current drawn from the battery."},
-    {"Battery/State", "Battery state", Kind::Number, nullptr, "", 1, 0,
-     "battery_state", "", "Battery state as the microcontroller reports it."},
-    {"Temperature/CM3", "Compute module", Kind::Number, nullptr, celsius, 1, 1,
-     "temperature_celsius", R"(sensor="compute_module")", "Temperatures in the unit."},
-    {"Temperature/Internal", "Processor", Kind::Number, nullptr, celsius, 1, 1,
-     "temperature_celsius", R"(sensor="processor")", nullptr},
-    {"Temperature/Boost", "Boost converter", Kind::Number, nullptr, celsius, 0.01, 1,
-     "temperature_celsius", R"(sensor="boost")", nullptr},
-    {"Temperature/LED", "LED driver", Kind::Number, nullptr, celsius, 0.01, 1,
-     "temperature_celsius", R"(sensor="led")", nullptr},
-    {"Voltage/Inter", "Interstage voltage", Kind::Number, nullptr, "V", 0.001, 3,
-     "voltage_volts", R"(rail="interstage")", "Supply voltages in the unit."},
-    {"Voltage/Encoder", "Encoder voltage", Kind::Number, nullptr, "V", 0.001, 3,
-     "voltage_volts", R"(rail="encoder")", nullptr},
-    {"Voltage/Camera", "Camera voltage", Kind::Number, nullptr, "V", 0.001, 3,
-     "voltage_volts", R"(rail="camera")", nullptr},
-    {"Voltage/Sonde", "Sonde voltage", Kind::Number, nullptr, "V", 0.001, 3,
-     "voltage_volts", R"(rail="sonde")", nullptr},
-    {"Current/LedOut", "LED current", Kind::Number, nullptr, "A", 0.001, 3,
-     "current_amperes", R"(rail="led")", "Currents in the unit."},
-    {"Current/Inter", "Interstage current", Kind::Number, nullptr, "A", 0.001, 3,
-     "current_amperes", R"(rail="interstage")", nullptr},
-    {"Current/LedTallwick", "Tallwick LED current", Kind::Number, nullptr, "A", 0.001, 3,
-     "current_amperes", R"(rail="led_tallwick")", nullptr},
-    {"Camera/Type", "Camera type", Kind::Text, "not reported", "", 1, 0,
-     "camera_type", "", "Camera type as the microcontroller reports it."},
-    {"Camera/Lamp", "Lamp", Kind::Lamp, nullptr, "%", 1, 0,
-     "lamp_ratio", "", "Lamp level, 0 to 1; 0 when it is off."},
-    {"Camera/Coiler", "Reel counter", Kind::Number, nullptr, "counts", 1, 0,
-     "reel_counts", "", "Reel counter since it was zeroed."},
-    {"Camera/CoilerOffset", "Reel offset", Kind::Number, "0", "m", 1, 2,
-     "reel_offset_meters", "", "Metres added to the reel's distance."},
-    {"Coiler/Model", "Reel model", Kind::Text, defaultModel, "", 1, 0, nullptr, "", nullptr},
-    {"Sonde/Enabled", "Sonde", Kind::Switch, "0", "", 1, 0,
-     "sonde_enabled", "", "1 while the sonde is on."},
-    {"Sonde/Frequency", "Sonde frequency", Kind::Text, "512", "", 1, 0, nullptr, "", nullptr},
-    {"Tallwick/Detected", "Tallwick probe", Kind::Presence, "0", "", 1, 0,
-     "tallwick_attached", "", "Nonzero while a Tallwick probe locks the lamp."},
-    {"Commands/Unknown", "Unknown commands", Kind::Number, "0", "", 1, 0,
-     "unknown_commands_total", "", "Commands that the unit did not know."},
-    {"MCU/Version", "MCU firmware", Kind::Text, nullptr, "", 1, 0, nullptr, "", nullptr},
-    {"Compute/SoftwareVersion", "Software", Kind::Text, nullptr, "", 1, 0, nullptr, "", nullptr},
-};
+const std::vector<Reading> &all()
+{
+    static const std::vector<Reading> rows = {
+        {keys::batteryVoltage, "Battery voltage", Kind::Number, nullptr, "V", 0.001, 3,
+         "battery_voltage_volts", "", "Battery voltage.", &bands::batteryVoltage},
+        {keys::batteryCurrent, "Battery current", Kind::Number, nullptr, "A", 0.001, 3,
+         "battery_current_amperes", "", "Current drawn from the battery.", &bands::batteryCurrent},
+        {keys::batteryState, "Battery state", Kind::Number, nullptr, "", 1, 0,
+         "battery_state", "", "Battery state as the microcontroller reports it."},
+        {keys::computeTemperature, "Compute module", Kind::Number, nullptr, celsius, 1, 1,
+         "temperature_celsius", R"(sensor="compute_module")", "Temperatures in the unit.",
+         &bands::computeTemperature, 100},
+        {keys::processorTemperature, "Processor", Kind::Number, nullptr, celsius, 1, 1,
+         "temperature_celsius", R"(sensor="processor")", nullptr},
+        {keys::boostTemperature, "Boost converter", Kind::Number, nullptr, celsius, 0.01, 1,
+         "temperature_celsius", R"(sensor="boost")", nullptr},
+        {keys::ledTemperature, "LED driver", Kind::Number, nullptr, celsius, 0.01, 1,
+         "temperature_celsius", R"(sensor="led")", nullptr},
+        {keys::interstageVoltage, "Interstage voltage", Kind::Number, nullptr, "V", 0.001, 3,
+         "voltage_volts", R"(rail="interstage")", "Supply voltages in the unit."},
+        {keys::encoderVoltage, "Encoder voltage", Kind::Number, nullptr, "V", 0.001, 3,
+         "voltage_volts", R"(rail="encoder")", nullptr},
+        {keys::cameraVoltage, "Camera voltage", Kind::Number, nullptr, "V", 0.001, 3,
+         "voltage_volts", R"(rail="camera")", nullptr},
+        {keys::sondeVoltage, "Sonde voltage", Kind::Number, nullptr, "V", 0.001, 3,
+         "voltage_volts", R"(rail="sonde")", nullptr},
+        {keys::ledCurrent, "LED current", Kind::Number, nullptr, "A", 0.001, 3,
+         "current_amperes", R"(rail="led")", "Currents in the unit."},
+        {keys::interstageCurrent, "Interstage current", Kind::Number, nullptr, "A", 0.001, 3,
+         "current_amperes", R"(rail="interstage")", nullptr},
+        {keys::tallwickLedCurrent, "Tallwick LED current", Kind::Number, nullptr, "A", 0.001, 3,
+         "current_amperes", R"(rail="led_tallwick")", nullptr},
+        {keys::cameraType, "Camera type", Kind::Text, "not reported", "", 1, 0,
+         "camera_type", "", "Camera type as the microcontroller reports it."},
+        {keys::lampLevel, "Lamp", Kind::Lamp, nullptr, "%", 1, 0,
+         "lamp_ratio", "", "Lamp level, 0 to 1; 0 when it is off."},
+        {keys::coilerCount, "Reel counter", Kind::Number, nullptr, "counts", 1, 0,
+         "reel_counts", "", "Reel counter since it was zeroed."},
+        {keys::coilerOffset, "Reel offset", Kind::Number, keys::coilerOffset.absent, "m", 1, 2,
+         "reel_offset_meters", "", "Metres added to the reel's distance."},
+        {keys::coilerModel, "Reel model", Kind::Text, keys::coilerModel.absent, "", 1, 0,
+         nullptr, "", nullptr},
+        {keys::sondeEnabled, "Sonde", Kind::Switch, keys::sondeEnabled.absent, "", 1, 0,
+         "sonde_enabled", "", "1 while the sonde is on."},
+        {keys::sondeFrequency, "Sonde frequency", Kind::Text, keys::sondeFrequency.absent, "", 1, 0,
+         nullptr, "", nullptr},
+        {keys::tallwickDetected, "Tallwick probe", Kind::Presence,
+         keys::tallwickDetected.absent, "", 1, 0,
+         "tallwick_attached", "", "Nonzero while a Tallwick probe locks the lamp."},
+        {keys::unknownCommands, "Unknown commands", Kind::Number,
+         keys::unknownCommands.absent, "", 1, 0,
+         "unknown_commands_total", "", "Commands that the unit did not know."},
+        {keys::mcuVersion, "MCU firmware", Kind::Text, nullptr, "", 1, 0, nullptr, "", nullptr},
+        {keys::softwareVersion, "Software", Kind::Text, nullptr, "", 1, 0, nullptr, "", nullptr},
+    };
+    return rows;
+}
 // clang-format on
-const int count = int(std::size(table));
 
 Values parse(const QByteArray &ini)
 {
@@ -140,23 +144,24 @@ Values read()
     const Values configured = valuesOf(paths::configuration);
     for (auto entry = configured.begin(); entry != configured.end(); ++entry)
         values.insert(entry.key(), entry.value());
-    for (const Reading &reading : table) {
-        if (reading.absent && !values.contains(reading.key))
-            values.insert(reading.key, reading.absent);
+    for (const Reading &reading : all()) {
+        if (reading.absent && !values.contains(reading.key.name))
+            values.insert(reading.key.name, reading.absent);
     }
     return values;
 }
 
 double number(const Reading &reading, const Values &values)
 {
-    bool ok = false;
-    const double value = values.value(reading.key).toDouble(&ok);
+    bool ok = true;
+    const QString stored = values.value(reading.key.name);
+    const double value = stored == "false" ? 0 : stored.toDouble(&ok);
     return ok && std::isfinite(value) ? value : std::nan("");
 }
 
 QByteArray text(const Reading &reading, const Values &values)
 {
-    const QString stored = values.value(reading.key);
+    const QString stored = values.value(reading.key.name);
     const double value = number(reading, values);
     if (reading.kind == Kind::Text || std::isnan(value))
         return stored.isEmpty() ? "no reading" : stored.toUtf8();
@@ -177,15 +182,19 @@ QByteArray text(const Reading &reading, const Values &values)
     return *reading.unit ? shown + ' ' + reading.unit : shown;
 }
 
-const char *level(const Reading &reading, const Values &values, const Catalogue &catalogue)
+const char *level(const Reading &reading, const Values &values)
 {
     if (reading.kind == Kind::Text)
-        return values.value(reading.key).isEmpty() ? "fault" : "normal";
+        return values.value(reading.key.name).isEmpty() ? "fault" : "normal";
     const double value = number(reading, values);
     if (std::isnan(value))
         return "fault";
-    const Catalogue::Band band = catalogue.band(reading.key);
-    return value > band.above && value < band.below ? "normal" : "warning";
+    const bands::Band *band = reading.band;
+    if (!band)
+        return "normal";
+    const double compared = value * reading.bandScale;
+    const bool under = band->underWarning && compared <= band->lower;
+    return under || compared >= band->upper ? "warning" : "normal";
 }
 
 } // namespace readings

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #pragma once
 
+#include "bands.h"
+#include "keys.h"
+
 #include <QByteArray>
 #include <QMap>
 #include <QString>
 
-class Catalogue;
+#include <vector>
 
 // The status store as people and Prometheus read it.
 namespace readings
@@ -20,20 +23,21 @@ enum class Kind {
 };
 
 struct Reading {
-    const char *key;
+    AnyKey key;
     const char *label;
     Kind kind;
-    const char *absent; // what a missing key means; null: a healthy unit has it
+    const char *absent; // value that a missing key stands for; null: a healthy unit has it
     const char *unit;
     double scale; // stored value to unit
     int decimals;
     const char *metric; // without the leading kt6120_; null: not exported
     const char *labels; // of the metric
     const char *help;   // of the metric, in its first row
+    const bands::Band *band = nullptr;
+    double bandScale = 1; // stored value to the unit of the band
 };
 
-extern const Reading table[];
-extern const int count;
+const std::vector<Reading> &all();
 
 using Values = QMap<QString, QString>;
 
@@ -46,6 +50,6 @@ Values parse(const QByteArray &ini);
 double number(const Reading &reading, const Values &values);
 QByteArray text(const Reading &reading, const Values &values);
 // "normal", "warning" outside its band, "fault" where there is no reading.
-const char *level(const Reading &reading, const Values &values, const Catalogue &catalogue);
+const char *level(const Reading &reading, const Values &values);
 
 } // namespace readings

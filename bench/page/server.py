@@ -47,7 +47,7 @@ def serve(loop: Loop, history: History, video: Video, run: Callable[[str], None]
     SOCKET.parent.mkdir()
     desk = f'$SERVER["socket"] == "{DESK}/page" {{ }}\n' if DESK.exists() else ""
     SETTINGS.write_text(CONFIGURATION + desk)
-    web = [str(TREE / "usr/sbin/kt6120-web"), str(SOCKET), str(SHARE / "catalogue.json")]
+    web = [str(TREE / "usr/sbin/kt6120-web"), str(SOCKET)]
     for command in (web, ["/usr/sbin/lighttpd", "-D", "-f", str(SETTINGS)]):
         Process(loop, command, stdout=lambda _: None)
     if not loop.until(answers, PATIENCE):

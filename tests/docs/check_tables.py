@@ -108,8 +108,8 @@ for call, first in found(r"\b(q\w+)\(\)\s*<<\s*(.*)", *sources):
         differences.append(f"log message not as in base/logmessages.h: {call}() << {first}")
 
 # Readings that the page shows, and alerts: those of the bands, in the words of the table of keys.
-coded = found(r'\{"(\w+/\w+)", "', "web/readings.cpp") - {"Coiler/Model"}
-compare("readings of the page", set(stored.values()), coded)
+coded = found(r"\{keys::(\w+), \"", "web/readings.cpp") - {"coilerModel"}
+compare("readings of the page", set(stored), coded)
 warnings = {row[0] for row in table("docs/operating.md", "Log messages") if "Threshold (" in row[0]}
 compare("alerts", warnings, found(r"message: (.* Threshold \()", "web/fleet/alerts.yml"))
 in_bands = {

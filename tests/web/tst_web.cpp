@@ -2,7 +2,6 @@
 
 // What the unit's page makes of the unit's files, and of requests.
 
-#include "catalogue.h"
 #include "commands.h"
 #include "history.h"
 #include "metrics.h"
@@ -32,14 +31,10 @@ private slots:
     void levels();
     void rowsOfTheStatusFile();
     void logIsFollowedThroughRotation();
-    void longestTextExplainsALine();
     void picture();
     void pipesAreNoFiles();
     void figuresForPrometheus();
     void silenceIsToldWhateverTheClock();
-
-private:
-    const Catalogue catalogue = Catalogue(CATALOGUE);
 };
 
 // Requests that are refused are in requests.py; these are the ones that are not.
@@ -68,6 +63,7 @@ void tst_web::levels()
         {"Battery/Voltage", "5501", "5.501 V, normal"},
         {"Battery/Voltage", "8599", "8.599 V, normal"},
         {"Battery/Voltage", "8600", "8.600 V, warning"},
+        {"Battery/Current", "0", "0.000 A, normal"},
         {"Battery/Current", "1499", "1.499 A, normal"},
         {"Battery/Current", "1500", "1.500 A, warning"},
         {"Temperature/CM3", "-10", "-10.0 °C, warning"},
@@ -84,6 +80,7 @@ void tst_web::levels()
         {"Sonde/Frequency", R"("x\"y\\")", R"(x"y\, normal)"},
         {"MCU/Version", R"(V\x416)", "V\u0416, normal"},
         {"Sonde/Frequency", "never written", "512, normal"},
+        {"Tallwick/Detected", "never written", "none, normal"},
         {"Battery/Voltage", "never written", "no reading, fault"},
         {"Sonde/Enabled", "no store", "no reading, fault"},
         {"Commands/Unknown", "no store", "no reading, fault"},
@@ -96,11 +93,10 @@ void tst_web::levels()
             store.clear();
         writeFile(paths::statusStore, store);
         const readings::Values values = readings::read();
-        const auto *const reading =
-            std::find_if(readings::table, readings::table + readings::count,
-                         [key = key](const auto &candidate) { return candidate.key == key; });
-        QCOMPARE(readings::text(*reading, values) + ", "
-                     + readings::level(*reading, values, catalogue),
+        const auto reading =
+            std::find_if(readings::all().begin(), readings::all().end(),
+                         [key = key](const auto &candidate) { return candidate.key.name == key; });
+        QCOMPARE(readings::text(*reading, values) + ", " + readings::level(*reading, values),
                  shown);
     }
 }
@@ -164,12 +160,6 @@ void tst_web::logIsFollowedThroughRotation()
     QCOMPARE(texts(log), QByteArray("4cut|"));
 }
 
-void tst_web::longestTextExplainsALine()
-{
-    for (const QByteArray text : {"Starting ", "Starting video stream with IP "})
-        QCOMPARE(catalogue.messages()[catalogue.find(4, text + " more")].text, text);
-}
-
 void tst_web::picture()
 {
     const QByteArray start = "Starting  KT6120 - v 1 . 2 . 12", stopped = "Stopping video stream";
@@ -216,7 +206,7 @@ void tst_web::figuresForPrometheus()
     Freshness freshness;
     writeFile(paths::statusStore, "[Battery]\nVoltage=4695\n[Camera]\nLamp=-1\n"
                                   "[MCU]\nVersion=\"a\\\"b\\nc\"\n[Temperature]\nInternal=error\n");
-    Metrics metrics(catalogue, freshness);
+    Metrics metrics(freshness);
     const QByteArray counter = "kt6120_log_messages_total{severity=\"warning\","
                                "message=\"Battery Voltage Under Threshold (\"} ";
     const QByteArray first = metrics.text(false);
@@ -247,7 +237,7 @@ void tst_web::silenceIsToldWhateverTheClock()
     };
     writeStore("[Battery]\nVoltage=4695\n");
     Freshness freshness;
-    Metrics metrics(catalogue, freshness);
+    Metrics metrics(freshness);
     const QByteArray silent = metrics.text(false);
     QVERIFY(silent.contains("kt6120_program_up 0\n"));
     QVERIFY(!silent.contains("voltage"));
