@@ -6,7 +6,7 @@
 
 #include "fastcgi.h"
 #include "freshness.h"
-#include "page.h"
+#include "httpapi.h"
 
 #include <chrono>
 #include <cstdio>
@@ -35,9 +35,9 @@ int main(int argc, char *argv[])
             for (;; std::this_thread::sleep_for(lookInterval))
                 freshness.look();
         }).detach();
-        Page page(freshness);
+        HttpApi api(freshness);
         fastcgi::serve(argv[1], threads,
-                       [&page](fastcgi::Exchange &exchange) { page.handle(exchange); });
+                       [&api](fastcgi::Exchange &exchange) { api.handle(exchange); });
     } catch (const std::runtime_error &error) {
         fprintf(stderr, "kt6120-web: %s\n", error.what());
     }

@@ -12,10 +12,10 @@ namespace
 constexpr char prefix[] = "kt6120_";
 constexpr char total[] = "_total";
 
-class Page
+class Exposition
 {
 public:
-    explicit Page(bool inOpenMetrics) : openMetrics(inOpenMetrics) {}
+    explicit Exposition(bool inOpenMetrics) : openMetrics(inOpenMetrics) {}
 
     void family(QByteArray name, const char *help)
     {
@@ -70,27 +70,27 @@ double exported(const readings::Reading &reading, const readings::Values &values
 
 // What stands in the store of a unit that is silent is none of these: Prometheus would take it for
 // new.
-void addReadings(Page &page, const readings::Values &values)
+void addReadings(Exposition &exposition, const readings::Values &values)
 {
     const QByteArray labels = versions(values);
     if (!labels.isEmpty()) {
-        page.family("build_info", "Versions of the unit's program and its microcontroller.");
-        page.sample("build_info", labels, 1);
+        exposition.family("build_info", "Versions of the unit's program and its microcontroller.");
+        exposition.sample("build_info", labels, 1);
     }
     for (const readings::Reading &reading : readings::all()) {
         if (!reading.metric)
             continue;
         if (reading.help)
-            page.family(reading.metric, reading.help);
+            exposition.family(reading.metric, reading.help);
         const double value = exported(reading, values);
         if (!std::isnan(value))
-            page.sample(reading.metric, reading.labels, value);
+            exposition.sample(reading.metric, reading.labels, value);
     }
-    page.family("reading_present", "1 where the unit has this reading, 0 where it should.");
+    exposition.family("reading_present", "1 where the unit has this reading, 0 where it should.");
     for (const readings::Reading &reading : readings::all()) {
         if (reading.kind == readings::Kind::Number && !reading.absent)
-            page.sample("reading_present", "reading=" + quoted(reading.label),
-                        std::isnan(exported(reading, values)) ? 0 : 1);
+            exposition.sample("reading_present", "reading=" + quoted(reading.label),
+                              std::isnan(exported(reading, values)) ? 0 : 1);
     }
 }
 
@@ -110,25 +110,26 @@ QByteArray Metrics::text(bool openMetrics)
             ++logged[size_t(line.message - logMessages)];
     }
 
-    Page page(openMetrics);
+    Exposition exposition(openMetrics);
     const Freshness::State state = freshness.look();
-    page.family("program_up", "1 while the unit's program writes its status store, else 0.");
-    page.sample("program_up", {}, state.silent ? 0 : 1);
+    exposition.family("program_up", "1 while the unit's program writes its status store, else 0.");
+    exposition.sample("program_up", {}, state.silent ? 0 : 1);
     if (state.age >= 0) {
-        page.family("store_age_seconds", "Since the status store was last seen to change.");
-        page.sample("store_age_seconds", {}, state.age);
+        exposition.family("store_age_seconds", "Since the status store was last seen to change.");
+        exposition.sample("store_age_seconds", {}, state.age);
     }
     if (!state.silent)
-        addReadings(page, readings::read());
-    page.family("log_messages_total", "Messages in the program log since this exporter started.");
+        addReadings(exposition, readings::read());
+    exposition.family("log_messages_total",
+                      "Messages in the program log since this exporter started.");
     for (const LogMessage &message : logMessages) {
         const char *severity = message.type == 1   ? "warning"
                                : message.type == 2 ? "critical"
                                                    : "information";
-        page.sample("log_messages_total",
-                    "severity=\"" + QByteArray(severity)
-                        + "\",message=" + quoted(QByteArray(message.text).trimmed()),
-                    double(logged[size_t(&message - logMessages)]));
+        exposition.sample("log_messages_total",
+                          "severity=\"" + QByteArray(severity)
+                              + "\",message=" + quoted(QByteArray(message.text).trimmed()),
+                          double(logged[size_t(&message - logMessages)]));
     }
-    return page.ended();
+    return exposition.ended();
 }

@@ -3,7 +3,7 @@
 // What the outside world can send, as libFuzzer targets: a row of the table each, built as
 // fuzz_NAME.
 
-#include "commands.h"
+#include "commandwriter.h"
 #include "commsexternal.h"
 #include "commsinternal.h"
 #include "eventhandler.h"
@@ -185,7 +185,7 @@ void interfaces(const QByteArray &bytes)
 void request(const QByteArray &bytes)
 {
     readings::parse(bytes);
-    const QByteArray command = commands::parse(bytes).line;
+    const QByteArray command = commandwriter::parse(bytes).line;
     require(command.size() <= 40, "a line is short");
     require(std::all_of(command.begin(), command.end(),
                         [](char byte) { return byte >= ' ' && byte < 0x7f; }),

@@ -2,7 +2,7 @@
 
 // What the unit's page makes of the unit's files, and of requests.
 
-#include "commands.h"
+#include "commandwriter.h"
 #include "history.h"
 #include "metrics.h"
 #include "paths.h"
@@ -51,7 +51,7 @@ void tst_web::commandsAreChecked()
         {R"({"command": "MODEL", "argument": "x60_B.2-a"})", "MODEL x60_B.2-a"},
     };
     for (const auto &[body, line] : rows)
-        QCOMPARE(commands::parse(body).line, line);
+        QCOMPARE(commandwriter::parse(body).line, line);
 }
 
 void tst_web::levels()
@@ -195,7 +195,7 @@ void tst_web::pipesAreNoFiles()
     QVERIFY(ProgramLog(1).take().isEmpty());
     QVERIFY(!history::read(1).contains("1"));
     Freshness freshness;
-    QCOMPARE(commands::carryOut("LAMPUP", freshness), commands::Outcome::Unwritable);
+    QCOMPARE(commandwriter::carryOut("LAMPUP", freshness), commandwriter::Outcome::Unwritable);
     alarm(0);
 }
 

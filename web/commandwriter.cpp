@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
-#include "commands.h"
+#include "commandwriter.h"
 
 #include "freshness.h"
 #include "keys.h"
@@ -269,7 +269,7 @@ bool storeShows(const QByteArray &line, const Values &before)
 
 } // namespace
 
-namespace commands
+namespace commandwriter
 {
 
 Command parse(const QByteArray &body)
@@ -339,4 +339,4 @@ Outcome carryOut(const QByteArray &line, Freshness &freshness)
     return storeShows(line, before) ? Outcome::Taken : Outcome::NotShown;
 }
 
-} // namespace commands
+} // namespace commandwriter

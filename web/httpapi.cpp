@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
-#include "page.h"
+#include "httpapi.h"
 
-#include "commands.h"
+#include "commandwriter.h"
 #include "fastcgi.h"
 #include "history.h"
 #include "programlog.h"
@@ -125,17 +125,19 @@ bool isOwnName(QByteArray host)
 
 } // namespace
 
-void Page::handle(fastcgi::Exchange &exchange)
+void HttpApi::handle(fastcgi::Exchange &exchange)
 {
     struct Route {
         const char *path;
         const char *method;
-        void (Page::*handler)(fastcgi::Exchange &);
+        void (HttpApi::*handler)(fastcgi::Exchange &);
     };
     static constexpr Route routes[] = {
-        {"/api/state", "GET", &Page::sendState},     {"/api/events", "GET", &Page::sendEvents},
-        {"/api/history", "GET", &Page::sendHistory}, {"/api/commands", "POST", &Page::takeCommand},
-        {"/metrics", "GET", &Page::sendMetrics},
+        {"/api/state", "GET", &HttpApi::sendState},
+        {"/api/events", "GET", &HttpApi::sendEvents},
+        {"/api/history", "GET", &HttpApi::sendHistory},
+        {"/api/commands", "POST", &HttpApi::takeCommand},
+        {"/metrics", "GET", &HttpApi::sendMetrics},
     };
     const QByteArray path = exchange.variable("SCRIPT_NAME") + exchange.variable("PATH_INFO");
     const auto route = std::find_if(std::begin(routes), std::end(routes),
@@ -152,7 +154,7 @@ void Page::handle(fastcgi::Exchange &exchange)
         (this->*route->handler)(exchange);
 }
 
-void Page::sendState(fastcgi::Exchange &exchange)
+void HttpApi::sendState(fastcgi::Exchange &exchange)
 {
     ProgramLog log(logBytes);
     log.take();
@@ -162,7 +164,7 @@ void Page::sendState(fastcgi::Exchange &exchange)
     exchange.answer(200, "application/json", json(state));
 }
 
-void Page::sendEvents(fastcgi::Exchange &exchange)
+void HttpApi::sendEvents(fastcgi::Exchange &exchange)
 {
     const quint64 viewer = beginViewing();
     exchange.begin("text/event-stream");
@@ -201,7 +203,7 @@ void Page::sendEvents(fastcgi::Exchange &exchange)
 }
 
 // One more than may look takes the oldest one's place, which may be that of a phone long gone.
-quint64 Page::beginViewing()
+quint64 HttpApi::beginViewing()
 {
     const std::lock_guard lock(viewersMutex);
     if (viewers.size() == mostViewers)
@@ -210,19 +212,19 @@ quint64 Page::beginViewing()
     return lastViewer;
 }
 
-bool Page::isViewing(quint64 viewer)
+bool HttpApi::isViewing(quint64 viewer)
 {
     const std::lock_guard lock(viewersMutex);
     return std::find(viewers.begin(), viewers.end(), viewer) != viewers.end();
 }
 
-void Page::endViewing(quint64 viewer)
+void HttpApi::endViewing(quint64 viewer)
 {
     const std::lock_guard lock(viewersMutex);
     viewers.remove(viewer);
 }
 
-void Page::sendHistory(fastcgi::Exchange &exchange)
+void HttpApi::sendHistory(fastcgi::Exchange &exchange)
 {
     const QMap<QByteArray, int> ranges = {{"range=day", 1}, {"range=week", 7}, {"range=month", 31}};
     const int days = ranges.value(exchange.variable("QUERY_STRING"));
@@ -236,7 +238,7 @@ void Page::sendHistory(fastcgi::Exchange &exchange)
         --histories;
 }
 
-void Page::sendMetrics(fastcgi::Exchange &exchange)
+void HttpApi::sendMetrics(fastcgi::Exchange &exchange)
 {
     const bool open = exchange.variable("HTTP_ACCEPT").contains("application/openmetrics-text");
     exchange.answer(200,
@@ -247,7 +249,7 @@ void Page::sendMetrics(fastcgi::Exchange &exchange)
 
 // Every browser tells where a page comes from that sends something; no other site's page can leave
 // it out or change it, nor send this type of content without being asked first.
-void Page::takeCommand(fastcgi::Exchange &exchange)
+void HttpApi::takeCommand(fastcgi::Exchange &exchange)
 {
     const QByteArray origin = exchange.variable("HTTP_ORIGIN");
     const QByteArray host = exchange.variable("HTTP_HOST");
@@ -258,30 +260,30 @@ void Page::takeCommand(fastcgi::Exchange &exchange)
     const QByteArray body = exchange.body(longestBody);
     if (body.size() > longestBody)
         return refuse(exchange, 413, "too long for a command");
-    const commands::Command command = commands::parse(body);
+    const commandwriter::Command command = commandwriter::parse(body);
     if (command.line.isEmpty())
         return refuse(exchange, 400, "this is no command");
     if (!mayCommandNow())
         return refuse(exchange, 429, "too many commands");
 
     const auto began = steady_clock::now();
-    switch (commands::carryOut(command.line, freshness)) {
-    case commands::Outcome::Taken:
+    switch (commandwriter::carryOut(command.line, freshness)) {
+    case commandwriter::Outcome::Taken:
         break;
-    case commands::Outcome::NotTaken:
+    case commandwriter::Outcome::NotTaken:
         return refuse(exchange, 504,
                       freshness.look().silent
                           ? "the unit is silent; the command is withdrawn"
                           : "the unit did not take the command; it is withdrawn");
-    case commands::Outcome::Overtaken:
+    case commandwriter::Outcome::Overtaken:
         return refuse(exchange, 409, "lamp off came first; the command is withdrawn");
-    case commands::Outcome::Overwritten:
+    case commandwriter::Outcome::Overwritten:
         return refuse(exchange, 409, "another writer's command took this one's place");
-    case commands::Outcome::NotShown:
+    case commandwriter::Outcome::NotShown:
         return refuse(exchange, 504, "the unit read the command, but its store does not show it");
-    case commands::Outcome::Unwritable:
+    case commandwriter::Outcome::Unwritable:
         return refuse(exchange, 500, "the commands file cannot be written");
-    case commands::Outcome::Busy:
+    case commandwriter::Outcome::Busy:
         return refuse(exchange, 503, "the unit is busy with another command");
     }
     const readings::Values values = readings::read();
@@ -295,7 +297,7 @@ void Page::takeCommand(fastcgi::Exchange &exchange)
                           {"store", store}}));
 }
 
-bool Page::mayCommandNow()
+bool HttpApi::mayCommandNow()
 {
     const std::lock_guard lock(rateMutex);
     const auto now = steady_clock::now();

@@ -15,10 +15,10 @@ class Exchange;
 }
 
 // What the unit's page asks for: a request, and what answers it.
-class Page
+class HttpApi
 {
 public:
-    explicit Page(Freshness &of) : freshness(of), metrics(of) {}
+    explicit HttpApi(Freshness &of) : freshness(of), metrics(of) {}
 
     void handle(fastcgi::Exchange &exchange);
 

@@ -7,7 +7,7 @@
 class Freshness;
 
 // Commands of the page: checked, and written into the commands file one at a time.
-namespace commands
+namespace commandwriter
 {
 
 struct Command {
@@ -34,4 +34,4 @@ enum class Outcome {
 // turns, but LAMPOFF replaces a line that the unit has not read yet.
 Outcome carryOut(const QByteArray &line, Freshness &freshness);
 
-} // namespace commands
+} // namespace commandwriter
