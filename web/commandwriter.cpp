@@ -28,7 +28,7 @@ using std::chrono::steady_clock;
 namespace
 {
 
-constexpr off_t longestRest = 4096; // bytes of earlier content that are blanked
+constexpr off_t longestRest = 4096; // bytes of older content to overwrite with line feeds
 // The longest wait of the unit's event loop is an ifconfig of half a minute.
 constexpr std::chrono::milliseconds patience = 35s;
 // For a line that the unit has not read: while the store does not change either, the event loop
@@ -38,11 +38,11 @@ constexpr auto storeInterval = 12s;
 constexpr auto unreadPatience = 5s;
 constexpr auto unreadPatienceAtRest = 500ms;
 constexpr std::chrono::milliseconds unreadLook = 50ms;
-constexpr auto withdrawal = 100ms; // for what the unit had begun when the line was withdrawn
+constexpr auto withdrawal = 100ms; // for a read that had begun before the line was withdrawn
 constexpr std::chrono::milliseconds turnLimit = 5s;
 constexpr auto turnLook = 20ms;
-constexpr auto lineOfAnother = 500ms; // that it has for itself where its writer does not wait
-constexpr auto storePatience = 2s; // the store is written before the unit closes the commands file
+constexpr auto lineOfAnother = 500ms; // for the line of a writer that does not lock
+constexpr auto storePatience = 2s; // the unit writes the store before it closes the commands file
 constexpr auto storeLook = 20ms;
 
 using readings::Values;
@@ -56,9 +56,9 @@ int lamp(const Values &values)
 
 struct Word {
     const char *command;
-    const char *argument; // a pattern; null: there is none
+    const char *argument; // regular expression; null: the command takes none
     std::array<const char *, 2> shows;
-    // Whether the store shows it; null: no key tells.
+    // Whether the store shows the effect; null: the command has no key.
     bool (*isShown)(const Values &before, const Values &after, const QString &argument);
 };
 
@@ -69,14 +69,14 @@ constexpr Word vocabulary[] = {
      [](const Values &, const Values &after, const QString &argument) {
          return after.value(keys::sondeEnabled.name) == argument;
      }},
-    // At its highest the lamp stays; a probe that locks it leaves it off.
+    // At the highest level it stays; while a probe locks the lamp, it stays off.
     {"LAMPUP",
      nullptr,
      {keys::lampLevel.name, nullptr},
      [](const Values &before, const Values &after, const QString &) {
          return lamp(after) > 0 && lamp(after) >= lamp(before);
      }},
-    // A lamp that is off goes on one step below what it was.
+    // From off, the lamp comes on one step below its last level.
     {"LAMPDOWN",
      nullptr,
      {keys::lampLevel.name, nullptr},
@@ -88,7 +88,7 @@ constexpr Word vocabulary[] = {
      nullptr,
      {keys::lampLevel.name, nullptr},
      [](const Values &, const Values &after, const QString &) { return lamp(after) <= 0; }},
-    // The counter itself may already count on.
+    // Not the counter: the reel may already be turning.
     {"RESET",
      nullptr,
      {keys::coilerCount.name, keys::coilerOffset.name},
@@ -109,10 +109,9 @@ bool fits(const QString &text, const char *pattern)
     return QRegularExpression(QRegularExpression::anchoredPattern(pattern)).match(text).hasMatch();
 }
 
-// What happens to the commands file. The kernel tells it in the order in which it happens: a
-// reader that came after a write has read that write's line, and the unit closes the file when it
-// has carried the line out. Opening and closing by others is asked for because the kernel counts
-// two writes with nothing between them as one.
+// Watches the commands file through inotify. Events come in order: a read after a write has read
+// that write's line, and the unit closes the file once it has carried the line out. IN_OPEN and
+// IN_CLOSE_WRITE keep the kernel from merging the writes of two writers into one event.
 class Events
 {
 public:
@@ -129,8 +128,8 @@ public:
     int writesBeforeReading() const { return writes; }
     bool writtenSince() const { return writtenLater; }
 
-    // Whether somebody has read and closed the file before the time is over. While nobody has read
-    // it, the condition ends the wait.
+    // True once a process has read and closed the file, false after the time limit. While no
+    // process has read it, the condition ends the wait as well.
     template <typename Condition>
     bool haveClosed(std::chrono::milliseconds limit, Condition isFutile)
     {
@@ -171,11 +170,11 @@ private:
     bool closed = false;
 };
 
-// The commands file, with its lock: writers take turns.
+// The commands file. Writers take turns through flock.
 class CommandsFile
 {
 public:
-    // A pipe or a device in its place is none, and nothing is waited for at it.
+    // O_NONBLOCK: a FIFO in its place must not block.
     CommandsFile() : file(open(paths::commandsFile, O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {}
     ~CommandsFile()
     {
@@ -202,7 +201,7 @@ public:
         return true;
     }
 
-    // A writer that does not lock gets its line read all the same, mostly.
+    // Gives the unit time to read the line of a writer that does not lock.
     void letAnothersLinePass() const
     {
         const auto age =
@@ -213,8 +212,8 @@ public:
                                 never);
     }
 
-    // In place and in one write, which is one notification: the file is never cut, what it had
-    // more becomes blank lines.
+    // One write in place is one notification for the unit. Truncating would be a second one, so
+    // line feeds overwrite what was longer.
     bool write(const QByteArray &line) const
     {
         QByteArray content = line + '\n';
@@ -227,7 +226,7 @@ public:
         return done;
     }
 
-    // Counts as reading it.
+    // To a watcher this looks like the unit's read.
     bool begins(const QByteArray &line) const
     {
         QByteArray content(line.size() + 1, '\0');
@@ -299,7 +298,7 @@ Outcome carryOut(const QByteArray &line, Freshness &freshness)
     const CommandsFile file;
     if (!file.isThere())
         return Outcome::Unwritable;
-    static std::atomic<int> urgent = 0; // LAMPOFFs that wait for their turn
+    static std::atomic<int> urgent = 0; // LAMPOFFs that wait for the lock
     const bool passes = line == "LAMPOFF";
     urgent += passes;
     const bool locked = file.lock(passes ? patience : turnLimit);
@@ -329,7 +328,7 @@ Outcome carryOut(const QByteArray &line, Freshness &freshness)
         return Outcome::Overwritten;
     if (!closed) {
         if (!events.haveRead())
-            file.write({}); // so that nothing happens long after it was asked for
+            file.write({}); // or the unit would carry it out whenever it runs again
         events.haveClosed(withdrawal, never);
         if (!events.haveRead())
             return isOvertaken() ? overtaken : Outcome::NotTaken;

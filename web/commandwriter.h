@@ -6,27 +6,27 @@
 
 class Freshness;
 
-// Commands of the page: checked, and written into the commands file one at a time.
+// Checks the page's commands and writes them into the commands file, one at a time.
 namespace commandwriter
 {
 
 struct Command {
-    QByteArray line;           // for the commands file; empty where the request is none
-    QList<const char *> shows; // keys of the store that tell what came of it
+    QByteArray line;           // of the commands file; empty for an invalid request
+    QList<const char *> shows; // keys of the store that show its effect
 };
 
-// A request's body, such as {"command": "SONDE", "argument": "1"}. Everything that is not exactly
-// that, with a known command and an argument of its kind, gives an empty line.
+// Parses a body such as {"command": "SONDE", "argument": "1"}. An unknown command, a wrong
+// argument or any other member gives an empty line.
 Command parse(const QByteArray &body);
 
 enum class Outcome {
-    Taken,       // the unit has carried it out, and the store shows it where a key tells
-    NotTaken,    // it has not looked; the line is withdrawn
-    Overtaken,   // a step of the lamp for which a LAMPOFF came first; nothing was done
-    Overwritten, // another writer's line stood there when it looked
-    NotShown,    // it has read the line, and the store does not show it
-    Unwritable,  // there is no commands file, or it may not be written
-    Busy,        // another writer has the file's lock all the time, or a LAMPOFF came first
+    Taken,       // carried out; the store shows it if the command has a key
+    NotTaken,    // not read by the unit; withdrawn
+    Overtaken,   // a lamp step that a LAMPOFF replaced; nothing was done
+    Overwritten, // the unit read another writer's line
+    NotShown,    // read by the unit, but the store does not show it
+    Unwritable,  // the commands file is missing or not writable
+    Busy,        // another writer held the file's lock, or a LAMPOFF came first
 };
 
 // Writes the line of a command and waits until the unit has carried it out. A line that the unit

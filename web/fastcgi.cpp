@@ -64,9 +64,9 @@ bool Exchange::send(const QByteArray &piece)
            && FCGX_FFlush(request.out) == 0;
 }
 
-bool Exchange::rest(std::chrono::milliseconds time) const
+bool Exchange::wait(std::chrono::milliseconds time) const
 {
-    // The web server says nothing more on this connection until it closes it.
+    // After the request, the only event on this connection is that the web server closes it.
     pollfd connection = {request.ipcFd, POLLRDHUP, 0};
     return poll(&connection, 1, int(time.count())) == 0;
 }
@@ -74,8 +74,8 @@ bool Exchange::rest(std::chrono::milliseconds time) const
 void serve(const QByteArray &socket, int threads, const std::function<void(Exchange &)> &handler)
 {
     FCGX_Init();
-    std::signal(SIGTERM, SIG_DFL); // the library waits for one more request before it ends
-    unlink(socket.constData());    // left by a process that was killed
+    std::signal(SIGTERM, SIG_DFL); // the library's handler exits only after one more request
+    unlink(socket.constData());    // left over after SIGKILL
     const int listening = FCGX_OpenSocket(socket.constData(), backlog);
     if (listening < 0)
         throw std::runtime_error("cannot listen at " + socket.toStdString());

@@ -8,7 +8,7 @@
 
 struct FCGX_Request;
 
-// Requests that the web server hands on through a socket of the file system.
+// FastCGI: requests that the web server passes on through a Unix socket.
 namespace fastcgi
 {
 
@@ -17,26 +17,26 @@ class Exchange
 public:
     explicit Exchange(FCGX_Request &of) : request(of) {}
 
-    // A variable of the request, such as REQUEST_METHOD or HTTP_ORIGIN; empty where there is none.
+    // A variable of the request, such as REQUEST_METHOD or HTTP_ORIGIN; empty if it is not set.
     QByteArray variable(const char *name) const;
-    // The body, and one byte more than the limit where it is longer.
+    // The body, cut to one byte more than the limit.
     QByteArray body(int limit) const;
 
-    // The whole answer.
+    // Sends a complete answer.
     void answer(int status, const char *type, const QByteArray &content);
-    // An answer that goes on: begin, then pieces.
+    // Starts a stream, which send() continues.
     void begin(const char *type);
-    // Sent at once; false when nobody takes it any more.
+    // Flushes; false once the client is gone.
     bool send(const QByteArray &piece);
-    // Lets the time pass; false as soon as whoever asked has gone.
-    bool rest(std::chrono::milliseconds time) const;
+    // Waits; false as soon as the client is gone.
+    bool wait(std::chrono::milliseconds time) const;
 
 private:
     FCGX_Request &request;
 };
 
-// Handles requests with so many threads for the life of the process. Throws std::runtime_error
-// where the socket cannot be made.
+// Handles requests in so many threads and does not return. Throws std::runtime_error if it cannot
+// create the socket.
 void serve(const QByteArray &socket, int threads, const std::function<void(Exchange &)> &handler);
 
 } // namespace fastcgi

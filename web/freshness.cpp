@@ -9,7 +9,7 @@
 namespace
 {
 
-// A healthy unit writes its store every 10 s at least; nothing holds its loop up for longer than
+// A unit writes its store every 10 s at least, and nothing blocks its event loop for longer than
 // half a minute.
 constexpr double silentAfter = 60; // seconds
 

@@ -7,16 +7,16 @@
 #include <chrono>
 #include <mutex>
 
-// Whether the unit's program is at work: its status store changes. What counts is the age of the
-// last change that was seen, on a monotonic clock: the unit's clock may be wrong, and is set. So
-// somebody has to look every few seconds.
+// Tells whether the unit's program runs: then its status store changes. The age of the last change
+// is measured with a monotonic clock, since the unit's clock may be wrong or be set. Call look()
+// every few seconds.
 class Freshness
 {
 public:
     struct State {
-        double age = -1; // seconds since the last change that was seen; negative before the first
+        double age = -1; // seconds since the last observed change; negative before the first
         bool silent = true;
-        QString since; // the unit's time of that change; before the first, what the file bears
+        QString since; // the unit's time of that change; before the first, the file's time
     };
 
     Freshness();
@@ -25,7 +25,7 @@ public:
 
 private:
     using Mark = std::array<qint64, 6>;
-    static Mark markOfStore(); // all zero where there is none
+    static Mark markOfStore(); // all zero without a store
 
     std::mutex mutex;
     Mark mark;

@@ -22,7 +22,7 @@ constexpr qint64 longest = 524'288; // bytes: more than two months of rows
 constexpr qint64 longestLine = 4096;
 constexpr int digits = 12;
 
-// Seconds since 1970 of a row; 0 where the line is none.
+// Seconds since 1970 of a row; 0 for a malformed line.
 qint64 timeOf(const QByteArray &line, int columns)
 {
     if (line.count(',') != columns)
@@ -54,12 +54,12 @@ QByteArray read(int days)
         file.seek(file.size() - longest);
         file.readLine();
     }
-    QVector<std::pair<qint64, qint64>> found; // times and places
+    QVector<std::pair<qint64, qint64>> found; // time, offset in the file
     for (qint64 place = file.pos(); !file.atEnd(); place = file.pos()) {
         if (const qint64 time = timeOf(file.readLine(longestLine).trimmed(), header.size()))
             found.append({time, place});
     }
-    // Not before now: the unit's clock may have been wrong, and its last days still be of interest.
+    // Counted back from the last row, not from now: the unit's clock may have been wrong.
     const qint64 last = found.isEmpty() ? 0 : found.last().first;
     QByteArray rows;
     for (const auto &[time, place] : qAsConst(found)) {

@@ -6,9 +6,9 @@
 namespace history
 {
 
-// The rows of the status CSV of the days before its last row, as JSON: {"columns": [names], "rows":
-// [[seconds since 1970 by the unit's clock, value, ...]]}. A field that is no number is null; a
-// line that is no row is left out. One is read at a time: a second caller waits.
+// The rows of the status CSV of the last so many days before its last row, as JSON:
+// {"columns": [names], "rows": [[seconds since 1970 by the unit's clock, value, ...]]}. A field
+// that is not a number is null; malformed lines are skipped. A second caller waits for the first.
 QByteArray read(int days);
 
 } // namespace history

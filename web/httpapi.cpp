@@ -28,14 +28,13 @@ namespace
 {
 
 constexpr std::size_t mostViewers = 8;
-constexpr int mostHistories = 4; // on their way at once; each holds a thread until it is taken
+constexpr int mostHistories = 4; // at once; each holds a thread until the client has read it
 constexpr auto lookInterval = 250ms;
-// The page takes three that it misses for a lost connection. The web server finds out that a viewer
-// has gone when it cannot send to it, the second time.
+// The page reconnects after three missed ones. The web server notices that a viewer is gone when it
+// sends to it for the second time.
 constexpr auto heartbeat = 2s;
-constexpr int logLines = 50; // that a viewer gets first
-// In which these and the picture's last change are looked for.
-constexpr qint64 logBytes = 65'536;
+constexpr int logLines = 50;        // that a new viewer gets
+constexpr qint64 logBytes = 65'536; // searched for these and for the picture's last change
 
 constexpr int longestBody = 256; // bytes
 constexpr double commandsPerSecond = 5;
@@ -51,12 +50,12 @@ void refuse(fastcgi::Exchange &exchange, int status, const char *why)
     exchange.answer(status, "application/json", json({{"error", why}}));
 }
 
-// The readings that are not as in `known`, which is brought up to date.
+// The readings that differ from `known`, which is updated.
 QJsonArray changed(const readings::Values &values, QMap<QByteArray, QString> &known)
 {
     QJsonArray rows;
     for (const readings::Reading &reading : readings::all()) {
-        // Not by the text: it is rounded, and its level may change alone.
+        // Compares stored values: the text is rounded, and the level may change without it.
         const char *key = reading.key.name;
         const QString stored = values.value(key);
         const auto last = known.constFind(key);
@@ -80,7 +79,7 @@ QJsonObject unitState(const ProgramLog &log, const Freshness::State &program)
     return state;
 }
 
-// That the unit is there, and what time it has.
+// Heartbeat with the unit's time.
 QByteArray beat()
 {
     return "event: beat\ndata: "
@@ -105,9 +104,8 @@ QJsonArray described(const QList<ProgramLog::Line> &lines)
     return rows;
 }
 
-// Whether a page of this name can only be the unit's own: whoever owns a name on the internet may
-// let it lead to the unit, and his page then counts as one with ours. The web server gives the name
-// in small letters, without a dot at its end.
+// Against DNS rebinding: the owner of an internet name can point it at the unit, and the browser
+// then takes his page for ours. lighttpd passes the name in lower case without the final dot.
 bool isOwnName(QByteArray host)
 {
     const int bracket = int(host.indexOf(']'));
@@ -143,13 +141,13 @@ void HttpApi::handle(fastcgi::Exchange &exchange)
     const auto route = std::find_if(std::begin(routes), std::end(routes),
                                     [&](const Route &known) { return path == known.path; });
     const QByteArray host = exchange.variable("HTTP_HOST");
-    // No browser gives the password to a page of another name.
+    // A browser sends the password only to the name it was entered for.
     if (!host.isEmpty() && exchange.variable("REMOTE_USER").isEmpty() && !isOwnName(host))
-        refuse(exchange, 421, "only by the unit's address or its own name");
+        refuse(exchange, 421, "only by the unit's address or host name");
     else if (route == std::end(routes))
-        refuse(exchange, 404, "there is nothing of that name");
+        refuse(exchange, 404, "no such path");
     else if (exchange.variable("REQUEST_METHOD") != route->method)
-        refuse(exchange, 405, "not by this method");
+        refuse(exchange, 405, "wrong method");
     else
         (this->*route->handler)(exchange);
 }
@@ -198,11 +196,11 @@ void HttpApi::sendEvents(fastcgi::Exchange &exchange)
             exchange.send("event: displaced\ndata: {}\n\n");
             break;
         }
-    } while (exchange.rest(lookInterval));
+    } while (exchange.wait(lookInterval));
     endViewing(viewer);
 }
 
-// One more than may look takes the oldest one's place, which may be that of a phone long gone.
+// A ninth viewer displaces the oldest, which may be a phone that went out of range.
 quint64 HttpApi::beginViewing()
 {
     const std::lock_guard lock(viewersMutex);
@@ -231,7 +229,7 @@ void HttpApi::sendHistory(fastcgi::Exchange &exchange)
     if (days == 0)
         refuse(exchange, 400, "range=day, week or month");
     else if (++histories > mostHistories)
-        refuse(exchange, 503, "others are being sent a history");
+        refuse(exchange, 503, "too many histories at once");
     else
         exchange.answer(200, "application/json", history::read(days));
     if (days != 0)
@@ -247,8 +245,8 @@ void HttpApi::sendMetrics(fastcgi::Exchange &exchange)
                     metrics.text(open));
 }
 
-// Every browser tells where a page comes from that sends something; no other site's page can leave
-// it out or change it, nor send this type of content without being asked first.
+// Against cross-site requests: another site's page cannot omit or change its Origin, nor send this
+// content type without a preflight request.
 void HttpApi::takeCommand(fastcgi::Exchange &exchange)
 {
     const QByteArray origin = exchange.variable("HTTP_ORIGIN");
@@ -256,13 +254,13 @@ void HttpApi::takeCommand(fastcgi::Exchange &exchange)
     if (host.isEmpty() || (origin != "http://" + host && origin != "https://" + host))
         return refuse(exchange, 403, "only from the unit's own page");
     if (exchange.variable("CONTENT_TYPE") != "application/json")
-        return refuse(exchange, 415, "only as application/json");
+        return refuse(exchange, 415, "the content type must be application/json");
     const QByteArray body = exchange.body(longestBody);
     if (body.size() > longestBody)
-        return refuse(exchange, 413, "too long for a command");
+        return refuse(exchange, 413, "the body is too long");
     const commandwriter::Command command = commandwriter::parse(body);
     if (command.line.isEmpty())
-        return refuse(exchange, 400, "this is no command");
+        return refuse(exchange, 400, "not a command");
     if (!mayCommandNow())
         return refuse(exchange, 429, "too many commands");
 
@@ -278,7 +276,7 @@ void HttpApi::takeCommand(fastcgi::Exchange &exchange)
     case commandwriter::Outcome::Overtaken:
         return refuse(exchange, 409, "lamp off came first; the command is withdrawn");
     case commandwriter::Outcome::Overwritten:
-        return refuse(exchange, 409, "another writer's command took this one's place");
+        return refuse(exchange, 409, "another writer replaced the command");
     case commandwriter::Outcome::NotShown:
         return refuse(exchange, 504, "the unit read the command, but its store does not show it");
     case commandwriter::Outcome::Unwritable:

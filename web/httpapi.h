@@ -14,7 +14,7 @@ namespace fastcgi
 class Exchange;
 }
 
-// What the unit's page asks for: a request, and what answers it.
+// Answers the requests of the unit's page and of Prometheus.
 class HttpApi
 {
 public:
@@ -43,6 +43,6 @@ private:
     quint64 lastViewer = 0;
 
     std::mutex rateMutex;
-    double allowance = 0; // commands that may come at once
+    double allowance = 0; // commands that are accepted at once
     std::chrono::steady_clock::time_point counted;
 };

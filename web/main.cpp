@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// kt6120-web: answers what the unit's page asks for, behind a web server that speaks FastCGI.
+// kt6120-web: the unit's HTTP API, behind a web server that speaks FastCGI.
 //
 //   kt6120-web SOCKET
 
@@ -16,9 +16,9 @@
 namespace
 {
 
-// Those that look on hold one each all the time.
+// Each of the eight viewers holds one.
 constexpr int threads = 24;
-// Also with nobody at the page: whoever comes then wants to know since when the unit is silent.
+// Also without a viewer: the first one sees since when the unit has been silent.
 constexpr std::chrono::seconds lookInterval(5);
 
 } // namespace

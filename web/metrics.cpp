@@ -47,7 +47,7 @@ QByteArray quoted(QByteArray value)
     return '"' + value + '"';
 }
 
-// Labels of the values that there are; empty where there is none.
+// Labels of the versions that the store has.
 QByteArray versions(const readings::Values &values)
 {
     QByteArrayList labels;
@@ -68,8 +68,7 @@ double exported(const readings::Reading &reading, const readings::Values &values
     return value * reading.scale;
 }
 
-// What stands in the store of a unit that is silent is none of these: Prometheus would take it for
-// new.
+// Not for a silent unit: Prometheus would take old values for new ones.
 void addReadings(Exposition &exposition, const readings::Values &values)
 {
     const QByteArray labels = versions(values);
@@ -86,7 +85,7 @@ void addReadings(Exposition &exposition, const readings::Values &values)
         if (!std::isnan(value))
             exposition.sample(reading.metric, reading.labels, value);
     }
-    exposition.family("reading_present", "1 where the unit has this reading, 0 where it should.");
+    exposition.family("reading_present", "1 if the unit has this reading, 0 if it is missing.");
     for (const readings::Reading &reading : readings::all()) {
         if (reading.kind == readings::Kind::Number && !reading.absent)
             exposition.sample("reading_present", "reading=" + quoted(reading.label),

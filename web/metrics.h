@@ -8,7 +8,7 @@
 #include <array>
 #include <mutex>
 
-// The unit's figures for Prometheus, in its own text format or in OpenMetrics.
+// The unit's metrics in Prometheus' text format or in OpenMetrics.
 class Metrics
 {
 public:
@@ -19,6 +19,6 @@ public:
 private:
     Freshness &freshness;
     std::mutex mutex;
-    ProgramLog log = ProgramLog(0); // what was logged before this process began counts for nothing
+    ProgramLog log = ProgramLog(0); // counts only what is logged after the start of this process
     std::array<quint64, std::size(logMessages)> logged = {};
 };

@@ -10,7 +10,7 @@
 namespace
 {
 
-constexpr qint64 mostAtOnce = 1 << 20; // bytes; of more than that the oldest are left out
+constexpr qint64 mostAtOnce = 1 << 20; // bytes; older ones are skipped
 
 struct Sign {
     const char *message;
@@ -25,7 +25,7 @@ constexpr Sign signs[] = {
     {messages::streamStopping, std::nullopt, false},
 };
 
-// The longest text that fits: some begin like others.
+// The longest match: some texts are the beginning of others.
 const LogMessage *find(int type, const QByteArray &text)
 {
     const LogMessage *best = nullptr;
@@ -37,7 +37,7 @@ const LogMessage *find(int type, const QByteArray &text)
     return best;
 }
 
-// dd-MM-yyyy HH:mm:ss,TYPE,TEXT; what a text with line feeds of its own continues with has no type.
+// dd-MM-yyyy HH:mm:ss,TYPE,TEXT; a continuation after a line feed in the text has no type.
 ProgramLog::Line parse(const QByteArray &line)
 {
     constexpr int timeLength = 19;
@@ -60,15 +60,15 @@ const char *ProgramLog::picture() const
     return stream ? "phone" : pal ? "PAL" : "nowhere";
 }
 
-// The bytes of whole lines from the position on; of a finished file its last line without an end
-// too.
+// The bytes of complete lines from the position on. A rotated file's last line may lack its line
+// feed.
 QByteArray ProgramLog::takeBytes(bool finished)
 {
     position = qMax(position, file->size() - mostAtOnce);
     file->seek(position);
     QByteArray bytes = file->read(mostAtOnce);
     if (!finished)
-        bytes.truncate(bytes.lastIndexOf('\n') + 1); // the rest is being written
+        bytes.truncate(bytes.lastIndexOf('\n') + 1); // still being written
     position += bytes.size();
     return bytes.isEmpty() || bytes.endsWith('\n') ? bytes : bytes + '\n';
 }
@@ -86,7 +86,7 @@ QList<ProgramLog::Line> ProgramLog::take()
     if (isHeld && held.st_size < position)
         position = 0;
     if (isHeld && held.st_size > position)
-        bytes = takeBytes(isNew); // of a file that was moved away too
+        bytes = takeBytes(isNew); // also of a rotated file
     if (isNew) {
         auto next = std::make_unique<QFile>(paths::programLog);
         if (safefile::open(*next, QIODevice::ReadOnly | QIODevice::Unbuffered)) {
@@ -96,11 +96,11 @@ QList<ProgramLog::Line> ProgramLog::take()
             bytes += takeBytes(false);
         }
     }
-    begun = true; // one that comes later is new from its start
+    begun = true; // a file that appears later is read from its start
     QList<QByteArray> lines = bytes.split('\n');
     lines.removeLast();
     if (amidst && !lines.isEmpty() && start > 0)
-        lines.removeFirst(); // half a line
+        lines.removeFirst(); // incomplete
 
     QList<Line> found;
     for (const QByteArray &line : qAsConst(lines)) {

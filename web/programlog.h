@@ -10,7 +10,7 @@
 #include <memory>
 
 struct LogMessage {
-    const char *text; // how it begins
+    const char *text; // its beginning
     int type;         // as in the program log
     const char *meaning;
     const char *remedy;
@@ -20,7 +20,7 @@ struct LogMessage {
 inline constexpr LogMessage logMessages[] = {LOG_MESSAGES(ROW)};
 #undef ROW
 
-// Follows the program log from its last so many bytes on, also when it is rotated.
+// Follows the program log, starting at its last so many bytes, across rotations.
 class ProgramLog
 {
 public:
@@ -33,11 +33,10 @@ public:
 
     explicit ProgramLog(qint64 lastBytes);
 
-    // The whole lines that have come since the last call.
+    // The complete lines added since the last call.
     QList<Line> take();
 
-    // Where the picture goes, as far as the lines taken so far tell: "PAL", "phone", "nowhere" or
-    // "unknown".
+    // Where the picture goes according to the lines so far: "PAL", "phone", "nowhere" or "unknown".
     const char *picture() const;
 
 private:
@@ -45,9 +44,9 @@ private:
 
     qint64 start;
     bool begun = false;
-    std::unique_ptr<QFile> file; // kept open: its last lines may come just before it is moved away
+    std::unique_ptr<QFile> file; // open across a rotation, for the last lines before it
     qint64 position = 0;
-    bool known = false; // what comes next
+    bool known = false; // whether the next two are
     bool pal = false;
     bool stream = false;
 };

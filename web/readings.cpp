@@ -17,7 +17,7 @@ constexpr char celsius[] = "°C";
 
 constexpr qint64 longestFile = 1 << 16; // bytes
 
-// A value as QSettings writes it: with quotes where it needs them, and escapes.
+// Removes the quotes and escapes that QSettings writes.
 QString plain(const QByteArray &written)
 {
     static constexpr char letters[] = "abfnrtv";
@@ -134,13 +134,13 @@ Values parse(const QByteArray &ini)
     return values;
 }
 
-// Not by QSettings: it takes a file for the one it knows whose size and time are the same, and the
-// unit writes several times within the file system's tick.
+// Without QSettings: it does not read a file again whose size and time are unchanged, but the unit
+// writes several times within one tick of the file system's clock.
 Values read()
 {
     Values values = valuesOf(paths::statusStore);
     if (values.isEmpty())
-        return values; // a missing key means something only where there are others
+        return values; // defaults hold only beside other values
     const Values configured = valuesOf(paths::configuration);
     for (auto entry = configured.begin(); entry != configured.end(); ++entry)
         values.insert(entry.key(), entry.value());

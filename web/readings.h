@@ -10,7 +10,7 @@
 
 #include <vector>
 
-// The status store as people and Prometheus read it.
+// The status store's values as the page and Prometheus show them.
 namespace readings
 {
 
@@ -19,7 +19,7 @@ enum class Kind {
     Text,
     Switch,   // on or off
     Presence, // attached or none
-    Lamp,     // percent; -1 is off
+    Lamp,     // percent; -1: off
 };
 
 struct Reading {
@@ -41,15 +41,15 @@ const std::vector<Reading> &all();
 
 using Values = QMap<QString, QString>;
 
-// What stands in the store and in the configuration, by "Group/Entry", and what missing keys mean;
-// nothing where there is no store.
+// Store and configuration by "Group/Entry", with the values that missing keys stand for. Empty
+// without a store.
 Values read();
 Values parse(const QByteArray &ini);
 
-// The stored number; NaN where there is none.
+// The stored number; NaN if there is none.
 double number(const Reading &reading, const Values &values);
 QByteArray text(const Reading &reading, const Values &values);
-// "normal", "warning" outside its band, "fault" where there is no reading.
+// "normal", "warning" outside the band, "fault" without a reading.
 const char *level(const Reading &reading, const Values &values);
 
 } // namespace readings

@@ -1,5 +1,5 @@
 "use strict";
-/* global makeStream */ // stream.js, which comes first
+/* global makeStream */ // from stream.js
 
 const byId = (id) => document.getElementById(id);
 
@@ -33,11 +33,11 @@ function showReading(reading) {
   if (reading.key === "Tallwick/Detected") byId("locked").hidden = reading.text !== "attached";
 }
 
-let unit = { time: "", zone: "" }; // its clock, as last heard
+let unit = { time: "", zone: "" }; // its clock at the last heartbeat
 
-// With the unit's time since when readings are old; without, they are not.
+// `since`: the unit's time of the last readings, if they are old.
 function showUnit(text, since) {
-  if (byId("unit").textContent !== text) byId("unit").textContent = text; // it is read aloud
+  if (byId("unit").textContent !== text) byId("unit").textContent = text; // a screen reader reads each change
   byId("unit").className = since === undefined ? "normal" : "fault";
   document.body.classList.toggle("stale", since !== undefined);
   const [date, time] = (since || "").split(" ");
@@ -68,7 +68,7 @@ function showLine(line) {
 
 // Stream ---------------------------------------------------------------------------------------
 
-const silence = 6000; // ms; the unit says something every two seconds
+const silence = 6000; // ms; heartbeats come every two seconds
 let heard = 0;
 
 function showClock(beat) {
@@ -83,8 +83,8 @@ const hearers = {
   state: showState,
   log: ({ lines }) => lines.forEach(showLine),
   displaced: () => {
-    heard = Infinity; // until the tab is looked at again
-    showUnit("eight others look at this unit: load the page again to see it", unit.time);
+    heard = Infinity; // until the tab comes into view again
+    showUnit("eight newer viewers: reload the page to connect again", unit.time);
   },
 };
 
@@ -102,14 +102,14 @@ function connect() {
 
 let look = connect();
 
-// A hidden tab needs no stream.
+// Hidden tabs close their stream.
 function follow() {
   showUnit("connecting", unit.time);
   heard = performance.now();
   look(!document.hidden);
 }
 
-// A connection that carries nothing any more looks open for minutes; and the worker may be gone.
+// A dead TCP connection looks open for minutes, and the browser may have ended the worker: reconnect.
 function watch() {
   if (document.hidden || performance.now() - heard < silence) return;
   hearers.lost();
@@ -121,9 +121,9 @@ function watch() {
 
 // Commands -------------------------------------------------------------------------------------
 
-const longest = 45000; // ms that the unit's page takes for an answer, at most
-const pause = 250; // ms before a command is sent again for which it was too early
-let taps = []; // that wait for the one before them
+const longest = 45000; // ms; the API answers sooner
+const pause = 250; // ms before a retry after 429 or 503
+let taps = []; // waiting for the command before them
 let working = false;
 
 function say(text, level) {
@@ -146,7 +146,7 @@ async function ask(body) {
       body: JSON.stringify(body),
       signal: abort.signal,
     });
-    // What is not the unit's page speaks for it while it is away.
+    // Not JSON: lighttpd answers while kt6120-web restarts.
     return { status: reply.status, ...await reply.json() };
   } catch (error) {
     return { error: error instanceof SyntaxError ? "the unit's page is restarting"
@@ -156,7 +156,7 @@ async function ask(body) {
   }
 }
 
-// Whether it makes sense to send another one.
+// Sends a command; false if the unit does not answer.
 async function command({ name, argument }) {
   say(`${name}: waiting for the unit`, "normal");
   let said = await ask({ command: name, argument });
@@ -166,14 +166,14 @@ async function command({ name, argument }) {
   }
   if (said.error) {
     say(`${name}: ${said.error}`, "fault");
-    return said.status === 409; // the unit is at work
+    return said.status === 409; // the unit runs
   }
   const shown = Object.entries(said.store).map(([key, value]) => `${key} is ${value}`).join(", ");
   say(`${said.line}: done in ${said.seconds.toFixed(2)} s${shown && "; "}${shown}`, "normal");
   return true;
 }
 
-// One after the other. Lamp off waits for none, and takes the steps before it back.
+// Sends commands one after the other. Lamp off is sent at once and cancels the waiting lamp steps.
 async function tap(name, argument) {
   if (name === "LAMPOFF") {
     taps = taps.filter((waiting) => !waiting.name.startsWith("LAMP"));
@@ -203,7 +203,7 @@ const frame = { left: 52, right: 630, top: 10, bottom: 214 };
 const gap = 3600; // seconds; rows come every half hour
 let past = { columns: [], rows: [] };
 
-// The file's units, and what the readings are told in.
+// Units of the CSV, and of the table with the factor.
 const units = { mV: ["V", 0.001], mA: ["A", 0.001], "Deg C": ["°C", 1] };
 
 function inUnits({ columns, rows: given }) {
@@ -218,7 +218,7 @@ function inUnits({ columns, rows: given }) {
   };
 }
 
-// As in the log beside it: the unit's time, wherever the browser is.
+// The unit's time, whatever the browser's zone.
 function clock(seconds) {
   const [, year, month, day, time] = new Date(seconds * 1000).toISOString()
     .match(/^(\d+)-(\d+)-(\d+)T(\d+:\d+)/);

@@ -1,9 +1,9 @@
 "use strict";
-// The unit's events. All of a browser's tabs together have six connections to the unit, so the tabs in
-// sight share one stream, in a worker.
+// The unit's server-sent events. A browser opens at most six connections to a server, so its visible
+// tabs share one stream in a shared worker.
 
-// Gives a function that begins the stream anew or, with false, ends it; tell(type, data) hears it: "open",
-// "lost", and what the unit sends.
+// Returns a function that restarts the stream or, with false, ends it. Calls tell(type, data) for "open",
+// "lost" and the unit's events.
 function makeStream(tell) {
   let events;
   return (wanted) => {
@@ -25,7 +25,7 @@ if (typeof SharedWorkerGlobalScope !== "undefined") {
     tab.onmessage = ({ data: looks }) => {
       if (looks) looking.add(tab);
       else looking.delete(tab);
-      // Whoever comes needs all of it, which is what a stream begins with.
+      // A new tab needs all readings, and only a new stream sends them.
       if (looks || looking.size === 0) stream(looks);
     };
   });
