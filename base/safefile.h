@@ -18,8 +18,9 @@ bool open(QFile &file, QIODevice::OpenMode mode);
 // First repairs the end of the file after a power cut: removes zeros, completes a partial line.
 bool append(const QString &path, const QByteArray &bytes);
 
-// Starts the write-out of appended lines and does not wait for it. The kernel alone would wait half
-// a minute, but write the file's new size with the next sync of the store: zeros after a power cut.
+// Starts the write-out of appended lines and does not wait for it. The kernel alone would write the
+// data after half a minute, but the new size with the next sync of the store; a power cut between
+// the two leaves zeros.
 void startWriteOut(const QString &path);
 
 // Replaces the file's content in place, which keeps its owner, links and open descriptors. Returns

@@ -28,7 +28,7 @@ constexpr auto retryInterval = 2s;
 constexpr auto lockPause = 5ms;
 constexpr int lockPauses = 20;
 // A program creates the lock file before it locks it, so a lock file younger than this counts as
-// held. One that is further in the future than this was made before the clock was set back.
+// held. A time further in the future means that the clock was set back: the file is old.
 constexpr qint64 minimumLockAge = 2; // seconds
 
 // Free blocks that a write needs in addition to those of the new file: one for the lock file and up
