@@ -9,7 +9,7 @@
 set -u
 . "$(dirname "$0")/KT6120_video.sh"
 
-# Lock the script itself, so that no lock file is needed that somebody else could have created.
+# Lock the script itself: another user could have created a lock file.
 exec 9<"$0"
 flock -n 9 || exit 0
 

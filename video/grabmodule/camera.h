@@ -31,4 +31,4 @@ public:
 // the object. Returns null if out of memory.
 using OpenCameraFunction = Camera *(*)(int index);
 inline constexpr char openCameraSymbol[] = "openCamera";
-inline constexpr char grabModuleFile[] = "KT6120_grab.so"; // beside the program
+inline constexpr char grabModuleFile[] = "KT6120_grab.so"; // in the program's folder
