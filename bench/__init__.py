@@ -2,14 +2,14 @@
 """The virtual unit: the world around the real program, and the language that steers it.
 
 One thread runs one event loop (world.py). A verb is an ordinary function; where it waits it calls
-`clock.until(condition, seconds)`, in which simulators and observers go on; work of a library that blocks
-goes through `loop.apart(work)`. What a verb cannot do it tells by raising `Failure`.
+`clock.until(condition, seconds)`, and simulators and observers go on meanwhile; blocking library calls
+go through `loop.apart(work)`. A verb that fails raises `Failure`.
 
-Rooms: world (loop, the unit's time, programs), machine (the unit's files and processes, here or, over
-an agent, on a board), unit (the program, what it calls, what its hardware reads), mcu, phone and page
-(what is at its far ends), watch and video (what happened, and what can be expected of it), language
-(words, verbs, scenarios), board (the emulated board), measure, soak. A part takes what it uses in its
-constructor and offers two tables: `verbs`, what is carried out, and `expects`, what is waited for.
+Rooms: world (event loop, the unit's time, child processes), machine (the unit's files and processes,
+here or, through an agent, on a board), unit (the program, what it calls, what its hardware reads), mcu,
+phone and page (the far ends), watch and video (what happened), language (words, verbs, scenarios), board
+(the emulated board), measure, soak. A part takes what it uses in its constructor and offers two tables:
+`verbs` are carried out, `expects` are waited for.
 
 desk.py and board/ put the parts together; a program that steers a bench imports them:
 
@@ -24,21 +24,25 @@ from typing import Any, NamedTuple
 
 
 class Failure(Exception):
-    """What was asked cannot be done, or did not come true."""
+    """A verb cannot be carried out, or an expectation was not met."""
 
 
 class Row(NamedTuple):
-    """Of a table of verbs or expects. A row without `act` is a further form of the row before it."""
+    """A form of a verb or of an expect."""
 
     name: str
     arguments: str
     help: str
-    act: Callable[[list[str]], Any] | None
-    least: int  # words after the name: those outside [] in the shortest form
+    act: Callable[[list[str]], Any]
+
+    @property
+    def least(self) -> int:
+        """How many words must follow the name: those outside []."""
+        return len(re.sub(r" ?\[[^]]*\]+", "", self.arguments).split())
 
 
 class State(NamedTuple):
-    """What an expect's `act` returns: `met` is asked again and again, `seen` tells what was instead."""
+    """The result of an expect's `act`: `met` is polled, `seen` says what was there instead."""
 
     met: Callable[[], bool]
     seen: Callable[[], str]
@@ -46,15 +50,8 @@ class State(NamedTuple):
 
 def table(text: str, **acts: Callable[[list[str]], Any]) -> list[Row]:
     """Rows of "NAME ARGUMENTS", two blanks or more, help."""
-    forms = re.findall(r"^ *(\w+) ?(.*?)  +(.*)$", text, re.MULTILINE)
-    least: dict[str, int] = {}
-    for name, arguments, _ in forms:
-        needed = len(re.sub(r" ?\[[^]]*\]+", "", arguments).split())
-        least[name] = min(needed, least.get(name, needed))
-    return [
-        Row(name, arguments, told, acts.pop(name, None), least[name])
-        for name, arguments, told in forms
-    ]
+    rows = re.findall(r"^ *(\w+) ?(.*?)  +(.*)$", text, re.MULTILINE)
+    return [Row(name, arguments, what, acts[name]) for name, arguments, what in rows]
 
 
 def number(word: str) -> float:
@@ -65,7 +62,7 @@ def number(word: str) -> float:
 
 
 def to_bytes(word: str) -> bytes:
-    """The bytes that a word stands for: any, also such that are no text."""
+    """A word of the language may stand for any bytes, also for invalid UTF-8."""
     return word.encode("utf-8", "surrogateescape")
 
 

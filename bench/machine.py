@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
-"""The unit's computer: its files and processes, as whatever stands around the program deals with them.
+"""The unit's computer: its files and processes, as the bench deals with them.
 
 On a desk it is the sandbox. On a board the agent has one of these and the bench calls its methods from
-afar; so this module needs nothing of Debian's beside Python.
+afar; so this module needs nothing but Python.
 """
 
 import contextlib
@@ -17,35 +17,18 @@ LOOKUP_INTERVAL = 0.1  # s
 # Of inotify: modified, moved to, created, deleted; of folders only.
 INTERESTING = 0x2 | 0x80 | 0x100 | 0x200 | 0x01000000
 
-GAUGES = ("rss", "descriptors", "children", "zombies", "threads", "cpu", "family")
+GAUGES = {
+    "rss": "resident MiB of the program; growth is counted from the last mark",
+    "descriptors": "open ones",
+    "children": "of the program",
+    "zombies": "children that have ended and were not reaped",
+    "threads": "of the program",
+    "cpu": "seconds of processor since its start",
+    "family": "the same, with its ended children",
+}
 
+TICKS = os.sysconf("SC_CLK_TCK")
 libc = ctypes.CDLL(None, use_errno=True)
-
-
-class FolderWatch:
-    """Calls whenever something in the folder of a file has changed."""
-
-    def __init__(self, loop: Loop, path: str, changed: Act) -> None:
-        self._folder, self._changed = os.fsencode(os.path.dirname(path)), changed
-        self._queue = libc.inotify_init1(os.O_NONBLOCK | os.O_CLOEXEC)
-        if self._queue < 0:
-            raise Failure("no inotify queue left")
-        self._watched = -1
-        loop.reads(self._queue, self._read)
-        # A folder in use goes away without a word, so it is looked up again and again; to watch the
-        # same one twice changes nothing.
-        loop.timer(self._look).every(LOOKUP_INTERVAL)
-        self._look()
-
-    def _look(self) -> None:
-        now = libc.inotify_add_watch(self._queue, self._folder, INTERESTING)
-        if now not in (-1, self._watched):
-            self._changed()  # it may hold something already
-        self._watched = now
-
-    def _read(self) -> None:
-        os.read(self._queue, 65536)
-        self._changed()
 
 
 class Machine:
@@ -61,10 +44,9 @@ class Machine:
             return None
 
     def write(self, path: str, content: bytes, how: str = "create") -> None:
-        """How: "create"; "replace" what is there by a rename; "overwrite" it as it stands.
+        """How: "create"; "replace" what is there by a rename; "overwrite" it without truncating it.
 
-        To overwrite is one change for whoever watches the file, where cutting it first would be another.
-        What the old content has more becomes blank lines.
+        An observer of the file sees one change then, not two. A longer old content ends in blank lines.
         """
         place = path + ".new" if how == "replace" else path
         flags = os.O_WRONLY | (0 if how == "overwrite" else os.O_CREAT | os.O_TRUNC)
@@ -74,7 +56,7 @@ class Machine:
             os.rename(place, path)
 
     def remove(self, path: str) -> None:
-        """A file, or a folder with all that it holds; nothing where there is none."""
+        """A file, or a folder with all that it holds, if there is one."""
         if os.path.isdir(path) and not os.path.islink(path):
             from shutil import rmtree  # takes its time to load
 
@@ -83,7 +65,7 @@ class Machine:
             os.remove(path)
 
     def install(self, program: str, path: str, aside: str) -> None:
-        """Copies a program there; what stood there is put aside first."""
+        """Copies a program there and keeps what stood there aside."""
         self.mkdir(os.path.dirname(path))
         for source, place in ((path, aside), (program, path)):
             if (content := self.read(source)) is not None:
@@ -92,7 +74,7 @@ class Machine:
                 os.chmod(place, 0o755)
 
     def link(self, target: str, path: str) -> None:
-        """In the place of what is there."""
+        """Replaces what is there."""
         self.remove(path)
         os.symlink(target, path)
 
@@ -110,7 +92,7 @@ class Machine:
         return run(*command)
 
     def spawn(self, command: list[str], heard: Heard) -> None:
-        """A program that runs on."""
+        """Starts a program that runs on."""
         Process(self._loop, command, stdout=heard)
 
     def follow(self, path: str, heard: Heard) -> None:
@@ -130,52 +112,64 @@ class Machine:
                 if whole:
                     heard(whole)
 
-        FolderWatch(self._loop, path, read)
+        self._when_changed(path, read)
 
     def watch(self, path: str, heard: Heard) -> None:
         """The whole of a file, at each change."""
-        told = b""
+        last = b""
 
         def look() -> None:
-            nonlocal told
+            nonlocal last
             content = self.read(path)
-            if content is not None and content != told:
-                told = content
+            if content is not None and content != last:
+                last = content
                 heard(content)
 
-        FolderWatch(self._loop, path, look)
+        self._when_changed(path, look)
+
+    def _when_changed(self, path: str, act: Act) -> None:
+        """Calls whenever something in the folder of a file has changed."""
+        folder, watched = os.fsencode(os.path.dirname(path)), -1
+        queue = libc.inotify_init1(os.O_CLOEXEC)
+        if queue < 0:
+            raise Failure("no inotify queue left")
+
+        def look() -> None:
+            nonlocal watched
+            now = libc.inotify_add_watch(queue, folder, INTERESTING)
+            if now not in (-1, watched):
+                act()  # it may hold something already
+            watched = now
+
+        self._loop.hears(queue, lambda _: act())
+        # A folder in use goes away without a word, so it is looked up again and again; to watch the
+        # same one twice changes nothing.
+        self._loop.timer(look).every(LOOKUP_INTERVAL)
+        look()
 
     def gauges(self, process: int) -> dict[str, float]:
-        """What the system tells about a running program.
-
-        Resident MiB, open descriptors, children, those ended and not reaped, threads, and seconds of
-        processor since its start: its own; its own and those of its ended children.
-        """
-        place = f"/proc/{process}"
-        status = to_text(self.read(place + "/status") or b"").splitlines()
-        of = dict(line.split(":\t", 1) for line in status)
-        stat = self._stat(str(process))
+        """What the system shows of a running program."""
+        stat, files = self._stat(str(process)), f"/proc/{process}/fd"
         others = map(self._stat, self._processes())
         children = [fields[0] for fields in others if fields[1] == str(process)]
-        ticks = os.sysconf("SC_CLK_TCK")
-        values = (
-            float(of.get("VmRSS", "0 kB").split()[0]) / 1024,
-            len(os.listdir(place + "/fd")) if os.path.isdir(place) else 0,
-            len(children),
-            children.count("Z"),
-            float(of.get("Threads", 0)),
-            sum(map(int, stat[11:13])) / ticks,
-            sum(map(int, stat[11:15])) / ticks,
-        )
-        return dict(zip(GAUGES, values, strict=True))
+        own, system, reaped, reaped_system = (int(ticks) / TICKS for ticks in stat[11:15])
+        return {
+            "rss": int(stat[21]) * os.sysconf("SC_PAGE_SIZE") / 2**20,
+            "descriptors": len(os.listdir(files)) if os.path.isdir(files) else 0,
+            "children": len(children),
+            "zombies": children.count("Z"),
+            "threads": int(stat[17]),
+            "cpu": own + system,
+            "family": own + system + reaped + reaped_system,
+        }
 
     def processes_with(self, text: str) -> int:
-        """Running programs whose command line holds the text, its words with blanks between."""
+        """How many have the text in their command line, its words with blanks between."""
         lines = (self.read(f"/proc/{process}/cmdline") or b"" for process in self._processes())
         return sum(text in to_text(line.replace(b"\0", b" ")) for line in lines)
 
     def end_all(self, variable: str) -> None:
-        """Ends every process that has this in its environment, and waits for that."""
+        """Kills every process that has this in its environment, and waits until none is left."""
 
         def marked(process: str) -> bool:
             return f"{variable}=".encode() in (self.read(f"/proc/{process}/environ") or b"")
@@ -189,6 +183,6 @@ class Machine:
         return [name for name in os.listdir("/proc") if name.isdigit()]
 
     def _stat(self, process: str) -> list[str]:
-        """The fields behind the name: [0] state, [1] parent, [11:15] ticks of processor time."""
+        """Of /proc/PID/stat the fields behind the name: [0] is the state, [1] the parent."""
         line = to_text(self.read(f"/proc/{process}/stat") or b"")
-        return line[line.rfind(")") + 2 :].split() or ["", ""]
+        return line.rpartition(")")[2].split() or ["0"] * 22

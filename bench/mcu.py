@@ -3,23 +3,30 @@
 
     python3 -m bench.mcu [LINK]
 
-plays the microcontroller alone, for whoever tries the program without the rest of the bench: its line
-is linked at LINK (/dev/serial0); it writes "ready", then what it hears, until it is killed.
+plays the microcontroller without the rest of the bench: its line is linked at LINK (/dev/serial0); it
+writes "ready", then what it hears, until it is killed.
+
+A capture is a text file with a line for each that passed: seconds, direction (">" is the unit's, "<"
+the MCU's), and the bytes as a quoted word of the language:
+
+    12.250 > "BAT:V?\\n\\r"
+    12.262 < "BAT:V 2400\\r\\n"
 """
 
+import math
 import os
 import re
 import select
 import socket
 import sys
 import tty
-from collections.abc import Callable
-from typing import IO, NamedTuple
+from collections.abc import Callable, Iterator
+from typing import IO
 
 from bench import Failure, number, places, table, to_bytes, to_text
 from bench.language import quoted, split
 from bench.watch import History
-from bench.world import Act, Clock, Heard, Loop
+from bench.world import Clock, Heard, Loop
 
 # A healthy unit with a full battery: query word -> value.
 HEALTHY = dict(
@@ -37,18 +44,15 @@ EFFECTS = {
 }
 MOODS = ("talk", "silent", "garbage", "half", "split")
 GARBAGE = b"\x00\xff\xfe\x1b\x80 \xc3\x28\n"
-DISCHARGE_STEP = 10  # s
 SPLIT_GAP = 0.05  # s
-TICK = 0.002  # s, in which a piece of these is sent
-ENDLESS = b"x" * 8192
-CHATTER = b"BOOT 1\r\nBOOT 2\r\nBOOT 3\n"  # at 115200 baud
+CHATTER = b"BOOT 1\r\nBOOT 2\r\nBOOT 3\n"
+DIRECTIONS = {"serial": ">", "mcu": "<"}
 
 
 class Line:
     """The bench's end of a serial line, whatever carries it. `others` are closed with it."""
 
     def __init__(self, loop: Loop, heard: Heard, file: int, *others: int, link: str = "") -> None:
-        os.set_blocking(file, False)
         self._loop, self._heard, self._link, self._files = loop, heard, link, [file, *others]
         self.set_deaf(False)
 
@@ -67,7 +71,7 @@ class Line:
         if self._files:
             self._loop.forget(self._files[0])
             if not deaf:
-                self._loop.reads(self._files[0], self._read)
+                self._loop.hears(self._files[0], self._heard, self.close)
 
     def close(self) -> None:
         """Every read and write at the other end fails from now on."""
@@ -77,21 +81,11 @@ class Line:
         while self._files:
             os.close(self._files.pop())
 
-    def _read(self) -> None:
-        try:
-            content = os.read(self._files[0], 4096)
-        except OSError:
-            content = b""
-        if content:
-            self._heard(content)
-        else:
-            self.close()  # the other end has
-
 
 def pseudo_terminal(loop: Loop, link: str, heard: Heard) -> Line:
     """A line whose far end is linked under that name, raw, so that nothing is echoed.
 
-    The bench has that end open too: a terminal that nobody has open is readable for ever.
+    The bench has that end open too: a terminal that nobody has open is always readable.
     """
     near, far = os.openpty()
     tty.setraw(far)
@@ -108,30 +102,6 @@ def to_socket(loop: Loop, path: str, heard: Heard) -> Line:
     except OSError:
         raise Failure(f"nobody is at {path}") from None
     return Line(loop, heard, end.detach())
-
-
-class Entry(NamedTuple):
-    """A line of a capture: seconds, direction, and the bytes as a quoted word of the language.
-
-    12.250 > "BAT:V?\\n\\r"
-    12.262 < "BAT:V 2400\\r\\n"
-    """
-
-    seconds: float
-    direction: str  # ">": the unit's, "<": the MCU's
-    content: bytes
-
-
-DIRECTIONS = {"serial": ">", "mcu": "<"}
-
-
-def read(path: str) -> list[Entry]:
-    with open(path, "rb") as file:
-        lines = [split(line) for line in map(to_text, file) if not line.startswith("#")]
-    for words in lines:
-        if words and (len(words) != 3 or words[1] not in DIRECTIONS.values()):
-            raise Failure(f"{path}: no line of a capture: {' '.join(words)}")
-    return [Entry(number(line[0]), line[1], to_bytes(line[2])) for line in lines if line]
 
 
 class Recorder:
@@ -156,52 +126,6 @@ class Recorder:
             self._file.write(entry.encode())
 
 
-class Replay:
-    """Sends the MCU's lines of a capture.
-
-    Each comes as long after what stands before it as it did then, and behind a query not before the unit
-    has sent that: so a capture that begins in the middle of the poll finds its place. What the unit
-    is told to send (a lamp's step) is passed over.
-    """
-
-    def __init__(
-        self, loop: Loop, speed: Callable[[], int], entries: list[Entry], send: Heard, done: Act
-    ) -> None:
-        self._speed, self._entries, self._send, self._done = speed, entries, send, done
-        self._at, self._asked = 0, b""
-        self._gap = loop.timer(self._send_next)
-        self._go_on()
-
-    def hear(self, query: bytes) -> None:
-        """A line of the unit, without its end."""
-        if self._asked and query == self._asked:
-            self._asked = b""
-            self._go_on()
-
-    def stop(self) -> None:
-        self._gap.stop()
-        self._asked = b""
-
-    def _go_on(self) -> None:
-        """Up to the next query that is to be waited for, or line that is to be sent."""
-        for at in range(self._at, len(self._entries)):
-            entry, before = self._entries[at], self._entries[max(0, at - 1)]
-            self._at = at
-            if entry.direction == "<":
-                self._gap.start(max(0, entry.seconds - before.seconds) / self._speed())
-                return
-            queries = [line for line in entry.content.split() if line.endswith(b"?")]
-            if queries:
-                self._at, self._asked = at + 1, queries[-1]
-                return
-        self._done()
-
-    def _send_next(self) -> None:
-        self._at += 1
-        self._send(self._entries[self._at - 1].content)
-        self._go_on()
-
-
 class Mcu:
     """Answers from a model of the unit's hardware, follows set commands, misbehaves on request."""
 
@@ -215,36 +139,32 @@ class Mcu:
     ) -> None:
         """Its pauses are `speed` times as short. It plugs its line in, and again after it was gone.
 
-        `find` tells where a file is that a scenario names.
+        `find` returns the path of a file that a scenario names.
         """
-        self._loop, self._speed, self._history, self._find = loop, speed, history, find
-        self._plug_in: Callable[[], Line] = lambda: plug_in(self._heard)
+        self._speed, self._history, self._find = speed, history, find
+        self._plug_in: Callable[[], Line] = lambda: plug_in(self._hear)
         self._line: Line | None = self._plug_in()
         self._model = dict(HEALTHY)
         self._gathered = b""  # the unit's bytes since the last line end
-        self._mood, self._turning, self._late = "talk", False, 0.0  # the reel; s before each answer
-        self._rest = b""  # the second half of a split answer
-        self._gap = loop.timer(self._send_rest)
-        # From the first look at the voltage on, until it is set by hand: a slow board sees it full too.
-        self._full = True
-        self._battery = loop.timer(self._discharge)
-        self._pouring = loop.timer(self._pour)
-        self._piece, self._left = b"", 0  # bytes to pour
-        self._replay: Replay | None = None
+        self._mood, self._turning = "talk", False  # the reel
+        self._rest, self._gap = b"", loop.timer(self._send_rest)  # of a split answer
+        self._replay: Iterator[bytes | float] = iter(())
+        self._awaited: bytes | float | None = None  # by the replay
+        self._pause = loop.timer(self._replay_on)
         self.verbs = table(
             r"""
             mcu WORD VALUE         what the MCU reports from now on: mcu BAT:V 1500
-            mcu send "LINE\r\n"    a line that nobody asked for, bytes as told
-            mcu silent|garbage|half|split|late MS|turn|talk  how it answers; turn counts the reel on; talk is well again
+            mcu send "LINE\r\n"    an unasked line, any bytes
+            mcu silent|garbage|half|split|turn|talk  how it answers; turn counts the reel on; talk is well again
             mcu endless [BYTES]|deaf|gone  bytes without line end; reads nothing; hangs up
-            mcu chatter BYTES      lines without pause, three at once, as fast as the line carries
+            mcu chatter BYTES      lines without pause, three at once, as fast as the unit takes them
             mcu replay FILE        its lines of a capture, each behind the query that it answered
             """,
             mcu=self.command,
         )
 
     def renew_line(self) -> None:
-        """Where one is plugged in: a program that was killed leaves the old one locked for its use."""
+        """If one is plugged in: a program that was killed leaves the old one locked for its use."""
         self._gathered = b""
         if self._line:
             self._line.close()
@@ -256,22 +176,18 @@ class Mcu:
             self._line.send(content)
 
     def command(self, words: list[str]) -> None:
-        verb, value = words[0], words[1] if len(words) > 1 else ""
+        verb, value = words[0], " ".join(words[1:])
         acts: dict[str, Callable[[], object]] = {
             "turn": lambda: setattr(self, "_turning", True),
-            "late": lambda: setattr(self, "_late", number(value) / 1000),
-            "endless": lambda: self._start_pouring(ENDLESS, value or "1000000"),
-            "chatter": lambda: self._start_pouring(CHATTER, value),
-            "deaf": self._stop_reading,
+            "endless": lambda: self._pour(b"x", value or "1000000"),
+            "chatter": lambda: self._pour(CHATTER, value),
+            "deaf": lambda: self._set_deaf(True),
             "gone": self._hang_up,
             "send": lambda: self.send(to_bytes(value)),
             "replay": lambda: self._start_replay(value),
         }
-        if verb in self._model and len(words) > 1:
-            if verb == "BAT:V":
-                self._full = False
-                self._battery.stop()  # what is set by hand stays
-            self._model[verb] = " ".join(words[1:])
+        if verb in self._model and value:
+            self._model[verb] = value
         elif verb in MOODS:
             self._change_mood(verb)
         elif verb in acts:
@@ -280,52 +196,38 @@ class Mcu:
             raise Failure(f'the MCU knows no "{" ".join(words)}"')
 
     def _change_mood(self, mood: str) -> None:
-        self._mood = mood
-        if self._replay:
-            self._replay.stop()
-            self._replay = None
+        self._mood, self._awaited = mood, None
+        self._pause.stop()
         if mood == "talk":
-            self._late, self._turning = 0, False
-            self._pouring.stop()
+            self._turning = False
             self._line = self._line or self._plug_in()
-            self._line.set_deaf(False)
+            self._set_deaf(False)
 
-    def _stop_reading(self) -> None:
+    def _set_deaf(self, deaf: bool) -> None:
         if self._line:
-            self._line.set_deaf(True)
+            self._line.set_deaf(deaf)
 
     def _hang_up(self) -> None:
-        self._pouring.stop()
         if self._line:
             self._line.close()
         self._line = None
 
-    def _start_replay(self, path: str) -> None:
-        def done() -> None:
-            self._history.note("bench", "capture replayed\n")
-
-        self._change_mood("silent")
-        entries = read(self._find(path))
-        self._replay = Replay(self._loop, self._speed, entries, self.send, done)
-
-    def _heard(self, content: bytes) -> None:
-        # Shown line by line, each with its own line end; what has none stands alone.
-        for line in re.findall(rb"[^\r\n]*[\r\n]+|[^\r\n]+", content):
+    def _hear(self, content: bytes) -> None:
+        self._gathered += content
+        lines = re.findall(rb"[^\r\n]*[\r\n]+", self._gathered)
+        self._gathered = self._gathered[sum(map(len, lines)) :]
+        for line in lines:
             self._history.note("serial", line)
-        *lines, self._gathered = re.split(rb"[\r\n]", self._gathered + content)
-        for line in filter(None, lines):
-            self._handle(to_text(line))
-            if self._replay:
-                self._replay.hear(line)
+            query = line.strip(b"\r\n")
+            self._handle(to_text(query))
+            if query == self._awaited:
+                self._replay_on()
 
     def _handle(self, text: str) -> None:
         if text.endswith("?"):
             word = "Corvantis" if text == "*IDN?" else text[:-1]
             if self._turning and word == "COILER:VALUE":
                 self._model[word] = str(int(self._model[word]) + 1)
-            if word == "BAT:V" and self._full:
-                self._full = False
-                self._battery.every(DISCHARGE_STEP)
             if word in self._model:
                 self._answer(to_bytes(f"{word} {self._model[word]}\r\n"))
         elif text.startswith("LAMP:SET "):
@@ -339,39 +241,63 @@ class Mcu:
 
         Two lines in one write would leave every later answer one behind.
         """
-        if self._late and self._mood == "talk":
-            self._loop.timer(lambda: self.send(text)).start(self._late / self._speed())
-            return
-        self._send_rest()  # of the answer before, where the unit asks so soon
-        half = text[: len(text) // 2]
-        said = {"talk": text, "garbage": GARBAGE, "half": half, "split": half}.get(self._mood)
-        if said:
-            self.send(said)
-        if self._mood == "split":
-            self._rest = text[len(half) :]
-            self._gap.start(SPLIT_GAP / self._speed())
+        self._send_rest()  # of the answer before, if the unit asks so soon
+        half = len(text) // 2
+        now, self._rest = {
+            "talk": (text, b""),
+            "silent": (b"", b""),
+            "garbage": (GARBAGE, b""),
+            "half": (text[:half], b""),
+            "split": (text[:half], text[half:]),
+        }[self._mood]
+        if now:
+            self.send(now)
+        self._gap.start(SPLIT_GAP / self._speed())
 
     def _send_rest(self) -> None:
-        self._gap.stop()
         rest, self._rest = self._rest, b""
         if rest:
             self.send(rest)
 
-    def _start_pouring(self, piece: bytes, size: str) -> None:
-        self._piece, self._left = piece, int(number(size))
-        self._pouring.every(TICK)
-
-    def _pour(self) -> None:
-        piece = self._piece[: self._left]
-        self._left -= len(piece)
+    def _pour(self, piece: bytes, size: str) -> None:
         if self._line:
-            self._line.send(piece)
-        if self._left <= 0:
-            self._pouring.stop()
-            self._history.note("bench", "endless line sent\n")
+            count = int(number(size))
+            self._line.send((piece * (count // len(piece) + 1))[:count])
+        self._history.note("bench", "endless line sent\n")
 
-    def _discharge(self) -> None:
-        self._model["BAT:V"] = str(max(0, int(self._model["BAT:V"]) - 1))
+    def _start_replay(self, path: str) -> None:
+        with open(self._find(path), "rb") as file:
+            lines = [split(line) for line in map(to_text, file) if not line.startswith("#")]
+        entries = list(filter(None, lines))
+        for entry in entries:
+            if len(entry) != 3 or entry[1] not in DIRECTIONS.values():
+                raise Failure(f"{path}: not a line of a capture: {' '.join(entry)}")
+        self._change_mood("silent")
+        self._replay = self._replayed(entries)
+        self._replay_on()
+
+    def _replay_on(self) -> None:
+        self._awaited = next(self._replay, None)
+        if isinstance(self._awaited, float):
+            self._pause.start(self._awaited / self._speed())
+
+    def _replayed(self, entries: list[list[str]]) -> Iterator[bytes | float]:
+        """Sends the MCU's lines. Yields the query, or the seconds, to wait for before it goes on.
+
+        Each line comes as long after what stands before it as it did then, and behind a query not before
+        the unit has sent that: so a capture that begins in the middle of the poll finds its place. Other
+        lines of the unit (a lamp's step) are passed over.
+        """
+        before = math.inf
+        for seconds, direction, word in entries:
+            content, queries = to_bytes(word), re.findall(rb"\S+\?", to_bytes(word))
+            if direction == "<":
+                yield max(0.0, number(seconds) - before)
+                self.send(content)
+            elif queries:
+                yield queries[-1]
+            before = number(seconds)
+        self._history.note("bench", "capture replayed\n")
 
 
 def alone(link: str) -> None:

@@ -3,6 +3,7 @@
 
 import re
 import sys
+from collections import Counter
 from collections.abc import Callable
 from functools import partial
 
@@ -29,17 +30,19 @@ KINDS = {
     "network": ("network", "95", "changes of the network"),
     "bench": ("bench", "90", "the bench's own remarks"),
 }
+LINES = KINDS.keys() - {"serial", "mcu", "app", "phone"}  # whose line feeds are not shown
 
 
 class Stream:
-    """All of one kind, as bytes. `found`: behind the last text that an expect has met."""
+    """All bytes of one kind. `found`: the end of the text that an expect has met last."""
 
     def __init__(self) -> None:
         self.content, self.found, self.mark = bytearray(), 0, 0
+        self.met: set[int] = set()  # where the calls begin that expects have met
 
 
 class History:
-    """Everything that happened, in order; who wants to hear of it appends a listener."""
+    """Everything that happened, in order; listeners are called for each piece."""
 
     def __init__(self) -> None:
         self._streams = {kind: Stream() for kind in KINDS}
@@ -67,12 +70,11 @@ class History:
 def parse(content: bytes) -> dict[str, str]:
     """The keys of an INI file with their groups, the values as they stand."""
     values, group = {}, ""
-    for line in map(str.strip, to_text(content).split("\n")):
-        key, equals, value = line.partition("=")
-        if line.startswith("[") and line.endswith("]"):
-            group = line[1:-1] + "/"
-        elif equals and key:
+    for section, key, value in re.findall(r"(?m)^\[(.*)\]$|^([^=\n]+)=(.*)$", to_text(content)):
+        if key:
             values[group + key] = value
+        else:
+            group = section + "/"
     return values
 
 
@@ -85,7 +87,7 @@ class Store:
         self.expects = table("store KEY VALUE  the status store on disk", store=self._look)
 
     def hear(self, content: bytes) -> None:
-        """What the file holds now."""
+        """The whole file after a change."""
         before, self.values = self.values, parse(content)
         for key, value in sorted(self.values.items()):
             if (old := before.get(key, "-")) != value:
@@ -117,17 +119,9 @@ class Gauges:
             show=self._show,
             sample=self._sample,
         )
+        forms = [f"{name} [growth] below N  {what}\n" for name, what in GAUGES.items()]
         self.expects = table(
-            """
-            rss [growth] below N  resident MiB of the program; growth is counted from the last mark
-            descriptors [growth] below N  open ones
-            children [growth] below N  of the program
-            zombies [growth] below N  children that have ended and were not reaped
-            threads [growth] below N  of the program
-            cpu [growth] below N  seconds of processor since its start
-            family [growth] below N  the same, with its ended children
-            processes TEXT N  so many have it in their command line
-            """,
+            "".join(forms) + "processes TEXT N  so many have it in their command line",
             processes=self._count,
             **{name: partial(self._look, name) for name in GAUGES},
         )
@@ -167,23 +161,16 @@ class Gauges:
         return State(lambda: count() == number(words[1]), lambda: f"{count()} run")
 
 
-ESCAPES = {"r": "\r", "n": "\n", "t": "\t", "0": "\0", '"': '"', "\\": "\\"}
-LETTERS = {ord(byte): "\\" + letter for letter, byte in ESCAPES.items() if byte != '"'}
-
-
 def printable(content: bytes) -> str:
-    """Bytes as a person can read them: control bytes and bytes above ASCII as escapes."""
-    return "".join(
-        LETTERS.get(byte) or (chr(byte) if 0x20 <= byte < 0x7F else f"\\x{byte:02x}")
-        for byte in content
-    )
+    """With escapes for control bytes and bytes above ASCII; a quote stays as it is."""
+    return repr(bytes(content) + b'"')[2:-2].replace("\\'", "'")
 
 
 class View:
     """Prints what happens, one line each, as it happens.
 
-    The poll's queries and the answers that tell nothing new are shown as a rate instead, and what a
-    program prints over and over once, with how often more.
+    The poll's queries and the answers that tell nothing new are shown as a rate instead, and a line that
+    comes again and again once, with how often more.
     """
 
     def __init__(
@@ -191,52 +178,38 @@ class View:
     ) -> None:
         self._clock, self._write, self._colours = clock, write, sys.stdout.isatty()
         self._known: dict[bytes, bytes] = {}  # first word -> last line shown, for both directions
-        self._partial = b""  # of the unit's line
         self._last, self._repeats = ("", b""), 0
-        self._polls = {"serial": 0, "mcu": 0}
-        self._rated = 0.0
+        self._polls, self._rated = Counter[str](), 0.0
         history.listeners.append(self._show)
         loop.timer(self._show_rate).every(RATE_INTERVAL)
 
     def _show(self, kind: str, text: bytes) -> None:
-        if kind == "serial":
-            text = self._whole(text)
-        if kind in ("serial", "mcu", "app", "phone"):
-            if text and not self._routine(kind, text):
-                self._print(kind, printable(text))
-            return
-        for line in filter(None, text.split(b"\n")):
+        for line in text.split(b"\n") if kind in LINES else [text]:
             if (kind, line) == self._last:
                 self._repeats += 1
-            else:
+            elif line and not self._is_routine(kind, line):
                 self._print(kind, printable(line))
                 self._last = (kind, line)
 
-    def _whole(self, text: bytes) -> bytes:
-        """A board's line brings single bytes: they are gathered up to the first byte of a line's end."""
-        self._partial = (self._partial + text).lstrip(b"\r\n")  # the second byte of the one before
-        if not re.search(rb"[\r\n]", self._partial):
-            return b""
-        line, self._partial = self._partial, b""
-        return line
-
-    def _routine(self, kind: str, text: bytes) -> bool:
-        if kind != "mcu" and not (kind == "serial" and b"?" in text):
+    def _is_routine(self, kind: str, line: bytes) -> bool:
+        if kind == "serial" and not line.strip():
+            return True  # the second half of a line end
+        if kind != "mcu" and not (kind == "serial" and b"?" in line):
             return False
-        word = text if kind == "serial" else text.split(b" ")[0]
-        known, self._known[word] = self._known.get(word), text
-        self._polls[kind] += known == text
-        return known == text
+        word = line.split(b" ")[0]
+        known, self._known[word] = self._known.get(word), line
+        self._polls[kind] += known == line
+        return known == line
 
     def _show_rate(self) -> None:
         self._show_repeats()
         now = self._clock.seconds()
         seconds, self._rated = now - self._rated, now
-        if any(self._polls.values()) and seconds > 0:
-            polls, answers = (count / seconds for count in self._polls.values())
+        if self._polls.total() and seconds > 0:
+            polls, answers = (self._polls[kind] / seconds for kind in ("serial", "mcu"))
             rates = f"{polls:.1f} polls/s, {answers:.1f} answers/s that tell nothing new"
             self._print("serial", f"... {rates}")
-            self._polls = dict.fromkeys(self._polls, 0)
+            self._polls.clear()
 
     def _show_repeats(self) -> None:
         (kind, _), more = self._last, self._repeats

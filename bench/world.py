@@ -1,15 +1,13 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 """The event loop, the unit's time, and programs that run beside the bench."""
 
-import heapq
-import itertools
 import math
 import mmap
 import os
+import sched
 import selectors
 import subprocess
 from collections.abc import Callable, Sequence
-from functools import partial
 from time import monotonic
 from typing import TypeVar
 
@@ -26,50 +24,74 @@ SECOND = 1_000_000_000  # ns, in which it counts
 
 
 class Timer:
-    def __init__(self, due: list[tuple[float, int, "Timer"]], act: Act) -> None:
-        self._due, self._act, self._period, self._entry = due, act, 0.0, -1
+    def __init__(self, queue: sched.scheduler, act: Act) -> None:
+        self._queue, self._act = queue, act
+        self._event: sched.Event | None = None
 
     def start(self, seconds: float, period: float = 0) -> None:
-        """Takes the place of what was due."""
-        self._period, self._entry = period, next(Loop.entries)
-        heapq.heappush(self._due, (monotonic() + seconds, self._entry, self))
+        """Replaces what was due."""
+        self.stop()
+        self._event = self._queue.enter(seconds, 0, self._fire, (period,))
 
     def every(self, seconds: float) -> None:
         self.start(seconds, seconds)
 
     def stop(self) -> None:
-        self._entry = -1
+        if self._event:
+            self._queue.cancel(self._event)
+            self._event = None
 
-    def fire(self, entry: int) -> None:
-        if entry == self._entry:  # neither stopped nor started anew since
-            self._entry = -1
-            if self._period:
-                self.every(self._period)
-            self._act()
+    def _fire(self, period: float) -> None:
+        self._event = None
+        if period:
+            self.every(period)
+        self._act()
 
 
 class Loop:
-    """Files that have something to read, times that come, and waits meanwhile."""
-
-    entries = itertools.count()
+    """Files that become readable, timers, and waits meanwhile."""
 
     def __init__(self) -> None:
         self._selector = selectors.DefaultSelector()
-        self._due: list[tuple[float, int, Timer]] = []
+        self._timers = sched.scheduler(monotonic)
 
     def timer(self, act: Act) -> Timer:
-        return Timer(self._due, act)
+        return Timer(self._timers, act)
 
     def reads(self, file: int, act: Act) -> None:
         """Calls `act` whenever the file has something to read, until forget()."""
         self._selector.register(file, selectors.EVENT_READ, act)
+
+    def hears(self, file: int, heard: Heard, closed: Act = lambda: None) -> Callable[[], bool]:
+        """Calls `heard` with what the other end writes, and `closed` once that is closed.
+
+        Returns the function that reads: true as long as there was something.
+        """
+
+        def read() -> bool:
+            try:
+                content = os.read(file, 65536)
+            except BlockingIOError:
+                return False
+            except OSError:
+                content = b""
+            if content:
+                heard(content)
+            else:
+                self.forget(file)
+                closed()
+            return bool(content)
+
+        os.set_blocking(file, False)
+        self.reads(file, read)
+        return read
 
     def forget(self, file: int) -> None:
         if file in self._selector.get_map():
             self._selector.unregister(file)
 
     def until(self, condition: Callable[[], bool], seconds: float = math.inf) -> bool:
-        """Lets everything go on until the condition holds; False when the time was over first."""
+        """Runs the loop until the condition holds; False when the time was over first."""
         end = monotonic() + seconds
         while not condition():
             left = end - monotonic()
@@ -79,7 +101,7 @@ class Loop:
         return True
 
     def apart(self, work: Callable[[], T]) -> T:
-        """The result of work that blocks: in a thread of its own, while everything else goes on."""
+        """The result of blocking work, which a thread does while the loop runs."""
         from concurrent.futures import ThreadPoolExecutor  # takes its time to load
 
         with ThreadPoolExecutor(1) as thread:
@@ -88,20 +110,17 @@ class Loop:
             return future.result()
 
     def _turn(self, most: float) -> None:
-        if self._due:
-            most = min(most, self._due[0][0] - monotonic())
+        for event in self._timers.queue:
+            most = min(most, event.time - monotonic())
         for key, _ in self._selector.select(max(0, most)):
             # One before it may have taken it away, or its number may be another file's by now.
             if self._selector.get_map().get(key.fd) is key:
                 key.data()
-        now = monotonic()
-        while self._due and self._due[0][0] <= now:
-            _, entry, timer = heapq.heappop(self._due)
-            timer.fire(entry)
+        self._timers.run(blocking=False)
 
 
 class Clock:
-    """The unit's time: the wall clock's, and what the program has skipped of it while it rested."""
+    """The unit's time: the wall clock's, and what the program has skipped while it rested."""
 
     def __init__(self, loop: Loop) -> None:
         self._loop, self._start, self.speed = loop, monotonic(), 1
@@ -117,34 +136,35 @@ class Clock:
         )
 
     def set_pace(self, speed: float, stride: float = 0) -> None:
-        """While the program rests. One that was started at speed 1 stays there."""
+        """The program is faster only while it rests. One that was started at speed 1 stays there."""
         self.speed = max(1, int(speed))
         self._pace[STRIDE], self._pace[SPEED] = int(stride * SECOND), self.speed
         for timer, period in self._periods:
             timer.every(max(period / self.speed, 0.001))
 
     def environment(self, library: str) -> dict[str, str]:
-        """What makes a program run at this pace."""
+        """For a program that shall run at this pace."""
         return {"LD_PRELOAD": library, "BENCH_PACE": self._page} if self.speed > 1 else {}
 
     def seconds(self) -> float:
         return monotonic() - self._start + self._pace[SKIPPED] / SECOND
 
     def every(self, seconds: float, act: Act) -> None:
-        """A simulator's period, which the speed makes shorter."""
+        """A simulator's period in the unit's time."""
         timer = self._loop.timer(act)
         self._periods.append((timer, seconds))
         timer.every(seconds / self.speed)
 
     def until(self, condition: Callable[[], bool], seconds: float) -> bool:
-        """As Loop.until. Of a desk these are wall seconds, of a board its own."""
+        """As Loop.until. On a desk in wall seconds, on a board in its own."""
         return self._loop.until(condition, seconds)
 
 
 def run(*command: str) -> str:
-    """Runs it to its end; what it said. Raises Failure with that where it is no success."""
-    pipe, merged = subprocess.PIPE, subprocess.STDOUT
-    done = subprocess.run(command, stdout=pipe, stderr=merged, timeout=PATIENCE)
+    """What a command has printed. Raises Failure with that when it fails."""
+    done = subprocess.run(
+        command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=PATIENCE
+    )
     said = to_text(done.stdout).strip()
     if done.returncode != 0:
         raise Failure(f"{' '.join(command)}: {said}")
@@ -152,7 +172,7 @@ def run(*command: str) -> str:
 
 
 class Process:
-    """A program that runs beside the bench, heard by functions that take its bytes."""
+    """A child process beside the bench; functions take what it prints."""
 
     def __init__(
         self,
@@ -172,12 +192,8 @@ class Process:
             raise Failure(f"cannot start {command[0]}: {error.strerror}") from None
         self.id: int = self.child.pid
         self._loop, self._ended = loop, ended
-        self._reads: dict[int, Callable[[], bool]] = {}
-        for name, act in heard.items():
-            pipe = getattr(self.child, name).fileno()
-            os.set_blocking(pipe, False)
-            self._reads[pipe] = partial(self._read, pipe, act)
-            loop.reads(pipe, self._reads[pipe])
+        files = {getattr(self.child, name).fileno(): act for name, act in heard.items()}
+        self._reads = {file: loop.hears(file, act) for file, act in files.items()}
         self._end = os.pidfd_open(self.id)
         loop.reads(self._end, self._finish)
 
@@ -186,28 +202,17 @@ class Process:
         return self.id > 0
 
     def stop(self) -> None:
-        """Ends it, and waits for that."""
+        """Kills it, and waits for its end."""
         if self.running:
             self.child.kill()
             self._finish()
-
-    def _read(self, pipe: int, heard: Heard) -> bool:
-        try:
-            said = os.read(pipe, 65536)
-        except BlockingIOError:
-            return False
-        if said:
-            heard(said)
-        else:
-            self._loop.forget(pipe)
-        return bool(said)
 
     def _finish(self) -> None:
         status, self.id = self.child.wait(), 0
         self._loop.forget(self._end)
         os.close(self._end)
-        for pipe, read in self._reads.items():
+        for file, read in self._reads.items():
             while read():
                 pass
-            self._loop.forget(pipe)
+            self._loop.forget(file)
         self._ended(status)
