@@ -1,15 +1,15 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 """The virtual unit: the world around the real program, and the language that steers it.
 
-One thread runs one event loop (world.py). A verb is an ordinary function; where it waits it calls
-`clock.until(condition, seconds)`, and simulators and observers go on meanwhile; blocking library calls
-go through `loop.apart(work)`. A verb that fails raises `Failure`.
+One thread runs one event loop (world.py). While a verb waits in `clock.until(condition, seconds)`,
+simulators and observers go on; blocking library calls go through `loop.apart(work)`.
 
 Rooms: world (event loop, the unit's time, child processes), machine (the unit's files and processes,
 here or, through an agent, on a board), unit (the program, what it calls, what its hardware reads), mcu,
 phone and page (the far ends), watch and video (what happened), language (words, verbs, scenarios), board
-(the emulated board), measure, soak. A part takes what it uses in its constructor and offers two tables:
-`verbs` are carried out, `expects` are waited for.
+(the emulated board), measure, soak. A part takes what it uses in its constructor. Its methods `do_NAME`
+are verbs, which raise Failure; its methods `expect_NAME` return what is to be waited for. Their docstrings
+are the help: a line of "ARGUMENTS - help" for each form, or the help alone.
 
 desk.py and board/ put the parts together; a program that steers a bench imports them:
 
@@ -27,31 +27,38 @@ class Failure(Exception):
     """A verb cannot be carried out, or an expectation was not met."""
 
 
+class State(NamedTuple):
+    """What is waited for: `met` is polled, `seen` says what was there instead."""
+
+    met: Callable[[], bool]
+    seen: Callable[[], str]
+
+
 class Row(NamedTuple):
     """A form of a verb or of an expect."""
 
     name: str
     arguments: str
     help: str
-    act: Callable[[list[str]], Any]
-
-    @property
-    def least(self) -> int:
-        """How many words must follow the name: those outside []."""
-        return len(re.sub(r" ?\[[^]]*\]+", "", self.arguments).split())
+    act: Callable[..., Any]
 
 
-class State(NamedTuple):
-    """The result of an expect's `act`: `met` is polled, `seen` says what was there instead."""
-
-    met: Callable[[], bool]
-    seen: Callable[[], str]
+def rows(part: object, prefix: str) -> list[Row]:
+    """Of the part's methods whose names begin so."""
+    found = []
+    for name in dir(part):
+        if name.startswith(prefix):
+            act = getattr(part, name)
+            forms = (line.strip().rpartition(" - ") for line in act.__doc__.splitlines())
+            found += [Row(name.removeprefix(prefix), form[0], form[2], act) for form in forms]
+    return found
 
 
 def table(text: str, **acts: Callable[[list[str]], Any]) -> list[Row]:
     """Rows of "NAME ARGUMENTS", two blanks or more, help."""
-    rows = re.findall(r"^ *(\w+) ?(.*?)  +(.*)$", text, re.MULTILINE)
-    return [Row(name, arguments, what, acts[name]) for name, arguments, what in rows]
+    found = re.findall(r"^ *(\w+) ?(.*?)  +(.*)$", text, re.MULTILINE)
+    star = {name: lambda *words, act=act: act(list(words)) for name, act in acts.items()}
+    return [Row(name, arguments, what, star[name]) for name, arguments, what in found]
 
 
 def number(word: str) -> float:

@@ -57,7 +57,7 @@ class Around:
         machine.follow(places.LOG, lambda lines: history.note("log", lines))
         machine.follow(places.CALLS, lambda lines: history.note("calls", call(lines)))
         self.mcu = Mcu(loop, lambda: clock.speed, history, plug_in, self.commands.find)
-        app = App(loop, clock, history, network, self.commands.expect)
+        app = App(loop, clock, history, network, self.commands.do_expect)
         gauges = Gauges(clock, history, machine, unit.id)
         self._offer(unit, self.mcu, recorded, hardware, network, app, video, Files(machine), store)
         self._offer(clock, gauges, Recorder(clock, history))

@@ -6,12 +6,14 @@ A command is words with blanks between them. A part in double quotes may hold bl
 treats single quotes as quotes.)
 """
 
+import itertools
 import os
 import re
-from collections.abc import Callable
+from collections.abc import Callable, Iterable, Sequence
 from functools import cache
+from typing import Any
 
-from bench import Failure, Row, State, number, table, to_bytes, to_text
+from bench import Failure, Row, State, number, rows, to_bytes, to_text
 from bench.places import of_caller
 from bench.watch import KINDS, History, printable
 from bench.world import Clock
@@ -22,6 +24,7 @@ ESCAPE = re.compile(r"\\(x[0-9a-fA-F]{2}|.)", re.DOTALL)
 ESCAPES = {"r": "\r", "n": "\n", "t": "\t", "0": "\0", '"': '"', "\\": "\\"}
 
 TOP = os.path.join(os.path.dirname(__file__), "../CMakeLists.txt")
+TAKES_MORE = 4  # a flag of code objects: *words
 USUAL_BOUND = 60.0  # s, for a busy desk
 LINES_SHOWN = 10
 TEXT_SHOWN = 2000  # bytes
@@ -36,9 +39,9 @@ EXPECT_HELP = """expect [none|count N] WHAT [within SECONDS] [for SECONDS]
 
 What has happened since the last "mark" or the start. Texts of one kind are met in order:
 the search for each begins behind the one before it.
-{happened}
+{}
 What is the case:
-{case}
+{}
 
 Without more, waits up to a minute for it. "none": it is not so for the whole time of "for",
 1 s by default, and has not been since the mark. "count N": exactly N times since the last
@@ -99,6 +102,18 @@ def _take(words: list[str], name: str, otherwise: float) -> float:
     return seconds
 
 
+def fits(act: Callable[..., object], words: list[str]) -> bool:
+    """Whether a method takes so many words."""
+    code, optional = act.__code__, len(act.__defaults__ or ())
+    most = code.co_argcount - 1  # without self
+    return most - optional <= len(words) and (len(words) <= most or code.co_flags & TAKES_MORE > 0)
+
+
+def _shown(table: Iterable[Sequence[Any]], width: int) -> str:
+    forms = ((f"{name:<9} {arguments}", what) for name, arguments, what, *_ in table)
+    return "\n".join(f"  {form:<{width}} {what}" for form, what in forms)
+
+
 class Commands:
     """Carries out commands and scenarios: what the parts of a bench offer, and a few of its own."""
 
@@ -107,28 +122,12 @@ class Commands:
         self._clock, self._history, self._lost = clock, history, lost
         self._folder = ""  # of the scenario
         self.ended = False
-        self.expects: list[Row] = []
-        self.verbs = table(
-            """
-            expect KIND WHAT...  waits for it, and says what was seen instead: help expect
-            echo TEXT       a remark in the output
-            play FILE       plays a scenario file
-            mark            later expects look only at what happens from now on
-            help [expect]   this
-            quit            ends everything
-            """,
-            expect=self.expect,
-            echo=lambda words: history.note("bench", " ".join(words) + "\n"),
-            play=lambda words: self.play(self.find(words[0])),
-            mark=lambda _: history.mark(),
-            help=self._help,
-            quit=lambda _: setattr(self, "ended", True),
-        )
+        self.verbs, self.expects = rows(self, "do_"), rows(self, "expect_")
 
     def offer(self, *parts: object) -> None:
         for part in parts:
-            self.verbs += getattr(part, "verbs", [])
-            self.expects += getattr(part, "expects", [])
+            self.verbs += rows(part, "do_") + getattr(part, "verbs", [])
+            self.expects += rows(part, "expect_") + getattr(part, "expects", [])
 
     def run(self, line: str) -> None:
         """Raises Failure where it cannot be done."""
@@ -150,9 +149,7 @@ class Commands:
                 lines = [line.strip() for line in to_text(file.read()).split("\n")]
         except OSError:
             raise Failure(f"cannot read {path}") from None
-        for line in lines:
-            if not line.startswith("#"):
-                break
+        for line in itertools.takewhile(lambda line: line.startswith("#"), lines):
             self._history.note("bench", line + "\n")
         outer, self._folder = self._folder, os.path.dirname(path)
         place, text = len(lines), ""
@@ -170,10 +167,11 @@ class Commands:
         beside = os.path.join(self._folder, path)
         return beside if os.path.exists(beside) else of_caller(path)
 
-    def expect(self, given: list[str]) -> None:
+    def do_expect(self, *given: str) -> None:
+        """KIND WHAT... - waits for it, and says what was seen instead: help expect"""
         words = list(given)
-        none = words[0] == "none"
-        count = int(number(words[1])) if words[0] == "count" else None
+        none = given[:1] == ("none",)
+        count = int(number(words[1])) if given[:1] == ("count",) and given[1:] else None
         del words[: 1 if none else 2 if count is not None else 0]
         bound = _take(words, "within", USUAL_BOUND)
         quiet = _take(words, "for", 1)
@@ -201,28 +199,40 @@ class Commands:
             what = printable(to_bytes(" ".join(given)))
             raise Failure(f"not met within {bound:g} s: {what}\n{seen()}")
 
+    def do_echo(self, *words: str) -> None:
+        """TEXT - a remark in the output"""
+        self._history.note("bench", " ".join(words) + "\n")
+
+    def do_play(self, file: str) -> None:
+        """FILE - plays a scenario file"""
+        self.play(self.find(file))
+
+    def do_mark(self) -> None:
+        """later expects look only at what happens from now on"""
+        self._history.mark()
+
+    def do_quit(self) -> None:
+        """ends everything"""
+        self.ended = True
+
+    def do_help(self, what: str = "") -> None:
+        """[expect] - this"""
+        happened = [(kind, "TEXT", KINDS[kind][2]) for kind in KINDS]
+        happened.append(("call", "NAME [ARGUMENT...]", "in any order; each once"))
+        if what == "expect":
+            print(EXPECT_HELP.format(_shown(happened, 28), _shown(self.expects, 28)), flush=True)
+        else:
+            print(_shown(self.verbs, 57) + HELP, flush=True)
+
     @staticmethod
-    def _act(what: str, rows: list[Row], given: list[str]) -> State:
+    def _act(what: str, table: list[Row], given: list[str]) -> Any:
         name, *words = given or [""]
-        forms = [row for row in rows if row.name == name]
+        forms = [row for row in table if row.name == name]
         if not forms:
             raise Failure(f'unknown {what or "command"} "{name}" (help lists them)')
-        if len(words) < min(row.least for row in forms):
+        if not fits(forms[0].act, words):
             raise Failure("\n".join(f"{what}{name} {row.arguments}" for row in forms))
-        state: State = forms[0].act(words)
-        return state
-
-    def _help(self, words: list[str]) -> None:
-        def shown(rows: list[tuple[str, str, str]], width: int) -> str:
-            return "\n".join(f"  {f'{row[0]:<9} {row[1]}':<{width}} {row[2]}" for row in rows)
-
-        if words != ["expect"]:
-            print(shown([row[:3] for row in self.verbs], 57) + HELP, flush=True)
-            return
-        happened = [(kind, "TEXT", what) for kind, (_, _, what) in KINDS.items()]
-        happened.append(("call", "NAME [ARGUMENT...]", "in any order; each once"))
-        case = shown([row[:3] for row in self.expects], 28)
-        print(EXPECT_HELP.format(happened=shown(happened, 28), case=case), flush=True)
+        return forms[0].act(*words)
 
     def _happened(self, kind: str, text: bytes, none: bool, count: int | None) -> State:
         """Texts of a kind are met in order. A call, a line with its first arguments, is met once."""

@@ -23,7 +23,7 @@ import tty
 from collections.abc import Callable, Iterator
 from typing import IO
 
-from bench import Failure, number, places, table, to_bytes, to_text
+from bench import Failure, number, places, to_bytes, to_text
 from bench.language import quoted, split
 from bench.watch import History
 from bench.world import Clock, Heard, Loop
@@ -111,14 +111,12 @@ class Recorder:
         self._clock = clock
         self._file: IO[bytes] | None = None
         history.listeners.append(self._write)
-        what = "writes what passes on the serial line, with times and directions; no more of it"
-        self.verbs = table(f"record FILE|off  {what}", record=self._record)
 
-    def _record(self, words: list[str]) -> None:
+    def do_record(self, file: str) -> None:
+        """FILE|off - writes what passes on the serial line, with times and directions; no more of it"""
         if self._file:
             self._file.close()
-        path = places.of_caller(words[0])
-        self._file = open(path, "wb", buffering=0) if words[0] != "off" else None
+        self._file = open(places.of_caller(file), "wb", buffering=0) if file != "off" else None
 
     def _write(self, kind: str, content: bytes) -> None:
         if self._file and kind in DIRECTIONS:
@@ -151,17 +149,6 @@ class Mcu:
         self._replay: Iterator[bytes | float] = iter(())
         self._awaited: bytes | float | None = None  # by the replay
         self._pause = loop.timer(self._replay_on)
-        self.verbs = table(
-            r"""
-            mcu WORD VALUE         what the MCU reports from now on: mcu BAT:V 1500
-            mcu send "LINE\r\n"    an unasked line, any bytes
-            mcu silent|garbage|half|split|turn|talk  how it answers; turn counts the reel on; talk is well again
-            mcu endless [BYTES]|deaf|gone  bytes without line end; reads nothing; hangs up
-            mcu chatter BYTES      lines without pause, three at once, as fast as the unit takes them
-            mcu replay FILE        its lines of a capture, each behind the query that it answered
-            """,
-            mcu=self.command,
-        )
 
     def renew_line(self) -> None:
         """If one is plugged in: a program that was killed leaves the old one locked for its use."""
@@ -175,8 +162,14 @@ class Mcu:
             self._history.note("mcu", content)
             self._line.send(content)
 
-    def command(self, words: list[str]) -> None:
-        verb, value = words[0], " ".join(words[1:])
+    def do_mcu(self, verb: str, *words: str) -> None:
+        """WORD VALUE - what the MCU reports from now on: mcu BAT:V 1500
+        send "LINE\\r\\n" - an unasked line, any bytes
+        silent|garbage|half|split|turn|talk - how it answers; turn counts the reel on; talk is well again
+        endless [BYTES]|deaf|gone - bytes without line end; reads nothing; hangs up
+        chatter BYTES - lines without pause, three at once, as fast as the unit takes them
+        replay FILE - its lines of a capture, each behind the query that it answered"""
+        value = " ".join(words)
         acts: dict[str, Callable[[], object]] = {
             "turn": lambda: setattr(self, "_turning", True),
             "endless": lambda: self._pour(b"x", value or "1000000"),
@@ -193,7 +186,7 @@ class Mcu:
         elif verb in acts:
             acts[verb]()
         else:
-            raise Failure(f'the MCU knows no "{" ".join(words)}"')
+            raise Failure(f'the MCU knows no "{verb} {value}"')
 
     def _change_mood(self, mood: str) -> None:
         self._mood, self._awaited = mood, None

@@ -7,7 +7,7 @@ from collections.abc import Callable, Iterator
 from contextlib import contextmanager
 from functools import cached_property, partial
 
-from bench import Failure, number, table, to_bytes
+from bench import Failure, number, to_bytes
 from bench.machine import libc
 from bench.watch import History
 from bench.world import Act, Clock, Loop, run
@@ -35,22 +35,32 @@ class Network:
     """
 
     def __init__(self, history: History, pause: Callable[[float], object]) -> None:
-        """`pause` lets seconds of the unit's time pass."""
+        """`pause` waits so many seconds of the unit's time."""
         self._history, self._pause = history, pause
         self._peers: dict[str, str] = {}  # interface -> the phone's address and prefix
         self.when_up: list[Act] = []
-        self.verbs = table(
-            """
-            usb up [ADDRESS/PREFIX [GATEWAY]]|down  a phone over USB; an address alone: no default route
-            eth up [ADDRESS/PREFIX [GATEWAY]]|down  the same over Ethernet
-            net NAME up [ADDRESS/PREFIX [GATEWAY]]|down  any other network
-            flap usb|eth COUNT SEED  so often down or up, 0 to 3 s apart
-            """,
-            usb=partial(self._plug, *NETS["usb"]),
-            eth=partial(self._plug, *NETS["eth"]),
-            net=lambda words: self._plug(words[0], "", "", words[1:]),
-            flap=self._flap,
-        )
+
+    def do_usb(self, *words: str) -> None:
+        """up [ADDRESS/PREFIX [GATEWAY]]|down - a phone over USB; an address alone: no default route"""
+        self._plug(*NETS["usb"], *words)
+
+    def do_eth(self, *words: str) -> None:
+        """up [ADDRESS/PREFIX [GATEWAY]]|down - the same over Ethernet"""
+        self._plug(*NETS["eth"], *words)
+
+    def do_net(self, name: str, *words: str) -> None:
+        """NAME up ADDRESS/PREFIX [GATEWAY]|down - any other network"""
+        self._plug(name, "", "", *words)
+
+    def do_flap(self, net: str, count: str, seed: str) -> None:
+        """usb|eth COUNT SEED - so often down or up, 0 to 3 s apart"""
+        from random import Random  # takes its time to load
+
+        chance = Random(int(number(seed)))
+        for _ in range(int(number(count))):
+            self._pause(chance.uniform(0, LONGEST_PAUSE))
+            name, *addresses = NETS[net]
+            self._plug(name, *addresses, "down" if name in self._peers else "up")
 
     @cached_property
     def _spaces(self) -> tuple[int, int]:
@@ -107,26 +117,14 @@ class Network:
         with self.in_phone():
             run("ip", *arguments)
 
-    def _plug(self, name: str, address: str, gateway: str, words: list[str]) -> None:
-        if words == ["down"]:
+    def _plug(self, name: str, address: str, gateway: str, verb: str = "", *given: str) -> None:
+        address, gateway = (*given, "")[:2] if given else (address, gateway)
+        if verb == "down":
             self.down(name)
-        elif words[0] == "up" and (address or len(words) > 1):
-            if len(words) > 1:
-                address, gateway = (words[1:] + [""])[:2]
+        elif verb == "up" and address:
             self.up(name, address, gateway)
         else:
-            raise Failure("up or down?" if address else "net NAME up ADDRESS/PREFIX [GATEWAY]")
-
-    def _flap(self, words: list[str]) -> None:
-        if words[0] not in NETS:
-            raise Failure("usb or eth?")
-        from random import Random  # takes its time to load
-
-        chance = Random(int(number(words[2])))
-        for _ in range(int(number(words[1]))):
-            self._pause(chance.uniform(0, LONGEST_PAUSE))
-            is_up = NETS[words[0]][0] in self._peers
-            self._plug(*NETS[words[0]], ["down" if is_up else "up"])
+            raise Failure(f"{name} up [ADDRESS/PREFIX [GATEWAY]] or down?")
 
 
 class App:
@@ -138,52 +136,43 @@ class App:
         clock: Clock,
         history: History,
         network: Network,
-        expect: Callable[[list[str]], object],
+        expect: Callable[..., None],
     ) -> None:
         self._loop, self._history, self._network, self._expect = loop, history, network, expect
         self._server: socket.socket | None = None
         self._line: socket.socket | None = None  # the unit's connection
-        self._talks = self._reads = True
-        self._accepts = True
+        self._accepts = self._talks = True
         self._stream: list[socket.socket] = []
         network.when_up.append(self._open)
         clock.every(HEARTBEAT, self._beat)
-        # What it can be told, with the number of arguments; anything else it says to the unit.
-        self._acts: dict[tuple[str, int], Callable[..., object]] = {
+
+    def do_app(self, verb: str, *words: str) -> None:
+        """LINE - the app sends the line with CR LF: app LampUp
+        raw "BYTES"|big COUNT - it sends any bytes; a line of so many bytes
+        silent|talk|hang - no heartbeat; every 5 s again; nor does it read
+        refuse|accept - its port is closed; open and reachable again
+        close|halfclose|drop - ends the connection; vanishes without a word"""
+        acts: dict[tuple[str, int], Callable[..., object]] = {
             ("refuse", 0): self._refuse,
             ("accept", 0): self._accept,
-            ("silent", 0): lambda: self._behave(talks=False, reads=self._reads),
-            ("hang", 0): lambda: self._behave(talks=False, reads=False),
-            ("talk", 0): lambda: self._behave(talks=True, reads=True),
-            ("drop", 0): lambda: network.set_reachable(False),
+            ("silent", 0): lambda: self._talk(False),
+            ("hang", 0): self._hang,
+            ("talk", 0): lambda: self._talk(True),
+            ("drop", 0): lambda: self._network.set_reachable(False),
             ("close", 0): lambda: self._end(self._connected()),
             ("halfclose", 0): lambda: self._connected().shutdown(socket.SHUT_WR),
             ("raw", 1): lambda text: self._send(to_bytes(text)),
             ("big", 1): lambda count: self._send(b"x" * int(number(count)) + b"\r\n"),
         }
-        self.verbs = table(
-            r"""
-            app LINE                   the app sends the line with CR LF: app LampUp
-            app raw "BYTES"|big COUNT  it sends bytes as told; a line of so many bytes
-            app silent|talk|hang       no heartbeat; every 5 s again; nor does it read
-            app refuse|accept          its port is closed; open and reachable again
-            app close|halfclose|drop   ends the connection; vanishes without a word
-            ask LINE ANSWER            it hears the answer too: ask TWK? "TWK 0\r"
-            """,
-            app=self._app,
-            ask=self._ask,
-        )
-
-    def _app(self, words: list[str]) -> None:
-        act = self._acts.get((words[0], len(words) - 1))
-        if act:
-            act(*words[1:])
+        if act := acts.get((verb, len(words))):
+            act(*words)
         else:
-            self._send(to_bytes(" ".join(words)) + b"\r\n")
+            self._send(to_bytes(" ".join((verb, *words))) + b"\r\n")
 
-    def _ask(self, words: list[str]) -> None:
-        self._app(words[:-1])
-        self._expect(["app", words[-1]])
+    def do_ask(self, *words: str) -> None:
+        """LINE ANSWER - it hears the answer too: ask TWK? "TWK 0\\r\" """
+        self.do_app(*words[:-1])
+        self._expect("app", words[-1])
 
     def _send(self, content: bytes) -> None:
         line = self._connected()
@@ -203,7 +192,7 @@ class App:
         return self._line
 
     def _open(self) -> None:
-        """Before the unit can come: its ports, with somebody at home where it accepts."""
+        """Binds its ports before the unit can come."""
         with self._network.in_phone():
             if not self._stream:
                 self._stream = [socket.socket(type=socket.SOCK_DGRAM) for _ in STREAM_PORTS]
@@ -228,11 +217,14 @@ class App:
         if self._line:
             self._end(self._line)
 
-    def _behave(self, talks: bool, reads: bool) -> None:
-        self._talks, self._reads = talks, reads
+    def _talk(self, talks: bool) -> None:
+        self._talks = talks
         if self._line:
-            self._loop.forget(self._line.fileno())
             self._hear_from(self._line)
+
+    def _hang(self) -> None:
+        self._talks = False
+        self._loop.forget(self._connected().fileno())
 
     def _take_connection(self, server: socket.socket) -> None:
         self._line, (address, _) = server.accept()
@@ -242,18 +234,9 @@ class App:
         self._hear_from(self._line)
 
     def _hear_from(self, line: socket.socket) -> None:
-        if self._reads:
-            self._loop.reads(line.fileno(), partial(self._hear, line))
-
-    def _hear(self, line: socket.socket) -> None:
-        try:
-            content = line.recv(65536)
-        except OSError:
-            content = b""
-        if content:
-            self._history.note("app", content)
-        else:
-            self._end(line)
+        self._loop.forget(line.fileno())
+        hear = partial(self._history.note, "app")
+        self._loop.hears(line.fileno(), hear, lambda: self._end(line))
 
     def _end(self, line: socket.socket) -> None:
         self._loop.forget(line.fileno())

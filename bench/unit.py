@@ -5,12 +5,12 @@ import os
 from collections.abc import Callable
 from time import monotonic
 
-from bench import Failure, State, number, places, table, to_bytes, to_text
+from bench import Failure, State, number, places, to_bytes, to_text
 from bench.machine import Machine
-from bench.watch import History, parse
+from bench.watch import History
 from bench.world import Act, Clock, Loop, Process
 
-LAST_WORDS = 0.5  # s, in which all has been heard that an ended program had to tell
+LAST_WORDS = 0.5  # s, in which all output of an ended program arrives
 MARK = "BENCH_UNIT"  # in the environment of the program and of all that it starts
 TEXT_SHOWN = 2000  # bytes
 
@@ -37,49 +37,27 @@ CHANNELS = {
     "LedTallwick": ("0x16", "0x0"),
 }
 FAULT_LINE = "KT6120_gpio_read.sh 26"
-# What is told of a part, and what the stand-in element reads of it.
-CAMERA = {"missing": "missing", "back": "ok", "lost": "lost"}
-ENCODER = {"fails": "fails", "works": "ok"}
-FAULT = {"on": "1", "off": "0"}
+# What a reply holds, by its verb.
+TRAITS = {"prints": "output", "takes": "delay", "holds": "hold", "fails": "status"}
 
 
 class Unit:
     """The program as it is started, ended and asked about, wherever it runs."""
 
+    start: Callable[[], None]
+    stop: Callable[[], None]
+    signal: Callable[[int], None]
+    id: Callable[[], int]  # of its process; 0 while none runs
+
     def __init__(self, clock: Clock) -> None:
         self._clock = clock
-        # How the last run ended: "3", "signal 9", "restarted" where something started it again; empty
-        # while it runs or before the first start. `unasked`: by itself, and nobody has asked about it.
+        # How the last run ended: "3", "signal 9", "restarted" if something started it again; empty while it
+        # runs or before the first start. `unasked`: no verb ended it, and no expect has asked about it.
         self.ending, self.unasked = "", False
         self.when_ended: list[Act] = []
-        self.verbs = table(
-            """
-            unit start|stop|restart|signal N  the program, which does not run before its start
-            unit check    fails where it ended by itself
-            wait SECONDS  lets the unit's time pass
-            """,
-            unit=self._unit,
-            wait=self._wait,
-        )
-        self.expects = table(
-            'exit STATUS  the program has ended: 3, or "signal 9"', exit=self._exit
-        )
-
-    def start(self) -> None:
-        raise NotImplementedError
-
-    def stop(self) -> None:
-        raise NotImplementedError
-
-    def signal(self, number: int) -> None:
-        raise NotImplementedError
-
-    def id(self) -> int:
-        """Of its process; 0 while none runs."""
-        raise NotImplementedError
 
     def lost(self) -> bool:
-        """Ended by itself, unasked, and so long ago that all it had to tell has been heard."""
+        """Ended unasked, so long ago that all its output has arrived."""
         return False
 
     def has_ended(self, how: str) -> None:
@@ -87,8 +65,9 @@ class Unit:
         for act in self.when_ended:
             act()
 
-    def _unit(self, words: list[str]) -> None:
-        verb = words[0]
+    def do_unit(self, verb: str, signal: str = "") -> None:
+        """start|stop|restart|signal N - the program, which does not run before its start
+        check - fails if the program has ended and no verb or expect is the reason"""
         if verb not in ("start", "stop", "restart", "check", "signal"):
             raise Failure("unit start, stop, restart, check or signal N?")
         if verb in ("stop", "restart"):
@@ -96,19 +75,22 @@ class Unit:
         if verb in ("start", "restart"):
             self.start()
         if verb == "signal":
-            self.signal(int(number(words[1] if words[1:] else "")))
+            self.signal(int(number(signal)))
         if verb == "check" and self.unasked:
-            raise Failure(f"the program ended by itself: exit {self.ending}")
+            raise Failure(f"the program has ended: exit {self.ending}")
 
-    def _wait(self, words: list[str]) -> None:
-        seconds = number(words[0])
+    def do_wait(self, time: str) -> None:
+        """SECONDS - of the unit's time"""
+        seconds = number(time)
         end = self._clock.seconds() + seconds
         bound = seconds if self.id() else seconds / self._clock.speed  # none that rests skips time
         self._clock.until(lambda: self._clock.seconds() >= end or self.lost(), bound)
 
-    def _exit(self, words: list[str]) -> State:
+    def expect_exit(self, *status: str) -> State:
+        """STATUS - the program has ended: 3, or "signal 9\" """
+
         def met() -> bool:
-            is_so = self.ending == " ".join(words)
+            is_so = self.ending == " ".join(status)
             self.unasked = self.unasked and not is_so
             return is_so
 
@@ -143,7 +125,7 @@ class Program(Unit):
         self._history.note("bench", "unit started\n")
 
     def stop(self) -> None:
-        """Ends all that it has started too, as the service manager does with its control group."""
+        """Kills all that it has started too, as the service manager does with its control group."""
         self._stopping = True
         if self._process:
             self._process.stop()
@@ -188,17 +170,9 @@ class Recorded:
 
     def __init__(self, machine: Machine, recorder: str) -> None:
         self._machine, self._recorder = machine, recorder
-        self.verbs = table(
-            """
-            call NAME [ARGUMENT...] prints TEXT  what a recorded program answers, for these arguments or all
-            call NAME [ARGUMENT...] takes SECONDS|holds|fails [STATUS]  how; it holds until it is real again
-            call NAME missing|idle|real   not there; quick and without record; as at the start
-            """,
-            call=self._call,
-        )
 
     def arrange(self, real: list[str]) -> None:
-        """Puts the stand-ins in place; the programs of the search path that are listed run behind."""
+        """Puts the stand-ins in place; behind those in `real` the programs of the search path run."""
         self._machine.mkdir(f"{places.BENCH}/real")
         for name in [*FIXED, *SEARCHED]:
             self._install(name)
@@ -209,7 +183,7 @@ class Recorded:
         self.set_reply("vcgencmd", "output", "temp=48.3'C\n")
         self.set_reply("pngview", "delay", "3600\n")  # shows its image until it is killed
 
-    def set_reply(self, key: str, trait: str, value: str = "") -> None:
+    def set_reply(self, key: str, trait: str, value: str) -> None:
         """One trait of a reply, the others as they are; never seen half written."""
         place = f"{places.BENCH}/replies/{key}"
         self._machine.mkdir(place)
@@ -225,34 +199,35 @@ class Recorded:
         if program:
             self._machine.link(program, f"{places.BENCH}/real/{name}")
 
-    def _call(self, words: list[str]) -> None:
-        name = words[0]
-        acts: dict[str, Callable[[str, str], object]] = {
-            "prints": lambda key, value: self.set_reply(key, "output", value),
-            "takes": lambda key, value: self.set_reply(key, "delay", f"{number(value):g}\n"),
-            "holds": lambda key, value: self.set_reply(key, "hold"),
-            "fails": lambda key, value: self.set_reply(key, "status", f"{value or 1}\n"),
-            "real": lambda key, value: self.clear_reply(key),
-            "missing": lambda key, value: self._machine.remove(place_of(name)),
-            "idle": lambda key, value: self._machine.link("/bin/true", place_of(name)),
-        }
-        at = next((at for at, word in enumerate(words) if at and word in acts), None)
+    def do_call(self, *words: str) -> None:
+        """NAME [ARGUMENT...] prints TEXT - what a recorded program answers, for these arguments or all
+        NAME [ARGUMENT...] takes SECONDS|holds|fails [STATUS] - how; it holds until it is real again
+        NAME missing|idle|real - not there; quick and without record; as at the start"""
+        verbs = (*TRAITS, "missing", "idle", "real")
+        at = next((at for at, word in enumerate(words) if at and word in verbs), None)
         if at is None:
-            raise Failure(f"call NAME [ARGUMENT...] {', '.join(acts)}?")
-        if words[at] == "real":
-            self._machine.remove(place_of(name))  # it may be something else by now
+            raise Failure(f"call NAME [ARGUMENT...] {', '.join(verbs)}?")
+        name, key, verb, value = (
+            words[0],
+            " ".join(words[:at]),
+            words[at],
+            " ".join(words[at + 1 :]),
+        )
+        if verb == "idle":
+            self._machine.link("/bin/true", place_of(name))
+            return
+        if verb in ("missing", "real"):
+            self._machine.remove(place_of(name))
         # Programs of the search path are taken up when first asked for.
-        if words[at] not in ("missing", "idle") and not self._machine.exists(place_of(name)):
+        if verb != "missing" and not self._machine.exists(place_of(name)):
             self._install(name)
             if name not in FIXED:
                 self._set_real(name, self._machine.which(name))
-        acts[words[at]](" ".join(words[:at]), " ".join(words[at + 1 :]))
-
-
-def choice(words: list[str], choices: dict[str, str]) -> str:
-    if words[0] not in choices:
-        raise Failure(" or ".join(choices) + "?")
-    return choices[words[0]]
+        if verb == "real":
+            self.clear_reply(key)
+        if verb in TRAITS:
+            text = value if verb == "prints" else f"{number(value or '1'):g}\n"
+            self.set_reply(key, TRAITS[verb], text)
 
 
 class Hardware:
@@ -260,25 +235,12 @@ class Hardware:
 
     def __init__(self, machine: Machine, recorded: Recorded) -> None:
         self._machine, self._recorded = machine, recorded
-        self.verbs = table(
-            f"""
-            adc CHANNEL READING        {' '.join(CHANNELS)}: adc Inter 0x64
-            adc healthy                all channels as at the start
-            usbfault on|off            the USB fault line
-            camera missing|back|lost   the camera
-            encoder fails|works        the encoder
-            """,
-            adc=self._adc,
-            usbfault=lambda words: self.set_fault(choice(words, FAULT)),
-            camera=lambda words: self.set_camera(choice(words, CAMERA)),
-            encoder=lambda words: self._tell("encoder", choice(words, ENCODER)),
-        )
 
     def arrange(self) -> None:
-        self._adc(["healthy"])
+        self.do_adc("healthy")
         self.set_fault("0")
         self.set_camera("ok")
-        self._tell("encoder", "ok")
+        self._set_part("encoder", "ok")
 
     def set_channel(self, number: str, reading: str) -> None:
         self._recorded.set_reply(f"KT6120_bb_read.sh {number}", "output", reading + "\n")
@@ -287,87 +249,90 @@ class Hardware:
         self._recorded.set_reply(FAULT_LINE, "output", level + "\n")
 
     def set_camera(self, state: str) -> None:
-        self._tell("camera", state)
+        self._set_part("camera", state)
 
-    def _tell(self, part: str, state: str) -> None:
+    def do_adc(self, channel: str, *reading: str) -> None:
+        """CHANNEL READING - what the converter reads: adc Inter 0x64
+        healthy - all channels as at the start"""
+        if channel not in ("healthy", *CHANNELS):
+            raise Failure(f"no channel {channel} among {' '.join(CHANNELS)}")
+        for name, (place, healthy) in CHANNELS.items():
+            if channel in ("healthy", name):
+                self.set_channel(place, " ".join(reading) if reading else healthy)
+
+    def do_usbfault(self, state: str) -> None:
+        """on|off - the USB fault line"""
+        self.set_fault(choice(state, {"on": "1", "off": "0"}))
+
+    def do_camera(self, state: str) -> None:
+        """missing|back|lost - the camera"""
+        self.set_camera(choice(state, {"missing": "missing", "back": "ok", "lost": "lost"}))
+
+    def do_encoder(self, state: str) -> None:
+        """fails|works - the encoder"""
+        self._set_part("encoder", choice(state, {"fails": "fails", "works": "ok"}))
+
+    def _set_part(self, part: str, state: str) -> None:
         self._machine.write(f"{places.BENCH}/{part}", state.encode() + b"\n")
 
-    def _adc(self, words: list[str]) -> None:
-        if words[0] != "healthy" and words[0] not in CHANNELS:
-            raise Failure(f"the converter has no channel {words[0]}")
-        for name, (channel, reading) in CHANNELS.items():
-            if words[0] == "healthy":
-                self.set_channel(channel, reading)
-            elif words[0] == name:
-                self.set_channel(channel, " ".join(words[1:]))
+
+def choice(word: str, choices: dict[str, str]) -> str:
+    if word not in choices:
+        raise Failure(" or ".join(choices) + "?")
+    return choices[word]
 
 
 class Files:
-    """Files of the unit, as others on it would leave them."""
+    """Files of the unit, as other programs on it would leave them."""
 
     def __init__(self, machine: Machine) -> None:
         self._machine = machine
-        self.verbs = table(
-            """
-            web KEYWORD [ARGUMENT]         the page writes into the commands file
-            web replace KEYWORD|delete     it puts another file in its place; takes it away
-            config KEY VALUE               writes the configuration file: config Lamp/MaxCurrent 30
-            store KEY VALUE                writes the status store, as another program would
-            file PATH TEXT                 makes a file with that content
-            folder PATH                    makes a folder
-            readonly PATH                  nothing can be written there
-            writable PATH                  takes readonly back
-            remove PATH                    removes a file or a folder with all it holds
-            """,
-            web=self._web,
-            config=lambda words: self._set(places.CONFIGURATION, words),
-            store=lambda words: self._set(places.STORE, words),
-            file=lambda words: machine.write(words[0], to_bytes(" ".join(words[1:]))),
-            folder=lambda words: machine.mkdir(words[0]),
-            readonly=self._protect,
-            writable=lambda words: machine.run("umount", "--lazy", words[0]),
-            remove=lambda words: machine.remove(words[0]),
-        )
-        self.expects = table(
-            """
-            file PATH TEXT  the file holds the text
-            nofile PATH     there is no such file
-            """,
-            file=self._holds,
-            nofile=lambda words: State(
-                lambda: not machine.exists(words[0]), lambda: f"{words[0]} is there"
-            ),
-        )
 
-    def _content(self, path: str) -> bytes:
-        return self._machine.read(path) or b""
-
-    def _web(self, words: list[str]) -> None:
-        how = "replace" if words[0] == "replace" else "overwrite"
-        line = to_bytes(" ".join(words[how == "replace" :]) + "\n")
-        if words[0] == "delete":
+    def do_web(self, *words: str) -> None:
+        """KEYWORD [ARGUMENT] - the page writes into the commands file
+        replace KEYWORD|delete - it puts another file in its place; takes it away"""
+        how = "replace" if words[:1] == ("replace",) else "overwrite"
+        if words == ("delete",):
             self._machine.remove(places.COMMANDS)
         else:
-            self._machine.write(places.COMMANDS, line, how)
+            line = " ".join(words[how == "replace" :]) + "\n"
+            self._machine.write(places.COMMANDS, to_bytes(line), how)
 
-    def _set(self, path: str, words: list[str]) -> None:
-        """A key of an INI file, which is replaced as a whole."""
-        key, value = words[0] if "/" in words[0] else "General/" + words[0], " ".join(words[1:])
+    def do_store(self, key: str, *words: str) -> None:
+        """KEY VALUE - writes the status store, as another program would"""
+        group, _, name = key.rpartition("/")
+        value = " ".join(words)
         if set(',;"') & set(value):
             value = '"' + value.replace('"', '\\"') + '"'
-        groups: dict[str, str] = {}
-        for whole, text in {**parse(self._content(path)), key: value}.items():
-            group, _, name = whole.partition("/")
-            groups[group] = groups.get(group, f"[{group}]\n") + f"{name}={text}\n"
-        self._machine.write(path, to_bytes("\n".join(groups.values())), "replace")
+        # The file is replaced as a whole, and of two lines of a key the last one holds.
+        lines = to_bytes(f"\n[{group or 'General'}]\n{name}={value}\n")
+        content = self._machine.read(places.STORE) or b""
+        self._machine.write(places.STORE, content + lines, "replace")
 
-    def _protect(self, words: list[str]) -> None:
-        self._machine.run("mount", "--bind", words[0], words[0])
-        self._machine.run("mount", "-o", "remount,bind,ro", words[0])
+    def do_file(self, path: str, *words: str) -> None:
+        """PATH TEXT - makes a file with that content"""
+        self._machine.write(path, to_bytes(" ".join(words)))
 
-    def _holds(self, words: list[str]) -> State:
-        path, text = words[0], to_bytes(" ".join(words[1:]))
+    def do_remove(self, path: str) -> None:
+        """PATH - removes a file or a folder with all it holds"""
+        self._machine.remove(path)
+
+    def do_run(self, *command: str) -> None:
+        """COMMAND [ARGUMENT...] - runs a command on the unit: run mount -o bind,ro FOLDER FOLDER"""
+        self._machine.run(*command)
+
+    def expect_file(self, path: str, *words: str) -> State:
+        """PATH TEXT - the file holds the text"""
+        text = to_bytes(" ".join(words))
+
+        def content() -> bytes:
+            return self._machine.read(path) or b""
+
         return State(
-            lambda: text in self._content(path),
-            lambda: f"{path} holds:\n{to_text(self._content(path)[-TEXT_SHOWN:])}",
+            lambda: text in content(),
+            lambda: f"{path} holds:\n{to_text(content()[-TEXT_SHOWN:])}",
         )
+
+    def expect_nofile(self, path: str) -> State:
+        """PATH - there is no such file"""
+        return State(lambda: not self._machine.exists(path), lambda: f"{path} is there")

@@ -12,7 +12,7 @@ from struct import pack, unpack_from
 from threading import Thread
 from time import monotonic
 
-from bench import Failure, State, number, places, table, to_text
+from bench import Failure, State, number, places, to_text
 from bench.phone import Network
 from bench.watch import History
 from bench.world import Clock, Loop, Process
@@ -92,11 +92,6 @@ class Video:
     def __init__(self, loop: Loop, clock: Clock, history: History, network: Network | None) -> None:
         self._loop, self._clock, self._history, self._network = loop, clock, history, network
         self._taps: dict[int, Tap] = {}
-        self.expects = table(
-            "rtp PORT rate A..B  frames a second: 8083, 49152, 8001", rtp=self._look
-        )
-        what = f"{'|'.join(PORTS)} FILE.png  a picture of it"
-        self.verbs = table(f"snapshot {what}", snapshot=self.snapshot)
 
     def tap(self, port: int) -> Tap:
         """Listens in from its first use on."""
@@ -128,12 +123,20 @@ class Video:
         Thread(target=feed, daemon=True).start()
         return decoder
 
-    def _look(self, words: list[str]) -> State:
-        if words[1] != "rate" or ".." not in words[2]:
+    def expect_rtp(self, port: str, what: str, rates: str) -> State:
+        """PORT rate A..B - frames a second: 8083, 49152, 8001"""
+        least, found, most = rates.partition("..")
+        if what != "rate" or not found:
             raise Failure("rtp PORT rate A..B")
-        tap = self.tap(int(number(words[0])))
-        least, most = (number(word) for word in words[2].split(".."))
-        return State(lambda: least <= tap.rate() <= most, lambda: f"{tap.rate()} frames a second")
+        tap = self.tap(int(number(port)))
+        return State(
+            lambda: number(least) <= tap.rate() <= number(most),
+            lambda: f"{tap.rate()} frames a second",
+        )
+
+    def do_snapshot(self, name: str, file: str) -> None:
+        """pal|phone|ethernet FILE.png - a picture of it"""
+        self.snapshot([name, file])
 
     def snapshot(self, words: list[str]) -> None:
         if words[0] not in PORTS:

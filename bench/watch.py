@@ -7,7 +7,7 @@ from collections import Counter
 from collections.abc import Callable
 from functools import partial
 
-from bench import Failure, State, number, places, table, to_bytes, to_text
+from bench import Failure, Row, State, number, places, to_bytes, to_text
 from bench.machine import GAUGES, Machine
 from bench.world import Act, Clock, Loop
 
@@ -84,7 +84,6 @@ class Store:
     def __init__(self, history: History) -> None:
         self._history = history
         self.values: dict[str, str] = {}
-        self.expects = table("store KEY VALUE  the status store on disk", store=self._look)
 
     def hear(self, content: bytes) -> None:
         """The whole file after a change."""
@@ -93,10 +92,10 @@ class Store:
             if (old := before.get(key, "-")) != value:
                 self._history.note("change", f"{key}: {old} -> {value}\n")
 
-    def _look(self, words: list[str]) -> State:
-        key, value = words[0], " ".join(words[1:])
+    def expect_store(self, key: str, *value: str) -> State:
+        """KEY VALUE - the status store on disk"""
         return State(
-            lambda: self.values.get(key, "") == value,
+            lambda: self.values.get(key, "") == " ".join(value),
             lambda: f"{key} is {self.values.get(key, 'missing')}",
         )
 
@@ -111,41 +110,38 @@ class Gauges:
         self._process = process
         self._marked = dict.fromkeys(GAUGES, 0.0)
         history.when_marked.append(lambda: self._marked.update(self.values()))
-        self.verbs = table(
-            """
-            show         what the program takes: memory, descriptors, children, CPU time
-            sample FILE  adds a row of the same to a table
-            """,
-            show=self._show,
-            sample=self._sample,
-        )
-        forms = [f"{name} [growth] below N  {what}\n" for name, what in GAUGES.items()]
-        self.expects = table(
-            "".join(forms) + "processes TEXT N  so many have it in their command line",
-            processes=self._count,
-            **{name: partial(self._look, name) for name in GAUGES},
-        )
+        self.expects = [
+            Row(name, "[growth] below N", what, lambda *words, name=name: self._look(name, *words))
+            for name, what in GAUGES.items()
+        ]
 
     def values(self) -> dict[str, float]:
         process = self._process()
         return self._machine.gauges(process) if process else dict.fromkeys(GAUGES, 0.0)
 
-    def _show(self, _: list[str]) -> None:
+    def do_show(self) -> None:
+        """what the program takes: memory, descriptors, children, CPU time"""
         for name, value in self.values().items():
             self._history.note("bench", f"{name} {value:g}\n")
 
-    def _sample(self, words: list[str]) -> None:
+    def do_sample(self, file: str) -> None:
+        """FILE - adds a row of the same to a table"""
         columns = {"day": f"{self._clock.seconds() / DAY:.3f}"}
         columns |= {name: f"{value:g}" for name, value in self.values().items()}
         for name, path in (("log", places.LOG), ("csv", places.STATUS_ROWS)):
             columns[name] = str(len(self._machine.read(path) or b""))
         row = ",".join(columns.values()) + "\n"
-        with open(places.of_caller(words[0]), "a") as table:
+        with open(places.of_caller(file), "a") as table:
             table.write((",".join(columns) + "\n" if table.tell() == 0 else "") + row)
         self._history.note("bench", f"sample {row}")
 
-    def _look(self, name: str, words: list[str]) -> State:
-        if words[-2] != "below":
+    def expect_processes(self, text: str, count: str) -> State:
+        """TEXT N - so many have it in their command line"""
+        running = partial(self._machine.processes_with, text)
+        return State(lambda: running() == number(count), lambda: f"{running()} run")
+
+    def _look(self, name: str, *words: str) -> State:
+        if words[-2:-1] != ("below",):
             raise Failure(f"expect {name} [growth] below N")
         limit = number(words[-1])
         base = self._marked[name] if words[0] == "growth" else 0
@@ -153,12 +149,6 @@ class Gauges:
             lambda: self._process() > 0 and self.values()[name] - base < limit,
             lambda: f"{name} is {self.values()[name]:g}, at the mark it was {base:g}",
         )
-
-    def _count(self, words: list[str]) -> State:
-        def count() -> int:
-            return self._machine.processes_with(words[0])
-
-        return State(lambda: count() == number(words[1]), lambda: f"{count()} run")
 
 
 def printable(content: bytes) -> str:

@@ -11,7 +11,7 @@ from collections.abc import Callable, Sequence
 from time import monotonic
 from typing import TypeVar
 
-from bench import Failure, number, table, to_text
+from bench import Failure, number, to_text
 
 T = TypeVar("T")
 Act = Callable[[], object]
@@ -130,10 +130,10 @@ class Clock:
         os.truncate(page, 3 * 8)
         self._pace = memoryview(mmap.mmap(page, 3 * 8)).cast("q")
         self.set_pace(1)
-        self.verbs = table(
-            "speed N [STRIDE]  its timers run N times as fast; each rest lasts STRIDE seconds at least",
-            speed=lambda words: self.set_pace(*map(number, words[:2])),
-        )
+
+    def do_speed(self, speed: str, stride: str = "0") -> None:
+        """N [STRIDE] - its timers run N times as fast; each rest lasts STRIDE seconds at least"""
+        self.set_pace(number(speed), number(stride))
 
     def set_pace(self, speed: float, stride: float = 0) -> None:
         """The program is faster only while it rests. One that was started at speed 1 stays there."""
