@@ -6,33 +6,32 @@ import socket
 import subprocess
 from collections import deque
 from collections.abc import Callable
-from contextlib import nullcontext, suppress
-from queue import SimpleQueue
+from contextlib import nullcontext
 from struct import pack, unpack_from
-from threading import Thread
 from time import monotonic
 
 from bench import Failure, State, number, places, to_text
 from bench.phone import Network
 from bench.watch import History
-from bench.world import Clock, Loop, Process
+from bench.world import Clock, Loop
 
 PORTS = {"pal": 8083, "phone": 49152, "ethernet": 8001}
 ETH_P_IP = 0x0800
 WINDOW = 2.0  # s
 STAMPS_PER_SECOND = 90000
-UDP_HEADER, RTP_HEADER = 8, 12
+PORT, RTP = 22, 28  # where a UDP packet of IPv4 holds its port and its content
+TIME, PAYLOAD = 4, 12  # where RTP holds its time and what it carries
 SEQUENCE_PARAMETERS, AGGREGATE = 7, 24  # types of packets; the first leads a key frame
 MARKER = 0x80  # the last packet of a frame
 PATIENCE = 60  # s
 
-# Takes packets that are each led by their length in two bytes.
-DECODE = (
+# Takes packets that are each led by their length in two bytes. A slow decoder writes its last picture:
+# the queue drops older ones.
+TO_PNG = (
     "gst-launch-1.0 -q fdsrc ! application/x-rtp-stream,media=video,clock-rate=90000,"
-    "encoding-name=H264 ! rtpstreamdepay ! rtph264depay ! h264parse ! avdec_h264 !"
+    "encoding-name=H264 ! rtpstreamdepay ! rtph264depay ! h264parse ! avdec_h264 ! queue "
+    "leaky=downstream max-size-buffers=1 ! videoconvert ! pngenc ! multifilesink"
 ).split()
-# A slow decoder's last picture: what the queue passes over is older.
-TO_PNG = "queue leaky=downstream max-size-buffers=1 ! videoconvert ! pngenc ! multifilesink".split()
 
 
 class Tap:
@@ -46,25 +45,21 @@ class Tap:
 
     def take(self, packet: bytes) -> None:
         """An IP packet that passes."""
-        header = (packet[0] & 0x0F) * 4
-        rtp = packet[header + UDP_HEADER :]
-        if (
-            packet[9] != socket.IPPROTO_UDP
-            or unpack_from(">H", packet, header + 2)[0] != self._port
-            or len(rtp) < RTP_HEADER + 4
-        ):
+        rtp = packet[RTP:]
+        udp = packet[9] == socket.IPPROTO_UDP
+        if not udp or unpack_from(">H", packet, PORT)[0] != self._port or len(rtp) < PAYLOAD + 4:
             return
         framed = pack(">H", len(rtp)) + rtp
-        kinds = [rtp[at] & 0x1F for at in (RTP_HEADER, RTP_HEADER + 3)]
+        kinds = [rtp[at] & 0x1F for at in (PAYLOAD, PAYLOAD + 3)]
         if kinds[0] == SEQUENCE_PARAMETERS or kinds == [AGGREGATE, SEQUENCE_PARAMETERS]:
             self.kept = [framed]
         elif self.kept:
             self.kept.append(framed)
         if rtp[1] & MARKER:
-            self._frames.append((monotonic(), unpack_from(">I", rtp, 4)[0]))
+            self._frames.append((monotonic(), unpack_from(">I", rtp, TIME)[0]))
             while self._frames[0][0] < self._frames[-1][0] - WINDOW:
                 self._frames.popleft()
-        for listener in list(self.listeners):
+        for listener in self.listeners:
             listener(framed)
 
     def rate(self) -> float:
@@ -94,41 +89,18 @@ class Video:
         self._taps: dict[int, Tap] = {}
 
     def tap(self, port: int) -> Tap:
-        """Listens in from its first use on."""
+        """Listens in from its first use on: at the phone, or for the PAL picture in the unit's world."""
         if port not in self._taps:
             self._taps[port] = Tap(port)
-            self._open(port, self._taps[port])
+            here = port == PORTS["pal"] or not self._network
+            with nullcontext() if here else self._network.in_phone():  # type: ignore[union-attr]
+                listen(self._loop, self._taps[port])
         return self._taps[port]
 
-    def _open(self, port: int, tap: Tap) -> None:
-        """On the wire at the phone, or, for the PAL picture, in the unit's world."""
-        here = port == PORTS["pal"] or not self._network
-        with nullcontext() if here else self._network.in_phone():  # type: ignore[union-attr]
-            listen(self._loop, tap)
-
-    def decode(self, port: int, elements: list[str], heard: Callable[[bytes], object]) -> Process:
-        """gst-launch with these elements behind the decoder, from the last key frame on."""
-        tap, packets = self.tap(port), SimpleQueue[bytes]()
-        decoder = Process(self._loop, DECODE + elements, stdout=heard, stdin=subprocess.PIPE)
-        packets.put(b"".join(tap.kept))
-        tap.listeners.append(packets.put)
-
-        def feed() -> None:  # which waits for a decoder that is slow
-            with suppress(OSError), decoder.child.stdin as pipe:
-                while True:  # until it has ended
-                    pipe.write(packets.get())
-                    pipe.flush()
-            tap.listeners.remove(packets.put)
-
-        Thread(target=feed, daemon=True).start()
-        return decoder
-
-    def expect_rtp(self, port: str, what: str, rates: str) -> State:
+    def expect_rtp(self, port: str, _: str, rates: str) -> State:
         """PORT rate A..B - frames a second: 8083, 49152, 8001"""
-        least, found, most = rates.partition("..")
-        if what != "rate" or not found:
-            raise Failure("rtp PORT rate A..B")
         tap = self.tap(int(number(port)))
+        least, _, most = rates.partition("..")
         return State(
             lambda: number(least) <= tap.rate() <= number(most),
             lambda: f"{tap.rate()} frames a second",
@@ -136,19 +108,15 @@ class Video:
 
     def do_snapshot(self, name: str, file: str) -> None:
         """pal|phone|ethernet FILE.png - a picture of it"""
-        self.snapshot([name, file])
-
-    def snapshot(self, words: list[str]) -> None:
-        if words[0] not in PORTS:
+        if name not in PORTS:
             raise Failure("snapshot pal, phone or ethernet?")
-        tap, picture = self.tap(PORTS[words[0]]), places.of_caller(words[1])
+        tap, picture = self.tap(PORTS[name]), places.of_caller(file)
         if not self._clock.until(lambda: tap.rate() > 0 and len(tap.kept) > 0, PATIENCE):
-            raise Failure(f"nothing comes at port {PORTS[words[0]]}")
-        command = [*DECODE, *TO_PNG, f"location={picture}"]
-        stream = b"".join(tap.kept)
+            raise Failure(f"nothing comes at port {PORTS[name]}")
+        command, stream = [*TO_PNG, f"location={picture}"], b"".join(tap.kept)
         done = self._loop.apart(
             lambda: subprocess.run(command, input=stream, capture_output=True, timeout=PATIENCE)
         )
         if done.returncode != 0 or not os.path.getsize(picture):
             raise Failure(to_text(done.stdout + done.stderr))
-        self._history.note("bench", f"picture written to {words[1]}\n")
+        self._history.note("bench", f"picture written to {file}\n")
