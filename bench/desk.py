@@ -78,7 +78,7 @@ class Desk(Around):
         self.video = Video(self.loop, self.clock, self.history, self.network)
         self.assemble(["killall"], lambda heard: pseudo_terminal(self.loop, places.SERIAL, heard))
         self.unit.when_ended.append(self.mcu.renew_line)
-        self.page = Page(self.loop, self.history, self.video, self.run)
+        self.page = Page(self.loop)
         self.commands.offer(self.page)
 
     def __exit__(self, *_: object) -> None:

@@ -1,47 +1,58 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: LicenseRef-KT6120
-"""The unit's side of the bench, on a board: does there what the desk asks for over the console.
+"""The agent: runs on the board and does there what the bench asks for over the console.
 
     python3 -m bench.board.agent CONSOLE
 
-Each message is a line: a mark, and a Python tuple. The desk says ("ask", N, METHOD, ARGUMENTS, F), of the
-methods of Unit, and says so again until it has heard the answer of that number, ("done", N, VALUE) or
-("failed", N, TEXT): a line of a board that is booting is lost now and then, and the console's echo of a
-question is no answer. What has been done is not done twice. Where F is no 0, it stands for a function,
-the last argument, whose calls are told: ("call", F, ARGUMENTS). "ready" comes once, at the start.
+A message is a line: a mark and a Python tuple. The bench sends ("ask", N, METHOD, ARGUMENTS), a method of
+Unit, and repeats it until it gets ("done", N, VALUE) or ("failed", N, TEXT), because a board that boots
+loses lines. The agent carries out each number once. Methods of HEARING send ("heard", N, CONTENT) too.
 """
 
 import ast
 import os
 import sys
 import tty
+from collections.abc import Callable
 from typing import Any
 
 from bench.machine import Machine
 from bench.video import Video
 from bench.watch import History
-from bench.world import Clock, Loop
+from bench.world import Clock, Heard, Loop
 
 MARK = b"@bench "
+HEARING = ("follow", "spawn", "watch")  # their last argument is a function
 
 
 def encode(*message: object) -> bytes:
-    """A line of its own, whatever the console has said before."""
+    """On a new line, whatever the console has printed before."""
     return b"\n" + MARK + ascii(message).encode() + b"\n"
 
 
 def decode(line: bytes) -> tuple[Any, ...]:
-    """Of a line that is no message, or not all of one, ("",)."""
-    _, _, content = line.partition(MARK)
+    """("",) for a line that is no message, or not all of one."""
     try:
-        message = ast.literal_eval(content.decode())
+        message = ast.literal_eval(line.partition(MARK)[2].decode())
     except (ValueError, SyntaxError):
         return ("",)
     return message if isinstance(message, tuple) else ("",)
 
 
+def by_line(take: Callable[[bytes], object]) -> Heard:
+    rest = b""
+
+    def hear(content: bytes) -> None:
+        nonlocal rest
+        *lines, rest = (rest + content).split(b"\n")
+        for line in lines:
+            take(line)
+
+    return hear
+
+
 class Unit(Machine):
-    """The unit's computer, and what is seen of its picture there."""
+    """The unit's computer and the PAL picture that passes on it."""
 
     def __init__(self, loop: Loop) -> None:
         super().__init__(loop)
@@ -55,29 +66,25 @@ class Unit(Machine):
 
 
 class Agent:
-    def __init__(self, loop: Loop, console: str, machine: object) -> None:
-        self._machine, self._console = machine, os.open(console, os.O_RDWR | os.O_NOCTTY)
+    def __init__(self, loop: Loop, console: str) -> None:
+        self._unit, self._console = Unit(loop), os.open(console, os.O_RDWR | os.O_NOCTTY)
         tty.setraw(self._console)
-        loop.reads(self._console, self._hear)
-        self._rest, self._answer = b"", b""
-        self._last = 0  # the question that was taken last
-        self._say(encode("ready"))
+        hear = by_line(self._take)
+        loop.reads(self._console, lambda: hear(os.read(self._console, 65536)))
+        self._last, self._answer = 0, b""
 
-    def _hear(self) -> None:
-        *lines, self._rest = (self._rest + os.read(self._console, 65536)).split(b"\n")
-        for line in lines:
-            word, *rest = decode(line)
-            if word == "ask":
-                self._take(*rest)
-
-    def _take(self, number: int, method: str, arguments: tuple[Any, ...], function: int) -> None:
+    def _take(self, line: bytes) -> None:
+        word, *question = decode(line)
+        if word != "ask":
+            return
+        number, method, arguments = question
         if number != self._last:
-            self._last, self._answer = number, b""
-            if function:
-                arguments += (lambda *told: self._say(encode("call", function, told)),)
+            self._last = number
+            if method in HEARING:
+                arguments += (lambda content: self._say(encode("heard", number, content)),)
             try:
-                self._answer = encode("done", number, getattr(self._machine, method)(*arguments))
-            except Exception as error:  # whatever it is, the desk hears of it
+                self._answer = encode("done", number, getattr(self._unit, method)(*arguments))
+            except Exception as error:  # of any kind: the bench reports it
                 self._answer = encode("failed", number, str(error))
         self._say(self._answer)
 
@@ -88,5 +95,5 @@ class Agent:
 
 if __name__ == "__main__":
     main_loop = Loop()
-    Agent(main_loop, sys.argv[1], Unit(main_loop))
+    Agent(main_loop, sys.argv[1])
     main_loop.until(lambda: False)

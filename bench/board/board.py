@@ -1,30 +1,34 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
-"""The virtual unit on an emulated board; the world around it is the desk's."""
+"""The virtual unit on an emulated board: program, hardware, picture and power as a board has them."""
 
 import random
 from collections.abc import Callable
-from typing import cast
+from typing import Any, cast
 
-from bench import Failure, State, number, table
+from bench import Failure, State, number, places, table
 from bench.desk import Around
 from bench.machine import Machine
 from bench.mcu import to_socket
-from bench.unit import Recorded
+from bench.unit import FAULT_LINE, Hardware, Recorded, Unit
+from bench.video import PORTS, Tap, Video
 from bench.watch import History
 from bench.world import Clock, Loop
 
 from .emulator import Emulator
 from .network import BoardNetwork
 from .remote import Remote
-from .unit import BoardHardware, BoardVideo, Service
 
 RECORDER = "/usr/lib/board/bench/recorder"
-# What a board has of the programs that are recorded; what would end it stays recorded only.
+# The recorded programs that run for real too; the others would end the board or have no device.
 REAL = ["killall", "logrotate", "gpioset", "gpioget", "gpioinfo", "i2cget"]
+SERVICE = "kt6120.service"
+JOURNAL = ["journalctl", "--follow", "--lines=0", "--output=cat", f"--unit={SERVICE}"]
+RESTART = b"Scheduled restart job"
+PICTURE = "/tmp/picture.png"
 
 
 class BoardClock(Clock):
-    """The board's own time: its clock counts instructions, and nothing makes it faster."""
+    """The board's clock counts instructions; `speed` has no effect."""
 
     def __init__(self, loop: Loop, emulator: Emulator) -> None:
         super().__init__(loop)
@@ -37,8 +41,7 @@ class BoardClock(Clock):
         return self._emulator.seconds
 
     def until(self, condition: Callable[[], bool], seconds: float) -> bool:
-        end = self.seconds() + seconds
-        met = False
+        end, met = self.seconds() + seconds, False
 
         def is_over() -> bool:
             nonlocal met
@@ -48,20 +51,89 @@ class BoardClock(Clock):
         self._loop.until(is_over)
         return met
 
-    def rest(self, seconds: float) -> None:
-        self.until(lambda: False, seconds)
+
+class Service(Unit):
+    """The unit's program as a service, whose journal is its standard output."""
+
+    def __init__(self, clock: Clock, history: History, board: Remote) -> None:
+        super().__init__(clock)
+        self._history, self._board = history, board
+        board.spawn(JOURNAL, self._hear)
+
+    def start(self) -> None:
+        self.ending, self.unasked = "", False
+        self._board.run("systemctl", "start", "--no-block", SERVICE)
+        self._history.note("bench", "unit started\n")
+
+    def stop(self) -> None:
+        self._board.run("systemctl", "stop", SERVICE)
+
+    def signal(self, number: int) -> None:
+        self._board.run("systemctl", "kill", "--kill-whom=main", f"--signal={number}", SERVICE)
+
+    def id(self) -> int:
+        if not self._board.emulator.running:
+            return 0
+        return int(self._board.run("systemctl", "show", "--property=MainPID", "--value", SERVICE))
+
+    def _hear(self, said: bytes) -> None:
+        self._history.note("stdout", said)
+        if RESTART in said:
+            self.unasked = True
+            self.has_ended("restarted")
+
+
+class BoardHardware(Hardware):
+    """An EEPROM is the converter; fault line and camera are the kernel's."""
+
+    def set_channel(self, number: str, reading: str) -> None:
+        if not reading.startswith("0x"):  # the EEPROM holds bytes only
+            return super().set_channel(number, reading)
+        self._recorded.clear_reply(f"KT6120_bb_read.sh {number}")
+        self._machine.run("i2cset", "-y", "1", "0x48", number, reading, "b")
+
+    def set_fault(self, level: str) -> None:
+        if level == "0":
+            return self._recorded.clear_reply(FAULT_LINE)  # the line itself reads 0
+        super().set_fault(level)
+
+    def set_camera(self, state: str) -> None:
+        self._machine.run("modprobe", *([] if state == "ok" else ["--remove"]), "vivid")
+
+
+class PalTap(Tap):
+    """The PAL picture does not leave the board: the agent counts its frames."""
+
+    def __init__(self, board: Remote) -> None:
+        super().__init__(PORTS["pal"])
+        self._board = board
+
+    def rate(self) -> float:
+        return float(self._board.rate(PORTS["pal"]))
+
+
+class BoardVideo(Video):
+    def __init__(self, board: Remote, *parts: Any) -> None:
+        super().__init__(*parts)
+        self._board = board
+        self._taps[PORTS["pal"]] = PalTap(board)
+
+    def snapshot(self, words: list[str]) -> None:
+        if words[0] != "pal":
+            return super().snapshot(words)
+        self._board.snapshot("pal", PICTURE)
+        with open(places.of_caller(words[1]), "wb") as file:
+            file.write(self._board.read(PICTURE))
 
 
 class Board(Around):
     def __init__(self, folder: str) -> None:
-        """Keeps card and sockets of the machine in the folder."""
+        """The folder is for the card and the sockets."""
         loop, history = Loop(), History()
-        self._remote = Remote(loop, history, folder)
-        self._emulator = self._remote.emulator
-        machine = cast(Machine, self._remote)
-        clock = BoardClock(loop, self._emulator)
-        self._rest = clock.rest
-        self._network = BoardNetwork(loop, history, clock.rest, self._remote)
+        self._remote = remote = Remote(loop, history, folder)
+        self._emulator = remote.emulator
+        machine, clock = cast(Machine, remote), BoardClock(loop, remote.emulator)
+        self._network = network = BoardNetwork(loop, clock, history, remote)
         self._switch_on()
         recorded = Recorded(machine, RECORDER)
         super().__init__(
@@ -69,24 +141,24 @@ class Board(Around):
             clock,
             history,
             machine,
-            Service(clock, history, self._remote),
+            Service(clock, history, remote),
             BoardHardware(machine, recorded),
             recorded,
             REAL,
-            self._network,
-            BoardVideo(self._remote, loop, clock, history, self._network),
+            network,
+            BoardVideo(remote, loop, clock, history, network),
             lambda heard: to_socket(loop, f"{folder}/mcu", heard),
         )
         self.verbs = table(
             """
-            power cut [SECONDS]  within so many, without a word
+            power cut [SECONDS]  at a random moment of so many seconds
             power on             it boots from its card
             """,
             power=self._power,
         )
         self.expects = table(
             """
-            gpio LINE LEVEL  what a pin shows: gpio 21 1
+            gpio LINE LEVEL  the level of a pin: gpio 21 1
             power on|off     whether it has switched itself off
             """,
             gpio=self._pin,
@@ -98,23 +170,23 @@ class Board(Around):
         self._emulator.kill()
 
     def _switch_on(self) -> None:
-        self._emulator.start(where=self._network.in_phone())  # where its adapters' far ends are
+        self._emulator.start(where=self._network.in_phone())  # QEMU opens the phone's taps
 
     def _power(self, words: list[str]) -> None:
         if words[0] == "cut":
-            self._rest(random.uniform(0, number(words[1]) if words[1:] else 0))
+            delay = random.uniform(0, number(words[1]) if words[1:] else 0)
+            self.clock.until(lambda: False, delay)
             self._emulator.kill()
         elif words == ["on"]:
             self._switch_on()
-            self.mcu.renew_line()  # before the program talks on it
+            self.mcu.renew_line()  # before the program sends on it
             self._remote.resume()
         else:
             raise Failure("cut or on?")
 
     def _pin(self, words: list[str]) -> State:
-        line, wanted = int(number(words[0])), words[1:]
-        level = self._emulator.level
-        return State(lambda: [str(level(line))] == wanted, lambda: f"it is {level(line)}")
+        line, level = int(number(words[0])), self._emulator.level
+        return State(lambda: words[1:] == [str(level(line))], lambda: f"its level is {level(line)}")
 
     def _switch(self, words: list[str]) -> State:
         def state() -> str:

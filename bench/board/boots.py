@@ -1,46 +1,55 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
-"""Boots a board for bench/board/make, until it has told on its console how a stage has ended.
+"""Boots a board for bench/board/make and writes its console to build/board/console.log.
 
-    python3 -m bench.board.boots STAGE FOLDER CARD
+    python3 -m bench.board.boots configure|ready CARD
 
-The stages: "configure", the packages' own scripts as the first process; "ready", the unit's package,
-after which the board is put away in the card. The console goes to FOLDER/console.log. Status 1 where
-the board fails or takes two hours.
+configure: the first boot, in which the packages' own scripts run. ready: installs the unit's package, runs
+the program once, which fills the caches, removes what it left, and saves a snapshot.
 """
 
-import re
 import sys
 
+from bench.watch import History
 from bench.world import Loop
 
-from .emulator import Emulator
+from .emulator import MADE
+from .remote import Remote
 
-PATIENCE = 7200  # seconds
-END = rb"configured with status (\d+)|prepare has (failed)|@bench (.+)"
-READY = b"('ready',)"
+PATIENCE = 7200  # s
+CONFIGURED = b"configured with status "
+PREPARE = """systemctl is-system-running --wait || true
+dpkg --install /usr/lib/board/kt6120.deb
+mkdir -p /var/lib/tree/home/pi/KT6120
+cp -a /home/pi/KT6120/bin /var/lib/tree/home/pi/KT6120/
+systemctl start kt6120
+sleep 15
+systemctl stop kt6120
+cp -a /usr/share/kt6120/kestraConfig.ini.default /home/pi/KT6120/bin/kestraConfig.ini
+cd /home/pi/KT6120/bin && rm -f *.log *.csv KT6120.ini *.lock
+rm -rf /run/KT6120
+journalctl --rotate --quiet && journalctl --vacuum-time=1s --quiet
+sync"""
 
 
-def boot(stage: str, folder: str, card: str) -> None:
-    loop = Loop()
-    ends: list[bytes] = []
-
-    def hear(line: bytes) -> None:
-        log.write(line + b"\n")
-        ends.extend(found[found.lastindex or 0] for found in re.finditer(END, line))
-
-    with open(f"{folder}/console.log", "wb", buffering=0) as log:
-        board = Emulator(loop, folder, hear, card)
+def boot(stage: str, card: str) -> None:
+    loop, history = Loop(), History()
+    remote = Remote(loop, history, str(MADE), card)
+    board = remote.emulator
+    with open(MADE / "console.log", "wb", buffering=0) as log:
+        history.listeners.append(lambda _, text: log.write(text))
         board.start(free=stage == "configure")
-        loop.until(lambda: bool(ends) or not board.running, PATIENCE)
-        if ends == [b"0"]:
+        if stage == "ready":
+            for line in PREPARE.splitlines():
+                remote.run("sh", "-ec", line)
+            failed = board.human_command("savevm ready")
+        else:
+            said = history.of("bench").content
+            loop.until(lambda: CONFIGURED in said or not board.running, PATIENCE)
+            failed = "" if CONFIGURED + b"0" in said else "configuring failed"
             board.command("quit")
-            loop.until(lambda: not board.running, PATIENCE)
-        elif ends == [READY]:
-            said = board.command("human-monitor-command", **{"command-line": "savevm ready"})
-            ends += [str(said).encode()] if said else []
-        board.kill()
-    if ends not in ([b"0"], [READY]):
-        sys.exit(f"the board has failed, see build/board/console.log: {ends}")
+    board.kill()
+    if failed:
+        sys.exit(f"{failed}, see build/board/console.log")
 
 
 if __name__ == "__main__":

@@ -3,7 +3,6 @@
 
 from base64 import b64decode
 from collections.abc import Callable
-from concurrent.futures import Future, ThreadPoolExecutor
 from functools import partial
 from pathlib import Path
 from typing import Any
@@ -17,9 +16,8 @@ from bench import Failure, State
 from bench.places import of_caller
 from bench.world import Loop
 
-PAGE = "http://127.0.0.1/"
-PATIENCE = 60  # s
-FIND_LIMIT = 10  # s, for what a click or a text needs to be there
+PATIENCE = 60  # s, for what an expression promises
+FIND_LIMIT = 10  # s, until an element is there
 TEXT_SHOWN = 2000
 OPTIONS = (
     "--headless=new --no-sandbox --disable-gpu --disable-quic --no-first-run --hide-scrollbars "
@@ -27,23 +25,27 @@ OPTIONS = (
     "--disable-dev-shm-usage --user-data-dir=/tmp/browser"
 ).split()
 
-# What a label, a button's text or a summary names; of selects, their option.
 BUTTON = "//button[normalize-space()='{0}'] | //summary[normalize-space()='{0}']"
 INPUT = "//input[@id=//label[normalize-space()='{0}']/@for]"
 OPTION = "//label[starts-with(normalize-space(),'{0}')]/select/option[normalize-space()='{1}']"
 KEYS = {"Tab": Keys.TAB, "Enter": Keys.ENTER, "Space": Keys.SPACE}
-ASK = "const done = arguments[0]; Promise.resolve(({})).then(done, error => done(String(error)))"
 TEXT = "return document.body.innerText.replace(/\\s+/g, ' ')"
+VALUE = "const done = arguments[0]; Promise.resolve(({})).then(done, error => done(String(error)))"
 
 
 class Browser:
-    """Its driver waits for answers: it is asked in a thread of its own."""
+    """Each call of the driver blocks, so a thread makes it while the bench goes on."""
 
     def __init__(self, loop: Loop) -> None:
-        self._loop = loop
-        self._thread = ThreadPoolExecutor(1)
-        self._complaints = ""
-        self._driver: Any = self._do(self._start)
+        self._loop, self._complaints = loop, ""
+        options: Any = webdriver.ChromeOptions()
+        for option in OPTIONS:
+            options.add_argument(option)
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+        service = Service("/usr/bin/chromedriver")
+        self._driver: Any = self._do(webdriver.Chrome, service=service, options=options)
+        self._driver.implicitly_wait(FIND_LIMIT)
+        self._driver.set_script_timeout(PATIENCE)
         self._acts: dict[str, Callable[..., object]] = {
             "open": self._open,
             "click": lambda name: self._find(BUTTON, name).click(),
@@ -56,70 +58,52 @@ class Browser:
 
     def command(self, words: list[str]) -> None:
         try:
-            self._do(partial(self._acts[words[0]], *words[1:]))
+            self._do(self._acts[words[0]], *words[1:])
         except (KeyError, TypeError):
             raise Failure(f"page {', '.join(self._acts)}?") from None
 
     def shows(self, words: list[str]) -> State:
-        shown = self._last(lambda: self._driver.execute_script(TEXT))
+        shown = partial(self._value, "execute_script", TEXT)
         return State(
-            lambda: str(shown()).find(" ".join(words)) >= 0,
+            lambda: " ".join(words) in str(shown()),
             lambda: f"the page shows: {str(shown())[:TEXT_SHOWN]}",
         )
 
     def holds(self, words: list[str]) -> State:
-        """Of an expression's value or of what it promises."""
-        script = ASK.format(" ".join(words))
-        value = self._last(lambda: self._driver.execute_async_script(script))
-        return State(lambda: bool(value() is True), lambda: f"it is {value()}")
+        """Of an expression's value, or of what its promise resolves to."""
+        value = partial(self._value, "execute_async_script", VALUE.format(" ".join(words)))
+        return State(lambda: value() is True, lambda: f"it is {value()}")
 
     def is_clean(self) -> State:
-        told = self._last(self._read_console)
-        return State(lambda: bool(told() == ""), lambda: self._complaints)
+        def complaints() -> str:
+            for entry in self._do(self._driver.get_log, "browser"):  # the new ones
+                if entry["message"].startswith("http"):  # the page's, not the browser's own
+                    self._complaints += entry["message"] + "\n"
+            return self._complaints
 
-    def _last(self, work: Callable[[], Any]) -> Callable[[], Any]:
-        """A function that does not block: it returns what came of the work when it was done last."""
-        under_way: Future[Any] | None = None
-        result: Any = None
+        return State(lambda: complaints() == "", complaints)
 
-        def look() -> Any:
-            nonlocal under_way, result
-            if under_way and under_way.done():
-                result = under_way.exception() or under_way.result()
-                under_way = None
-            under_way = under_way or self._thread.submit(work)
-            return result
-
-        return look
-
-    def _do(self, work: Callable[[], Any]) -> Any:
-        future = self._thread.submit(work)
-        if not self._loop.until(future.done, PATIENCE):
-            raise Failure("the browser does not answer")
+    def _do(self, act: Callable[..., Any], *arguments: Any, **options: Any) -> Any:
         try:
-            return future.result()
+            return self._loop.apart(lambda: act(*arguments, **options))
         except WebDriverException as error:
             raise Failure(f"the browser: {error.msg}") from None
 
-    @staticmethod
-    def _start() -> webdriver.Chrome:
-        options: Any = webdriver.ChromeOptions()
-        for option in OPTIONS:
-            options.add_argument(option)
-        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-        driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
-        driver.implicitly_wait(FIND_LIMIT)
-        driver.set_script_timeout(PATIENCE)
-        return driver
+    def _value(self, method: str, script: str) -> Any:
+        """Of a script; while the page loads, what goes wrong."""
+        try:
+            return self._do(getattr(self._driver, method), script)
+        except Failure as failure:
+            return failure
 
     def _open(self, width: str = "1280", height: str = "900", scheme: str = "light") -> None:
-        # Of the page, not of a window around it, which has a least width.
+        # The size of the page: a window around it has a minimum.
         size = {"width": int(width), "height": int(height), "mobile": int(width) < 600}
         feature = {"name": "prefers-color-scheme", "value": scheme}
-        tell = self._driver.execute_cdp_cmd
-        tell("Emulation.setDeviceMetricsOverride", {**size, "deviceScaleFactor": 1})
-        tell("Emulation.setEmulatedMedia", {"features": [feature]})
-        self._driver.get(PAGE)
+        command = self._driver.execute_cdp_cmd
+        command("Emulation.setDeviceMetricsOverride", {**size, "deviceScaleFactor": 1})
+        command("Emulation.setEmulatedMedia", {"features": [feature]})
+        self._driver.get("http://127.0.0.1/")
 
     def _find(self, place: str, *names: str) -> Any:
         return self._driver.find_element("xpath", place.format(*names))
@@ -130,12 +114,6 @@ class Browser:
         element.send_keys(text)
 
     def _snapshot(self, file: str) -> None:
-        whole = {"captureBeyondViewport": True}  # however long it is
+        whole = {"captureBeyondViewport": True}  # also what would need scrolling
         taken = self._driver.execute_cdp_cmd("Page.captureScreenshot", whole)
         Path(of_caller(file)).write_bytes(b64decode(taken["data"]))
-
-    def _read_console(self) -> str:
-        for entry in self._driver.get_log("browser"):  # which tells each one once
-            if entry["message"].startswith("http"):  # the browser itself has something to say too
-                self._complaints += entry["message"] + "\n"
-        return self._complaints
