@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// Makes time run fast for a Qt program while it rests: preloaded into it, with the file of the
-// pace as BENCH_PACE in the environment. While the main loop waits in poll or sleeps,
-// `speed` seconds pass for every second of the wall clock: the wait is cut accordingly, and the
-// time skipped is added to every clock that Qt reads afterwards. With a `stride`, a wait in poll is
-// drawn out to it first, so that shorter timers come once in that time. Waits for children and
-// connections (which Qt makes with ppoll), GStreamer's clock and the program's working time are
-// left alone.
+// Makes time run fast for a Qt program while it rests. It is preloaded into the program; BENCH_PACE
+// in the environment names the file of the pace. While the main loop waits in poll or sleeps,
+// `speed` seconds pass for every second of the wall clock: the wait is shortened, and the skipped
+// time is added to every clock that Qt reads afterwards. With a `stride`, a wait in poll lasts at
+// least that long, so that shorter timers fire once in it. Waits for children and connections (Qt
+// uses ppoll for them), GStreamer's clock and the program's working time do not change.
 
 #define _GNU_SOURCE
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
 #include <poll.h>
@@ -23,14 +21,18 @@
 #include <unistd.h>
 
 static const int64_t second = 1000000000;
+static const int64_t millisecond = 1000000;
 
-// A page shared with the bench, which sets it (world/clock.py). Read and written as atomic words.
+// A page shared with the bench, which sets it (world.py). Read and written as atomic words.
 struct Pace {
     int64_t speed;   // seconds of the unit's time for each that the program rests; at least 1
     int64_t stride;  // ns of the unit's time that a rest lasts at least, unless something happens
     int64_t skipped; // ns by which the unit's clocks are ahead of the wall clock's
 };
+static struct Pace ordinary = {.speed = 1};
+static struct Pace *pace = &ordinary;
 
+// The code of a library, to tell who calls.
 struct Range {
     const char *library;
     uintptr_t begin;
@@ -38,15 +40,6 @@ struct Range {
 };
 static struct Range qt = {.library = "/libQt5Core.so"};
 static struct Range glib = {.library = "/libglib-2.0.so"};
-
-static struct Pace ordinary = {.speed = 1};
-static struct Pace *pace = &ordinary;
-
-static int (*real_clock_gettime)(clockid_t, struct timespec *);
-static int (*real_gettimeofday)(struct timeval *, void *);
-static time_t (*real_time)(time_t *);
-static int (*real_nanosleep)(const struct timespec *, struct timespec *);
-static int (*real_poll)(struct pollfd *, nfds_t, int);
 
 static int find(struct dl_phdr_info *info, size_t size, void *data)
 {
@@ -64,21 +57,13 @@ static int find(struct dl_phdr_info *info, size_t size, void *data)
     return 1;
 }
 
-static int isFrom(const struct Range *range, const void *caller)
-{
-    return (uintptr_t)caller >= range->begin && (uintptr_t)caller < range->end;
-}
-
-// On the first call of all, which may come from another library's constructor.
+// At the first call, which may come from another library's constructor.
 static void prepare(void)
 {
-    if (real_poll)
+    static int prepared;
+    if (prepared)
         return;
-    real_clock_gettime = (int (*)(clockid_t, struct timespec *))dlsym(RTLD_NEXT, "clock_gettime");
-    real_gettimeofday = (int (*)(struct timeval *, void *))dlsym(RTLD_NEXT, "gettimeofday");
-    real_time = (time_t(*)(time_t *))dlsym(RTLD_NEXT, "time");
-    real_nanosleep =
-        (int (*)(const struct timespec *, struct timespec *))dlsym(RTLD_NEXT, "nanosleep");
+    prepared = 1;
     dl_iterate_phdr(find, &qt);
     dl_iterate_phdr(find, &glib);
     const char *given = getenv("BENCH_PACE");
@@ -89,8 +74,13 @@ static void prepare(void)
             pace = page;
         close(file);
     }
-    unsetenv("LD_PRELOAD"); // the program's children live in ordinary time
-    real_poll = (int (*)(struct pollfd *, nfds_t, int))dlsym(RTLD_NEXT, "poll");
+    unsetenv("LD_PRELOAD"); // the program's children have ordinary time
+}
+
+static int isFrom(const struct Range *range, const void *caller)
+{
+    prepare();
+    return (uintptr_t)caller >= range->begin && (uintptr_t)caller < range->end;
 }
 
 static int64_t load(const int64_t *word)
@@ -98,87 +88,77 @@ static int64_t load(const int64_t *word)
     return __atomic_load_n(word, __ATOMIC_RELAXED);
 }
 
-static int64_t monotonic(void)
+static int64_t nanoseconds(const struct timespec *time)
+{
+    return time->tv_sec * second + time->tv_nsec;
+}
+
+static struct timespec timespec(int64_t time)
+{
+    return (struct timespec){.tv_sec = time / second, .tv_nsec = time % second};
+}
+
+// A clock as the caller sees it.
+static int64_t read_clock(clockid_t clock, const void *caller)
 {
     struct timespec now;
-    real_clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * second + now.tv_nsec;
+    syscall(SYS_clock_gettime, clock, &now);
+    return nanoseconds(&now) + (isFrom(&qt, caller) ? load(&pace->skipped) : 0);
 }
 
 int clock_gettime(clockid_t clock, struct timespec *now)
 {
-    prepare();
-    const int result = real_clock_gettime(clock, now);
-    const int moves = clock == CLOCK_MONOTONIC || clock == CLOCK_MONOTONIC_RAW
-                      || clock == CLOCK_MONOTONIC_COARSE || clock == CLOCK_REALTIME
-                      || clock == CLOCK_REALTIME_COARSE;
-    if (result == 0 && moves && isFrom(&qt, __builtin_return_address(0))) {
-        const int64_t moved = now->tv_sec * second + now->tv_nsec + load(&pace->skipped);
-        now->tv_sec = moved / second;
-        now->tv_nsec = moved % second;
-    }
-    return result;
+    if (clock == CLOCK_PROCESS_CPUTIME_ID || clock == CLOCK_THREAD_CPUTIME_ID || clock < 0)
+        return (int)syscall(SYS_clock_gettime, clock, now);
+    *now = timespec(read_clock(clock, __builtin_return_address(0)));
+    return 0;
 }
 
 int gettimeofday(struct timeval *restrict now, void *restrict zone)
 {
-    prepare();
-    const int result = real_gettimeofday(now, zone);
-    if (result == 0 && isFrom(&qt, __builtin_return_address(0))) {
-        const int64_t moved = now->tv_sec * second + now->tv_usec * 1000 + load(&pace->skipped);
-        now->tv_sec = moved / second;
-        now->tv_usec = moved % second / 1000;
-    }
-    return result;
+    (void)zone;
+    const int64_t moved = read_clock(CLOCK_REALTIME, __builtin_return_address(0));
+    *now = (struct timeval){.tv_sec = moved / second, .tv_usec = moved % second / 1000};
+    return 0;
 }
 
 time_t time(time_t *now)
 {
-    prepare();
-    time_t moved = real_time(NULL);
-    if (isFrom(&qt, __builtin_return_address(0)))
-        moved += load(&pace->skipped) / second;
+    const time_t moved = read_clock(CLOCK_REALTIME, __builtin_return_address(0)) / second;
     if (now)
         *now = moved;
     return moved;
 }
 
-static int isMainThread(void)
+// How fast a wait of that caller passes: only the main thread's are shortened.
+static int64_t speed_of(const struct Range *range, const void *caller)
 {
-    return syscall(SYS_gettid) == getpid();
+    return isFrom(range, caller) && syscall(SYS_gettid) == getpid() ? load(&pace->speed) : 1;
 }
 
 static void skip(int64_t begin, int64_t speed)
 {
-    __atomic_fetch_add(&pace->skipped, (monotonic() - begin) * (speed - 1), __ATOMIC_RELAXED);
+    const int64_t passed = read_clock(CLOCK_MONOTONIC, NULL) - begin;
+    __atomic_fetch_add(&pace->skipped, passed * (speed - 1), __ATOMIC_RELAXED);
 }
 
 int nanosleep(const struct timespec *asked, struct timespec *left)
 {
-    prepare();
-    const int64_t speed = load(&pace->speed);
-    if (speed <= 1 || !isFrom(&qt, __builtin_return_address(0)) || !isMainThread())
-        return real_nanosleep(asked, left);
-    const int64_t wait = (asked->tv_sec * second + asked->tv_nsec) / speed;
-    const struct timespec limit = {.tv_sec = wait / second, .tv_nsec = wait % second};
-    const int64_t begin = monotonic();
-    const int result = real_nanosleep(&limit, left); // what is left of it may be a little short
+    const int64_t speed = speed_of(&qt, __builtin_return_address(0));
+    const struct timespec limit = timespec(nanoseconds(asked) / speed);
+    const int64_t begin = read_clock(CLOCK_MONOTONIC, NULL);
+    const int result = (int)syscall(SYS_nanosleep, &limit, left);
     skip(begin, speed);
     return result;
 }
 
 int poll(struct pollfd *descriptors, nfds_t count, int timeout)
 {
-    prepare();
-    const int64_t speed = load(&pace->speed);
-    if (speed <= 1 || timeout == 0 || !isFrom(&glib, __builtin_return_address(0))
-        || !isMainThread())
-        return real_poll(descriptors, count, timeout);
-    const int64_t asked = timeout * (second / 1000);
-    const int64_t stride = load(&pace->stride);
-    const int64_t wait = (asked > stride ? asked : stride) / speed;
-    const struct timespec limit = {.tv_sec = wait / second, .tv_nsec = wait % second};
-    const int64_t begin = monotonic();
+    const int64_t speed = timeout == 0 ? 1 : speed_of(&glib, __builtin_return_address(0));
+    const int64_t stride = speed > 1 ? load(&pace->stride) : 0;
+    const int64_t asked = timeout * millisecond;
+    const struct timespec limit = timespec((asked > stride ? asked : stride) / speed);
+    const int64_t begin = read_clock(CLOCK_MONOTONIC, NULL);
     const int result = ppoll(descriptors, count, timeout < 0 ? NULL : &limit, NULL);
     skip(begin, speed);
     return result;
