@@ -38,8 +38,8 @@ class Remote:
         def take(content: bytes) -> None:
             nonlocal known, boots
             if boots != self._boots:  # all of the file; a power cut may have taken its last lines
-                common = os.path.commonprefix([known, content])
-                known = common[: common.rfind(b"\n") + 1]
+                same = len(os.path.commonprefix([known, content]))
+                known = known[: known.rfind(b"\n", 0, same) + 1]
                 content, boots = content[len(known) :], self._boots
             known += content
             if content:

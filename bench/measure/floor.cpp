@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// What the measured program cannot undercut: the same libraries doing the bare minimum.
+// The least that a program with the measured one's libraries can do:
 //
-//   floor bare     Qt and GStreamer made ready, one byte on standard output, then idle
+//   floor bare     initialises Qt and GStreamer
 //   floor store DEVICE FILE
-//                  one byte on standard output; then a line on that serial device becomes a
-//                  value of that INI file, as of the status store
+//                  writes each line of a serial device into a key of an INI file
 //   floor echo     connects to port 8082 of 192.168.42.1 and sends back what comes
+//
+// Each writes one byte to standard output when it is ready.
 
 #include <QCoreApplication>
 #include <QSerialPort>
@@ -16,57 +17,31 @@
 #include <cstdio>
 #include <gst/gst.h>
 
-namespace
-{
-
-void sayReady()
-{
-    putchar('x');
-    fflush(stdout);
-}
-
-void bare()
-{
-    gst_init(nullptr, nullptr);
-    sayReady();
-}
-
-void store(const QString &device, const QString &file)
-{
-    auto *ini = new QSettings(file, QSettings::IniFormat);
-    auto *line = new QSerialPort(device);
-    line->setBaudRate(115200);
-    if (!line->open(QIODevice::ReadWrite))
-        qFatal("no serial line");
-    QObject::connect(line, &QSerialPort::readyRead, [=] {
-        ini->setValue("Battery/State", line->readLine().trimmed().mid(10));
-        ini->sync();
-    });
-    sayReady();
-}
-
-void echo()
-{
-    auto *socket = new QTcpSocket;
-    QObject::connect(socket, &QTcpSocket::connected,
-                     [=] { socket->setSocketOption(QAbstractSocket::LowDelayOption, 1); });
-    QObject::connect(socket, &QTcpSocket::readyRead, [=] { socket->write(socket->readAll()); });
-    socket->connectToHost("192.168.42.1", 8082);
-}
-
-} // namespace
-
 int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
-    const QString mode = argc > 1 ? argv[1] : "";
-    if (mode == "bare")
-        bare();
-    else if (mode == "store" && argc > 3)
-        store(argv[2], argv[3]);
-    else if (mode == "echo")
-        echo();
-    else
-        return 2;
+    const QStringList words = QCoreApplication::arguments();
+    if (words[1] == "bare")
+        gst_init(nullptr, nullptr);
+    if (words[1] == "store") {
+        auto *line = new QSerialPort(words[2]);
+        auto *ini = new QSettings(words[3], QSettings::IniFormat);
+        line->setBaudRate(115200);
+        if (!line->open(QIODevice::ReadWrite))
+            qFatal("no serial line");
+        QObject::connect(line, &QSerialPort::readyRead, [=] {
+            ini->setValue("Battery/State", line->readLine().trimmed().mid(10));
+            ini->sync();
+        });
+    }
+    if (words[1] == "echo") {
+        auto *socket = new QTcpSocket;
+        QObject::connect(socket, &QTcpSocket::connected,
+                         [=] { socket->setSocketOption(QAbstractSocket::LowDelayOption, 1); });
+        QObject::connect(socket, &QTcpSocket::readyRead, [=] { socket->write(socket->readAll()); });
+        socket->connectToHost("192.168.42.1", 8082);
+    }
+    putchar('x');
+    fflush(stdout);
     return QCoreApplication::exec();
 }

@@ -72,16 +72,16 @@ class Browser:
     def holds(self, words: list[str]) -> State:
         """Of an expression's value, or of what its promise resolves to."""
         value = partial(self._value, "execute_async_script", VALUE.format(" ".join(words)))
-        return State(lambda: value() is True, lambda: f"it is {value()}")
+        return State(lambda: bool(value() is True), lambda: f"it is {value()}")
 
     def is_clean(self) -> State:
-        def complaints() -> str:
+        def complaints() -> Any:
             for entry in self._do(self._driver.get_log, "browser"):  # the new ones
                 if entry["message"].startswith("http"):  # the page's, not the browser's own
                     self._complaints += entry["message"] + "\n"
             return self._complaints
 
-        return State(lambda: complaints() == "", complaints)
+        return State(lambda: bool(complaints() == ""), complaints)
 
     def _do(self, act: Callable[..., Any], *arguments: Any, **options: Any) -> Any:
         try:
