@@ -5,13 +5,13 @@
     /usr/bin/python3 bench/__main__.py --build BUILD [--speed N] [--address ADDRESS]
     /usr/bin/python3 bench/__main__.py --board FOLDER [FILE]
 
-Status 0 when all that the scenario expects is met.
+Exit status 0 when every expectation was met.
 """
 
 import os
 import signal
 import sys
-from getopt import GetoptError, getopt
+from getopt import getopt
 
 sys.path[0] = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
@@ -20,45 +20,19 @@ from bench.desk import Around, Desk
 from bench.watch import View
 
 
-def main() -> int:
-    names = ["board=", "build=", "speed=", "address="]
-    try:
-        options, files = getopt(sys.argv[1:], "", names)
-        given = dict(options)
-        if not given.keys() & {"--board", "--build"}:
-            raise GetoptError("where is the build?")
-    except GetoptError as error:
-        print(f"{error}\n{__doc__}", file=sys.stderr)
-        return 2
-    signal.signal(signal.SIGINT, signal.SIG_DFL)  # Ctrl-C ends all
-    try:
-        with around(given) as desk:
-            desk.clock.set_pace(int(given.get("--speed", 1)))
-            if files:
-                View(desk.loop, desk.clock, desk.history)
-                desk.commands.play(files[0])
-            else:
-                steer(desk, given.get("--address"))
-    except Failure as failure:
-        sys.stdout.flush()
-        print(failure, file=sys.stderr)
-        return 1
-    return 0
-
-
 def around(given: dict[str, str]) -> Around:
-    if "--board" not in given:
-        return Desk(given["--build"])
-    from bench.board.board import Board
+    if "--board" in given:
+        from bench.board.board import Board
 
-    return Board(given["--board"])
+        return Board(given["--board"])
+    return Desk(given["--build"])
 
 
-def steer(desk: Around, address: str | None) -> None:
+def steer(desk: Around, address: str) -> None:
     from bench.prompt import Prompt
 
     desk.run("unit start")
-    if address and isinstance(desk, Desk):
+    if isinstance(desk, Desk) and address:
         desk.page.serve()
         print(f"The unit's page: {address}")
     print('The unit runs. "help" lists the commands, "quit" or Ctrl-C ends it.')
@@ -67,6 +41,25 @@ def steer(desk: Around, address: str | None) -> None:
     desk.loop.until(lambda: desk.commands.ended)
 
 
+def main() -> int:
+    options, files = getopt(sys.argv[1:], "", ["board=", "build=", "speed=", "address="])
+    given = dict(options)
+    signal.signal(signal.SIGINT, signal.SIG_DFL)  # Ctrl-C ends all
+    try:
+        with around(given) as desk:
+            desk.clock.set_pace(int(given.get("--speed", 1)))
+            if files:
+                View(desk.loop, desk.clock, desk.history)
+                desk.commands.play(files[0])
+            else:
+                steer(desk, given.get("--address", ""))
+    except Failure as failure:
+        sys.stdout.flush()
+        print(failure, file=sys.stderr)
+        return 1
+    return 0
+
+
 status = main()
 sys.stdout.flush()
-os._exit(status)  # no thread is waited for that serves the page or reads from the terminal
+os._exit(status)  # does not wait for the thread that reads from the terminal

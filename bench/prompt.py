@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
-"""Takes commands from a terminal while the view goes on above the line that is being typed."""
+"""Takes commands from a terminal; the view appears above the line that is being typed."""
 
 import os
 import readline
@@ -16,23 +16,21 @@ PROMPT = "> "
 
 class Prompt:
     def __init__(self, loop: Loop, commands: Commands) -> None:
-        self._commands, self._line, self._ready = commands, "", Event()
-        self._ready.set()
-        self._wake, self._waker = os.pipe()
+        self._commands, self._line, self._idle = commands, "", Event()
+        self._idle.set()
+        wake, self._waker = os.pipe()
         readline.parse_and_bind("set enable-bracketed-paste off")
         readline.parse_and_bind("tab: complete")
         readline.set_completer(self._complete)
-        loop.reads(self._wake, self._work)
-        # The interpreter's own input() blocks; the bench lives in the main thread.
-        Thread(target=self._read, daemon=True).start()
+        loop.hears(wake, self._work)
+        Thread(target=self._read, daemon=True).start()  # input() blocks
 
     def write(self, line: str) -> None:
-        """A line of the view, above the one that is being typed."""
-        if self._ready.is_set():
-            line = f"\r\033[K{line}\n{PROMPT}{readline.get_line_buffer()}"
+        """A line of the view."""
+        if self._idle.is_set():
+            sys.stdout.write(f"\r\033[K{line}\n{PROMPT}{readline.get_line_buffer()}")
         else:
-            line += "\n"
-        sys.stdout.write(line)
+            sys.stdout.write(line + "\n")
 
     def _read(self) -> None:
         while True:
@@ -40,12 +38,11 @@ class Prompt:
                 self._line = input(PROMPT)
             except EOFError:
                 self._line = "quit"
-            self._ready.clear()
+            self._idle.clear()
             os.write(self._waker, b"\n")
-            self._ready.wait()
+            self._idle.wait()
 
-    def _work(self) -> None:
-        os.read(self._wake, 1)
+    def _work(self, _: bytes) -> None:
         start = monotonic()
         try:
             self._commands.run(self._line)
@@ -54,7 +51,7 @@ class Prompt:
         except Failure as failure:
             print(failure)
         sys.stdout.flush()
-        self._ready.set()
+        self._idle.set()
 
     def _complete(self, start: str, index: int) -> str | None:
         names = sorted({row.name + " " for row in self._commands.verbs})

@@ -17,7 +17,7 @@ from collections.abc import Callable
 from typing import Any
 
 from bench.machine import Machine
-from bench.video import Video
+from bench.video import PORTS, Video
 from bench.watch import History
 from bench.world import Clock, Heard, Loop
 
@@ -58,11 +58,11 @@ class Unit(Machine):
         super().__init__(loop)
         self._video = Video(loop, Clock(loop), History(), None)
 
-    def rate(self, port: int) -> float:
-        return self._video.tap(port).rate()
+    def rate(self) -> float:
+        return self._video.tap(PORTS["pal"]).rate()
 
-    def snapshot(self, name: str, file: str) -> None:
-        self._video.snapshot([name, file])
+    def snapshot(self, file: str) -> None:
+        self._video.do_snapshot("pal", file)
 
 
 class Agent:

@@ -5,7 +5,7 @@ import random
 from collections.abc import Callable
 from typing import Any, cast
 
-from bench import Failure, State, number, places, table
+from bench import Failure, State, number, places
 from bench.desk import Around
 from bench.machine import Machine
 from bench.mcu import to_socket
@@ -109,7 +109,7 @@ class PalTap(Tap):
         self._board = board
 
     def rate(self) -> float:
-        return float(self._board.rate(PORTS["pal"]))
+        return float(self._board.rate())
 
 
 class BoardVideo(Video):
@@ -118,78 +118,63 @@ class BoardVideo(Video):
         self._board = board
         self._taps[PORTS["pal"]] = PalTap(board)
 
-    def snapshot(self, words: list[str]) -> None:
-        if words[0] != "pal":
-            return super().snapshot(words)
-        self._board.snapshot("pal", PICTURE)
-        with open(places.of_caller(words[1]), "wb") as file:
-            file.write(self._board.read(PICTURE))
+    def do_snapshot(self, name: str, file: str) -> None:
+        """pal|phone|ethernet FILE.png - a picture of it"""
+        if name != "pal":
+            return super().do_snapshot(name, file)
+        self._board.snapshot(PICTURE)
+        with open(places.of_caller(file), "wb") as picture:
+            picture.write(self._board.read(PICTURE))
 
 
 class Board(Around):
     def __init__(self, folder: str) -> None:
         """The folder is for the card and the sockets."""
-        loop, history = Loop(), History()
-        self._remote = remote = Remote(loop, history, folder)
-        self._emulator = remote.emulator
-        machine, clock = cast(Machine, remote), BoardClock(loop, remote.emulator)
-        self._network = network = BoardNetwork(loop, clock, history, remote)
+        loop, history = self.loop, self.history = Loop(), History()
+        self._remote = board = Remote(loop, history, folder)
+        self._emulator = board.emulator
+        self.machine, self.clock = cast(Machine, board), BoardClock(loop, board.emulator)
+        self.network = BoardNetwork(loop, self.clock, history, board)
         self._switch_on()
-        recorded = Recorded(machine, RECORDER)
-        super().__init__(
-            loop,
-            clock,
-            history,
-            machine,
-            Service(clock, history, remote),
-            BoardHardware(machine, recorded),
-            recorded,
-            REAL,
-            network,
-            BoardVideo(remote, loop, clock, history, network),
-            lambda heard: to_socket(loop, f"{folder}/mcu", heard),
-        )
-        self.verbs = table(
-            """
-            power cut [SECONDS]  at a random moment of so many seconds
-            power on             it boots from its card
-            """,
-            power=self._power,
-        )
-        self.expects = table(
-            """
-            gpio LINE LEVEL  the level of a pin: gpio 21 1
-            power on|off     whether it has switched itself off
-            """,
-            gpio=self._pin,
-            power=self._switch,
-        )
-        self._offer(self)
+        self.unit = Service(self.clock, history, board)
+        self.recorded = Recorded(self.machine, RECORDER)
+        self.hardware = BoardHardware(self.machine, self.recorded)
+        self.video = BoardVideo(board, loop, self.clock, history, self.network)
+        self.assemble(REAL, lambda heard: to_socket(loop, f"{folder}/mcu", heard))
+        self.commands.offer(self)
 
     def __exit__(self, *_: object) -> None:
         self._emulator.kill()
 
     def _switch_on(self) -> None:
-        self._emulator.start(where=self._network.in_phone())  # QEMU opens the phone's taps
+        self._emulator.start(where=self.network.in_phone())  # QEMU opens the phone's taps
 
-    def _power(self, words: list[str]) -> None:
-        if words[0] == "cut":
-            delay = random.uniform(0, number(words[1]) if words[1:] else 0)
+    def do_power(self, verb: str, seconds: str = "0") -> None:
+        """cut [SECONDS] - at a random moment of so many seconds
+        on - it boots from its card"""
+        if verb == "cut":
+            delay = random.uniform(0, number(seconds))
             self.clock.until(lambda: False, delay)
             self._emulator.kill()
-        elif words == ["on"]:
+        elif verb == "on":
             self._switch_on()
             self.mcu.renew_line()  # before the program sends on it
             self._remote.resume()
         else:
             raise Failure("cut or on?")
 
-    def _pin(self, words: list[str]) -> State:
-        line, level = int(number(words[0])), self._emulator.level
-        return State(lambda: words[1:] == [str(level(line))], lambda: f"its level is {level(line)}")
+    def expect_gpio(self, line: str, level: str) -> State:
+        """LINE LEVEL - the level of a pin: gpio 21 1"""
 
-    def _switch(self, words: list[str]) -> State:
-        def state() -> str:
+        def now() -> str:
+            return str(self._emulator.level(int(number(line))))
+
+        return State(lambda: now() == level, lambda: f"its level is {now()}")
+
+    def expect_power(self, state: str) -> State:
+        """on|off - whether it has switched itself off"""
+
+        def now() -> str:
             return "on" if self._emulator.running else "off"
 
-        return State(lambda: words == [state()], lambda: f"it is {state()}")
+        return State(lambda: now() == state, lambda: f"it is {now()}")

@@ -84,7 +84,7 @@ def microcontroller() -> Iterator[Any]:
     history = History()
     mcu = Mcu(loop, lambda: 1, history, partial(pseudo_terminal, loop, places.SERIAL), str)
     yield history.of("serial")
-    mcu.command(["gone"])
+    mcu.do_mcu("gone")
 
 
 @contextmanager

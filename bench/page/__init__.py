@@ -7,7 +7,7 @@ from functools import cached_property, partial
 from pathlib import Path
 from typing import TYPE_CHECKING
 
-from bench import Failure, table
+from bench import Failure, State
 from bench.world import Loop, Process
 
 if TYPE_CHECKING:
@@ -36,25 +36,25 @@ include "{SHARE}/lighttpd/kt6120.conf"
 class Page:
     def __init__(self, loop: Loop) -> None:
         self._loop, self._served = loop, False
-        self.verbs = table(
-            """
-            page open [WIDTH HEIGHT [dark]]  a browser without a window opens the unit's page
-            page click BUTTON|type LABEL TEXT|choose LABEL OPTION  what a user does: page click "Lamp up"
-            page press KEY                 Tab, Enter or Space, to the element that has the focus
-            page script FILE|snapshot FILE.png  runs a script on it; writes a picture of it
-            """,
-            page=lambda words: self._browser.command(words),
-        )
-        self.expects = table(
-            """
-            page TEXT          what the unit's page shows, any white space as one blank
-            script EXPRESSION  the JavaScript expression is true on the page
-            console clean      the page has logged nothing so far
-            """,
-            page=lambda words: self._browser.shows(words),
-            script=lambda words: self._browser.holds(words),
-            console=lambda _: self._browser.is_clean(),
-        )
+
+    def do_page(self, *words: str) -> None:
+        """open [WIDTH HEIGHT [dark]] - a browser without a window opens the unit's page
+        click BUTTON|type LABEL TEXT|choose LABEL OPTION - what a user does: page click "Lamp up"
+        press KEY - Tab, Enter or Space, to the element that has the focus
+        script FILE|snapshot FILE.png - runs a script on it; writes a picture of it"""
+        self._browser.command(*words)
+
+    def expect_page(self, *words: str) -> State:
+        """TEXT - what the unit's page shows, any white space as one blank"""
+        return self._browser.shows(" ".join(words))
+
+    def expect_script(self, *words: str) -> State:
+        """EXPRESSION - the JavaScript expression is true on the page"""
+        return self._browser.holds(" ".join(words))
+
+    def expect_console(self, _: str) -> State:
+        """clean - the page has logged nothing so far"""
+        return self._browser.is_clean()
 
     def serve(self) -> None:
         if self._served:

@@ -56,22 +56,22 @@ class Browser:
             "snapshot": self._snapshot,
         }
 
-    def command(self, words: list[str]) -> None:
+    def command(self, verb: str, *words: str) -> None:
         try:
-            self._do(self._acts[words[0]], *words[1:])
+            self._do(self._acts[verb], *words)
         except (KeyError, TypeError):
             raise Failure(f"page {', '.join(self._acts)}?") from None
 
-    def shows(self, words: list[str]) -> State:
+    def shows(self, text: str) -> State:
         shown = partial(self._value, "execute_script", TEXT)
         return State(
-            lambda: " ".join(words) in str(shown()),
+            lambda: text in str(shown()),
             lambda: f"the page shows: {str(shown())[:TEXT_SHOWN]}",
         )
 
-    def holds(self, words: list[str]) -> State:
+    def holds(self, expression: str) -> State:
         """Of an expression's value, or of what its promise resolves to."""
-        value = partial(self._value, "execute_async_script", VALUE.format(" ".join(words)))
+        value = partial(self._value, "execute_async_script", VALUE.format(expression))
         return State(lambda: bool(value() is True), lambda: f"it is {value()}")
 
     def is_clean(self) -> State:
@@ -85,7 +85,8 @@ class Browser:
 
     def _do(self, act: Callable[..., Any], *arguments: Any, **options: Any) -> Any:
         try:
-            return self._loop.apart(lambda: act(*arguments, **options))
+            work: Callable[[], Any] = partial(act, *arguments, **options)
+            return self._loop.apart(work)
         except WebDriverException as error:
             raise Failure(f"the browser: {error.msg}") from None
 
