@@ -1,16 +1,16 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 """The language that steers a bench: words, commands, scenarios, and expectations.
 
-A command is words with blanks between them. A part in double quotes may hold blanks and the escapes
-\\r \\n \\t \\0 \\" \\\\ and \\xNN; outside quotes nothing is special. (shlex has other escapes and also
+A command is words with blanks between them. A part in double quotes may hold blanks and the escapes of
+Python's bytes (\\r \\n \\0 \\" \\xNN); outside quotes nothing is special. (shlex has other escapes and also
 treats single quotes as quotes.)
 """
 
+import codecs
 import itertools
 import os
 import re
 from collections.abc import Callable, Iterable, Sequence
-from functools import cache
 from typing import Any
 
 from bench import Failure, Row, State, number, rows, to_bytes, to_text
@@ -20,11 +20,8 @@ from bench.world import Clock
 
 QUOTED = re.compile(r'"((?:[^"\\]|\\.)*)"', re.DOTALL)
 WORD = re.compile(rf'(?:[^ \t\r\n"]|{QUOTED.pattern})+|"', re.DOTALL)
-ESCAPE = re.compile(r"\\(x[0-9a-fA-F]{2}|.)", re.DOTALL)
-ESCAPES = {"r": "\r", "n": "\n", "t": "\t", "0": "\0", '"': '"', "\\": "\\"}
 
 TOP = os.path.join(os.path.dirname(__file__), "../CMakeLists.txt")
-TAKES_MORE = 4  # a flag of code objects: *words
 USUAL_BOUND = 60.0  # s, for a busy desk
 LINES_SHOWN = 10
 TEXT_SHOWN = 2000  # bytes
@@ -48,20 +45,18 @@ Without more, waits up to a minute for it. "none": it is not so for the whole ti
 "mark" or the start; does not move on."""
 
 
-def _unescape(match: re.Match[str]) -> str:
-    escape = match[1]
-    if len(escape) == 3:
-        return to_text(bytes.fromhex(escape[1:]))
-    if escape not in ESCAPES:
-        raise Failure(f"unknown escape \\{escape} (\\x takes two hexadecimal digits)")
-    return ESCAPES[escape]
-
-
 def split(line: str) -> list[str]:
     found = [match[0] for match in WORD.finditer(line)]
     if '"' in found:
         raise Failure("a quote is not closed")
-    return [QUOTED.sub(lambda part: ESCAPE.sub(_unescape, part[1]), word) for word in found]
+    return [QUOTED.sub(_unescaped, word) for word in found]
+
+
+def _unescaped(part: re.Match[str]) -> str:
+    try:
+        return to_text(codecs.escape_decode(to_bytes(part[1]))[0])  # type: ignore[arg-type]
+    except ValueError as error:
+        raise Failure(str(error)) from None
 
 
 def quoted(content: bytes) -> str:
@@ -69,12 +64,11 @@ def quoted(content: bytes) -> str:
     return '"' + printable(content).replace('"', '\\"') + '"'
 
 
-@cache
-def _figures() -> dict[str, str]:
-    """The program's version, so that scenarios need not repeat it."""
+def _figure(match: re.Match[str]) -> str:
+    """Of the program's version, so that scenarios need not repeat it."""
     with open(TOP) as file:
-        found = re.search(r"project\(.* VERSION ((\d+)\.(\d+)\.(\d+))", file.read())
-    return dict(zip(("VERSION", "MAJOR", "MINOR", "PATCH"), found.groups() if found else ()))
+        found = re.findall(r"project\(.* VERSION ((\d+)\.(\d+)\.(\d+))", file.read())[0]
+    return str(found[("VERSION", "MAJOR", "MINOR", "PATCH").index(match[1])])
 
 
 def _repeated(lines: list[str]) -> list[tuple[int, str]]:
@@ -102,13 +96,6 @@ def _take(words: list[str], name: str, otherwise: float) -> float:
     return seconds
 
 
-def fits(act: Callable[..., object], words: list[str]) -> bool:
-    """Whether a method takes so many words."""
-    code, optional = act.__code__, len(act.__defaults__ or ())
-    most = code.co_argcount - 1  # without self
-    return most - optional <= len(words) and (len(words) <= most or code.co_flags & TAKES_MORE > 0)
-
-
 def _shown(table: Iterable[Sequence[Any]], width: int) -> str:
     forms = ((f"{name:<9} {arguments}", what) for name, arguments, what, *_ in table)
     return "\n".join(f"  {form:<{width}} {what}" for form, what in forms)
@@ -131,7 +118,7 @@ class Commands:
 
     def run(self, line: str) -> None:
         """Raises Failure where it cannot be done."""
-        line = re.sub("@(VERSION|MAJOR|MINOR|PATCH)@", lambda found: _figures()[found[1]], line)
+        line = re.sub("@(VERSION|MAJOR|MINOR|PATCH)@", _figure, line)
         words = [] if line.lstrip().startswith("#") else split(line)
         try:
             if words:
@@ -144,11 +131,8 @@ class Commands:
 
         The last check: the program has not ended without a line that expects it.
         """
-        try:
-            with open(path, "rb") as file:
-                lines = [line.strip() for line in to_text(file.read()).split("\n")]
-        except OSError:
-            raise Failure(f"cannot read {path}") from None
+        with open(path, "rb") as file:
+            lines = [line.strip() for line in to_text(file.read()).split("\n")]
         for line in itertools.takewhile(lambda line: line.startswith("#"), lines):
             self._history.note("bench", line + "\n")
         outer, self._folder = self._folder, os.path.dirname(path)
@@ -229,10 +213,14 @@ class Commands:
         name, *words = given or [""]
         forms = [row for row in table if row.name == name]
         if not forms:
-            raise Failure(f'unknown {what or "command"} "{name}" (help lists them)')
-        if not fits(forms[0].act, words):
-            raise Failure("\n".join(f"{what}{name} {row.arguments}" for row in forms))
-        return forms[0].act(*words)
+            raise Failure(f'unknown {what or "command "}"{name}" (help lists them)')
+        try:
+            return forms[0].act(*words)
+        except TypeError as error:
+            if error.__traceback__ and error.__traceback__.tb_next:  # not of this call's words
+                raise
+            usage = "\n".join(f"{what}{name} {row.arguments}" for row in forms)
+            raise Failure(usage) from None
 
     def _happened(self, kind: str, text: bytes, none: bool, count: int | None) -> State:
         """Texts of a kind are met in order. A call, a line with its first arguments, is met once."""

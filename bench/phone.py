@@ -23,9 +23,9 @@ NETS = {
 }
 
 APP_PORT = 8082
-STREAM_PORTS = (49152, 8001)  # so that the stream finds somebody at home; nobody reads there
+STREAM_PORTS = (49152, 8001)  # open, so that the stream arrives; nothing reads it
 HEARTBEAT = 5.0  # s
-PATIENCE = 60  # s, for a unit that does not take what is sent
+PATIENCE = 60  # s, for a unit that reads nothing
 
 
 class Network:
@@ -40,17 +40,23 @@ class Network:
         self._peers: dict[str, str] = {}  # interface -> the phone's address and prefix
         self.when_up: list[Act] = []
 
-    def do_usb(self, *words: str) -> None:
+    def do_usb(self, verb: str, address: str = "", gateway: str = "") -> None:
         """up [ADDRESS/PREFIX [GATEWAY]]|down - a phone over USB; an address alone: no default route"""
-        self._plug(*NETS["usb"], *words)
+        self.do_net("usb", verb, address, gateway)
 
-    def do_eth(self, *words: str) -> None:
+    def do_eth(self, verb: str, address: str = "", gateway: str = "") -> None:
         """up [ADDRESS/PREFIX [GATEWAY]]|down - the same over Ethernet"""
-        self._plug(*NETS["eth"], *words)
+        self.do_net("eth", verb, address, gateway)
 
-    def do_net(self, name: str, *words: str) -> None:
+    def do_net(self, net: str, verb: str, address: str = "", gateway: str = "") -> None:
         """NAME up ADDRESS/PREFIX [GATEWAY]|down - any other network"""
-        self._plug(name, "", "", *words)
+        name, *usual = NETS.get(net, (net, "", ""))
+        if verb == "down":
+            self.down(name)
+        elif verb == "up" and (address or usual[0]):
+            self.up(name, *((address, gateway) if address else usual))
+        else:
+            raise Failure(f"{net} up [ADDRESS/PREFIX [GATEWAY]] or down?")
 
     def do_flap(self, net: str, count: str, seed: str) -> None:
         """usb|eth COUNT SEED - so often down or up, 0 to 3 s apart"""
@@ -59,8 +65,7 @@ class Network:
         chance = Random(int(number(seed)))
         for _ in range(int(number(count))):
             self._pause(chance.uniform(0, LONGEST_PAUSE))
-            name, *addresses = NETS[net]
-            self._plug(name, *addresses, "down" if name in self._peers else "up")
+            self.do_net(net, "down" if NETS.get(net, net)[0] in self._peers else "up")
 
     @cached_property
     def _spaces(self) -> tuple[int, int]:
@@ -116,15 +121,6 @@ class Network:
     def phone_ip(self, *arguments: str) -> None:
         with self.in_phone():
             run("ip", *arguments)
-
-    def _plug(self, name: str, address: str, gateway: str, verb: str = "", *given: str) -> None:
-        address, gateway = (*given, "")[:2] if given else (address, gateway)
-        if verb == "down":
-            self.down(name)
-        elif verb == "up" and address:
-            self.up(name, address, gateway)
-        else:
-            raise Failure(f"{name} up [ADDRESS/PREFIX [GATEWAY]] or down?")
 
 
 class App:

@@ -14,28 +14,17 @@ LAST_WORDS = 0.5  # s, in which all output of an ended program arrives
 MARK = "BENCH_UNIT"  # in the environment of the program and of all that it starts
 TEXT_SHOWN = 2000  # bytes
 
-# Programs whose calls are recorded: bench/recorder stands in for what a desk does not have. At fixed
-# places, where real scripts of the tree run behind their stand-ins; and of the search path, such as
-# would reach for hardware or for the desk itself.
-SCRIPTS = (
-    "gstreamer usb_monitor gpio_write gpio_read sonde_en_write shutdown stream_start stream_stop"
-)
-FIXED = {f"KT6120_{name}.sh": places.INSTALL for name in [*SCRIPTS.split(), "bb_read"]}
+# Programs whose calls are recorded (bench/recorder): at fixed places, where scripts of the tree run
+# behind their stand-ins, and on the search path those that would reach for hardware or for the desk.
+SCRIPTS = """gstreamer usb_monitor gpio_write gpio_read sonde_en_write shutdown stream_start
+    stream_stop bb_read"""
+FIXED = {f"KT6120_{name}.sh": places.INSTALL for name in SCRIPTS.split()}
 FIXED |= {"vcgencmd": "/opt/vc/bin", "pngview": "/home/pi/raspidmx/pngview"}
 SEARCHED = "killall logrotate gpioset gpioget gpioinfo i2cget systemctl logger".split()
 
-# The converter's channels by what they measure: number, a healthy unit's reading.
-CHANNELS = {
-    "Boost": ("0x12", "0x70"),
-    "LED": ("0x15", "0x62"),
-    "Inter": ("0x11", "0x49"),
-    "Encoder": ("0x1", "0x2f"),
-    "Camera": ("0x13", "0x70"),
-    "Sonde": ("0x14", "0x70"),
-    "LedOut": ("0x7", "0x0"),
-    "LedInter": ("0x10", "0x40"),
-    "LedTallwick": ("0x16", "0x0"),
-}
+# The converter's channels: name, number, a healthy unit's reading.
+CHANNELS = """Boost 0x12 0x70, LED 0x15 0x62, Inter 0x11 0x49, Encoder 0x1 0x2f, Camera 0x13 0x70,
+    Sonde 0x14 0x70, LedOut 0x7 0x0, LedInter 0x10 0x40, LedTallwick 0x16 0x0"""
 FAULT_LINE = "KT6120_gpio_read.sh 26"
 # What a reply holds, by its verb.
 TRAITS = {"prints": "output", "takes": "delay", "holds": "hold", "fails": "status"}
@@ -207,12 +196,8 @@ class Recorded:
         at = next((at for at, word in enumerate(words) if at and word in verbs), None)
         if at is None:
             raise Failure(f"call NAME [ARGUMENT...] {', '.join(verbs)}?")
-        name, key, verb, value = (
-            words[0],
-            " ".join(words[:at]),
-            words[at],
-            " ".join(words[at + 1 :]),
-        )
+        name, verb = words[0], words[at]
+        key, value = " ".join(words[:at]), " ".join(words[at + 1 :])
         if verb == "idle":
             self._machine.link("/bin/true", place_of(name))
             return
@@ -254,11 +239,13 @@ class Hardware:
     def do_adc(self, channel: str, *reading: str) -> None:
         """CHANNEL READING - what the converter reads: adc Inter 0x64
         healthy - all channels as at the start"""
-        if channel not in ("healthy", *CHANNELS):
-            raise Failure(f"no channel {channel} among {' '.join(CHANNELS)}")
-        for name, (place, healthy) in CHANNELS.items():
+        known = False
+        for name, place, healthy in map(str.split, CHANNELS.split(",")):
             if channel in ("healthy", name):
+                known = True
                 self.set_channel(place, " ".join(reading) if reading else healthy)
+        if not known:
+            raise Failure(f"the converter has no channel {channel}: {CHANNELS}")
 
     def do_usbfault(self, state: str) -> None:
         """on|off - the USB fault line"""

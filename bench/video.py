@@ -100,11 +100,8 @@ class Video:
     def expect_rtp(self, port: str, _: str, rates: str) -> State:
         """PORT rate A..B - frames a second: 8083, 49152, 8001"""
         tap = self.tap(int(number(port)))
-        least, _, most = rates.partition("..")
-        return State(
-            lambda: number(least) <= tap.rate() <= number(most),
-            lambda: f"{tap.rate()} frames a second",
-        )
+        least, most = map(number, rates.partition("..")[::2])
+        return State(lambda: least <= tap.rate() <= most, lambda: f"{tap.rate()} frames a second")
 
     def do_snapshot(self, name: str, file: str) -> None:
         """pal|phone|ethernet FILE.png - a picture of it"""
