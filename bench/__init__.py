@@ -18,7 +18,6 @@ desk.py and board/ put the parts together; a program that steers a bench imports
         desk.run('expect log "Starting  KT6120"')
 """
 
-import re
 from collections.abc import Callable
 from typing import Any, NamedTuple
 
@@ -52,13 +51,6 @@ def rows(part: object, prefix: str) -> list[Row]:
             forms = (line.strip().rpartition(" - ") for line in act.__doc__.splitlines())
             found += [Row(name.removeprefix(prefix), form[0], form[2], act) for form in forms]
     return found
-
-
-def table(text: str, **acts: Callable[[list[str]], Any]) -> list[Row]:
-    """Rows of "NAME ARGUMENTS", two blanks or more, help."""
-    found = re.findall(r"^ *(\w+) ?(.*?)  +(.*)$", text, re.MULTILINE)
-    star = {name: lambda *words, act=act: act(list(words)) for name, act in acts.items()}
-    return [Row(name, arguments, what, star[name]) for name, arguments, what in found]
 
 
 def number(word: str) -> float:

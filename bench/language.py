@@ -109,11 +109,11 @@ class Commands:
         self._clock, self._history, self._lost = clock, history, lost
         self._folder = ""  # of the scenario
         self.ended = False
-        self.verbs, self.expects = rows(self, "do_"), rows(self, "expect_")
+        self.verbs, self.expects = rows(self, "do_"), list[Row]()
 
     def offer(self, *parts: object) -> None:
         for part in parts:
-            self.verbs += rows(part, "do_") + getattr(part, "verbs", [])
+            self.verbs += rows(part, "do_")
             self.expects += rows(part, "expect_") + getattr(part, "expects", [])
 
     def run(self, line: str) -> None:

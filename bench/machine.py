@@ -49,6 +49,7 @@ class Machine:
         An observer of the file sees one change then, not two. A longer old content ends in blank lines.
         """
         place = path + ".new" if how == "replace" else path
+        os.makedirs(os.path.dirname(path), exist_ok=True)
         flags = os.O_WRONLY | (0 if how == "overwrite" else os.O_CREAT | os.O_TRUNC)
         with open(os.open(place, flags, 0o644), "wb", buffering=0) as file:
             file.write(content.ljust(os.fstat(file.fileno()).st_size, b"\n"))
@@ -66,7 +67,6 @@ class Machine:
 
     def install(self, program: str, path: str, aside: str) -> None:
         """Copies a program there and keeps what stood there aside."""
-        self.mkdir(os.path.dirname(path))
         for source, place in ((path, aside), (program, path)):
             if (content := self.read(source)) is not None:
                 self.remove(place)
@@ -76,13 +76,8 @@ class Machine:
     def link(self, target: str, path: str) -> None:
         """Replaces what is there."""
         self.remove(path)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
         os.symlink(target, path)
-
-    def mkdir(self, path: str) -> None:
-        os.makedirs(path, exist_ok=True)
-
-    def exists(self, path: str) -> bool:
-        return os.path.exists(path)
 
     def which(self, name: str) -> str | None:
         places = (f"/usr/sbin/{name}", f"/usr/bin/{name}")
@@ -97,22 +92,16 @@ class Machine:
 
     def follow(self, path: str, heard: Heard) -> None:
         """Lines that are appended to a file. One that is replaced or cut is read from its start."""
-        inode = position = 0
+        known = b""
 
-        def read() -> None:
-            nonlocal inode, position
-            with contextlib.suppress(OSError), open(path, "rb") as file:
-                state = os.fstat(file.fileno())
-                if state.st_ino != inode or state.st_size < position:
-                    inode, position = state.st_ino, 0
-                file.seek(position)
-                text = file.read()
-                whole = text[: text.rfind(b"\n") + 1]  # the rest of the line is still to come
-                position += len(whole)
-                if whole:
-                    heard(whole)
+        def look(content: bytes) -> None:
+            nonlocal known
+            whole = content[: content.rfind(b"\n") + 1]  # the rest of the line is still to come
+            new, known = whole.removeprefix(known), whole
+            if new:
+                heard(new)
 
-        self._when_changed(path, read)
+        self.watch(path, look)
 
     def watch(self, path: str, heard: Heard) -> None:
         """The whole of a file, at each change."""

@@ -21,6 +21,7 @@ import socket
 import sys
 import tty
 from collections.abc import Callable, Iterator
+from functools import partial
 from typing import IO
 
 from bench import Failure, number, places, to_bytes, to_text
@@ -45,7 +46,6 @@ EFFECTS = {
 MOODS = ("talk", "silent", "garbage", "half", "split")
 GARBAGE = b"\x00\xff\xfe\x1b\x80 \xc3\x28\n"
 SPLIT_GAP = 0.05  # s
-CHATTER = b"BOOT 1\r\nBOOT 2\r\nBOOT 3\n"
 DIRECTIONS = {"serial": ">", "mcu": "<"}
 
 
@@ -167,13 +167,11 @@ class Mcu:
         send "LINE\\r\\n" - an unasked line, any bytes
         silent|garbage|half|split|turn|talk - how it answers; turn counts the reel on; talk is well again
         endless [BYTES]|deaf|gone - bytes without line end; reads nothing; hangs up
-        chatter BYTES - lines without pause, three at once, as fast as the unit takes them
         replay FILE - its lines of a capture, each behind the query that it answered"""
         value = " ".join(words)
         acts: dict[str, Callable[[], object]] = {
             "turn": lambda: setattr(self, "_turning", True),
-            "endless": lambda: self._pour(b"x", value or "1000000"),
-            "chatter": lambda: self._pour(CHATTER, value),
+            "endless": lambda: self._pour(int(number(value or "1000000"))),
             "deaf": lambda: self._set_deaf(True),
             "gone": self._hang_up,
             "send": lambda: self.send(to_bytes(value)),
@@ -252,10 +250,9 @@ class Mcu:
         if rest:
             self.send(rest)
 
-    def _pour(self, piece: bytes, size: str) -> None:
+    def _pour(self, size: int) -> None:
         if self._line:
-            count = int(number(size))
-            self._line.send((piece * (count // len(piece) + 1))[:count])
+            self._line.send(b"x" * size)
         self._history.note("bench", "endless line sent\n")
 
     def _start_replay(self, path: str) -> None:
@@ -294,14 +291,9 @@ class Mcu:
 
 
 def alone(link: str) -> None:
-    def write(kind: str, text: bytes) -> None:
-        if kind == "serial":
-            sys.stdout.buffer.write(text)
-            sys.stdout.flush()
-
     loop, history = Loop(), History()
-    history.listeners.append(write)
-    Mcu(loop, lambda: 1, history, lambda heard: pseudo_terminal(loop, link, heard), str)
+    history.listeners.append(lambda kind, text: kind == "serial" and os.write(1, text))
+    Mcu(loop, lambda: 1, history, partial(pseudo_terminal, loop, link), str)
     print("ready", flush=True)
     loop.until(lambda: False)
 

@@ -162,10 +162,9 @@ class Recorded:
 
     def arrange(self, real: list[str]) -> None:
         """Puts the stand-ins in place; behind those in `real` the programs of the search path run."""
-        self._machine.mkdir(f"{places.BENCH}/real")
         for name in [*FIXED, *SEARCHED]:
             self._install(name)
-            if self._machine.exists(places.TREE + place_of(name)):
+            if self._machine.read(places.TREE + place_of(name)) is not None:
                 self._set_real(name, places.TREE + place_of(name))
         for name in real:
             self._set_real(name, self._machine.which(name))
@@ -174,9 +173,8 @@ class Recorded:
 
     def set_reply(self, key: str, trait: str, value: str) -> None:
         """One trait of a reply, the others as they are; never seen half written."""
-        place = f"{places.BENCH}/replies/{key}"
-        self._machine.mkdir(place)
-        self._machine.write(f"{place}/{trait}", to_bytes(value), "replace")
+        path = f"{places.BENCH}/replies/{key}/{trait}"
+        self._machine.write(path, to_bytes(value), "replace")
 
     def clear_reply(self, key: str) -> None:
         self._machine.remove(f"{places.BENCH}/replies/{key}")
@@ -204,7 +202,7 @@ class Recorded:
         if verb in ("missing", "real"):
             self._machine.remove(place_of(name))
         # Programs of the search path are taken up when first asked for.
-        if verb != "missing" and not self._machine.exists(place_of(name)):
+        if verb != "missing" and self._machine.read(place_of(name)) is None:
             self._install(name)
             if name not in FIXED:
                 self._set_real(name, self._machine.which(name))
@@ -322,4 +320,4 @@ class Files:
 
     def expect_nofile(self, path: str) -> State:
         """PATH - there is no such file"""
-        return State(lambda: not self._machine.exists(path), lambda: f"{path} is there")
+        return State(lambda: self._machine.read(path) is None, lambda: f"{path} is there")
