@@ -43,7 +43,7 @@ EFFECTS = {
     "COILER:ZERO": ("COILER:VALUE", "0"),
     "LOGS:RESET": ("LOGS", "LOGS_EMPTY"),
 }
-MOODS = ("talk", "silent", "garbage", "half", "split")
+MOODS = ("talk", "silent", "garbage", "half", "split", "deaf", "gone")
 GARBAGE = b"\x00\xff\xfe\x1b\x80 \xc3\x28\n"
 SPLIT_GAP = 0.05  # s
 DIRECTIONS = {"serial": ">", "mcu": "<"}
@@ -135,13 +135,13 @@ class Mcu:
         plug_in: Callable[[Heard], Line],
         find: Callable[[str], str],
     ) -> None:
-        """Its pauses are `speed` times as short. It plugs its line in, and again after it was gone.
+        """Its pauses are `speed` times as short. It plugs its line in, and anew after it was gone.
 
         `find` returns the path of a file that a scenario names.
         """
         self._speed, self._history, self._find = speed, history, find
         self._plug_in: Callable[[], Line] = lambda: plug_in(self._hear)
-        self._line: Line | None = self._plug_in()
+        self._line = self._plug_in()
         self._model = dict(HEALTHY)
         self._gathered = b""  # the unit's bytes since the last line end
         self._mood, self._turning = "talk", False  # the reel
@@ -151,14 +151,14 @@ class Mcu:
         self._pause = loop.timer(self._replay_on)
 
     def renew_line(self) -> None:
-        """If one is plugged in: a program that was killed leaves the old one locked for its use."""
+        """Unless it is gone: a program that was killed leaves the old one locked for its use."""
         self._gathered = b""
-        if self._line:
+        if self._mood != "gone":
             self._line.close()
             self._line = self._plug_in()
 
     def send(self, content: bytes) -> None:
-        if self._line:
+        if self._mood != "gone":
             self._history.note("mcu", content)
             self._line.send(content)
 
@@ -166,14 +166,12 @@ class Mcu:
         """WORD VALUE - what the MCU reports from now on: mcu BAT:V 1500
         send "LINE\\r\\n" - an unasked line, any bytes
         silent|garbage|half|split|turn|talk - how it answers; turn counts the reel on; talk is well again
-        endless [BYTES]|deaf|gone - bytes without line end; reads nothing; hangs up
+        deaf|gone|endless [BYTES] - reads nothing; hangs up; sends bytes without line end
         replay FILE - its lines of a capture, each behind the query that it answered"""
         value = " ".join(words)
         acts: dict[str, Callable[[], object]] = {
             "turn": lambda: setattr(self, "_turning", True),
             "endless": lambda: self._pour(int(number(value or "1000000"))),
-            "deaf": lambda: self._set_deaf(True),
-            "gone": self._hang_up,
             "send": lambda: self.send(to_bytes(value)),
             "replay": lambda: self._start_replay(value),
         }
@@ -187,21 +185,14 @@ class Mcu:
             raise Failure(f'the MCU knows no "{verb} {value}"')
 
     def _change_mood(self, mood: str) -> None:
+        if self._mood == "gone":
+            self._line = self._plug_in()
         self._mood, self._awaited = mood, None
         self._pause.stop()
-        if mood == "talk":
-            self._turning = False
-            self._line = self._line or self._plug_in()
-            self._set_deaf(False)
-
-    def _set_deaf(self, deaf: bool) -> None:
-        if self._line:
-            self._line.set_deaf(deaf)
-
-    def _hang_up(self) -> None:
-        if self._line:
+        self._turning = self._turning and mood != "talk"
+        self._line.set_deaf(mood == "deaf")
+        if mood == "gone":
             self._line.close()
-        self._line = None
 
     def _hear(self, content: bytes) -> None:
         self._gathered += content
@@ -236,11 +227,10 @@ class Mcu:
         half = len(text) // 2
         now, self._rest = {
             "talk": (text, b""),
-            "silent": (b"", b""),
             "garbage": (GARBAGE, b""),
             "half": (text[:half], b""),
             "split": (text[:half], text[half:]),
-        }[self._mood]
+        }.get(self._mood, (b"", b""))
         if now:
             self.send(now)
         self._gap.start(SPLIT_GAP / self._speed())
@@ -251,8 +241,7 @@ class Mcu:
             self.send(rest)
 
     def _pour(self, size: int) -> None:
-        if self._line:
-            self._line.send(b"x" * size)
+        self._line.send(b"x" * size)
         self._history.note("bench", "endless line sent\n")
 
     def _start_replay(self, path: str) -> None:
