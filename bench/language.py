@@ -127,10 +127,7 @@ class Commands:
             raise Failure(str(error)) from None
 
     def play(self, path: str) -> None:
-        """Prints the leading comment and carries out every line, up to the first that fails.
-
-        The last check: the program has not ended without a line that expects it.
-        """
+        """Prints the leading comment and carries out every line, up to the first that fails."""
         with open(path, "rb") as file:
             lines = [line.strip() for line in to_text(file.read()).split("\n")]
         for line in itertools.takewhile(lambda line: line.startswith("#"), lines):
@@ -201,12 +198,10 @@ class Commands:
 
     def do_help(self, what: str = "") -> None:
         """[expect] - this"""
-        happened = [(kind, "TEXT", KINDS[kind][2]) for kind in KINDS]
-        happened.append(("call", "NAME [ARGUMENT...]", "in any order; each once"))
-        if what == "expect":
-            print(EXPECT_HELP.format(_shown(happened, 28), _shown(self.expects, 28)), flush=True)
-        else:
-            print(_shown(self.verbs, 57) + HELP, flush=True)
+        kinds = [(kind, "TEXT", KINDS[kind][2]) for kind in KINDS]
+        kinds.append(("call", "NAME [ARGUMENT...]", "in any order; each once"))
+        expects = EXPECT_HELP.format(_shown(kinds, 28), _shown(self.expects, 28))
+        print(expects if what == "expect" else _shown(self.verbs, 57) + HELP, flush=True)
 
     @staticmethod
     def _act(what: str, table: list[Row], given: list[str]) -> Any:

@@ -65,13 +65,11 @@ class Machine:
         elif os.path.lexists(path):
             os.remove(path)
 
-    def install(self, program: str, path: str, aside: str) -> None:
-        """Copies a program there and keeps what stood there aside."""
-        for source, place in ((path, aside), (program, path)):
-            if (content := self.read(source)) is not None:
-                self.remove(place)
-                self.write(place, content)
-                os.chmod(place, 0o755)
+    def install(self, program: str, path: str) -> None:
+        """Replaces what is there by a copy of a program."""
+        self.remove(path)
+        self.write(path, self.read(program) or b"")
+        os.chmod(path, 0o755)
 
     def link(self, target: str, path: str) -> None:
         """Replaces what is there."""

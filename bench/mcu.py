@@ -83,11 +83,8 @@ class Line:
 
 
 def pseudo_terminal(loop: Loop, link: str, heard: Heard) -> Line:
-    """A line whose far end is linked under that name, raw, so that nothing is echoed.
-
-    The bench has that end open too: a terminal that nobody has open is always readable.
-    """
-    near, far = os.openpty()
+    """A line whose far end is linked under that name, raw, so that nothing is echoed."""
+    near, far = os.openpty()  # open here too: a terminal that nobody has open is always readable
     tty.setraw(far)
     if os.path.lexists(link):
         os.remove(link)
@@ -135,10 +132,7 @@ class Mcu:
         plug_in: Callable[[Heard], Line],
         find: Callable[[str], str],
     ) -> None:
-        """Its pauses are `speed` times as short. It plugs its line in, and anew after it was gone.
-
-        `find` returns the path of a file that a scenario names.
-        """
+        """Its pauses are `speed` times as short. `find` returns the path of a scenario's file."""
         self._speed, self._history, self._find = speed, history, find
         self._plug_in: Callable[[], Line] = lambda: plug_in(self._hear)
         self._line = self._plug_in()
@@ -219,10 +213,7 @@ class Mcu:
             self._model[word] = value
 
     def _answer(self, text: bytes) -> None:
-        """One line a write: the unit takes one line a notification.
-
-        Two lines in one write would leave every later answer one behind.
-        """
+        # One line a write: of two the unit would take one, and leave every later answer one behind.
         self._send_rest()  # of the answer before, if the unit asks so soon
         half = len(text) // 2
         now, self._rest = {

@@ -29,10 +29,7 @@ PATIENCE = 60  # s, for a unit that reads nothing
 
 
 class Network:
-    """Made of the kernel's own interfaces, addresses and routes.
-
-    Each is a pair of virtual Ethernet ends: one in the unit's world, one in the phone's.
-    """
+    """Pairs of virtual Ethernet ends, one in the unit's world, one in the phone's (bench/plug)."""
 
     def __init__(self, history: History, pause: Callable[[float], object]) -> None:
         """`pause` waits so many seconds of the unit's time."""
@@ -45,7 +42,7 @@ class Network:
         self.do_net("usb", verb, address, gateway)
 
     def do_eth(self, verb: str, address: str = "", gateway: str = "") -> None:
-        """up [ADDRESS/PREFIX [GATEWAY]]|down - the same over Ethernet"""
+        """up [ADDRESS/PREFIX [GATEWAY]]|down - a network over Ethernet"""
         self.do_net("eth", verb, address, gateway)
 
     def do_net(self, net: str, verb: str, address: str = "", gateway: str = "") -> None:

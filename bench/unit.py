@@ -163,7 +163,7 @@ class Recorded:
     def arrange(self, real: list[str]) -> None:
         """Puts the stand-ins in place; behind those in `real` the programs of the search path run."""
         for name in [*FIXED, *SEARCHED]:
-            self._install(name)
+            self._machine.install(self._recorder, place_of(name))
             if self._machine.read(places.TREE + place_of(name)) is not None:
                 self._set_real(name, places.TREE + place_of(name))
         for name in real:
@@ -178,9 +178,6 @@ class Recorded:
 
     def clear_reply(self, key: str) -> None:
         self._machine.remove(f"{places.BENCH}/replies/{key}")
-
-    def _install(self, name: str) -> None:
-        self._machine.install(self._recorder, place_of(name), f"{places.BENCH}/real/{name}")
 
     def _set_real(self, name: str, program: str | None) -> None:
         if program:
@@ -203,7 +200,7 @@ class Recorded:
             self._machine.remove(place_of(name))
         # Programs of the search path are taken up when first asked for.
         if verb != "missing" and self._machine.read(place_of(name)) is None:
-            self._install(name)
+            self._machine.install(self._recorder, place_of(name))
             if name not in FIXED:
                 self._set_real(name, self._machine.which(name))
         if verb == "real":

@@ -125,7 +125,7 @@ class Gauges:
             self._history.note("bench", f"{name} {value:g}\n")
 
     def do_sample(self, file: str) -> None:
-        """FILE - adds a row of the same to a table"""
+        """FILE - adds a row of what the program takes to a table"""
         columns = {"day": f"{self._clock.seconds() / DAY:.3f}"}
         columns |= {name: f"{value:g}" for name, value in self.values().items()}
         for name, path in (("log", places.LOG), ("csv", places.STATUS_ROWS)):
@@ -157,11 +157,7 @@ def printable(content: bytes) -> str:
 
 
 class View:
-    """Prints what happens, one line each, as it happens.
-
-    The poll's queries and the answers that tell nothing new are shown as a rate instead, and a line that
-    comes again and again once, with how often more.
-    """
+    """Prints what happens, a line each: polls and answers that say nothing new as a rate, repeats once."""
 
     def __init__(
         self, loop: Loop, clock: Clock, history: History, write: Callable[[str], object] = print

@@ -63,10 +63,7 @@ class Loop:
         self._selector.register(file, selectors.EVENT_READ, act)
 
     def hears(self, file: int, heard: Heard, closed: Act = lambda: None) -> Callable[[], bool]:
-        """Calls `heard` with what the other end writes, and `closed` once that is closed.
-
-        Returns the function that reads: true as long as there was something.
-        """
+        """Calls `heard` with what arrives, `closed` at the end. Returns the reading function."""
 
         def read() -> bool:
             try:
@@ -132,7 +129,7 @@ class Clock:
         self.set_pace(1)
 
     def do_speed(self, speed: str, stride: str = "0") -> None:
-        """N [STRIDE] - its timers run N times as fast; each rest lasts STRIDE seconds at least"""
+        """N [STRIDE] - the unit's timers run N times as fast; each rest lasts STRIDE seconds at least"""
         self.set_pace(number(speed), number(stride))
 
     def set_pace(self, speed: float, stride: float = 0) -> None:
@@ -184,12 +181,8 @@ class Process:
         **options: object,  # of Popen
     ) -> None:
         heard = {name: act for name, act in (("stdout", stdout), ("stderr", stderr)) if act}
-        pipes = dict.fromkeys(heard, subprocess.PIPE)
-        options = {"stdin": subprocess.DEVNULL, **options, **pipes}
-        try:
-            self.child = subprocess.Popen(command, **options)  # type: ignore[call-overload]
-        except OSError as error:
-            raise Failure(f"cannot start {command[0]}: {error.strerror}") from None
+        options = {"stdin": subprocess.DEVNULL, **options, **dict.fromkeys(heard, subprocess.PIPE)}
+        self.child = subprocess.Popen(command, **options)  # type: ignore[call-overload]
         self.id: int = self.child.pid
         self._loop, self._ended = loop, ended
         files = {getattr(self.child, name).fileno(): act for name, act in heard.items()}
