@@ -24,6 +24,7 @@ from typing import Any
 sys.path.insert(0, str(Path(__file__).parents[2]))
 
 from bench import places
+from bench.machine import Machine
 from bench.mcu import Line, Mcu, pseudo_terminal
 from bench.phone import PLUG
 from bench.video import PORTS, Tap, listen
@@ -54,6 +55,7 @@ PIPELINE = (
 
 os.environ |= places.stand_ins(BUILD)
 loop = Loop()
+gauges = Machine(loop).gauges
 pairs: dict[tuple[str, str], list[tuple[float, float]]] = {}  # (figure, unit): (program, floor)
 
 
@@ -113,16 +115,11 @@ def memory(process: Any) -> tuple[float, float, int]:
 
 def processor_share(*command: str) -> float:
     """Of one core, in percent."""
-
-    def ticks() -> int:
-        fields = Path(f"/proc/{process.pid}/stat").read_text().rsplit(")")[1].split()
-        return int(fields[11]) + int(fields[12])
-
     with microcontroller(), started(*command) as process:
         rest(SETTLED)
-        before = ticks()
+        before = gauges(process.pid)["cpu"]
         rest(SHARE_TIME)
-        return 100 * (ticks() - before) / os.sysconf("SC_CLK_TCK") / SHARE_TIME
+        return 100 * (gauges(process.pid)["cpu"] - before) / SHARE_TIME
 
 
 def in_turn(*acts: Callable[[], object]) -> list[list[float]]:
