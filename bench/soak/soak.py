@@ -57,17 +57,19 @@ def play(build: str, days: str) -> bool:
     return True
 
 
-def draw() -> None:
-    """All figures over the days, one below the other."""
+def draw(columns: dict[str, list[float]]) -> None:
+    """All figures over the days, one below the other, with their extremes at the axis."""
     figures = {**GAUGES, **FILES}
     commands = [
-        f"set terminal svg size 900,{110 * len(figures)} background 'white'",
-        f"set output '{PICTURE}'; set datafile separator comma columnheaders",
-        f"set multiplot layout {len(figures)},1; set grid; unset key; set ytics 4; set lmargin 9",
+        f"set terminal svg size 900,{90 * len(figures)} background 'white'; set output '{PICTURE}'",
+        f"set datafile separator comma columnheaders; set multiplot layout {len(figures)},1",
+        "set grid; unset key; set lmargin 9; set rmargin 3; set tmargin 1.6; set bmargin 1.6",
+        "set title offset 0,-0.8; set xtics offset 0,0.5; set offsets 0, 0, 0.5, 0.5",
     ]
     for name, (title, _) in figures.items():
         scale = 1024 if name in FILES else 1
-        commands.append(f"set title '{title}'; set yrange [*:*]; set offsets 0, 0, 0.5, 0.5")
+        low, high = min(columns[name]) / scale, max(columns[name]) / scale
+        commands.append(f"set title '{title}'; set ytics ({low:.4g}, {high:.4g})")
         commands.append(f"plot '{TABLE}' using 'day':(column('{name}') / {scale}) with lines")
     subprocess.run(["gnuplot"], input="\n".join(commands), text=True, check=True)
 
@@ -93,7 +95,7 @@ passed = play(*sys.argv[1:])
 with open(TABLE) as table:
     rows = list(csv.DictReader(table))
 columns = {name: [float(row[name]) for row in rows] for name in rows[0]}
-draw()
+draw(columns)
 passed = judge(columns) and passed
 print(f"verdict: {'nothing grows' if passed else 'not passed'} in", end=" ")
 print(f"{columns['day'][-1]:.0f} days; build/soak/soak.svg shows it")

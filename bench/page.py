@@ -1,0 +1,165 @@
+# SPDX-License-Identifier: LicenseRef-KT6120
+"""The unit's page behind lighttpd, and a real browser that opens it; both start at their first use."""
+
+import shutil
+import socket
+from base64 import b64decode
+from collections.abc import Callable
+from functools import cached_property, partial
+from pathlib import Path
+from typing import Any
+
+from bench import Failure, State
+from bench.places import of_caller
+from bench.world import Loop, Process
+
+SHARE = "/run/tree/usr/share/kt6120-web"
+PAGE = "/run/bench/www"
+DESK = "/run/desk"  # where bench/run reaches the page
+SOCKET = Path("/run/kt6120-web/socket")
+SETTINGS = "/run/bench/lighttpd.conf"
+PATIENCE = 60  # s
+FIND_LIMIT = 10  # s, until an element is there
+TEXT_SHOWN = 2000
+
+CONFIGURATION = f"""
+server.document-root = "{PAGE}"
+server.bind = "127.0.0.1"
+server.port = 80
+server.errorlog = "/run/bench/lighttpd.log"
+server.upload-dirs = ( "/tmp" )
+index-file.names = ( "index.html" )
+mimetype.assign = ( ".html" => "text/html;charset=utf-8", ".css" => "text/css;charset=utf-8",
+                    ".js" => "text/javascript;charset=utf-8", ".svg" => "image/svg+xml" )
+include "{SHARE}/lighttpd/kt6120.conf"
+"""
+BROWSER_OPTIONS = (
+    "--headless=new --no-sandbox --disable-gpu --disable-quic --no-first-run --hide-scrollbars "
+    "--disable-background-networking --disable-component-update --disable-sync "
+    "--disable-dev-shm-usage --user-data-dir=/tmp/browser"
+).split()
+
+BUTTON = "//button[normalize-space()='{0}'] | //summary[normalize-space()='{0}']"
+INPUT = "//input[@id=//label[normalize-space()='{0}']/@for]"
+OPTION = "//label[starts-with(normalize-space(),'{0}')]/select/option[normalize-space()='{1}']"
+KEYS = {"Tab": "\ue004", "Enter": "\ue007", "Space": " "}  # as WebDriver encodes them
+TEXT = "return document.body.innerText.replace(/\\s+/g, ' ')"
+VALUE = "const done = arguments[0]; Promise.resolve(({})).then(done, error => done(String(error)))"
+
+
+class Page:
+    """Each call of the browser's driver blocks, so a thread makes it while the loop runs."""
+
+    def __init__(self, loop: Loop) -> None:
+        self._loop, self._served, self._complaints = loop, False, ""
+
+    def serve(self) -> None:
+        if self._served:
+            return
+        self._served = True
+        shutil.copytree(f"{SHARE}/www", PAGE)
+        SOCKET.parent.mkdir()
+        desk = f'$SERVER["socket"] == "{DESK}/page" {{ }}\n' if Path(DESK).exists() else ""
+        Path(SETTINGS).write_text(CONFIGURATION + desk)
+        program = ["/run/tree/usr/sbin/kt6120-web", str(SOCKET)]
+        for command in (program, ["/usr/sbin/lighttpd", "-D", "-f", SETTINGS]):
+            Process(self._loop, command, stdout=lambda _: None)
+        with socket.socket() as port:
+            connect = partial(port.connect_ex, ("127.0.0.1", 80))
+            if not self._loop.until(lambda: SOCKET.exists() and connect() == 0, PATIENCE):
+                raise Failure("the unit's page is not served (lighttpd and kt6120-web?)")
+
+    def do_page(self, verb: str, *words: str) -> None:
+        """open [WIDTH HEIGHT [dark]] - a browser without a window opens the unit's page
+        click BUTTON|type LABEL TEXT|choose LABEL OPTION - what a user does: page click "Lamp up"
+        press KEY - Tab, Enter or Space, to the element that has the focus
+        script FILE|snapshot FILE.png - runs a script on it; writes a picture of it"""
+        acts: dict[str, Callable[..., object]] = {
+            "open": self._open,
+            "click": lambda name: self._find(BUTTON, name).click(),
+            "type": self._type,
+            "press": lambda key: self._driver.switch_to.active_element.send_keys(KEYS[key]),
+            "choose": lambda label, option: self._find(OPTION, label, option).click(),
+            "script": lambda file: self._driver.execute_script(Path(file).read_text()),
+            "snapshot": self._snapshot,
+        }
+        self.serve()
+        try:
+            self._do(acts[verb], *words)
+        except (KeyError, TypeError):
+            raise Failure(f"page {', '.join(acts)}?") from None
+
+    def expect_page(self, *words: str) -> State:
+        """TEXT - what the unit's page shows, any white space as one blank"""
+        shown = partial(self._value, "execute_script", TEXT)
+        return State(
+            lambda: " ".join(words) in str(shown()),
+            lambda: f"the page shows: {str(shown())[:TEXT_SHOWN]}",
+        )
+
+    def expect_script(self, *words: str) -> State:
+        """EXPRESSION - the JavaScript expression, or what it promises, is true on the page"""
+        value = partial(self._value, "execute_async_script", VALUE.format(" ".join(words)))
+        return State(lambda: value() is True, lambda: f"it is {value()}")
+
+    def expect_console(self, _: str) -> State:
+        """clean - the page has logged nothing so far"""
+
+        def complaints() -> str:
+            for entry in self._do(self._driver.get_log, "browser"):  # the new ones
+                if entry["message"].startswith("http"):  # the page's, not the browser's own
+                    self._complaints += entry["message"] + "\n"
+            return self._complaints
+
+        return State(lambda: complaints() == "", complaints)
+
+    @cached_property
+    def _driver(self) -> Any:
+        from selenium import webdriver  # takes its time to load
+
+        options: Any = webdriver.ChromeOptions()
+        for option in BROWSER_OPTIONS:
+            options.add_argument(option)
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+        driver = webdriver.Chrome(options=options)
+        driver.implicitly_wait(FIND_LIMIT)
+        driver.set_script_timeout(PATIENCE)
+        return driver
+
+    def _do(self, act: Callable[..., Any], *arguments: Any) -> Any:
+        from selenium.common.exceptions import WebDriverException
+
+        try:
+            return self._loop.apart(partial(act, *arguments))
+        except WebDriverException as error:
+            raise Failure(f"the browser: {error.msg}") from None
+
+    def _value(self, method: str, script: str) -> object:
+        """Of a script; while the page loads, what goes wrong."""
+        try:
+            result: object = self._do(getattr(self._driver, method), script)
+        except Failure as failure:
+            return failure
+        return result
+
+    def _open(self, width: str = "1280", height: str = "900", scheme: str = "light") -> None:
+        # The size of the page: a window around it has a minimum.
+        size = {"width": int(width), "height": int(height), "mobile": int(width) < 600}
+        feature = {"name": "prefers-color-scheme", "value": scheme}
+        command = self._driver.execute_cdp_cmd
+        command("Emulation.setDeviceMetricsOverride", {**size, "deviceScaleFactor": 1})
+        command("Emulation.setEmulatedMedia", {"features": [feature]})
+        self._driver.get("http://127.0.0.1/")
+
+    def _find(self, place: str, *names: str) -> Any:
+        return self._driver.find_element("xpath", place.format(*names))
+
+    def _type(self, label: str, text: str) -> None:
+        element = self._find(INPUT, label)
+        element.clear()
+        element.send_keys(text)
+
+    def _snapshot(self, file: str) -> None:
+        whole = {"captureBeyondViewport": True}  # also what would need scrolling
+        taken = self._driver.execute_cdp_cmd("Page.captureScreenshot", whole)
+        Path(of_caller(file)).write_bytes(b64decode(taken["data"]))
