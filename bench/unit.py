@@ -282,12 +282,8 @@ class Files:
 
     def do_store(self, key: str, *words: str) -> None:
         """KEY VALUE - writes the status store, as another program would"""
-        group, _, name = key.rpartition("/")
-        value = " ".join(words)
-        if set(',;"') & set(value):
-            value = '"' + value.replace('"', '\\"') + '"'
         # The file is replaced as a whole, and of two lines of a key the last one holds.
-        lines = to_bytes(f"\n[{group or 'General'}]\n{name}={value}\n")
+        lines = to_bytes("\n[{}]\n{}={}\n".format(*key.split("/", 1), " ".join(words)))
         content = self._machine.read(places.STORE) or b""
         self._machine.write(places.STORE, content + lines, "replace")
 

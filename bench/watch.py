@@ -157,54 +157,37 @@ def printable(content: bytes) -> str:
 
 
 class View:
-    """Prints what happens, a line each: polls and answers that say nothing new as a rate, repeats once."""
+    """Prints what happens, a line each; what tells nothing new as a rate, every few seconds."""
 
     def __init__(
         self, loop: Loop, clock: Clock, history: History, write: Callable[[str], object] = print
     ) -> None:
         self._clock, self._write, self._colours = clock, write, sys.stdout.isatty()
-        self._known: dict[bytes, bytes] = {}  # first word -> last line shown, for both directions
-        self._last, self._repeats = ("", b""), 0
-        self._polls, self._rated = Counter[str](), 0.0
+        self._known: dict[tuple[str, bytes], bytes] = {}  # kind and first word -> last line shown
+        self._more, self._rated = Counter[str](), 0.0
         history.listeners.append(self._show)
-        loop.timer(self._show_rate).every(RATE_INTERVAL)
+        loop.timer(self._show_rates).every(RATE_INTERVAL)
 
     def _show(self, kind: str, text: bytes) -> None:
         for line in text.split(b"\n") if kind in LINES else [text]:
-            if (kind, line) == self._last:
-                self._repeats += 1
-            elif line and not self._is_routine(kind, line):
+            # Of the MCU's values and of the queries each is known by its word; of programs the last line.
+            is_value = kind == "mcu" or kind == "serial" and b"?" in line
+            word = (kind, line.split(b" ")[0] if is_value else b"")
+            if (is_value or kind in LINES) and self._known.get(word) == line:
+                self._more[kind] += 1
+            elif line.strip(b"\r\n") or kind not in ("serial", *LINES):
+                self._known[word] = line
                 self._print(kind, printable(line))
-                self._last = (kind, line)
 
-    def _is_routine(self, kind: str, line: bytes) -> bool:
-        if kind == "serial" and not line.strip():
-            return True  # the second half of a line end
-        if kind != "mcu" and not (kind == "serial" and b"?" in line):
-            return False
-        word = line.split(b" ")[0]
-        known, self._known[word] = self._known.get(word), line
-        self._polls[kind] += known == line
-        return known == line
-
-    def _show_rate(self) -> None:
-        self._show_repeats()
+    def _show_rates(self) -> None:
         now = self._clock.seconds()
-        seconds, self._rated = now - self._rated, now
-        if self._polls.total() and seconds > 0:
-            polls, answers = (self._polls[kind] / seconds for kind in ("serial", "mcu"))
-            rates = f"{polls:.1f} polls/s, {answers:.1f} answers/s that tell nothing new"
-            self._print("serial", f"... {rates}")
-            self._polls.clear()
-
-    def _show_repeats(self) -> None:
-        (kind, _), more = self._last, self._repeats
-        self._last, self._repeats = ("", b""), 0
-        if more:
-            self._print(kind, f"... {more} times more")
+        seconds = now - self._rated or 1  # a board may stand still
+        for kind, count in self._more.items():
+            self._print(kind, f"... {count / seconds:.1f} a second that tell nothing new")
+        self._more.clear()
+        self._rated = now
 
     def _print(self, kind: str, text: str) -> None:
-        self._show_repeats()
         text = text if len(text) <= LONGEST else text[:LONGEST] + " ..."
         name, colour, _ = KINDS[kind]
         seconds = f"{self._clock.seconds():8.3f}"
