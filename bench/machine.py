@@ -11,9 +11,9 @@ import os
 import signal
 
 from bench import Failure, to_text
-from bench.world import Act, Heard, Loop, Process, run
+from bench.world import Heard, Loop, Process, run
 
-LOOKUP_INTERVAL = 0.1  # s
+LOOKUP_INTERVAL = 0.2  # s
 # Of inotify: modified, moved to, created, deleted; of folders only.
 INTERESTING = 0x2 | 0x80 | 0x100 | 0x200 | 0x01000000
 
@@ -77,9 +77,9 @@ class Machine:
         os.makedirs(os.path.dirname(path), exist_ok=True)
         os.symlink(target, path)
 
-    def which(self, name: str) -> str | None:
-        places = (f"/usr/sbin/{name}", f"/usr/bin/{name}")
-        return next((place for place in places if os.access(place, os.X_OK)), None)
+    def which(self, name: str, folders: list[str]) -> str | None:
+        paths = (f"{folder}/{name}" for folder in folders)
+        return next((path for path in paths if os.path.exists(path)), None)
 
     def run(self, *command: str) -> str:
         return run(*command)
@@ -103,35 +103,23 @@ class Machine:
 
     def watch(self, path: str, heard: Heard) -> None:
         """The whole of a file, at each change."""
-        last = b""
-
-        def look() -> None:
-            nonlocal last
-            content = self.read(path)
-            if content is not None and content != last:
-                last = content
-                heard(content)
-
-        self._when_changed(path, look)
-
-    def _when_changed(self, path: str, act: Act) -> None:
-        """Calls whenever something in the folder of a file has changed."""
-        folder, watched = os.fsencode(os.path.dirname(path)), -1
+        folder, last = os.fsencode(os.path.dirname(path)), b""
         queue = libc.inotify_init1(os.O_CLOEXEC)
         if queue < 0:
             raise Failure("no inotify queue left")
 
-        def look() -> None:
-            nonlocal watched
-            now = libc.inotify_add_watch(queue, folder, INTERESTING)
-            if now not in (-1, watched):
-                act()  # it may hold something already
-            watched = now
+        def look(_: bytes = b"") -> None:
+            nonlocal last
+            libc.inotify_add_watch(queue, folder, INTERESTING)
+            content = self.read(path)
+            if content not in (None, last):
+                last = content or b""
+                heard(last)
 
-        self._loop.hears(queue, lambda _: act())
-        # A folder in use goes away without a word, so it is looked up again and again; to watch the
-        # same one twice changes nothing.
-        self._loop.timer(look).every(LOOKUP_INTERVAL)
+        self._loop.hears(queue, look)
+        self._loop.timer(look).every(
+            LOOKUP_INTERVAL
+        )  # a folder goes away, and comes, without a word
         look()
 
     def gauges(self, process: int) -> dict[str, float]:

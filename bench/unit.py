@@ -13,6 +13,9 @@ from bench.world import Act, Clock, Loop, Process
 LAST_WORDS = 0.5  # s, in which all output of an ended program arrives
 MARK = "BENCH_UNIT"  # in the environment of the program and of all that it starts
 TEXT_SHOWN = 2000  # bytes
+# Its components live until the process ends, which is no leak; and the address sanitizer otherwise
+# insists on being preloaded first.
+SANITIZER = ":detect_leaks=0:fast_unwind_on_malloc=1:verify_asan_link_order=0"
 
 # Programs whose calls are recorded (bench/recorder): at fixed places, where scripts of the tree run
 # behind their stand-ins, and on the search path those that would reach for hardware or for the desk.
@@ -108,7 +111,13 @@ class Program(Unit):
             stdout=lambda text: self._history.note("stdout", text),
             stderr=lambda text: self._history.note("stderr", text),
             ended=self._finished,
-            env=self._environment(),
+            env={
+                **os.environ,
+                "PATH": f"{places.PROGRAMS}:/usr/sbin:/usr/bin:/sbin:/bin",
+                "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + SANITIZER,
+                MARK: "1",
+                **self._clock.environment(f"{self._build}/bin/libfasttime.so"),
+            },
             cwd="/",
         )
         self._history.note("bench", "unit started\n")
@@ -131,18 +140,6 @@ class Program(Unit):
     def lost(self) -> bool:
         return self.unasked and monotonic() - self._ended_at > LAST_WORDS
 
-    def _environment(self) -> dict[str, str]:
-        # Its components live until the process ends, which is no leak; and the address sanitizer
-        # otherwise insists on being preloaded first.
-        sanitizer = ":detect_leaks=0:fast_unwind_on_malloc=1:verify_asan_link_order=0"
-        return {
-            **os.environ,
-            "PATH": f"{places.PROGRAMS}:/usr/sbin:/usr/bin:/sbin:/bin",
-            "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + sanitizer,
-            MARK: "1",
-            **self._clock.environment(f"{self._build}/bin/libfasttime.so"),
-        }
-
     def _finished(self, status: int) -> None:
         self._ended_at, self.unasked = monotonic(), not self._stopping
         how = f"signal {-status}" if status < 0 else str(status)
@@ -163,11 +160,7 @@ class Recorded:
     def arrange(self, real: list[str]) -> None:
         """Puts the stand-ins in place; behind those in `real` the programs of the search path run."""
         for name in [*FIXED, *SEARCHED]:
-            self._machine.install(self._recorder, place_of(name))
-            if self._machine.read(places.TREE + place_of(name)) is not None:
-                self._set_real(name, places.TREE + place_of(name))
-        for name in real:
-            self._set_real(name, self._machine.which(name))
+            self._install(name, name in FIXED or name in real)
         self.set_reply("vcgencmd", "output", "temp=48.3'C\n")
         self.set_reply("pngview", "delay", "3600\n")  # shows its image until it is killed
 
@@ -179,7 +172,11 @@ class Recorded:
     def clear_reply(self, key: str) -> None:
         self._machine.remove(f"{places.BENCH}/replies/{key}")
 
-    def _set_real(self, name: str, program: str | None) -> None:
+    def _install(self, name: str, runs: bool) -> None:
+        """`runs`: the real program runs behind its stand-in, if there is one."""
+        self._machine.install(self._recorder, place_of(name))
+        folders = [places.TREE + FIXED[name]] if name in FIXED else ["/usr/sbin", "/usr/bin"]
+        program = self._machine.which(name, folders) if runs else None
         if program:
             self._machine.link(program, f"{places.BENCH}/real/{name}")
 
@@ -200,9 +197,7 @@ class Recorded:
             self._machine.remove(place_of(name))
         # Programs of the search path are taken up when first asked for.
         if verb != "missing" and self._machine.read(place_of(name)) is None:
-            self._machine.install(self._recorder, place_of(name))
-            if name not in FIXED:
-                self._set_real(name, self._machine.which(name))
+            self._install(name, True)
         if verb == "real":
             self.clear_reply(key)
         if verb in TRAITS:
