@@ -102,7 +102,7 @@ def _shown(table: Iterable[Sequence[Any]], width: int) -> str:
 
 
 class Commands:
-    """Carries out commands and scenarios: what the parts of a bench offer, and a few of its own."""
+    """Carries out commands and scenarios: those of the bench's parts, and a few more."""
 
     def __init__(self, clock: Clock, history: History, lost: Callable[[], bool]) -> None:
         """`lost` is true when it is no use to wait longer."""

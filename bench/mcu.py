@@ -84,7 +84,7 @@ class Line:
 
 def pseudo_terminal(loop: Loop, link: str, heard: Heard) -> Line:
     """A line whose far end is linked under that name, raw, so that nothing is echoed."""
-    near, far = os.openpty()  # open here too: a terminal that nobody has open is always readable
+    near, far = os.openpty()  # open here too: one that is closed is always readable
     tty.setraw(far)
     if os.path.lexists(link):
         os.remove(link)
@@ -97,7 +97,7 @@ def to_socket(loop: Loop, path: str, heard: Heard) -> Line:
     try:
         end.connect(path)
     except OSError:
-        raise Failure(f"nobody is at {path}") from None
+        raise Failure(f"nothing listens at {path}") from None
     return Line(loop, heard, end.detach())
 
 

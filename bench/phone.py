@@ -16,7 +16,7 @@ PLUG = os.path.join(os.path.dirname(__file__), "plug")
 CLONE_NEWNET = 0x40000000
 LONGEST_PAUSE = 3  # s, between two flaps
 
-# What is plugged in by a word of its own: interface, the unit's address, the phone's.
+# What has a verb: interface, the unit's address, the phone's.
 NETS = {
     "usb": ("usb0", "192.168.42.10/24", "192.168.42.129"),
     "eth": ("eth0", "192.168.1.50/24", "192.168.1.1"),

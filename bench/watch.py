@@ -157,7 +157,7 @@ def printable(content: bytes) -> str:
 
 
 class View:
-    """Prints what happens, a line each; what tells nothing new as a rate, every few seconds."""
+    """Prints what happens, a line each; what says nothing new as a rate, every few seconds."""
 
     def __init__(
         self, loop: Loop, clock: Clock, history: History, write: Callable[[str], object] = print
@@ -183,7 +183,7 @@ class View:
         now = self._clock.seconds()
         seconds = now - self._rated or 1  # a board may stand still
         for kind, count in self._more.items():
-            self._print(kind, f"... {count / seconds:.1f} a second that tell nothing new")
+            self._print(kind, f"... {count / seconds:.1f} a second that say nothing new")
         self._more.clear()
         self._rated = now
 
