@@ -157,7 +157,7 @@ def printable(content: bytes) -> str:
 
 
 class View:
-    """Prints what happens, a line each; what says nothing new as a rate, every few seconds."""
+    """Prints what happens, a line each; what says nothing new as a count, every few seconds."""
 
     def __init__(
         self, loop: Loop, clock: Clock, history: History, write: Callable[[str], object] = print
@@ -166,7 +166,7 @@ class View:
         self._known: dict[tuple[str, bytes], bytes] = {}  # kind and first word -> last line shown
         self._more, self._rated = Counter[str](), 0.0
         history.listeners.append(self._show)
-        loop.timer(self._show_rates).every(RATE_INTERVAL)
+        loop.timer(self._show_more).every(RATE_INTERVAL)
 
     def _show(self, kind: str, text: bytes) -> None:
         for line in text.split(b"\n") if kind in LINES else [text]:
@@ -179,11 +179,11 @@ class View:
                 self._known[word] = line
                 self._print(kind, printable(line))
 
-    def _show_rates(self) -> None:
+    def _show_more(self) -> None:
         now = self._clock.seconds()
-        seconds = now - self._rated or 1  # a board may stand still
         for kind, count in self._more.items():
-            self._print(kind, f"... {count / seconds:.1f} a second that say nothing new")
+            seconds = now - self._rated
+            self._print(kind, f"... {count} more in {seconds:.0f} s that say nothing new")
         self._more.clear()
         self._rated = now
 
