@@ -12,11 +12,11 @@ from bench import Failure, to_text
 from bench.watch import History
 from bench.world import Heard, Loop
 
-from .agent import decode, encode
+from .agent import MARK, decode, encode
 from .emulator import Emulator
 
-RETRY_INTERVAL = 1  # s
-ATTEMPTS = 600  # for a board that boots on a busy desk
+RETRY_INTERVAL = 2  # s
+PATIENCE = 300  # s of the board's time
 
 
 class Remote:
@@ -65,12 +65,12 @@ class Remote:
         def has_come() -> bool:
             return self._answer[1:2] == (number,) or not self.emulator.running
 
-        for _ in range(ATTEMPTS):
+        end = self.emulator.seconds + PATIENCE
+        while not has_come():
+            if self.emulator.seconds > end:
+                raise Failure(f"the board does not answer: {method} {arguments}")
             self.emulator.say(encode("ask", number, method, arguments))
-            if self._loop.until(has_come, RETRY_INTERVAL):
-                break
-        else:
-            raise Failure(f"the board does not answer: {method} {arguments}")
+            self._loop.until(has_come, RETRY_INTERVAL)
         if not self.emulator.running:
             raise Failure("the board has no power")
         word, _, value = self._answer
@@ -84,5 +84,5 @@ class Remote:
             self._answer = message
         elif message[0] == "heard":
             self._hearers[message[1]][0](message[2])
-        elif message[0] == "" and line.strip():
+        elif message[0] == "" and line.strip() and MARK not in line:
             self._history.note("bench", "console: " + to_text(line).strip() + "\n")
