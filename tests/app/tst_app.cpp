@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// The application frame: the log sink, the wiring and the watchdog. Fatal signals are played by a
-// scenario.
+// Log sink, connections and watchdog. A scenario plays fatal signals.
 
 #include "messagehandler.h"
 #include "watchdog.h"
@@ -15,15 +14,10 @@
 #include "paths.h"
 #include "testsupport.h"
 
-#include <QDir>
-#include <QRegularExpression>
-#include <QtTest>
-
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <fcntl.h>
 #include <functional>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -35,8 +29,6 @@ using testsupport::readFile;
 
 namespace
 {
-
-const char programLog[] = "/home/pi/KT6120/bin/commands_log.log";
 
 std::atomic<int> writes = 0;
 std::atomic<std::chrono::nanoseconds> shortestPause{1h};
@@ -56,7 +48,7 @@ void log(const std::function<void()> &statements)
 
 } // namespace
 
-// Stands before the system's own.
+// Replaces the C library's.
 // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name) the C library's are reserved
 extern "C" int sync_file_range(int, off64_t, off64_t, unsigned int)
 {
@@ -86,7 +78,7 @@ private slots:
             qDebug() << "chatter";
         });
         const QString after = now();
-        const QStringList lines = QString(readFile(programLog)).split('\n');
+        const QStringList lines = QString(readFile(paths::programLog)).split('\n');
         QCOMPARE(lines.size(), 4);
         QCOMPARE(lines[0].mid(19), QString(",4,Sonde Turned On"));
         QVERIFY(lines[0].left(19) == before || lines[0].left(19) == after);
@@ -95,29 +87,25 @@ private slots:
         QCOMPARE(printed.text(), QByteArray("chatter\n"));
     }
 
-    void zerosOfAPowerCutGiveWay_data()
+    void zerosOfAPowerCutAreRemoved()
     {
-        QTest::addColumn<QByteArray>("left");
-        QTest::addColumn<QByteArray>("kept");
-        QTest::newRow("between lines") << QByteArray("one\n\0\0", 6) << QByteArray("one\n");
-        QTest::newRow("within a line") << QByteArray("one\ntw\0", 7) << QByteArray("one\ntw\n");
-        QTest::newRow("of all") << QByteArray(4096, '\0') << QByteArray();
-        QTest::newRow("many") << "one\n" + QByteArray(10000, '\0') << QByteArray("one\n");
-        QTest::newRow("none, a torn line") << QByteArray("one") << QByteArray("one\n");
+        const std::pair<QByteArray, QByteArray> rows[] = {
+            {QByteArray("one\n\0\0", 6), "one\n"},
+            {QByteArray("one\ntw\0", 7), "one\ntw\n"},
+            {QByteArray(4096, '\0'), ""},
+            {"one\n" + QByteArray(10000, '\0'), "one\n"},
+            {"one", "one\n"}, // a torn line
+        };
+        for (const auto &[left, kept] : rows) {
+            testsupport::writeFile(paths::programLog, left);
+            log([] { qInfo() << "Stream Stopped"; });
+            const QByteArray lines = readFile(paths::programLog);
+            QCOMPARE(lines.left(kept.size()), kept);
+            QCOMPARE(lines.mid(kept.size() + 19), QByteArray(",4,Stream Stopped\n"));
+        }
     }
 
-    void zerosOfAPowerCutGiveWay()
-    {
-        QFETCH(QByteArray, left);
-        QFETCH(QByteArray, kept);
-        testsupport::writeFile(programLog, left);
-        log([] { qInfo() << "Stream Stopped"; });
-        const QByteArray lines = readFile(programLog);
-        QCOMPARE(lines.left(kept.size()), kept);
-        QCOMPARE(lines.size(), kept.size() + 19 + int(strlen(",4,Stream Stopped\n")));
-    }
-
-    // A second's lines are one write to the card, and the last one does not wait for another line.
+    // One write-out a second, and the last line does not wait for another one.
     void linesStartForTheDiskOnceASecond()
     {
         const int before = writes;
@@ -144,13 +132,13 @@ private slots:
             write();
             other.join();
         });
-        const QStringList lines = QString(readFile(programLog)).split('\n', Qt::SkipEmptyParts);
+        const QStringList lines =
+            QString(readFile(paths::programLog)).split('\n', Qt::SkipEmptyParts);
         QCOMPARE(lines.size(), 2 * count);
         for (const QString &line : lines)
             QCOMPARE(line.mid(19), ",1," + text);
     }
 
-    // A connection by signature that does not fit fails silently otherwise.
     void allThirteenConnectionsAreMade()
     {
         eventHandler events;
@@ -161,15 +149,14 @@ private slots:
         std::vector<QMetaObject::Connection> made;
         log([&] { made = connectComponents({&events, &mcu, &app, &video}); });
         QCOMPARE(int(made.size()), 13);
-        for (size_t i = 0; i < made.size(); ++i)
-            QVERIFY2(bool(made[i]), qPrintable(QString("connection %1").arg(i + 1)));
+        QVERIFY(std::all_of(made.begin(), made.end(), [](const auto &one) { return bool(one); }));
         QCOMPARE(printed.text(), QByteArray("stop connection state: true\n"));
         QVERIFY(QMetaType::type("EVENT_TYPE_t") != QMetaType::UnknownType);
         QVERIFY(QMetaType::type("SOURCE_TYPE_t") != QMetaType::UnknownType);
     }
 
-    // The service manager hears of the loop's first turn, and then of every tenth of its period,
-    // as long as the loop turns. Without its environment, nothing is sent.
+    // Notifications come with the event loop's first iteration, then every tenth of the period as
+    // long as the loop runs.
     void theServiceManagerHearsOfTheLoop()
     {
         const int manager = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
@@ -190,9 +177,9 @@ private slots:
         QCOMPARE(heard(), QByteArray());
         TRY_VERIFY(heard().startsWith("READY=1 WATCHDOG=1 WATCHDOG=1 "));
         const QByteArray before = heard();
-        QThread::msleep(600); // a turn that hangs
+        QThread::msleep(600); // an iteration that hangs
         QCOMPARE(heard(), before);
-        emit app.commsExternalEvent(EVENT_LampUp, SOURCE_APP, nullptr); // of many in that turn
+        emit app.commsExternalEvent(EVENT_LampUp, SOURCE_APP, nullptr); // of many in that iteration
         QCOMPARE(heard(), before + "WATCHDOG=1 ");
         TRY_VERIFY(heard().size() > before.size() + 11);
         close(manager);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// Dispatch, routing and queue, what the MCU reports, and what is asked of the unit.
+// Dispatch, routing and queue, reports of the MCU, and requests.
 
 #include "eventhandler.h"
 
@@ -55,16 +55,6 @@ public:
         return testsupport::iniValue(paths::statusStore, key);
     }
 
-    // Forgets what was sent, called and logged.
-    void forget()
-    {
-        serial.clear();
-        debug.clear();
-        app.clear();
-        recorders::clearCalls();
-        LogCapture::clear();
-    }
-
     std::unique_ptr<eventHandler> handler;
     QStringList serial, debug, app;
 };
@@ -79,18 +69,6 @@ class tst_events : public QObject
 
 private slots:
     void initTestCase() { log.emplace(); }
-
-    void valuesWithoutAHandlerDoNothing()
-    {
-        const UnitUnderEvents unit;
-        const QByteArray before = testsupport::readFile(paths::statusStore);
-        LogCapture::clear();
-        for (const int value : {-1, 20, 22, 23, 31, 32, 40, 1000})
-            unit.raise(static_cast<EVENT_TYPE_t>(value));
-        QCOMPARE(unit.serial + unit.debug + unit.app, QStringList());
-        QCOMPARE(testsupport::readFile(paths::statusStore), before);
-        QCOMPARE(LogCapture::texts(QtInfoMsg), QStringList());
-    }
 
     void answersGoBackWhereTheRequestCameFrom()
     {
@@ -151,29 +129,6 @@ private slots:
         }
     }
 
-    // The rest of the probe's story is told by a scenario.
-    void aTallwickValueThatIsNoDetectionBlocksTheLamp()
-    {
-        const UnitUnderEvents unit;
-        unit.report<EVENT_TallwickDetected>(2);
-        unit.raise(EVENT_LampUp);
-        QCOMPARE(unit.serial, QStringList());
-        unit.raise(EVENT_LampOff);
-        QCOMPARE(unit.serial, QStringList("LAMP:OFF\r\n"));
-    }
-
-    void theUnknownCommandCountSurvivesAndWraps()
-    {
-        UnitUnderEvents unit;
-        unit.handler.reset();
-        testsupport::writeFile(paths::statusStore, "[Commands]\nUnknown=65534\n");
-        eventHandler handler;
-        handler.eventHandlerProcess(EVENT_UnknownCommand, SOURCE_APP, nullptr);
-        QCOMPARE(unit.stored("Commands/Unknown"), QString("65535"));
-        handler.eventHandlerProcess(EVENT_UnknownCommand, SOURCE_APP, nullptr);
-        QCOMPARE(unit.stored("Commands/Unknown"), QString("0"));
-    }
-
     void lampSteps()
     {
         const int up = EVENT_LampUp, down = EVENT_LampDown, off = EVENT_LampOff;
@@ -197,7 +152,6 @@ private slots:
         for (const auto &row : rows) {
             UnitUnderEvents unit("[Lamp]\nMaxCurrent=" + QByteArray::number(row.maxCurrent) + "\n");
             unit.report<EVENT_LampValue>(static_cast<uint8_t>(row.level));
-            unit.forget();
             QStringList stored, expected, written;
             for (const int event : row.events) {
                 unit.raise(static_cast<EVENT_TYPE_t>(event));
@@ -239,26 +193,26 @@ private slots:
 
     void configurationLimits()
     {
+        const QString warning = "Invalid LED current limit detected, using default value  15 mA";
         const std::tuple<const char *, QString, int> rows[] = {
-            // what is told where it is not the warning; LAMP:SETs on the way to the maximum
+            // what is logged, LAMP:SETs up to the maximum
             {"1", "LED current limit set to  1 mA", 1},
             {"30", "LED current limit set to  30 mA", 7},
-            {"31", {}, 4},
-            {"0", {}, 4},
-            {"much", {}, 4},
+            {"31", warning, 4},
+            {"0", warning, 4},
+            {"much", warning, 4},
         };
-        const QString warning = "Invalid LED current limit detected, using default value  15 mA";
-        for (const auto &[limit, info, steps] : rows) {
+        for (const auto &[limit, logged, steps] : rows) {
             const UnitUnderEvents unit(QByteArray("[Lamp]\nMaxCurrent=") + limit + '\n');
             QCOMPARE(LogCapture::texts(QtInfoMsg) + LogCapture::texts(QtWarningMsg),
-                     QStringList(info.isNull() ? warning : info));
+                     QStringList(logged));
             for (int i = 0; i < 8; ++i)
                 unit.raise(EVENT_LampUp);
             QCOMPARE(unit.serial.size(), 2 * steps);
         }
     }
 
-    void editsOfOtherProgramsAreSeenAtTheNextRequest()
+    void editsOfOtherProgramsTakeEffectAtTheNextRequest()
     {
         const UnitUnderEvents unit;
         const auto ask = [&unit] {

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// The unit's files on a disk that is full or read-only, and where something else than a file has
+// The unit's files on a disk that is full or read-only, and with something other than a file in
 // their place or that of their lock.
 
 #include "eventhandler.h"
 #include "messagehandler.h"
 #include "monitor.h"
 
+#include "paths.h"
 #include "testsupport.h"
-
-#include <QtTest>
 
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -23,34 +22,30 @@ using testsupport::writeFile;
 namespace
 {
 
-const QString folder = "/home/pi/KT6120/bin/";
-const QString store = folder + "KT6120.ini";
-const QString configuration = folder + "kestraConfig.ini";
-const QString programLog = folder + "commands_log.log";
-const QString mcuLog = folder + "mcu_log.log";
-const QString csv = folder + "status_log.csv";
-const QString commandsFile = "/var/www/html/commands.txt";
+const char folder[] = "/home/pi/KT6120/bin";
+const QString store = paths::statusStore;
+const QString configuration = paths::configuration;
 
-void fillDisk(int blocksLeft, const QString &disk = folder)
+// Full up to some blocks, read-only (readOnly blocks), or emptied again (wide).
+constexpr int readOnly = -1;
+constexpr int wide = -2;
+void leave(int blocks, const QString &disk = folder)
 {
-    QFile ballast(disk + "ballast");
-    if (!ballast.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
-        qFatal("no ballast");
+    QFile ballast(disk + "/ballast");
+    const unsigned long flags = MS_REMOUNT | (blocks == readOnly ? MS_RDONLY : 0);
+    mount("disk", folder, "tmpfs", flags, "size=256k");
+    ballast.remove();
+    if (blocks < 0)
+        return;
+    QVERIFY(ballast.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
     for (int size = 65536; size > 0; size /= 2) {
         while (ballast.write(QByteArray(size, 'x')) == size)
             ;
     }
-    ballast.resize(ballast.size() - qint64(blocksLeft) * 4096);
+    ballast.resize(ballast.size() - qint64(blocks) * 4096);
 }
 
-void setReadOnly(bool readOnly)
-{
-    const unsigned long flags = MS_REMOUNT | (readOnly ? MS_RDONLY : 0);
-    if (mount("disk", folder.toLocal8Bit(), "tmpfs", flags, "size=256k") != 0)
-        qFatal("cannot mount again: %s", strerror(errno));
-}
-
-// A text, its numbers aside: a rewrite may find room after all when a file beside it gave some up.
+// A text without its numbers: a rewrite may succeed after another file has shrunk.
 QString shape(const QByteArray &text)
 {
     return QString(text).replace(QRegularExpression("[0-9]+"), "N");
@@ -73,21 +68,19 @@ bool make(const QString &path, const QString &state)
     } else {
         writeFile(path, state == "garbled" ? QByteArray(40, '\0') : QByteArray());
     }
-    if (state == "new")
-        return true;
-    // Older than the unit's start, or ahead of a clock that lost an hour.
+    // Older than the unit's start, or newer than a clock that was set back by an hour.
     const timespec made = {state == "garbled" ? time(nullptr) + 3600 : 0, 0};
     const timespec times[] = {made, made};
-    return utimensat(AT_FDCWD, name, times, 0) == 0;
+    return state == "new" || utimensat(AT_FDCWD, name, times, 0) == 0;
 }
 
-// What kind of thing has the name, and what kind it leads to.
-using Kinds = std::pair<mode_t, mode_t>;
-Kinds kinds(const QString &path)
+// The file type, of a symlink its own and its target's; empty if there is nothing.
+QList<mode_t> kinds(const QString &path)
 {
     struct stat own = {};
     struct stat target = {};
-    lstat(path.toLocal8Bit(), &own);
+    if (lstat(path.toLocal8Bit(), &own) != 0)
+        return {};
     stat(path.toLocal8Bit(), &target);
     return {own.st_mode, target.st_mode};
 }
@@ -95,10 +88,10 @@ Kinds kinds(const QString &path)
 bool clear(const QString &path)
 {
     heldLocks.clear();
-    return QFile::remove(path) || QDir().rmdir(path) || kinds(path) == Kinds();
+    return QFile::remove(path) || QDir().rmdir(path) || kinds(path).isEmpty();
 }
 
-// One round of writing, in all five files.
+// Writes a number to all five files.
 void write(eventHandler &handler, int32_t number)
 {
     QString text = QString("T%1").arg(number);
@@ -127,103 +120,96 @@ private slots:
     void init()
     {
         testsupport::freshWorld();
-        QCOMPARE(mount("disk", folder.toLocal8Bit(), "tmpfs", 0, "size=256k"), 0);
+        QCOMPARE(mount("disk", folder, "tmpfs", 0, "size=256k"), 0);
     }
     void cleanup()
     {
         heldLocks.clear();
-        QCOMPARE(umount(folder.toLocal8Bit()), 0);
+        QCOMPARE(umount(folder), 0);
     }
 
     void diskThatTakesNothing_data()
     {
-        QTest::addColumn<int>("blocksLeft"); // -1: read-only
-        QTest::addColumn<bool>("fresh");     // log, CSV and MCU log are not there yet
+        QTest::addColumn<int>("blocks");
+        QTest::addColumn<bool>("fresh"); // log, CSV and MCU log do not exist yet
         QTest::newRow("full") << 0 << false;
         QTest::newRow("full from the start") << 0 << true;
         QTest::newRow("one block left") << 1 << false; // the lock takes it, not the file
         QTest::newRow("two blocks left") << 2 << false;
-        QTest::newRow("read-only") << -1 << false;
-        QTest::newRow("read-only from the start") << -1 << true;
+        QTest::newRow("read-only") << readOnly << false;
+        QTest::newRow("read-only from the start") << readOnly << true;
     }
     void diskThatTakesNothing()
     {
-        QFETCH(int, blocksLeft);
+        QFETCH(int, blocks);
         QFETCH(bool, fresh);
-        const bool readOnly = blocksLeft < 0;
         const OutputCapture printed;
         const QtMessageHandler before = qInstallMessageHandler(MessageHandler);
         {
             eventHandler handler;
             write(handler, 1);
-            for (const QString &path : {programLog, mcuLog, csv})
+            const QStringList appended = {paths::programLog, paths::statusCsv};
+            const QStringList rewritten = {store, configuration, paths::mcuLog};
+            for (const QString &path : appended + rewritten.mid(2))
                 QVERIFY(!fresh || QFile::remove(path));
-            const QStringList all = {store, configuration, programLog, mcuLog, csv};
-            QByteArrayList old;
-            for (const QString &path : all)
-                old += readFile(path);
-            if (readOnly)
-                setReadOnly(true);
-            else
-                fillDisk(blocksLeft);
+            QHash<QString, QByteArray> old;
+            for (const QString &path : appended + rewritten)
+                old[path] = readFile(path);
+            leave(blocks);
             // Enough to fill what is left of the last block of log and CSV.
             for (int32_t number = 2; number < 200; ++number)
                 write(handler, number);
             QVERIFY(!readFile(store).contains("State=199")); // it was full
-            for (int i = 0; i < all.size(); ++i) {
-                const bool appended = all[i] == programLog || all[i] == csv;
-                const QByteArray now = readFile(all[i]);
-                QVERIFY2(appended ? now.startsWith(old[i]) : shape(now) == shape(old[i]),
-                         qPrintable(all[i] + " holds: " + now));
-            }
-            if (readOnly)
-                setReadOnly(false);
-            else
-                QVERIFY(QFile::remove(folder + "ballast"));
-            TRY_VERIFY(readFile(configuration).contains("Model=T199\n")); // tried again
+            for (const QString &path : appended)
+                QVERIFY2(readFile(path).startsWith(old[path]), qPrintable(path));
+            for (const QString &path : rewritten)
+                QCOMPARE(shape(readFile(path)), shape(old[path]));
+            leave(wide);
+            TRY_VERIFY(readFile(configuration).contains("Model=T199\n")); // retried
             write(handler, 200);
             TRY_COMPARE(iniValue(configuration, "Coiler/Model"), QString("T200"));
         }
         qInstallMessageHandler(before);
         QCOMPARE(iniValue(store, "Battery/State"), QString("200"));
         QCOMPARE(iniValue(store, "Compute/SoftwareVersion"), QString("V" PROGRAM_VERSION));
-        QCOMPARE(readFile(mcuLog), QByteArray("T200"));
+        QCOMPARE(readFile(paths::mcuLog), QByteArray("T200"));
         QVERIFY(printed.text().contains("Error Creating File\n"));
-        // No line of the log and no row is torn or glued to another.
+        // No line of the log and no row is torn or joined to another.
         const QRegularExpression wholeLines(
             "^([-0-9]{10} [:0-9]{8},(4,[A-Z][^,\n]* [0-9]+( mA)?|2,Error[^\n]*)?\n)+$");
-        QVERIFY(wholeLines.match(readFile(programLog)).hasMatch());
-        QVERIFY(readFile(programLog).endsWith(",4,Battery State Changed to:  200\n"));
+        QVERIFY(wholeLines.match(readFile(paths::programLog)).hasMatch());
+        QVERIFY(readFile(paths::programLog).endsWith(",4,Battery State Changed to:  200\n"));
         const QRegularExpression wholeRows("^timestamp,[^\n]*\n([^,\n]*(,[^,\n]*){12}\n)+$");
-        QVERIFY(wholeRows.match(readFile(csv)).hasMatch());
+        QVERIFY(wholeRows.match(readFile(paths::statusCsv)).hasMatch());
     }
 
-    // What the files say counts from the start, whatever their locks and their disk are like.
+    // The files are read at the start, whatever the state of their locks and their disk. The count
+    // of unknown commands has 16 bits. The MCU log stays the same file for who has it open.
     void startsAsConfigured_data()
     {
         QTest::addColumn<QString>("lock");
-        QTest::addColumn<int>("blocksLeft"); // -1: read-only
+        QTest::addColumn<int>("blocks");
         QTest::newRow("folder at the lock") << "folder" << 9;
         QTest::newRow("held") << "held" << 9;
-        QTest::newRow("read-only") << "empty" << -1;
+        QTest::newRow("read-only") << "empty" << readOnly;
         QTest::newRow("full") << "" << 0;
         QTest::newRow("four blocks left") << "" << 4;
     }
     void startsAsConfigured()
     {
         QFETCH(QString, lock);
-        QFETCH(int, blocksLeft);
+        QFETCH(int, blocks);
         const testsupport::LogCapture log;
-        writeFile(store, "[Camera]\nCoilerOffset=2.5\n[Commands]\nUnknown=7\n"
+        writeFile(store, "[Camera]\nCoilerOffset=2.5\n[Commands]\nUnknown=65534\n"
                          "[Sonde]\nFrequency=\"33, k\"\n");
         writeFile(configuration, "[Coiler]\nEncoderScalar=0.5\nModel=\"\\xe4, %2\"\n"
                                  "[Lamp]\nMaxCurrent=5\n");
+        writeFile(paths::mcuLog, "as it was");
+        const QString sameFile = paths::mcuLog + QString(".too");
+        QCOMPARE(link(paths::mcuLog, sameFile.toLocal8Bit()), 0);
         for (const QString &path : {store, configuration})
             QVERIFY(lock.isEmpty() || make(path + ".lock", lock));
-        if (blocksLeft < 0)
-            setReadOnly(true);
-        else
-            fillDisk(blocksLeft);
+        leave(blocks);
         eventHandler handler;
         QVERIFY(log.texts(QtInfoMsg).contains("LED current limit set to  5 mA"));
         QString answers;
@@ -237,93 +223,77 @@ private slots:
             handler.eventHandlerProcess(event, SOURCE_APP, nullptr);
         QCOMPARE(answers, QString::fromUtf8(
                               "CoilerValue 42.5\rSondeFreq 33, kModel ä, %2\r\nLampValue 17\r\n"));
-        if (blocksLeft < 0)
-            setReadOnly(false);
-        QFile::remove(folder + "ballast");
+        leave(wide);
         QVERIFY(lock.isEmpty() || clear(store + ".lock"));
-        TRY_VERIFY(readFile(store).contains("Unknown=8\n"));
+        TRY_VERIFY(readFile(store).contains("Unknown=65535\n"));
+        handler.eventHandlerProcess(EVENT_UnknownCommand, SOURCE_APP, nullptr);
+        TRY_VERIFY(readFile(store).contains("Unknown=0\n"));
+        QString text("short");
+        handler.eventHandlerProcess(EVENT_WriteLogs, SOURCE_MCU, &text);
+        QCOMPARE(readFile(sameFile), QByteArray("short"));
     }
 
-    // Room is looked for where a link leads.
+    // The free space that counts is that of the symlink's target.
     void aLinkedStoreOnAFullDisk()
     {
         const testsupport::LogCapture quiet;
-        const QString disk = "/tmp/disk/";
+        const QString disk = "/tmp/disk";
         QVERIFY(QDir().mkpath(disk));
         QCOMPARE(mount("disk", disk.toLocal8Bit(), "tmpfs", 0, "size=64k"), 0);
-        writeFile(disk + "store", "[Sonde]\nFrequency=33k\n");
-        fillDisk(0, disk);
-        QVERIFY(make("/tmp/link", disk + "store") && make(store, "/tmp/link"));
+        writeFile(disk + "/store", "[Sonde]\nFrequency=33k\n");
+        leave(0, disk);
+        QVERIFY(make("/tmp/link", disk + "/store") && make(store, "/tmp/link"));
         eventHandler handler;
         QCOMPARE(readFile(store), QByteArray("[Sonde]\nFrequency=33k\n"));
         QCOMPARE(umount(disk.toLocal8Bit()), 0);
     }
 
-    // Whoever reads it by another name or has it open sees each new text.
-    void theMcuLogStaysTheSameFile()
-    {
-        const testsupport::LogCapture quiet;
-        writeFile(mcuLog, "as it was");
-        QCOMPARE(link(mcuLog.toLocal8Bit(), (mcuLog + ".too").toLocal8Bit()), 0);
-        eventHandler handler;
-        for (const char *text : {"a longer text than it was", "short", ""}) {
-            QString log(text);
-            handler.eventHandlerProcess(EVENT_WriteLogs, SOURCE_MCU, &log);
-            QCOMPARE(readFile(mcuLog + ".too"), QByteArray(text));
-        }
-    }
-
-    // Opening, reading or locking what is not a regular file could take for ever, and a new file
-    // in the place of a device would be the end of the device.
+    // Opening, reading or locking what is not a regular file could block, and replacing it would
+    // destroy a device.
     void somethingElseInAFilesPlace_data()
     {
         QTest::addColumn<QString>("path");
-        QTest::addColumn<QString>("state"); // with a slash: a link to there
-        const QString places[] = {
-            store,  configuration, store + ".lock", configuration + ".lock", programLog,
-            mcuLog, csv,           commandsFile};
-        for (const QString &place : places) {
+        QTest::addColumn<QString>("state"); // with a slash: a symlink to there
+        const auto add = [](const QString &path, const char *state) {
+            QTest::addRow("%s: %s", qPrintable(QFileInfo(path).fileName()), state) << path << state;
+        };
+        for (const QString &path : {store, configuration, store + ".lock", configuration + ".lock",
+                                    QString(paths::programLog), QString(paths::mcuLog),
+                                    QString(paths::statusCsv), QString(paths::commandsFile)}) {
             for (const char *state : {"folder", "pipe", "/nowhere/file", "/tmp/pipe", "/dev/zero"})
-                QTest::addRow("%s: %s", qPrintable(QFileInfo(place).fileName()), state)
-                    << place << state;
+                add(path, state);
         }
-        // A lock that a power cut left, and one of another program that hangs.
-        // Or one that another program has just made and not yet taken.
+        // A lock file that a power cut left, that of another program that hangs, and one that
+        // another program has just created and not yet locked.
         for (const char *state : {"empty", "garbled", "held", "new"}) {
-            for (const QString &place : {store, configuration})
-                QTest::addRow("%s.lock: %s", qPrintable(QFileInfo(place).fileName()), state)
-                    << place + ".lock" << state;
+            for (const QString &path : {store, configuration})
+                add(path + ".lock", state);
         }
     }
     void somethingElseInAFilesPlace()
     {
         QFETCH(QString, path);
         QFETCH(QString, state);
-        writeFile(commandsFile, "");
-        if (path == commandsFile)
-            QVERIFY(QFile::remove(path));
-        QVERIFY(make(path, state));
-        const Kinds before = kinds(path);
+        const bool stale =
+            path.endsWith(".lock") && !QStringList({"folder", "held", "new"}).contains(state);
+        writeFile(paths::commandsFile, "");
+        QVERIFY(clear(path) && make(path, state));
+        const auto before = kinds(path);
         const OutputCapture printed;
         const QtMessageHandler handlerBefore = qInstallMessageHandler(MessageHandler);
         {
             eventHandler handler;
             for (const int32_t round : {1, 3}) {
                 write(handler, round);
-                handler.eventHandlerFIFOChanged(commandsFile);
-                if (path.endsWith(".lock") && state != "folder" && state != "held"
-                    && state != "new") {
-                    QVERIFY(kinds(path) == Kinds()); // removed
-                } else {
-                    QVERIFY(kinds(path) == before);
-                    QVERIFY(clear(path));
-                }
-                write(handler, round + 1); // what waited is written, too
+                handler.eventHandlerFIFOChanged(paths::commandsFile);
+                QCOMPARE(kinds(path), stale ? QList<mode_t>() : before);
+                QVERIFY(clear(path));
+                write(handler, round + 1); // with what was postponed
                 const QString text = QString("T%1").arg(round + 1);
                 QCOMPARE(iniValue(store, "Battery/State"), QString::number(round + 1));
                 QCOMPARE(iniValue(configuration, "Coiler/Model"), text);
-                QCOMPARE(readFile(mcuLog), text.toUtf8());
-                QVERIFY(readFile(csv).startsWith("timestamp,"));
+                QCOMPARE(readFile(paths::mcuLog), text.toUtf8());
+                QVERIFY(readFile(paths::statusCsv).startsWith("timestamp,"));
                 if (round == 1) { // and once more while it runs
                     QCOMPARE(iniValue(store, "Compute/SoftwareVersion"),
                              QString("V" PROGRAM_VERSION));
@@ -332,8 +302,8 @@ private slots:
             }
         }
         qInstallMessageHandler(handlerBefore);
-        QVERIFY(readFile(programLog).endsWith(",4,Battery State Changed to:  4\n"));
-        QCOMPARE(printed.text().contains("Error Creating File"), path == programLog);
+        QVERIFY(readFile(paths::programLog).endsWith(",4,Battery State Changed to:  4\n"));
+        QCOMPARE(printed.text().contains("Error Creating File"), path == paths::programLog);
     }
 };
 

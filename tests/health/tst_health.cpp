@@ -2,44 +2,32 @@
 #include "busybee.h"
 #include "monitor.h"
 
+#include "paths.h"
 #include "settings.h"
 #include "testsupport.h"
-
-#include <QProcess>
 
 #include <climits>
 #include <memory>
 #include <tuple>
 
-using testsupport::iniValue;
 using testsupport::LogCapture;
 using testsupport::readFile;
 using testsupport::writeFile;
-
-namespace
-{
-
-constexpr char ini[] = "/home/pi/KT6120/bin/KT6120.ini";
-constexpr char csv[] = "/home/pi/KT6120/bin/status_log.csv";
-constexpr char gpioRead[] = "/home/pi/KT6120/bin/KT6120_gpio_read.sh";
-constexpr char adcRead[] = "/home/pi/KT6120/bin/KT6120_bb_read.sh";
-constexpr char vcgencmd[] = "/opt/vc/bin/vcgencmd";
-
-} // namespace
 
 class tst_health : public QObject
 {
     Q_OBJECT
 
 private:
-    // The store and the monitor as a restart finds them, on what the files hold now.
+    // Store and monitor anew, from the files.
     void restart()
     {
         health.reset();
         store = std::make_unique<settings>(nullptr);
         health = std::make_unique<monitor>(nullptr, store.get());
     }
-    void invoke(const char *slot) { QVERIFY(QMetaObject::invokeMethod(health.get(), slot)); }
+    QTimer *timer(int index) const { return health->findChildren<QTimer *>().at(index); }
+    void check(int index) const { QVERIFY(QMetaObject::invokeMethod(timer(index), "timeout")); }
 
     std::unique_ptr<settings> store;
     std::unique_ptr<monitor> health;
@@ -49,27 +37,13 @@ private slots:
     {
         recorders::install("/tmp/tools/logrotate");
         qputenv("PATH", "/tmp/tools:" + qgetenv("PATH"));
-        recorders::install(vcgencmd);
     }
     void init()
     {
         testsupport::freshWorld();
-        recorders::install(gpioRead);
-        recorders::install(adcRead);
+        recorders::install(paths::gpioReadScript);
+        recorders::install("/home/pi/KT6120/bin/KT6120_bb_read.sh");
         restart();
-    }
-    void cleanup()
-    {
-        health.reset();
-        store.reset();
-    }
-
-    void timers()
-    {
-        QList<int> intervals;
-        for (const QTimer *timer : health->findChildren<QTimer *>())
-            intervals.append(timer->interval());
-        QCOMPARE(intervals, QList<int>({1800000, 5000, 10000}));
     }
 
     void usbFault()
@@ -77,16 +51,17 @@ private slots:
         const std::pair<QByteArray, bool> rows[] = {
             {"0\n", false},       {"", false},
             {"1 fault\n", false}, {QByteArray("1\0\n", 3), false},
-            {" \t1 \r\n", true},  {"1\n", false}, // told once
+            {" \t1 \r\n", true},  {"1\n", false}, // logged once
         };
-        const QTimer *usbTimer = health->findChildren<QTimer *>().at(1);
-        for (const auto &[printed, told] : rows) {
+        QCOMPARE(timer(1)->interval(), 5000);
+        QCOMPARE(timer(2)->interval(), 10000); // the temperature's, played by a scenario
+        for (const auto &[printed, logged] : rows) {
             const LogCapture log;
             recorders::setReply("KT6120_gpio_read.sh 26", printed);
-            invoke("monitor_usb_check");
-            QCOMPARE(LogCapture::texts(QtWarningMsg).size(), int(told));
+            check(1);
+            QCOMPARE(LogCapture::texts(QtWarningMsg).size(), int(logged));
         }
-        QVERIFY(!usbTimer->isActive());
+        QVERIFY(!timer(1)->isActive());
     }
 
     void row()
@@ -104,38 +79,31 @@ private slots:
             {"[Temperature]\nBoost=-9999\n", "0,0,0,0,0,0,0,0,0,0,-99.99,0"},
             {"[Temperature]\nBoost=1234567890\n", "0,0,0,0,0,0,0,0,0,0,1.23457e+07,0"},
         };
+        const QByteArray header =
+            "timestamp,battery voltage [mV],battery current [mA],internal temperature [Deg C],"
+            "cm3 temperature [Deg C],coiler value,led current [mA],interstage current [mA],"
+            "tallwick led current [mA],sonde state,lamp value [%],encoder temperature [Deg C],"
+            "tallwick status\n";
         for (const auto &[stored, fields] : rows) {
-            writeFile(ini, stored);
-            QFile::remove(csv);
+            writeFile(paths::statusStore, stored);
+            QFile::remove(paths::statusCsv);
             restart();
+            QCOMPARE(timer(0)->interval(), 1800000);
             const QDateTime before = QDateTime::currentDateTime().addSecs(-1);
-            invoke("monitor_timer_expired");
-            const QByteArray content = readFile(csv);
-            QVERIFY(content.startsWith("timestamp,"));
-            const QByteArray record = content.mid(content.indexOf('\n') + 1);
+            check(0);
+            const QByteArray content = readFile(paths::statusCsv);
+            QVERIFY(content.startsWith(header));
+            const QByteArray record = content.mid(header.size());
             QCOMPARE(record.mid(19), ',' + fields + '\n');
             const auto stamp = QDateTime::fromString(record.left(19), "dd-MM-yyyy HH:mm:ss");
             QVERIFY(stamp >= before && stamp <= QDateTime::currentDateTime());
         }
-    }
-
-    // Only a file that was not there gets a header; what is there is never touched.
-    void csvIsAppendedTo()
-    {
-        invoke("monitor_timer_expired");
-        invoke("monitor_timer_expired");
-        QCOMPARE(readFile(csv).count("timestamp"), 1);
-        QCOMPARE(readFile(csv).count('\n'), 3);
-
-        writeFile(csv, "");
-        invoke("monitor_timer_expired");
-        QCOMPARE(readFile(csv).count("timestamp"), 0);
-        QCOMPARE(readFile(csv).count('\n'), 1);
-
-        writeFile(csv, "torn" + QByteArray(10000, '\0')); // by a power cut
-        invoke("monitor_timer_expired");
-        QVERIFY(readFile(csv).startsWith("torn\n"));
-        QCOMPARE(readFile(csv).count('\n'), 2);
+        check(0);
+        QCOMPARE(readFile(paths::statusCsv).count("timestamp"), 1);
+        QCOMPARE(readFile(paths::statusCsv).count('\n'), 3);
+        writeFile(paths::statusCsv, ""); // it exists, so it gets no header
+        check(0);
+        QCOMPARE(readFile(paths::statusCsv).left(19).count('-'), 2);
     }
 
     void conversions()

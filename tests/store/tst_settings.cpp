@@ -4,9 +4,6 @@
 #include "paths.h"
 #include "testsupport.h"
 
-#include <QDir>
-#include <QtTest>
-
 #include <sys/resource.h>
 
 using testsupport::iniValue;

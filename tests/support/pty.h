@@ -9,12 +9,11 @@
 // A pseudo-terminal in the place of the unit's serial port, and its far end.
 class Pty
 {
+    Q_DISABLE_COPY(Pty)
+
 public:
     Pty();
     ~Pty(); // the line is gone
-    Pty(const Pty &) = delete;
-    Pty &operator=(const Pty &) = delete;
-
     // Writes all bytes at once, as one arrival at the unit.
     void send(const QByteArray &bytes) const;
     // Everything that has come since the start or the last clear().

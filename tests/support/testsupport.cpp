@@ -1,24 +1,16 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "testsupport.h"
 
-#include <QDir>
-#include <QFile>
-#include <QMutex>
-#include <QSettings>
-#include <QTest>
-
-#include <utility>
-
 namespace
 {
 
 QMutex lock;
-QList<std::pair<QtMsgType, QString>> messages;
+QHash<QtMsgType, QStringList> messages;
 
 void collect(QtMsgType type, const QMessageLogContext &, const QString &text)
 {
     const QMutexLocker locker(&lock);
-    messages.append({type, text});
+    messages[type] += text;
 }
 
 constexpr char callsFile[] = "/run/bench/calls"; // time, name, arguments, tabs between
@@ -47,13 +39,10 @@ void install(const QString &path)
 void setReply(const QString &key, const QByteArray &output, double delay, int status)
 {
     const QString place = "/run/bench/replies/" + key;
-    QDir(place).removeRecursively();
     QDir().mkpath(place);
     testsupport::writeFile(place + "/output", output);
-    if (delay > 0)
-        testsupport::writeFile(place + "/delay", QByteArray::number(delay) + '\n');
-    if (status != 0)
-        testsupport::writeFile(place + "/status", QByteArray::number(status) + '\n');
+    testsupport::writeFile(place + "/delay", QByteArray::number(delay) + '\n');
+    testsupport::writeFile(place + "/status", QByteArray::number(status) + '\n');
 }
 
 QStringList calls()
@@ -64,12 +53,9 @@ QStringList calls()
     return found;
 }
 
-QList<double> times()
+double time(int call)
 {
-    QList<double> found;
-    for (const QString &line : lines())
-        found.append(line.section('\t', 0, 0).toDouble());
-    return found;
+    return lines().value(call).section('\t', 0, 0).toDouble();
 }
 
 void clearCalls()
@@ -106,8 +92,7 @@ void writeFile(const QString &path, const QByteArray &content)
 
 QString iniValue(const QString &path, const QString &key)
 {
-    const QVariant value = QSettings(path, QSettings::IniFormat).value(key);
-    return value.isValid() ? value.toString() : QString();
+    return QSettings(path, QSettings::IniFormat).value(key).toString();
 }
 
 int openDescriptors()
@@ -135,12 +120,7 @@ LogCapture::~LogCapture()
 QStringList LogCapture::texts(QtMsgType type)
 {
     const QMutexLocker locker(&lock);
-    QStringList found;
-    for (const auto &[messageType, text] : std::as_const(messages)) {
-        if (messageType == type)
-            found.append(text);
-    }
-    return found;
+    return messages.value(type);
 }
 
 void LogCapture::clear()

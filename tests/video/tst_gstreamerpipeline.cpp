@@ -1,17 +1,37 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "gstreamerpalpipeline.h"
 #include "gstreamerstreampipeline.h"
-#include "videotestsupport.h"
+#include "testsupport.h"
 
 #include <QUdpSocket>
 
 #include <thread>
-#include <vector>
+
+using testsupport::OutputCapture;
 
 namespace
 {
 
-// The two real pipelines, with a look inside.
+// Notes every report that it gets.
+struct NotingHandler : VideoCaptureStatusHandler {
+    void videoCaptureErrorHandler(bool flag, std::string text) override
+    {
+        notes << QString("error %1 %2").arg(flag).arg(text.c_str());
+    }
+    void jpegCompleteHandler(int number) override { notes << QString("jpeg %1").arg(number); }
+    void jpegErrorHandler(int number, std::string text) override
+    {
+        notes << QString("jpeg error %1 %2").arg(number).arg(text.c_str());
+    }
+    void videoRecordingCompleteHandler() override { notes << "recording complete"; }
+    void videoShutdownCompleteHandler() override { notes << "shutdown complete"; }
+    void cameraDetachedHandler() override { notes << "detached"; }
+    void cameraAttachedHandler() override { notes << "attached"; }
+
+    QStringList notes;
+};
+
+// The two pipelines with access to their internals.
 struct Pal : GStreamerPALPipeline {
     using GStreamerPALPipeline::flushPath, GStreamerPipeline::pipeline, GStreamerPipeline::start;
     using GStreamerPALPipeline::GStreamerPALPipeline;
@@ -29,7 +49,7 @@ class tst_gstreamerpipeline : public QObject
     Q_OBJECT
 
     static void runEndsIdle(const QString &standIn, const QByteArray &fault, bool atStart,
-                            bool stopped, const QString &told)
+                            bool stopped, const QString &reported)
     {
         QUdpSocket receiver;
         QVERIFY(receiver.bind(QHostAddress::LocalHost, 8083));
@@ -49,57 +69,56 @@ class tst_gstreamerpipeline : public QObject
             };
             const auto stop = [&] { local ? pal.stopVideo() : stream.stopStreaming(); };
             handler.notes.clear();
-            setStandIn(standIn, atStart ? fault : "ok");
+            testsupport::setStandIn(standIn, atStart ? fault : "ok");
             stop(); // nothing runs
             QVERIFY(!output.text().contains("# Stopped"));
             start();
             start(); // it runs
             if (!atStart)
                 waitForPicture();
-            setStandIn(standIn, fault);
+            testsupport::setStandIn(standIn, fault);
             if (stopped)
                 stop();
             TRY_VERIFY(output.text().contains("unref pipeline"));
-            if (!told.isEmpty())
-                QCOMPARE(handler.notes.value(0), told);
+            if (!reported.isEmpty())
+                QCOMPARE(handler.notes.value(0), reported);
             QCOMPARE(handler.notes.count("recording complete"), int(local));
             QCOMPARE(output.take().count(local ? "Started" : "# Started"), 1);
 
-            setStandIn(standIn, "ok");
+            testsupport::setStandIn(standIn, "ok");
             start();
             waitForPicture();
             stop();
             TRY_VERIFY(output.text().contains("unref pipeline"));
             output.take();
         }
+        QVERIFY(errors.text().contains("Open for flush\n"));
     }
 
 private slots:
-    void initTestCase() { useStandIns(); }
-
-    // A run ends when it is told to or by a fault, which is told with the element's own text; it
-    // leaves the pipeline idle: it runs again.
+    // A run ends when it is stopped or by an error, which is reported with the element's own text;
+    // it leaves the pipeline idle: it runs again.
     void runsEndIdle()
     {
         const QString noDevice = "error 0 Cannot identify device '/dev/video0'.";
         const QString gone = "error 0 Could not read from resource.";
         const QString encoder = "error 0 Could not encode stream.";
-        // stand-in, its fault, whether from the start, whether stopped, what is told
+        // stand-in, its fault, whether from the start, whether stopped, the report
         const std::tuple<QString, QByteArray, bool, bool, QString> rows[] = {
             {"camera", "ok", false, true, {}},
             {"camera", "ok", true, true, {}},
             {"camera", "missing", true, false, noDevice},
             {"camera", "missing", true, true, noDevice},
             {"camera", "lost", false, false, gone},
-            {"camera", "lost", false, true, {}}, // or told, or not
+            {"camera", "lost", false, true, {}}, // reported or not
             {"encoder", "fails", true, false, encoder},
             {"encoder", "fails", false, false, encoder},
         };
-        for (const auto &[standIn, fault, atStart, stopped, told] : rows)
-            runEndsIdle(standIn, fault, atStart, stopped, told);
+        for (const auto &[standIn, fault, atStart, stopped, reported] : rows)
+            runEndsIdle(standIn, fault, atStart, stopped, reported);
     }
 
-    // Until its end is reported the pipeline stays in stopping, and refuses a start.
+    // A start is refused until the end of the stopped run is reported.
     void endOfStreamThatNeverComes()
     {
         NotingHandler handler;
@@ -133,7 +152,7 @@ private slots:
         gst_object_unref(old);
     }
 
-    // Everything made for a run is gone after it, with the pipeline or, running, with its owner.
+    // Everything created for a run is released with the pipeline or, while it runs, with its owner.
     void roundsLeaveNothingBehind()
     {
         int alive = 0;
@@ -167,13 +186,14 @@ private slots:
         QVERIFY(testsupport::openDescriptors() <= files);
     }
 
+    // Once for each observer, and of two threads one after the other.
     void everyReportPassesThroughAChain()
     {
         CascadedCaptureStatusHandler outer, inner;
         NotingHandler listener;
         outer.registerObserver(&inner);
         inner.registerObserver(&listener);
-        inner.registerObserver(&listener); // is told once all the same
+        inner.registerObserver(&listener);
         outer.videoCaptureErrorHandler(false, "gone");
         outer.jpegCompleteHandler(7);
         outer.jpegErrorHandler(8, "bad");
@@ -181,37 +201,20 @@ private slots:
         outer.videoShutdownCompleteHandler();
         outer.cameraDetachedHandler();
         outer.cameraAttachedHandler();
-        outer.removeObserver(&inner);
-        outer.cameraAttachedHandler();
-        QCOMPARE(listener.notes,
-                 QStringList({"error 0 gone", "jpeg 7", "jpeg error 8 bad", "recording complete",
-                              "shutdown complete", "detached", "attached"}));
-    }
-
-    // Whoever reports, a report is whole before the next begins.
-    void reportsOfTwoThreadsNeverInterleave()
-    {
-        struct Twice : NotingHandler {
-            void jpegCompleteHandler(int number) override
-            {
-                numbers.push_back(number);
-                std::this_thread::yield(); // the other's turn, if it may
-                numbers.push_back(number);
-            }
-            std::vector<int> numbers; // guarded by nothing but the fan-out
-        } observer;
-        CascadedCaptureStatusHandler fanOut;
-        fanOut.registerObserver(&observer);
-        const auto report = [&](int number) {
-            for (int round = 0; round < 1000; ++round)
-                fanOut.jpegCompleteHandler(number);
+        const QStringList all = {
+            "error 0 gone",      "jpeg 7",   "jpeg error 8 bad", "recording complete",
+            "shutdown complete", "detached", "attached"};
+        QCOMPARE(listener.notes, all);
+        const auto report = [&outer] {
+            for (int round = 0; round < 5000; ++round)
+                outer.jpegCompleteHandler(round);
         };
-        std::thread other(report, 1);
-        report(2);
+        std::thread other(report);
+        report();
         other.join();
-        QCOMPARE(observer.numbers.size(), size_t(4000));
-        for (size_t i = 0; i < observer.numbers.size(); i += 2)
-            QCOMPARE(observer.numbers[i], observer.numbers[i + 1]);
+        outer.removeObserver(&inner);
+        report();
+        QCOMPARE(listener.notes.size(), all.size() + 10000);
     }
 };
 

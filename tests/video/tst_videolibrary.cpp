@@ -3,12 +3,14 @@
 // The facade and what stands behind it.
 
 #include "capture.h"
+#include "testsupport.h"
 #include "videoCapture.h"
 #include "videolibrary.h"
-#include "videotestsupport.h"
 
 #include <stdexcept>
 #include <thread>
+
+using testsupport::OutputCapture;
 
 class tst_videolibrary : public QObject
 {
@@ -17,7 +19,6 @@ class tst_videolibrary : public QObject
 private slots:
     void initTestCase()
     {
-        useStandIns();
         qputenv("OPENCV_VIDEOIO_PRIORITY_GPHOTO2", "0"); // not a desk's photo cameras
         testsupport::freshWorld();
     }
@@ -67,7 +68,7 @@ private slots:
         struct Inside : GStreamerPipeline {
             static std::mutex GStreamerPipeline::*place() { return &Inside::lock; }
         };
-        setStandIn("camera", "ok");
+        testsupport::setStandIn("camera", "ok");
         OutputCapture output;
         capture camera;
         std::thread grabbing([&] { camera.startCapture(); });
@@ -78,7 +79,7 @@ private slots:
             output.take();
             TRY_VERIFY(output.text().contains("Wait for record lock timed out\n"));
         }
-        setStandIn("camera", "lost");
+        testsupport::setStandIn("camera", "lost");
         grabbing.join();
         QCOMPARE(camera.palPipeline.getPosition(), std::uint64_t(0));
         QVERIFY(output.text().endsWith("Cannot read frame from video\n"));
