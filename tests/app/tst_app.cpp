@@ -132,11 +132,9 @@ private slots:
             write();
             other.join();
         });
-        const QStringList lines =
-            QString(readFile(paths::programLog)).split('\n', Qt::SkipEmptyParts);
-        QCOMPARE(lines.size(), 2 * count);
-        for (const QString &line : lines)
-            QCOMPARE(line.mid(19), ",1," + text);
+        const QRegularExpression lines("^(.{19},1," + text + "\n)+$");
+        QVERIFY(lines.match(readFile(paths::programLog)).hasMatch());
+        QCOMPARE(readFile(paths::programLog).count('\n'), 2 * count);
     }
 
     void allThirteenConnectionsAreMade()

@@ -139,7 +139,7 @@ private slots:
         OutputCapture output;
         pal.flushPath = "/run/bench/camera";
         pal.startVideo();
-        GstBus *old = gst_element_get_bus(pal.pipeline.get());
+        g_autoptr(GstBus) old = gst_element_get_bus(pal.pipeline.get());
         pal.stopVideo();
         TRY_VERIFY(output.text().endsWith("unref pipeline\n"));
         QCOMPARE(errors.text(), QByteArray()); // there was a file to flush
@@ -149,7 +149,6 @@ private slots:
         gst_bus_post(old, gst_message_new_eos(nullptr));
         TRY_VERIFY(output.text().contains("state-changed")); // the new run's
         QVERIFY(!output.text().contains("eos") && pal.pipeline);
-        gst_object_unref(old);
     }
 
     // Everything created for a run is released with the pipeline or, while it runs, with its owner.
@@ -163,9 +162,8 @@ private slots:
             Stream stream(&handler);
             stream.startStreaming("127.0.0.1", "5004");
             ++alive;
-            g_object_weak_ref(
-                G_OBJECT(stream.pipeline.get()),
-                [](gpointer count, GObject *) { --*static_cast<int *>(count); }, &alive);
+            const auto gone = [](gpointer count, GObject *) { --*static_cast<int *>(count); };
+            g_object_weak_ref(G_OBJECT(stream.pipeline.get()), gone, &alive);
             const GstElementPointer encoder(
                 gst_bin_get_by_name(GST_BIN(stream.pipeline.get()), "omxh264enc"));
             g_autoptr(GstCaps) caps = nullptr;
