@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// What the outside world can send, as libFuzzer targets: a row of the table each, built as
+// The kinds of input from outside as libFuzzer targets, one row of the table each, built as
 // fuzz_NAME.
 
 #include "commandwriter.h"
@@ -14,14 +14,11 @@
 #include "readings.h"
 #include "testsupport.h"
 
-#include <QProcess>
 #include <QSerialPort>
 #include <QTcpServer>
 #include <QTcpSocket>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <sys/ioctl.h>
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
@@ -30,16 +27,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 namespace
 {
 
-// Ends the process as a finding unless the condition holds.
+// Aborts, which is a finding, unless the condition holds.
 void require(bool condition, const char *what)
 {
-    if (condition)
-        return;
-    fprintf(stderr, "not so: %s\n", what);
-    abort();
+    if (!condition) {
+        fprintf(stderr, "not so: %s\n", what);
+        abort();
+    }
 }
 
-// Everything that can be asked of the event handler, from the phone and the commands file.
+// All requests to the event handler, from the phone and the commands file.
 void askEverything(eventHandler &handler)
 {
     for (const EVENT_TYPE_t request :
@@ -76,17 +73,6 @@ void startApp()
     phone->far = phone->server.nextPendingConnection();
 }
 
-// The bytes as one read of the link's: what follows a NUL byte in a read is not looked at.
-void deliver(const QByteArray &bytes)
-{
-    phone->far->write(bytes);
-    phone->far->flush();
-    int arrived = 0;
-    while (arrived < bytes.size())
-        ioctl(int(phone->near->socketDescriptor()), FIONREAD, &arrived);
-    QCoreApplication::processEvents();
-}
-
 void app(const QByteArray &bytes)
 {
     eventHandler handler;
@@ -94,16 +80,17 @@ void app(const QByteArray &bytes)
                      &eventHandler::eventHandlerProcess);
     QObject::connect(&handler, &eventHandler::eventHandlerSendExternalCmd, &phone->link,
                      &commsExternal::commsExternalSendCmd);
-    deliver(bytes);
-    deliver("*IDN?\r\n");
-    QElapsedTimer waited;
-    waited.start();
-    QByteArray heard;
-    while (!heard.endsWith("KT6120 v" PROGRAM_VERSION "\r\n")) {
-        require(waited.elapsed() < 10000, "an answer comes after the input");
-        phone->far->waitForReadyRead(1);
-        heard += phone->far->readAll();
+    // Each as one read of the link, which ignores what follows a NUL byte.
+    for (const QByteArray &sent : {bytes, QByteArray("*IDN?\r\n")}) {
+        phone->far->write(sent);
+        phone->far->flush();
+        for (int arrived = 0; arrived < sent.size();)
+            ioctl(int(phone->near->socketDescriptor()), FIONREAD, &arrived);
+        QCoreApplication::processEvents();
     }
+    QByteArray heard;
+    while (!(heard += phone->far->readAll()).endsWith("KT6120 v" PROGRAM_VERSION "\r\n"))
+        require(phone->far->waitForReadyRead(10000), "an answer comes after the input");
 }
 
 // Bytes from the microcontroller, over a pseudo-terminal, down to the store.
@@ -128,7 +115,7 @@ void mcu(const QByteArray &bytes)
                      &eventHandler::eventHandlerProcess);
     QObject::connect(&handler, &eventHandler::eventHandlerSendInternalCmd, &line->link,
                      &commsInternal::commsInternalSendCommand);
-    // The next input starts with a line and an error queue of its own.
+    // The next input starts on a new line, with an empty error queue.
     const QByteArray sent = bytes + "\n*CLS\n";
     line->mcu.send(sent);
     while (line->port->waitForReadyRead(0)) {
@@ -149,7 +136,7 @@ void commandsfile(const QByteArray &bytes)
     askEverything(handler);
 }
 
-// Status store and configuration file as a power cut, an editor or another program left them.
+// Status store and configuration file after a power cut, an editor or another program.
 void ini(const QByteArray &bytes)
 {
     testsupport::writeFile(paths::statusStore, bytes);
@@ -171,8 +158,8 @@ void ini(const QByteArray &bytes)
     QFile::remove(paths::statusCsv);
 }
 
-// The kernel's route table and the listing of the network interfaces: what comes out of them goes
-// into a script's arguments and a connection attempt.
+// The kernel's route table and the list of the network interfaces. The results become arguments of
+// a script and the address of a connection.
 void interfaces(const QByteArray &bytes)
 {
     for (const QString &address :
@@ -180,8 +167,8 @@ void interfaces(const QByteArray &bytes)
         require(address.isEmpty() || network::isIPv4(address), "an address is IPv4");
 }
 
-// Bodies of the page's requests: whatever comes, one line of the commands file's own words leaves.
-// The same bytes as a store only have to be read to their end.
+// Bodies of the page's requests, each of which becomes one line of the commands file or none. As a
+// store, the same bytes only have to be readable.
 void request(const QByteArray &bytes)
 {
     readings::parse(bytes);
@@ -210,15 +197,13 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
     static QCoreApplication application(*argc, *argv);
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
     testsupport::freshWorld();
-    for (const auto &target : targets) {
-        if (!QString(**argv).endsWith("fuzz_" + target.name))
-            continue;
-        if (target.start)
-            target.start();
-        input = target.input;
-    }
-    // The machine's own programs, the log rotation among them, stay out of the inputs.
-    qputenv("PATH", "/run/bench/bin");
+    const auto *target = std::find_if(
+        std::begin(targets), std::end(targets),
+        [name = QString(**argv)](const auto &one) { return name.endsWith("fuzz_" + one.name); });
+    if (target->start)
+        target->start();
+    input = target->input;
+    qputenv("PATH", "/run/bench/bin"); // no programs of this machine, such as the log rotation
     return 0;
 }
 
