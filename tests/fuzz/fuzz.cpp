@@ -14,11 +14,14 @@
 #include "readings.h"
 #include "testsupport.h"
 
+#include <QProcess>
 #include <QSerialPort>
 #include <QTcpServer>
 #include <QTcpSocket>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <sys/ioctl.h>
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
@@ -30,10 +33,10 @@ namespace
 // Aborts, which is a finding, unless the condition holds.
 void require(bool condition, const char *what)
 {
-    if (!condition) {
-        fprintf(stderr, "not so: %s\n", what);
-        abort();
-    }
+    if (condition)
+        return;
+    fprintf(stderr, "not so: %s\n", what);
+    abort();
 }
 
 // All requests to the event handler, from the phone and the commands file.
@@ -73,6 +76,17 @@ void startApp()
     phone->far = phone->server.nextPendingConnection();
 }
 
+// Sends the bytes as one read of the link, which ignores what follows a NUL byte.
+void deliver(const QByteArray &bytes)
+{
+    phone->far->write(bytes);
+    phone->far->flush();
+    int arrived = 0;
+    while (arrived < bytes.size())
+        ioctl(int(phone->near->socketDescriptor()), FIONREAD, &arrived);
+    QCoreApplication::processEvents();
+}
+
 void app(const QByteArray &bytes)
 {
     eventHandler handler;
@@ -80,17 +94,16 @@ void app(const QByteArray &bytes)
                      &eventHandler::eventHandlerProcess);
     QObject::connect(&handler, &eventHandler::eventHandlerSendExternalCmd, &phone->link,
                      &commsExternal::commsExternalSendCmd);
-    // Each as one read of the link, which ignores what follows a NUL byte.
-    for (const QByteArray &sent : {bytes, QByteArray("*IDN?\r\n")}) {
-        phone->far->write(sent);
-        phone->far->flush();
-        for (int arrived = 0; arrived < sent.size();)
-            ioctl(int(phone->near->socketDescriptor()), FIONREAD, &arrived);
-        QCoreApplication::processEvents();
-    }
+    deliver(bytes);
+    deliver("*IDN?\r\n");
+    QElapsedTimer waited;
+    waited.start();
     QByteArray heard;
-    while (!(heard += phone->far->readAll()).endsWith("KT6120 v" PROGRAM_VERSION "\r\n"))
-        require(phone->far->waitForReadyRead(10000), "an answer comes after the input");
+    while (!heard.endsWith("KT6120 v" PROGRAM_VERSION "\r\n")) {
+        require(waited.elapsed() < 10000, "an answer comes after the input");
+        phone->far->waitForReadyRead(1);
+        heard += phone->far->readAll();
+    }
 }
 
 // Bytes from the microcontroller, over a pseudo-terminal, down to the store.
@@ -197,13 +210,15 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
     static QCoreApplication application(*argc, *argv);
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
     testsupport::freshWorld();
-    const auto *target = std::find_if(
-        std::begin(targets), std::end(targets),
-        [name = QString(**argv)](const auto &one) { return name.endsWith("fuzz_" + one.name); });
-    if (target->start)
-        target->start();
-    input = target->input;
-    qputenv("PATH", "/run/bench/bin"); // no programs of this machine, such as the log rotation
+    for (const auto &target : targets) {
+        if (!QString(**argv).endsWith("fuzz_" + target.name))
+            continue;
+        if (target.start)
+            target.start();
+        input = target.input;
+    }
+    // No programs of this machine, such as the log rotation.
+    qputenv("PATH", "/run/bench/bin");
     return 0;
 }
 

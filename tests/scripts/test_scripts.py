@@ -225,7 +225,8 @@ class AmongTools(Scripts):
 
 
 def gst(pipeline, **options):
-    command = ["timeout", str(PATIENCE), "gst-launch-1.0", "-q", *pipeline.split()]
+    # A second's work of a quiet machine may take a busy one a minute.
+    command = ["timeout", str(5 * PATIENCE), "gst-launch-1.0", "-q", *pipeline.split()]
     return subprocess.run(command, check=False, capture_output=True, **options)
 
 
