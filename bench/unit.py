@@ -23,6 +23,7 @@ SCRIPTS = """gstreamer usb_monitor gpio_write gpio_read sonde_en_write shutdown 
     stream_stop bb_read"""
 FIXED = {f"KT6120_{name}.sh": places.INSTALL for name in SCRIPTS.split()}
 FIXED |= {"vcgencmd": "/opt/vc/bin", "pngview": "/home/pi/raspidmx/pngview"}
+LIBRARIES = "KT6120_gpio.sh KT6120_stream.sh KT6120_video.sh"
 SEARCHED = "killall logrotate gpioset gpioget gpioinfo i2cget systemctl logger".split()
 
 # The converter's channels: name, number, a healthy unit's reading.
@@ -161,6 +162,8 @@ class Recorded:
         """Puts the stand-ins in place; behind those in `real` the programs of the search path run."""
         for name in [*FIXED, *SEARCHED]:
             self._install(name, name in FIXED or name in real)
+        for name in LIBRARIES.split():  # which a script looks for in its own folder
+            self._machine.link(f"{places.INSTALL}/{name}", f"{places.BENCH}/real/{name}")
         self.set_reply("vcgencmd", "output", "temp=48.3'C\n")
         self.set_reply("pngview", "delay", "3600\n")  # shows its image until it is killed
 
