@@ -23,7 +23,8 @@ RECORDER = "/usr/lib/board/bench/recorder"
 # The recorded programs that run for real too; the others would end the board or have no device.
 REAL = ["killall", "logrotate", "gpioset", "gpioget", "gpioinfo", "i2cget"]
 SERVICE = "kt6120.service"
-JOURNAL = ["journalctl", "--follow", "--lines=0", "--output=cat", f"--unit={SERVICE}"]
+# All since the boot: the snapshot has an empty journal.
+JOURNAL = ["journalctl", "--follow", "--lines=all", "--output=cat", f"--unit={SERVICE}"]
 RESTART = b"Scheduled restart job"
 PICTURE = "/tmp/picture.png"
 # The last byte of an adapter's address is its number here; root/ has the udev rule that names it.

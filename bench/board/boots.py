@@ -27,7 +27,7 @@ systemctl stop kt6120
 cp -a /usr/share/kt6120/kestraConfig.ini.default /home/pi/KT6120/bin/kestraConfig.ini
 cd /home/pi/KT6120/bin && rm -f *.log *.csv KT6120.ini *.lock
 rm -rf /run/KT6120
-journalctl --rotate --quiet && journalctl --vacuum-time=1s --quiet
+sleep 2 && journalctl --rotate --quiet && journalctl --vacuum-time=1s --quiet
 sync"""
 
 
