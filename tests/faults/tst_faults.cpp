@@ -8,9 +8,11 @@
 #include "monitor.h"
 
 #include "paths.h"
+#include "settings.h"
 #include "testsupport.h"
 
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <vector>
 
@@ -231,6 +233,21 @@ private slots:
         QString text("short");
         handler.eventHandlerProcess(EVENT_WriteLogs, SOURCE_MCU, &text);
         QCOMPARE(readFile(sameFile), QByteArray("short"));
+    }
+
+    // A wait is twenty sleeps, each of them a voluntary context switch.
+    void aHeldLockIsWaitedForOnce()
+    {
+        QVERIFY(make(store + ".lock", "held"));
+        settings values(nullptr);
+        rusage before = {}, after = {};
+        getrusage(RUSAGE_SELF, &before);
+        for (int i = 0; i < 20; ++i) {
+            values.settingsSetValue(keys::batteryState, i);
+            QCOMPARE(values.settingsGetValue(keys::batteryState).toInt(), i);
+        }
+        getrusage(RUSAGE_SELF, &after);
+        QVERIFY(after.ru_nvcsw - before.ru_nvcsw < 20);
     }
 
     // The free space that counts is that of the symlink's target.
