@@ -234,21 +234,6 @@ private slots:
                                         "Model own\r\n", "CoilerValue 12.5\r"}));
         QCOMPARE(testsupport::iniValue(paths::configuration, "Coiler/Other"), QString("kept"));
     }
-
-    void aStreamWithoutPortIsReported()
-    {
-        const UnitUnderEvents unit;
-        const QSignalSpy missing(unit.handler.get(), &eventHandler::eventHandlerNullParams);
-        LogCapture::clear();
-        unit.raise(EVENT_StreamStart);
-        QCOMPARE(missing.size(), 0);
-        unit.handler->eventHandlerSetPort("");
-        unit.raise(EVENT_StreamStart);
-        QCOMPARE(missing.size(), 1);
-        QCOMPARE(LogCapture::texts(QtInfoMsg),
-                 QStringList({"EVENT_StreamStart", "Stream Started at  \"192.167.0.0\" : \"8001\"",
-                              "EVENT_StreamStart"}));
-    }
 };
 
 QTEST_GUILESS_MAIN(tst_events)
