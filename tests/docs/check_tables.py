@@ -126,12 +126,12 @@ for key, lower, upper, under in found(band, "base/bands.h"):
     normal |= {f"{stored[key]} {limit / scale:g}" for limit in both}
 alerts = found(r"expr: kt6120_(\w+)\S* [<>]= (-?[\d.]+)", "web/fleet/alerts.yml")
 compare("limits of the alerts", {(metric, float(limit)) for metric, limit in alerts}, limits)
-documented = {
+documented_bands = {
     f"{key} {int(number) + {'from': -1, 'to': 1}.get(side, 0)}"
     for key, meaning, *_ in table("docs/operating.md", "Keys of the status store")
     for side, number in re.findall(r"(from|to|above|below) (-?\d+)", meaning.partition("normal")[2])
 }
-compare("bands", documented, normal)
+compare("bands", documented_bands, normal)
 
 # The picture is that of its text.
 digest = hashlib.sha256((top / "docs/architecture.dot").read_bytes()).hexdigest()
