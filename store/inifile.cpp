@@ -102,6 +102,13 @@ QVariant IniFile::value(const QString &key, const QVariant &defaultValue)
     return changes.value(key, values.value(key, defaultValue));
 }
 
+bool IniFile::holds(const QString &key, const QVariant &value)
+{
+    read();
+    const auto found = values.constFind(key);
+    return changes.isEmpty() && found != values.constEnd() && found->toString() == value.toString();
+}
+
 void IniFile::setValue(const QString &key, const QVariant &value)
 {
     changes.insert(key, value);

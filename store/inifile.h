@@ -27,6 +27,8 @@ public:
     // The pending change of the key, else its value in the file now, also if another program wrote
     // it.
     QVariant value(const QString &key, const QVariant &defaultValue);
+    // Whether the file has this value now and no change is pending.
+    bool holds(const QString &key, const QVariant &value);
     // Adds a pending change; write() or writeSoon() writes it.
     void setValue(const QString &key, const QVariant &value);
     void write();     // now

@@ -4,6 +4,7 @@
 #include "inifile.h"
 #include "keys.h"
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QString>
 #include <QVariant>
@@ -31,4 +32,5 @@ private:
     void write(const AnyKey &key, const QVariant &value);
 
     IniFile store;
+    QElapsedTimer sinceWrite;
 };

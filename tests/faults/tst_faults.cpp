@@ -130,6 +130,26 @@ private slots:
         QCOMPARE(umount(folder), 0);
     }
 
+    // An unchanged value is written again after a while, and at once where the file lacks it.
+    void unchangedValuesSpareTheCard()
+    {
+        settings values(nullptr);
+        const auto inodeAfterWrite = [&] {
+            values.settingsSetValue(keys::batteryState, 7);
+            struct stat status = {};
+            stat(qPrintable(store), &status);
+            return status.st_ino;
+        };
+        const ino_t first = inodeAfterWrite();
+        QCOMPARE(inodeAfterWrite(), first);
+        TRY_VERIFY(inodeAfterWrite() != first);
+        for (const char *content : {"[Battery]\nState=8\n", ""}) {
+            writeFile(store, content);
+            inodeAfterWrite();
+            QCOMPARE(iniValue(store, "Battery/State"), QString("7"));
+        }
+    }
+
     void diskThatTakesNothing_data()
     {
         QTest::addColumn<int>("blocks");
