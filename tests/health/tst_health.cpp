@@ -140,7 +140,7 @@ private slots:
         BusyBee board(nullptr, store.get());
         for (const auto &[printed, reading] : rows) {
             recorders::setReply("KT6120_bb_read.sh 0x12", printed, 0, 1);
-            QCOMPARE(board.read_i2c(18), reading);
+            TRY_COMPARE(board.read_i2c(18), reading); // a busy machine may take its second
         }
         recorders::setReply("KT6120_bb_read.sh 0x12", "0x64\n", 2); // too slow
         QCOMPARE(board.read_i2c(18), 0u);
