@@ -47,6 +47,14 @@ struct stat status(const QByteArray &path)
     return found;
 }
 
+// Whether the file has not changed between two looks.
+bool isSameFile(const struct stat &one, const struct stat &other)
+{
+    return one.st_dev == other.st_dev && one.st_ino == other.st_ino && one.st_size == other.st_size
+           && one.st_ctim.tv_sec == other.st_ctim.tv_sec
+           && one.st_ctim.tv_nsec == other.st_ctim.tv_nsec;
+}
+
 // Parses the content of an INI file. QSettings opens files only by name, and waits for the lock
 // after a failed write, so it gets a copy in memory.
 QMap<QString, QVariant> parsed(const QByteArray &bytes)
@@ -102,11 +110,12 @@ QVariant IniFile::value(const QString &key, const QVariant &defaultValue)
     return changes.value(key, values.value(key, defaultValue));
 }
 
-bool IniFile::holds(const QString &key, const QVariant &value)
+// Compares with what was written, which takes no parse.
+bool IniFile::holds(const QString &key, const QVariant &value) const
 {
-    read();
-    const auto found = values.constFind(key);
-    return changes.isEmpty() && found != values.constEnd() && found->toString() == value.toString();
+    const auto found = written.constFind(key);
+    return changes.isEmpty() && found != written.constEnd() && *found == value
+           && isSameFile(status(path), writtenStatus);
 }
 
 void IniFile::setValue(const QString &key, const QVariant &value)
@@ -134,9 +143,7 @@ void IniFile::writeSoon()
 void IniFile::read()
 {
     const struct stat now = status(path);
-    if (now.st_dev == lastStatus.st_dev && now.st_ino == lastStatus.st_ino
-        && now.st_size == lastStatus.st_size && now.st_ctim.tv_sec == lastStatus.st_ctim.tv_sec
-        && now.st_ctim.tv_nsec == lastStatus.st_ctim.tv_nsec)
+    if (isSameFile(now, lastStatus))
         return;
     QFile file(QFile::decodeName(path));
     if (safefile::open(file, QIODevice::ReadOnly))
@@ -205,9 +212,14 @@ bool IniFile::hasRoom() const
 bool IniFile::writeChanges()
 {
     const struct stat before = status(path);
+    if (!isSameFile(before, writtenStatus))
+        written.clear(); // another program has removed or replaced the file
     QSettings file(QFile::decodeName(path), QSettings::IniFormat);
     for (auto change = changes.cbegin(); change != changes.cend(); ++change)
         file.setValue(change.key(), change.value());
     file.sync();
-    return file.status() != QSettings::AccessError && status(path).st_ino != before.st_ino;
+    writtenStatus = status(path);
+    for (auto change = changes.cbegin(); change != changes.cend(); ++change)
+        written.insert(change.key(), change.value());
+    return file.status() != QSettings::AccessError && writtenStatus.st_ino != before.st_ino;
 }

@@ -27,8 +27,8 @@ public:
     // The pending change of the key, else its value in the file now, also if another program wrote
     // it.
     QVariant value(const QString &key, const QVariant &defaultValue);
-    // Whether the file has this value now and no change is pending.
-    bool holds(const QString &key, const QVariant &value);
+    // Whether the value was written, nobody has changed the file since, and no change is pending.
+    bool holds(const QString &key, const QVariant &value) const;
     // Adds a pending change; write() or writeSoon() writes it.
     void setValue(const QString &key, const QVariant &value);
     void write();     // now
@@ -46,6 +46,8 @@ private:
     QMap<QString, QVariant> values; // content of the file when it was last read
     struct stat lastStatus = {};    // its status then; all zero: missing
     QMap<QString, QVariant> changes;
-    bool isLockHeld = false; // when it was last checked
+    QMap<QString, QVariant> written; // by this object
+    struct stat writtenStatus = {};  // of the file after the last write
+    bool isLockHeld = false;         // when it was last checked
     QTimer writeTimer;
 };
