@@ -212,8 +212,6 @@ bool IniFile::hasRoom() const
 bool IniFile::writeChanges()
 {
     const struct stat before = status(path);
-    if (!isSameFile(before, writtenStatus))
-        written.clear(); // another program has removed or replaced the file
     QSettings file(QFile::decodeName(path), QSettings::IniFormat);
     for (auto change = changes.cbegin(); change != changes.cend(); ++change)
         file.setValue(change.key(), change.value());
@@ -221,5 +219,8 @@ bool IniFile::writeChanges()
     writtenStatus = status(path);
     for (auto change = changes.cbegin(); change != changes.cend(); ++change)
         written.insert(change.key(), change.value());
+    // Another program may have removed the file or changed a key of ours.
+    for (auto one = written.begin(); one != written.end();)
+        one = file.value(one.key()).toString() == one->toString() ? one + 1 : written.erase(one);
     return file.status() != QSettings::AccessError && writtenStatus.st_ino != before.st_ino;
 }

@@ -9,9 +9,10 @@
 #include <QString>
 #include <QVariant>
 
-// The status store: named values in the INI file paths::statusStore. Every write is on disk when
-// the call returns, so other programs can read the file at any time; the next read returns values
-// that they wrote. No function reports an error: a failed write stays in memory and is retried.
+// The status store: named values in the INI file paths::statusStore. The file has the value when
+// the call returns, so other programs can read it at any time; the next read returns values that
+// they wrote. A value that the file has already is written again only some seconds after the last
+// write. No function reports an error: a failed write stays in memory and is retried.
 class settings : public QObject
 {
     Q_OBJECT
