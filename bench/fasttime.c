@@ -1,16 +1,18 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
 // Makes time run fast for a Qt program while it rests. It is preloaded into the program; BENCH_PACE
-// in the environment names the file of the pace. While the main loop waits in poll or sleeps,
-// `speed` seconds pass for every second of the wall clock: the wait is shortened, and the skipped
-// time is added to every clock that Qt reads afterwards. With a `stride`, a wait in poll lasts at
-// least that long, so that shorter timers fire once in it. Waits for children and connections (Qt
-// uses ppoll for them), GStreamer's clock and the program's working time do not change.
+// in the environment names the file of the pace. While the main loop rests (GLib waits in poll,
+// from 2.84 in ppoll) or sleeps, `speed` seconds pass for every second of the wall clock: the wait
+// is shortened, and the skipped time is added to every clock that Qt reads afterwards. With a
+// `stride`, a rest of the main loop lasts at least that long, so that shorter timers fire once in
+// it. Qt's own waits for children and connections, GStreamer's clock and the program's working time
+// do not change.
 
 #define _GNU_SOURCE
 #include <fcntl.h>
 #include <link.h>
 #include <poll.h>
+#include <signal.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -152,14 +154,28 @@ int nanosleep(const struct timespec *asked, struct timespec *left)
     return result;
 }
 
-int poll(struct pollfd *descriptors, nfds_t count, int timeout)
+// A wait of so many ns, without end if negative.
+static int wait_for(struct pollfd *descriptors, nfds_t count, int64_t asked, const sigset_t *mask,
+                    const void *caller)
 {
-    const int64_t speed = timeout == 0 ? 1 : speed_of(&glib, __builtin_return_address(0));
+    const int64_t speed = asked == 0 ? 1 : speed_of(&glib, caller);
     const int64_t stride = speed > 1 ? load(&pace->stride) : 0;
-    const int64_t asked = timeout * millisecond;
     const struct timespec limit = timespec((asked > stride ? asked : stride) / speed);
     const int64_t begin = read_clock(CLOCK_MONOTONIC, NULL);
-    const int result = ppoll(descriptors, count, timeout < 0 ? NULL : &limit, NULL);
+    const int result =
+        (int)syscall(SYS_ppoll, descriptors, count, asked < 0 ? NULL : &limit, mask, _NSIG / 8);
     skip(begin, speed);
     return result;
+}
+
+int poll(struct pollfd *descriptors, nfds_t count, int timeout)
+{
+    return wait_for(descriptors, count, timeout * millisecond, NULL, __builtin_return_address(0));
+}
+
+int ppoll(struct pollfd *descriptors, nfds_t count, const struct timespec *timeout,
+          const sigset_t *mask)
+{
+    return wait_for(descriptors, count, timeout ? nanoseconds(timeout) : -1, mask,
+                    __builtin_return_address(0));
 }
