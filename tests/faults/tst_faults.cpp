@@ -11,6 +11,7 @@
 #include "settings.h"
 #include "testsupport.h"
 
+#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
