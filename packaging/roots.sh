@@ -1,18 +1,49 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 # shellcheck shell=bash
-# Functions for root file systems of Debian 12 in build/roots; other scripts source this file. Nothing
-# of another architecture is installed on the machine itself.
+# Root file systems of Debian releases in build/roots; other scripts source this file. Nothing of
+# another release or architecture is installed on the machine itself.
+#
+# Takes the options --on RELEASE and --arch ARCHITECTURE off the script's arguments, and sets
+# `release` and `arch`, this machine's by default, `name`, RELEASE-ARCHITECTURE, `version`, the
+# packages', and how to compile: `preset`, and `there`, a prefix for commands.
 
 repo=$(realpath "$(dirname "${BASH_SOURCE[0]}")/..")
-suite=bookworm
+cd "$repo" || exit
+# shellcheck source=/dev/null
+own_release=$(. /etc/os-release && echo "$VERSION_CODENAME")
+own_arch=$(dpkg --print-architecture)
+release=$own_release
+arch=$own_arch
+while :; do
+    case ${1-} in
+    --on) release=$2 ;;
+    --arch) arch=$2 ;;
+    *) break ;;
+    esac
+    shift 2
+done
+name=$release-$arch
+preset=root
+there=(in_root "$name")
+if [ "$name" = "$own_release-$own_arch" ]; then
+    preset=release
+    there=(env)
+fi
+version=$(sed -nE 's/^project\(KT6120 VERSION ([0-9.]+).*/\1/p' CMakeLists.txt)
+case $release in
+bookworm) version+=+deb12 ;;
+trixie) version+=+deb13 ;;
+esac
+# shellcheck source-path=SCRIPTDIR source=packages.sh
+. packaging/packages.sh
 
-# sources: prints the suite's lines for sources.list, from the machine's apt configuration.
+# sources: prints the release's lines for sources.list, from the machine's apt configuration.
 sources() {
     # shellcheck disable=SC2016 # expanded by apt-get
     apt-get indextargets --format 'deb $(REPO_URI) $(CODENAME) $(COMPONENT)' \
         'Created-By: Packages' 'Origin: Debian' |
-        grep -E " $suite(-updates|-security)? main\$" | sort -u ||
-        { echo "apt knows no source of Debian $suite (apt-get update?)" >&2; return 1; }
+        sed -nE "s/ $own_release(-updates|-security|) main\$/ $release\1 main/p" | sort -u | grep . ||
+        { echo "apt knows no source of Debian (apt-get update?)" >&2; return 1; }
 }
 
 # make_root NAME OPTION...: makes the root unless it exists; the options go to mmdebstrap.
@@ -24,35 +55,42 @@ make_root() {
     flock "$lock"
     [ ! -d "$root" ] || { exec {lock}>&-; return 0; }
     lines=$(sources)
-    echo "making a root of Debian $suite in ${root#"$repo"/}"
+    echo "making a root of Debian $release in ${root#"$repo"/}"
     rm -rf --one-file-system "$root.part"
     nice -n 10 mmdebstrap --quiet --aptopt='Apt::Install-Recommends "false"' \
         --aptopt='Acquire::Languages "none"' --dpkgopt='path-exclude=/usr/share/doc/*' \
-        --dpkgopt='path-exclude=/usr/share/man/*' "${@:2}" $suite "$root.part" - <<<"$lines"
+        --dpkgopt='path-exclude=/usr/share/man/*' "${@:2}" "$release" "$root.part" - <<<"$lines"
     mv "$root.part" "$root"
     exec {lock}>&-
 }
 
-# make_cross_root ARCHITECTURE: makes a root that compiles for the architecture and runs the result
-# under an emulator. Compiler, build tools and the programs that the unit's scripts call are of this
+# make_build_root: makes the root `name`, which compiles for `arch` and runs the result, under an
+# emulator if need be. Compiler, build tools and the programs that the unit's scripts call are of this
 # machine's architecture; libraries and GStreamer's programs, which load our elements, of the unit's.
-make_cross_root() {
-    local arch=$1 package include=(
-        build-essential "crossbuild-essential-$1" cmake ninja-build ccache pkg-config python3 debhelper
-        qtbase5-dev-tools
-        # The qemu-user of Debian 12 lacks the system call with which Qt starts processes.
-        "qemu-user/$suite-backports" "qemu-user-binfmt/$suite-backports"
-        iproute2 net-tools psmisc util-linux procps logrotate gpiod)
-    for package in qtbase5-dev libqt5serialport5-dev libx11-dev libopencv-dev libfcgi-dev libsystemd-dev \
-        libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev \
-        gstreamer1.0-{tools,plugins-base,plugins-good,plugins-bad,plugins-ugly,libav,x}; do
-        include+=("$package:$arch")
+make_build_root() {
+    local package options=() include=(cmake debhelper)
+    for package in $(build_depends) "${packages[@]}"; do
+        case $package in
+        *-dev | gstreamer*) include+=("$package:$arch") ;;
+        *) include+=("$package") ;;
+        esac
     done
-    local list backports
-    list=$(IFS=,; echo "${include[*]}")
-    backports=$(sources | sed -n "s/ $suite main\$/ $suite-backports main/p")
-    make_root "$arch" --variant=apt --architectures="amd64,$arch" --include="$list" \
-        --setup-hook="echo '$backports' >\"\$1\"/etc/apt/sources.list.d/backports.list"
+    if [ "$arch" != "$own_arch" ]; then
+        include+=("crossbuild-essential-$arch" "${cross_packages[@]}")
+        options+=(--architectures="$own_arch,$arch")
+    fi
+    if [ -n "$backports" ]; then
+        backports=$(sources | sed -n "s| $release main\$| ${backports#/} main|p")
+        options+=(--setup-hook="echo '$backports' >\"\$1\"/etc/apt/sources.list.d/backports.list")
+    fi
+    make_root "$name" --variant=apt --include="$(IFS=,; echo "${include[*]}")" "${options[@]}"
+}
+
+# compile TARGET...: compiles with the preset, in the root if it is for another system.
+compile() {
+    [ "$preset" = release ] || make_build_root
+    "${there[@]}" cmake --preset "$preset" >/dev/null
+    "${there[@]}" nice -n 10 cmake --build --preset "$preset" -j "${JOBS:-$(nproc)}" --target "$@"
 }
 
 # in_root NAME COMMAND...: runs a command in the root, read-only, with the source tree at its path.
@@ -67,5 +105,5 @@ in_root() {
         --ro-bind "$root/usr" /usr --ro-bind "$root/etc" /etc --ro-bind "$root/var" /var \
         "${mounts[@]}" --proc /proc --dev /dev --tmpfs /tmp --dir /root \
         --bind "$cache" /tmp/ccache --setenv CCACHE_DIR /tmp/ccache \
-        --bind "$repo" "$repo" --setenv HOME /root --chdir "$repo" "${@:2}"
+        --bind "$repo" "$repo" --setenv HOME /root --setenv KT6120_ROOT "$1" --chdir "$repo" "${@:2}"
 }
