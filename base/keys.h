@@ -50,6 +50,7 @@ inline constexpr Key<uint16_t> unknownCommands{{"Commands/Unknown", "0"}};
 inline constexpr Key<double> encoderScalar{{"Coiler/EncoderScalar", "0.125"}}; // metres per count
 inline constexpr Key<int> lampMaxCurrent{{"Lamp/MaxCurrent", "15"}};           // milliamperes
 inline constexpr Key<QString> coilerModel{{"Coiler/Model", "x40"}};
+inline constexpr Key<QString> coilerModels{{"Coiler/Models", nullptr}}; // the page offers these
 
 // Only in the snapshot of eventHandlerParseSettingsFile().
 inline constexpr Key<QString> streamAddress{{"Video/IP", nullptr}};

@@ -6,23 +6,11 @@
 
 #include "inifile.h"
 #include "keys.h"
+#include "lamp.h"
 #include "logmessages.h"
 #include "paths.h"
 
 #include <QDebug>
-
-namespace
-{
-
-constexpr int fullLampCurrent = 30; // milliamperes at 100 percent
-
-// Percent of full scale, rounded half up.
-constexpr uint8_t lampPercent(int milliamperes)
-{
-    return static_cast<uint8_t>((milliamperes * 100 + fullLampCurrent / 2) / fullLampCurrent);
-}
-
-} // namespace
 
 void eventHandler::readConfiguration()
 {
@@ -32,11 +20,11 @@ void eventHandler::readConfiguration()
 
     const QVariant standard = keys::lampMaxCurrent.absent;
     const int current = configuration->value(keys::lampMaxCurrent.name, standard).toInt();
-    if (current >= 1 && current <= fullLampCurrent) {
+    lampMaximum = uint8_t(lamp::highest(current));
+    if (lampMaximum > 0) {
         qInfo() << messages::lampLimit << current << "mA";
-        lampMaximum = lampPercent(current);
     } else {
         qWarning() << messages::lampLimitInvalid << standard.toInt() << "mA";
-        lampMaximum = lampPercent(standard.toInt());
+        lampMaximum = uint8_t(lamp::highest(standard.toInt()));
     }
 }

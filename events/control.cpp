@@ -12,6 +12,7 @@
 #include "logmessages.h"
 #include "mculog.h"
 #include "paths.h"
+#include "reel.h"
 #include "settings.h"
 #include "version.h"
 
@@ -86,8 +87,8 @@ void eventHandler::answerCoilerValue(SOURCE_TYPE_t source)
 {
     // Read from the store each time: other programs may set the offset there.
     coilerOffset = store->settingsGetValue(keys::coilerOffset).toDouble();
-    coilerDistance = coilerCount * encoderScalar + coilerOffset;
-    eventHandlerSendCommand(source, QString("CoilerValue %1\r").arg(coilerDistance, 0, 'g', 6));
+    coilerDistance = reel::distance(coilerCount, encoderScalar, coilerOffset);
+    eventHandlerSendCommand(source, QString("CoilerValue %1\r").arg(reel::text(coilerDistance)));
 }
 
 // The held counter does not change until the MCU's next report.

@@ -7,6 +7,7 @@
 #include "childprocess.h"
 #include "gpio.h"
 #include "keys.h"
+#include "lamp.h"
 #include "logmessages.h"
 #include "paths.h"
 #include "settings.h"
@@ -20,7 +21,6 @@ using namespace std::chrono_literals;
 namespace
 {
 
-constexpr int lampStep = 15; // percent
 constexpr int lampOffValue = -1;
 
 constexpr char lampPowerOn[] = "0";
@@ -83,7 +83,7 @@ void eventHandler::eventHandlerUpdateLamp(bool up)
 {
     // The sum is a signed 8-bit number: a step up from a level above 112, as reported by the MCU,
     // overflows below 0 and gives 0.
-    int candidate = up ? lampLevel + lampStep : lampLevel - lampStep;
+    int candidate = up ? lampLevel + lamp::step : lampLevel - lamp::step;
     if (candidate > INT8_MAX)
         candidate -= 256;
     if (candidate > lampMaximum) {

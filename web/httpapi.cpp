@@ -4,6 +4,7 @@
 #include "commandwriter.h"
 #include "fastcgi.h"
 #include "history.h"
+#include "lamp.h"
 #include "programlog.h"
 #include "readings.h"
 #include "timestamp.h"
@@ -64,6 +65,8 @@ QJsonArray changed(const readings::Values &values, QMap<QByteArray, QString> &kn
         known.insert(key, stored);
         rows.append(QJsonObject{{"key", key},
                                 {"label", reading.label},
+                                {"group", reading.group},
+                                {"due", reading.due},
                                 {"text", QString::fromUtf8(readings::text(reading, values))},
                                 {"stored", stored},
                                 {"level", readings::level(reading, values)}});
@@ -71,9 +74,49 @@ QJsonArray changed(const readings::Values &values, QMap<QByteArray, QString> &kn
     return rows;
 }
 
-QJsonObject unitState(const ProgramLog &log, const Freshness::State &program)
+QByteArray hostName()
 {
-    QJsonObject state = {{"silent", program.silent}, {"picture", log.picture()}};
+    std::array<char, HOST_NAME_MAX + 1> name{};
+    gethostname(name.data(), name.size() - 1);
+    return name.data();
+}
+
+// The lamp's levels by steps from 0, the last one as far as the limit of its current allows.
+QJsonArray lampLevels(const readings::Values &values)
+{
+    const AnyKey &limit = keys::lampMaxCurrent;
+    int highest = lamp::highest(values.value(limit.name, limit.absent).toInt());
+    if (highest == 0)
+        highest = lamp::highest(QString(limit.absent).toInt());
+    QJsonArray levels;
+    for (int level = lamp::step; level < highest; level += lamp::step)
+        levels.append(level);
+    levels.append(highest);
+    return levels;
+}
+
+// Names for the reel model: the standard one, those of the configuration, the one in use.
+QJsonArray reelModels(const readings::Values &values)
+{
+    QStringList names = values.value(keys::coilerModels.name).split(',');
+    names.prepend(keys::coilerModel.absent);
+    names.append(values.value(keys::coilerModel.name));
+    for (QString &name : names)
+        name = name.trimmed();
+    names.removeAll({});
+    names.removeDuplicates();
+    return QJsonArray::fromStringList(names);
+}
+
+QJsonObject unitState(const ProgramLog &log, const Freshness::State &program,
+                      const readings::Values &values)
+{
+    QJsonObject state = {{"silent", program.silent},
+                         {"picture", log.picture()},
+                         {"unit", QString::fromUtf8(hostName())},
+                         {"started", QString::fromUtf8(log.started())},
+                         {"lampLevels", lampLevels(values)},
+                         {"reelModels", reelModels(values)}};
     if (program.silent)
         state["since"] = program.since;
     return state;
@@ -114,11 +157,9 @@ bool isOwnName(QByteArray host)
     else
         host.truncate(host.contains(':') ? int(host.indexOf(':')) : int(host.size()));
     in6_addr address = {};
-    std::array<char, HOST_NAME_MAX + 1> name{};
-    gethostname(name.data(), name.size() - 1);
     return inet_pton(AF_INET, host.constData(), &address) == 1
            || inet_pton(AF_INET6, host.constData(), &address) == 1 || host == "localhost"
-           || host.endsWith(".local") || host == QByteArray(name.data()).toLower();
+           || host.endsWith(".local") || host == hostName().toLower();
 }
 
 } // namespace
@@ -157,8 +198,9 @@ void HttpApi::sendState(fastcgi::Exchange &exchange)
     ProgramLog log(logBytes);
     log.take();
     QMap<QByteArray, QString> nothing;
-    QJsonObject state = unitState(log, freshness.look());
-    state["readings"] = changed(readings::read(), nothing);
+    const readings::Values values = readings::read();
+    QJsonObject state = unitState(log, freshness.look(), values);
+    state["readings"] = changed(values, nothing);
     exchange.answer(200, "application/json", json(state));
 }
 
@@ -178,8 +220,9 @@ void HttpApi::sendEvents(fastcgi::Exchange &exchange)
             lines = lines.mid(qMax(0, int(lines.size()) - logLines));
         if (!lines.isEmpty())
             events += "event: log\ndata: " + json({{"lines", described(lines)}}) + "\n\n";
-        const QJsonArray rows = changed(readings::read(), known);
-        QJsonObject state = unitState(log, freshness.look());
+        const readings::Values values = readings::read();
+        const QJsonArray rows = changed(values, known);
+        QJsonObject state = unitState(log, freshness.look(), values);
         if (!rows.isEmpty() || state != knownState) {
             knownState = state;
             state["readings"] = rows;

@@ -105,6 +105,8 @@ QList<ProgramLog::Line> ProgramLog::take()
     QList<Line> found;
     for (const QByteArray &line : qAsConst(lines)) {
         found.append(parse(line));
+        if (found.last().message && found.last().message->text == messages::starting)
+            startTime = found.last().time;
         for (const Sign &sign : signs) {
             if (!found.last().message || found.last().message->text != sign.message)
                 continue;

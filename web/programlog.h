@@ -39,6 +39,9 @@ public:
     // Where the picture goes according to the lines so far: "PAL", "phone", "nowhere" or "unknown".
     const char *picture() const;
 
+    // When the program started; empty if the lines so far do not tell.
+    QByteArray started() const { return startTime; }
+
 private:
     QByteArray takeBytes(bool finished);
 
@@ -49,4 +52,5 @@ private:
     bool known = false; // whether the next two are
     bool pal = false;
     bool stream = false;
+    QByteArray startTime;
 };

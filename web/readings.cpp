@@ -2,6 +2,7 @@
 #include "readings.h"
 
 #include "paths.h"
+#include "reel.h"
 #include "safefile.h"
 
 #include <QFile>
@@ -14,6 +15,19 @@ namespace
 {
 
 constexpr char celsius[] = "°C";
+
+// The page's groups.
+constexpr char supply[] = "Supply";
+constexpr char temperatures[] = "Temperatures";
+constexpr char reelAndLamp[] = "Reel and lamp";
+constexpr char unit[] = "Unit";
+
+// Seconds from the program's start in which a first reading must come, twice what a healthy unit
+// takes: two seconds of announcements and a poll cycle of 2.1 s; the processor's temperature every
+// 10 s; the ADC board's nine channels every 20 s.
+constexpr int polled = 10;
+constexpr int measured = 20;
+constexpr int converted = 40;
 
 constexpr qint64 longestFile = 1 << 16; // bytes
 
@@ -62,57 +76,63 @@ namespace readings
 const std::vector<Reading> &all()
 {
     static const std::vector<Reading> rows = {
-        {keys::batteryVoltage, "Battery voltage", Kind::Number, nullptr, "V", 0.001, 3,
-         "battery_voltage_volts", "", "Battery voltage.", &bands::batteryVoltage},
-        {keys::batteryCurrent, "Battery current", Kind::Number, nullptr, "A", 0.001, 3,
-         "battery_current_amperes", "", "Current drawn from the battery.", &bands::batteryCurrent},
-        {keys::batteryState, "Battery state", Kind::Number, nullptr, "", 1, 0,
+        {keys::batteryVoltage, "Battery voltage", supply, polled, Kind::Number, nullptr, "V", 0.001,
+         3, "battery_voltage_volts", "", "Battery voltage.", &bands::batteryVoltage},
+        {keys::batteryCurrent, "Battery current", supply, polled, Kind::Number, nullptr, "A", 0.001,
+         3, "battery_current_amperes", "", "Current drawn from the battery.",
+         &bands::batteryCurrent},
+        {keys::batteryState, "Battery state", supply, polled, Kind::Number, nullptr, "", 1, 0,
          "battery_state", "", "Battery state as the microcontroller reports it."},
-        {keys::computeTemperature, "Compute module", Kind::Number, nullptr, celsius, 1, 1,
-         "temperature_celsius", R"(sensor="compute_module")", "Temperatures in the unit.",
-         &bands::computeTemperature, 100},
-        {keys::processorTemperature, "Processor", Kind::Number, nullptr, celsius, 1, 1,
-         "temperature_celsius", R"(sensor="processor")", nullptr},
-        {keys::boostTemperature, "Boost converter", Kind::Number, nullptr, celsius, 0.01, 1,
-         "temperature_celsius", R"(sensor="boost")", nullptr},
-        {keys::ledTemperature, "LED driver", Kind::Number, nullptr, celsius, 0.01, 1,
-         "temperature_celsius", R"(sensor="led")", nullptr},
-        {keys::interstageVoltage, "Interstage voltage", Kind::Number, nullptr, "V", 0.001, 3,
-         "voltage_volts", R"(rail="interstage")", "Supply voltages in the unit."},
-        {keys::encoderVoltage, "Encoder voltage", Kind::Number, nullptr, "V", 0.001, 3,
-         "voltage_volts", R"(rail="encoder")", nullptr},
-        {keys::cameraVoltage, "Camera voltage", Kind::Number, nullptr, "V", 0.001, 3,
-         "voltage_volts", R"(rail="camera")", nullptr},
-        {keys::sondeVoltage, "Sonde voltage", Kind::Number, nullptr, "V", 0.001, 3,
-         "voltage_volts", R"(rail="sonde")", nullptr},
-        {keys::ledCurrent, "LED current", Kind::Number, nullptr, "A", 0.001, 3,
+        {keys::computeTemperature, "Compute module", temperatures, polled, Kind::Number, nullptr,
+         celsius, 1, 1, "temperature_celsius", R"(sensor="compute_module")",
+         "Temperatures in the unit.", &bands::computeTemperature, 100},
+        {keys::processorTemperature, "Processor", temperatures, measured, Kind::Number, nullptr,
+         celsius, 1, 1, "temperature_celsius", R"(sensor="processor")", nullptr},
+        {keys::boostTemperature, "Boost converter", temperatures, converted, Kind::Number, nullptr,
+         celsius, 0.01, 1, "temperature_celsius", R"(sensor="boost")", nullptr},
+        {keys::ledTemperature, "LED driver", temperatures, converted, Kind::Number, nullptr,
+         celsius, 0.01, 1, "temperature_celsius", R"(sensor="led")", nullptr},
+        {keys::interstageVoltage, "Interstage voltage", supply, converted, Kind::Number, nullptr,
+         "V", 0.001, 3, "voltage_volts", R"(rail="interstage")", "Supply voltages in the unit."},
+        {keys::encoderVoltage, "Encoder voltage", supply, converted, Kind::Number, nullptr, "V",
+         0.001, 3, "voltage_volts", R"(rail="encoder")", nullptr},
+        {keys::cameraVoltage, "Camera voltage", supply, converted, Kind::Number, nullptr, "V",
+         0.001, 3, "voltage_volts", R"(rail="camera")", nullptr},
+        {keys::sondeVoltage, "Sonde voltage", supply, converted, Kind::Number, nullptr, "V", 0.001,
+         3, "voltage_volts", R"(rail="sonde")", nullptr},
+        {keys::ledCurrent, "LED current", supply, converted, Kind::Number, nullptr, "A", 0.001, 3,
          "current_amperes", R"(rail="led")", "Currents in the unit."},
-        {keys::interstageCurrent, "Interstage current", Kind::Number, nullptr, "A", 0.001, 3,
-         "current_amperes", R"(rail="interstage")", nullptr},
-        {keys::tallwickLedCurrent, "Tallwick LED current", Kind::Number, nullptr, "A", 0.001, 3,
-         "current_amperes", R"(rail="led_tallwick")", nullptr},
-        {keys::cameraType, "Camera type", Kind::Text, "not reported", "", 1, 0,
+        {keys::interstageCurrent, "Interstage current", supply, converted, Kind::Number, nullptr,
+         "A", 0.001, 3, "current_amperes", R"(rail="interstage")", nullptr},
+        {keys::tallwickLedCurrent, "Tallwick LED current", supply, converted, Kind::Number, nullptr,
+         "A", 0.001, 3, "current_amperes", R"(rail="led_tallwick")", nullptr},
+        {keys::cameraType, "Camera type", unit, polled, Kind::Text, "not reported", "", 1, 0,
          "camera_type", "", "Camera type as the microcontroller reports it."},
-        {keys::lampLevel, "Lamp", Kind::Lamp, nullptr, "%", 1, 0,
-         "lamp_ratio", "", "Lamp level, 0 to 1; 0 when it is off."},
-        {keys::coilerCount, "Reel counter", Kind::Number, nullptr, "counts", 1, 0,
-         "reel_counts", "", "Reel counter since it was zeroed."},
-        {keys::coilerOffset, "Reel offset", Kind::Number, keys::coilerOffset.absent, "m", 1, 2,
-         "reel_offset_meters", "", "Metres added to the reel's distance."},
-        {keys::coilerModel, "Reel model", Kind::Text, keys::coilerModel.absent, "", 1, 0,
-         nullptr, "", nullptr},
-        {keys::sondeEnabled, "Sonde", Kind::Switch, keys::sondeEnabled.absent, "", 1, 0,
-         "sonde_enabled", "", "1 while the sonde is on."},
-        {keys::sondeFrequency, "Sonde frequency", Kind::Text, keys::sondeFrequency.absent, "", 1, 0,
-         nullptr, "", nullptr},
-        {keys::tallwickDetected, "Tallwick probe", Kind::Presence,
-         keys::tallwickDetected.absent, "", 1, 0,
-         "tallwick_attached", "", "Nonzero while a Tallwick probe locks the lamp."},
-        {keys::unknownCommands, "Unknown commands", Kind::Number,
-         keys::unknownCommands.absent, "", 1, 0,
-         "unknown_commands_total", "", "Commands that the unit did not know."},
-        {keys::mcuVersion, "MCU firmware", Kind::Text, nullptr, "", 1, 0, nullptr, "", nullptr},
-        {keys::softwareVersion, "Software", Kind::Text, nullptr, "", 1, 0, nullptr, "", nullptr},
+        {keys::lampLevel, "Lamp", reelAndLamp, polled, Kind::Lamp, keys::lampLevel.absent, "%", 1,
+         0, "lamp_ratio", "", "Lamp level, 0 to 1; 0 when it is off."},
+        {distance, "Distance", reelAndLamp, polled, Kind::Distance, nullptr, "m", 1, 0,
+         "reel_distance_meters", "", "Distance of the reel, as the app gets it."},
+        {keys::coilerCount, "Reel counter", reelAndLamp, polled, Kind::Number, nullptr, "counts", 1,
+         0, "reel_counts", "", "Reel counter since it was zeroed."},
+        {keys::coilerOffset, "Reel offset", reelAndLamp, polled, Kind::Number,
+         keys::coilerOffset.absent, "m", 1, 2, "reel_offset_meters", "",
+         "Metres added to the reel's distance."},
+        {keys::coilerModel, "Reel model", reelAndLamp, polled, Kind::Text, keys::coilerModel.absent,
+         "", 1, 0, nullptr, "", nullptr},
+        {keys::sondeEnabled, "Sonde", reelAndLamp, polled, Kind::Switch, keys::sondeEnabled.absent,
+         "", 1, 0, "sonde_enabled", "", "1 while the sonde is on."},
+        {keys::sondeFrequency, "Sonde frequency", reelAndLamp, polled, Kind::Text,
+         keys::sondeFrequency.absent, "", 1, 0, nullptr, "", nullptr},
+        {keys::tallwickDetected, "Tallwick probe", reelAndLamp, polled, Kind::Presence,
+         keys::tallwickDetected.absent, "", 1, 0, "tallwick_attached", "",
+         "Nonzero while a Tallwick probe locks the lamp."},
+        {keys::unknownCommands, "Unknown commands", unit, polled, Kind::Number,
+         keys::unknownCommands.absent, "", 1, 0, "unknown_commands_total", "",
+         "Commands that the unit did not know."},
+        {keys::mcuVersion, "MCU firmware", unit, polled, Kind::Text, nullptr, "", 1, 0, nullptr, "",
+         nullptr},
+        {keys::softwareVersion, "Software", unit, polled, Kind::Text, nullptr, "", 1, 0, nullptr,
+         "", nullptr},
     };
     return rows;
 }
@@ -123,13 +143,14 @@ Values parse(const QByteArray &ini)
     Values values;
     QByteArray section;
     const QList<QByteArray> lines = ini.split('\n');
-    for (const QByteArray &line : lines) {
+    for (const QByteArray &written : lines) {
+        const QByteArray line = written.trimmed();
         const int equals = int(line.indexOf('='));
         if (line.startsWith('[') && line.endsWith(']'))
             section = line.mid(1, line.size() - 2) + '/';
         else if (equals > 0)
-            values.insert(QString::fromLatin1(section + line.left(equals)),
-                          plain(line.mid(equals + 1)));
+            values.insert(QString::fromLatin1(section + line.left(equals).trimmed()),
+                          plain(line.mid(equals + 1).trimmed()));
     }
     return values;
 }
@@ -147,6 +168,15 @@ Values read()
     for (const Reading &reading : all()) {
         if (reading.absent && !values.contains(reading.key.name))
             values.insert(reading.key.name, reading.absent);
+    }
+    if (values.contains(keys::coilerCount.name)) {
+        const auto held = [&values](const AnyKey &key) {
+            return values.value(key.name, key.absent);
+        };
+        const double metres =
+            reel::distance(held(keys::coilerCount).toInt(), held(keys::encoderScalar).toDouble(),
+                           held(keys::coilerOffset).toDouble());
+        values.insert(distance.name, reel::text(metres));
     }
     return values;
 }
@@ -174,6 +204,8 @@ QByteArray text(const Reading &reading, const Values &values)
         if (value < 0)
             return "off";
         break;
+    case Kind::Distance:
+        return stored.toUtf8() + ' ' + reading.unit;
     case Kind::Number:
     case Kind::Text:
         break;

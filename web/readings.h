@@ -20,11 +20,14 @@ enum class Kind {
     Switch,   // on or off
     Presence, // attached or none
     Lamp,     // percent; -1: off
+    Distance, // metres, with the digits of the app's answer
 };
 
 struct Reading {
     AnyKey key;
     const char *label;
+    const char *group;
+    int due; // seconds from the program's start in which a first reading must come
     Kind kind;
     const char *absent; // value that a missing key stands for; null: a healthy unit has it
     const char *unit;
@@ -36,6 +39,9 @@ struct Reading {
     const bands::Band *band = nullptr;
     double bandScale = 1; // stored value to the unit of the band
 };
+
+// Not in the store: computed from its counter and offset and the configured scalar.
+inline constexpr AnyKey distance = {"Reel/Distance", nullptr};
 
 const std::vector<Reading> &all();
 
