@@ -72,13 +72,16 @@ class Page:
     def do_page(self, verb: str, *words: str) -> None:
         """open [WIDTH HEIGHT [dark]] - a browser without a window opens the unit's page
         click BUTTON|type LABEL TEXT|choose LABEL OPTION - what a user does: page click "Lamp up"
-        press KEY - Tab, Enter or Space, to the element that has the focus
+        hold BUTTON|release - presses the mouse's button on it; lets it go
+        press KEY - Tab, Enter, Space or a letter, to the element that has the focus
         script FILE|snapshot FILE.png - runs a script on it; writes a picture of it"""
         acts: dict[str, Callable[..., object]] = {
             "open": self._open,
             "click": lambda name: self._find(BUTTON, name).click(),
             "type": self._type,
-            "press": lambda key: self._driver.switch_to.active_element.send_keys(KEYS[key]),
+            "press": lambda key: self._driver.switch_to.active_element.send_keys(KEYS.get(key, key)),
+            "hold": lambda name: self._pointer().click_and_hold(self._find(BUTTON, name)).perform(),
+            "release": lambda: self._pointer().release().perform(),
             "choose": lambda label, option: self._find(OPTION, label, option).click(),
             "script": lambda file: self._driver.execute_script(Path(file).read_text()),
             "snapshot": self._snapshot,
@@ -153,6 +156,11 @@ class Page:
 
     def _find(self, place: str, *names: str) -> Any:
         return self._driver.find_element("xpath", place.format(*names))
+
+    def _pointer(self) -> Any:
+        from selenium.webdriver import ActionChains
+
+        return ActionChains(self._driver)
 
     def _type(self, label: str, text: str) -> None:
         element = self._find(INPUT, label)

@@ -1,5 +1,6 @@
 "use strict";
 /* global makeStream */ // from stream.js
+/* exported timeText, offer, byId, element */ // for history.js and record.js
 
 const byId = (id) => document.getElementById(id);
 
@@ -13,27 +14,95 @@ function element(name, text, attributes = {}) {
 
 // Readings -------------------------------------------------------------------------------------
 
-const rows = new Map();
+const readings = new Map(); // by key, with their rows in the table
+const second = 1000; // ms
+let unit = { name: "KT6120", started: NaN, lampLevels: [], reelModels: [] };
+let clock = { time: "", zone: "" }; // the unit's clock at the last heartbeat
+
+// Milliseconds from the unit's time, as if it were UTC.
+function parseTime(text) {
+  const [day, month, year, hours, minutes, seconds] = text.split(/[-: ]/).map(Number);
+  return Date.UTC(year, month - 1, day, hours, minutes, seconds);
+}
+
+// The unit's time now; NaN before its first heartbeat.
+const unitTime = () => clock.at + performance.now() - clock.heard;
+
+// As the unit writes it: 26-11-2026 03:00:01.
+function timeText(time) {
+  const [year, month, day, clockTime] = new Date(time).toISOString().split(/[-T.]/);
+  return `${day}-${month}-${year} ${clockTime}`;
+}
+
+// A value as the store has it.
+const stored = (key) => readings.get(key)?.stored;
+
+// The text and the state to show: a missing reading is no fault while the program has just started.
+function shownAs({ text, level, due }) {
+  const age = unitTime() - unit.started;
+  if (text === "no reading" && age >= 0 && age < due * second)
+    return ["waiting for the first reading", "waiting"];
+  return [text, level];
+}
+
+// In its group, in the unit's order; what needs attention stands first.
+function place(reading) {
+  const group = ["warning", "fault"].includes(reading.row.className) ? "Attention" : reading.group;
+  const body = [...byId("readings").tBodies].find((one) => one.rows[0].textContent === group);
+  if (reading.row.parentNode === body) return;
+  const keys = [...readings.keys()];
+  const next = [...body.rows].slice(1)
+    .find((row) => keys.indexOf(row.dataset.key) > keys.indexOf(reading.key));
+  body.insertBefore(reading.row, next || null);
+  const [attention] = byId("readings").tBodies;
+  attention.hidden = attention.rows.length === 1;
+}
+
+function render(reading) {
+  const { key, row } = reading;
+  const [text, level] = shownAs(reading);
+  row.className = level;
+  row.children[1].textContent = text;
+  row.children[2].textContent = level;
+  place(reading);
+  for (const shown of document.querySelectorAll(`dd[data-key="${key}"]`)) {
+    shown.textContent = text;
+    shown.className = level;
+  }
+}
 
 function showReading(reading) {
-  let row = rows.get(reading.key);
+  let { row } = readings.get(reading.key) || {};
   if (!row) {
-    row = element("tr");
+    row = element("tr", undefined, { "data-key": reading.key });
     row.append(element("th", reading.label, { scope: "row" }), element("td"), element("td"));
-    rows.set(reading.key, row);
-    byId("readings").append(row);
   }
-  row.className = reading.level;
-  row.children[1].textContent = reading.text;
-  row.children[2].textContent = reading.level;
-  for (const output of document.querySelectorAll(`output[data-key="${reading.key}"]`))
-    output.textContent = reading.text;
-  if (reading.key === "Coiler/Model" && document.activeElement !== byId("model-name"))
-    byId("model-name").value = reading.text;
+  readings.set(reading.key, { ...reading, row });
+  render(readings.get(reading.key));
   if (reading.key === "Tallwick/Detected") byId("locked").hidden = reading.text !== "attached";
 }
 
-let unit = { time: "", zone: "" }; // its clock at the last heartbeat
+// Replaces a list's options, unless somebody chooses one.
+function offer(list, options, chosen) {
+  if (document.activeElement === list) return;
+  list.replaceChildren(...options.map(([text, value]) => element("option", text, { value })));
+  list.value = chosen;
+}
+
+function showLists() {
+  const level = Math.max(0, stored("Camera/Lamp") || 0);
+  const levels = [...new Set([0, level, ...unit.lampLevels])].sort((one, other) => one - other);
+  offer(byId("level"), levels.map((one) => [one ? `${one} %` : "off", one]), level);
+  const models = unit.reelModels.map((one) => [one, one]);
+  offer(byId("models"), [...models, ["another", ""]], stored("Coiler/Model"));
+  showOther();
+}
+
+// The field for a reel model that is not in the list.
+function showOther() {
+  byId("other").hidden = byId("models").value !== "";
+  byId("model-name").disabled = byId("other").hidden;
+}
 
 // `since`: the unit's time of the last readings, if they are old.
 function showUnit(text, since) {
@@ -42,12 +111,16 @@ function showUnit(text, since) {
   document.body.classList.toggle("stale", since !== undefined);
   const [date, time] = (since || "").split(" ");
   byId("old").textContent = time ? `as of ${time}` : "";
-  byId("as-of").textContent = time ? `as of ${time} on ${date}, ${unit.zone}` : "";
+  byId("as-of").textContent = time ? `as of ${time} on ${date}, ${clock.zone}` : "";
 }
 
 function showState(state) {
+  unit = { ...state, name: state.unit, started: parseTime(state.started) };
   state.readings.forEach(showReading);
   byId("picture").textContent = state.picture;
+  byId("name").textContent = unit.name;
+  document.title = `${unit.name}: KT6120`;
+  showLists();
   if (state.silent) showUnit("the unit is silent", state.since);
   else showUnit("live");
 }
@@ -72,19 +145,19 @@ const silence = 6000; // ms; heartbeats come every two seconds
 let heard = 0;
 
 function showClock(beat) {
-  unit = beat;
-  for (const zone of document.querySelectorAll(".zone")) zone.textContent = unit.zone;
+  clock = { ...beat, at: parseTime(beat.time), heard: performance.now() };
+  for (const zone of document.querySelectorAll(".zone")) zone.textContent = clock.zone;
 }
 
 const hearers = {
   open: () => byId("log").replaceChildren(),
-  lost: () => showUnit("no connection to the unit", unit.time),
+  lost: () => showUnit("no connection to the unit", clock.time),
   beat: showClock,
   state: showState,
   log: ({ lines }) => lines.forEach(showLine),
   displaced: () => {
     heard = Infinity; // until the tab comes into view again
-    showUnit("eight newer viewers: reload the page to connect again", unit.time);
+    showUnit("eight newer viewers: reload the page to connect again", clock.time);
   },
 };
 
@@ -104,9 +177,16 @@ let look = connect();
 
 // Hidden tabs close their stream.
 function follow() {
-  showUnit("connecting", unit.time);
+  showUnit("connecting", clock.time);
   heard = performance.now();
   look(!document.hidden);
+}
+
+// Readings that do not come in time are missing.
+function remind() {
+  for (const reading of readings.values()) {
+    if (reading.row.className === "waiting") render(reading);
+  }
 }
 
 // A dead TCP connection looks open for minutes, and the browser may have ended the worker: reconnect.
@@ -123,10 +203,37 @@ function watch() {
 
 const longest = 45000; // ms; the API answers sooner
 const pause = 250; // ms before a retry after 429 or 503
+const mostSteps = 20; // of the lamp to a level; the whole way down and up takes fourteen
 let taps = []; // waiting for the command before them
 let working = false;
+let wish = null; // the level that the lamp steps to
 
-function say(text, level) {
+const lampIs = (store) => (store["Camera/Lamp"] > 0 ? `Lamp ${store["Camera/Lamp"]} %` : "Lamp off");
+
+// What a command is called, and what it did.
+const vocabulary = {
+  LAMPUP: [() => "Lamp up", lampIs],
+  LAMPDOWN: [() => "Lamp down", lampIs],
+  LAMPOFF: [() => "Lamp off", lampIs],
+  LEVEL: [(level) => `Lamp to ${level} %`],
+  SONDE: [(on) => `Sonde ${{ 0: "off", 1: "on" }[on] || "on or off"}`,
+    (store) => `The sonde is ${store["Sonde/Enabled"] === "1" ? "on" : "off"}`],
+  RESET: [() => "Zero the reel", () => "The reel is at zero"],
+  MODEL: [(model) => `Reel model ${model}`, (store) => `The reel model is ${store["Coiler/Model"]}`],
+  LOGRST: [() => "Reset MCU log", () => "The MCU log is reset"],
+};
+const called = ({ name, argument }) => vocabulary[name][0](argument);
+
+// The API's errors in the operator's words.
+const reasons = {
+  "the unit is silent; the command is withdrawn": "the unit is silent; nothing was done",
+  "the unit did not take the command; it is withdrawn": "the unit does not listen; nothing was done",
+  "lamp off came first; the command is withdrawn": "lamp off came first",
+  "another writer replaced the command": "somebody else gave a command; try again",
+  "the unit read the command, but its store does not show it": "the unit heard it, but nothing changed",
+};
+
+function say(text, level = "normal") {
   byId("answer").className = level;
   byId("answer").textContent = text;
 }
@@ -156,28 +263,58 @@ async function ask(body) {
   }
 }
 
-// Sends a command; false if the unit does not answer.
-async function command({ name, argument }) {
-  say(`${name}: waiting for the unit`, "normal");
+// Sends a command and says what it did; false if the unit does not answer. `label`: what it is for.
+async function command({ name, argument, label = called({ name, argument }) }) {
+  say(`${label}: waiting for the unit`);
+  const lamp = stored("Camera/Lamp");
   let said = await ask({ command: name, argument });
   while (said.status === 429 || said.status === 503) {
     await new Promise((resolve) => { setTimeout(resolve, pause); });
     said = await ask({ command: name, argument });
   }
   if (said.error) {
-    say(`${name}: ${said.error}`, "fault");
+    const locked = said.status === 504 && name.startsWith("LAMP") && !byId("locked").hidden;
+    const reason = locked ? "a Tallwick probe locks the lamp" : reasons[said.error] || said.error;
+    say(`${label}: ${reason}`, "fault");
     return said.status === 409; // the unit runs
   }
-  const shown = Object.entries(said.store).map(([key, value]) => `${key} is ${value}`).join(", ");
-  say(`${said.line}: done in ${said.seconds.toFixed(2)} s${shown && "; "}${shown}`, "normal");
+  for (const [key, value] of Object.entries(said.store)) {
+    if (readings.has(key)) readings.get(key).stored = value;
+  }
+  const stays = (name === "LAMPUP" || name === "LAMPDOWN") && stored("Camera/Lamp") === lamp;
+  say(vocabulary[name][1](said.store) + (stays ? ", as far as it goes" : ""));
+  return true;
+}
+
+// The unit takes steps only, and the last one up may be shorter. So a level that is not a number of
+// steps away is reached from 0. After lamp off the level is unknown, but a step down shows it.
+async function setLevel(target) {
+  wish = target;
+  const lamp = () => Number(stored("Camera/Lamp"));
+  const [step] = unit.lampLevels;
+  const highest = unit.lampLevels[unit.lampLevels.length - 1];
+  for (let steps = 0; lamp() !== target && wish === target && steps < mostSteps; steps++) {
+    const before = lamp();
+    const up = before >= 0 && before < target
+      && (target === highest || (target - before) % step === 0);
+    if (!await command({ name: up ? "LAMPUP" : "LAMPDOWN", label: called({ name: "LEVEL", argument: target }) }))
+      return false;
+    if (up ? lamp() < Math.min(before + step, target) : lamp() >= before && before >= 0) break; // its limit
+  }
+  if (wish === target && lamp() !== target && byId("answer").className !== "fault")
+    say(`Lamp ${lamp()} %: it does not reach ${target} %`, "warning");
   return true;
 }
 
 // Sends commands one after the other. Lamp off is sent at once and cancels the waiting lamp steps.
+// An argument may be a function, called when its turn comes.
 async function tap(name, argument) {
-  if (name === "LAMPOFF") {
-    taps = taps.filter((waiting) => !waiting.name.startsWith("LAMP"));
+  if (name === "LAMPOFF" || name === "LEVEL") {
+    wish = null;
+    taps = taps.filter((waiting) => !(waiting.name.startsWith("LAMP") || waiting.name === "LEVEL"));
     showTaps();
+  }
+  if (name === "LAMPOFF") {
     await command({ name });
     return;
   }
@@ -187,9 +324,11 @@ async function tap(name, argument) {
   working = true;
   while (taps.length > 0) {
     const next = taps.shift();
+    if (typeof next.argument === "function") next.argument = next.argument();
     showTaps();
-    if (!await command(next) && taps.length > 0) {
-      byId("answer").textContent += `; not sent: ${taps.map((waiting) => waiting.name).join(", ")}`;
+    const answered = next.name === "LEVEL" ? await setLevel(next.argument) : await command(next);
+    if (!answered && taps.length > 0) {
+      byId("answer").textContent += `; not sent: ${taps.map(called).join(", ")}`;
       taps.splice(0);
       showTaps();
     }
@@ -197,113 +336,109 @@ async function tap(name, argument) {
   working = false;
 }
 
-// History --------------------------------------------------------------------------------------
+// Zeroing the reel -----------------------------------------------------------------------------
 
-const frame = { left: 52, right: 630, top: 10, bottom: 214 };
-const gap = 3600; // seconds; rows come every half hour
-let past = { columns: [], rows: [] };
+// A wet glove must not do it: the button wants to be held. A screen reader activates it without a
+// pointer or a key, and has to do so twice.
+const holding = 1000; // ms
+const again = 5000; // ms
+let held; // timer
+let armed = -Infinity; // when a screen reader activated it
 
-// Units of the CSV, and of the table with the factor.
-const units = { mV: ["V", 0.001], mA: ["A", 0.001], "Deg C": ["°C", 1] };
-
-function inUnits({ columns, rows: given }) {
-  const found = columns.map((name) => {
-    const [, what, unit] = name.match(/^(.*) \[(.*)\]$/) || [];
-    return unit in units ? [`${what} [${units[unit][0]}]`, units[unit][1]] : [name, 1];
-  });
-  return {
-    columns: found.map(([name]) => name),
-    rows: given.map(([time, ...values]) => [time, ...values.map((value, at) => (
-      value === null ? null : Number((value * found[at][1]).toPrecision(12))))]),
-  };
+function hold() {
+  letGo();
+  byId("zero").className = "held";
+  held = setTimeout(() => {
+    letGo();
+    tap("RESET");
+  }, holding);
 }
 
-// The unit's time, whatever the browser's zone.
-function clock(seconds) {
-  const [, year, month, day, time] = new Date(seconds * 1000).toISOString()
-    .match(/^(\d+)-(\d+)-(\d+)T(\d+:\d+)/);
-  return { date: `${day}-${month}`, time, full: `${day}-${month}-${year} ${time}` };
-}
-const round = (value) => String(Number(value.toPrecision(4)));
-
-function ticks(low, high, count) {
-  return Array.from({ length: count + 1 }, (_, at) => low + (high - low) * at / count);
+// True if it was held, but not for long enough.
+function letGo() {
+  const early = byId("zero").className === "held";
+  clearTimeout(held);
+  byId("zero").className = "";
+  return early;
 }
 
-function draw() {
-  const at = byId("column").selectedIndex;
-  const points = past.rows.map((row) => [row[0], row[at + 1]]).filter((point) => point[1] !== null);
-  const chart = byId("chart");
-  chart.replaceChildren();
-  byId("points").replaceChildren();
-  if (points.length === 0) {
-    byId("caption").textContent = "no rows yet: the unit writes one every half hour";
+function explainHold() {
+  if (letGo()) say("Hold the button for a second to zero the reel");
+}
+
+function activate(event) {
+  if (event.detail > 0) return; // a pointer's
+  if (performance.now() - armed < again) {
+    armed = -Infinity;
+    tap("RESET");
     return;
   }
-  const values = points.map((point) => point[1]);
-  const [least, most] = [Math.min(...values), Math.max(...values)];
-  const margin = (most - least) * 0.05 || Math.abs(most) * 0.05 || 1;
-  const [low, high] = [least - margin, most + margin];
-  const [begin, end] = [points[0][0], points[points.length - 1][0]];
-  const x = (time) => end === begin ? (frame.left + frame.right) / 2
-    : frame.left + (frame.right - frame.left) * (time - begin) / (end - begin);
-  const y = (value) => frame.bottom - (frame.bottom - frame.top) * (value - low) / (high - low);
-
-  for (const value of ticks(low, high, 4)) {
-    chart.append(element("line", undefined,
-      { class: "grid", x1: frame.left, x2: frame.right, y1: y(value), y2: y(value) }));
-    chart.append(element("text", round(value), { x: frame.left - 6, y: y(value) + 4, "text-anchor": "end" }));
-  }
-  const days = end - begin > 86400;
-  for (const time of end === begin ? [begin] : ticks(begin, end, 4)) {
-    const label = days ? clock(time).date : clock(time).time;
-    chart.append(element("text", label, {
-      x: x(time), y: 234,
-      "text-anchor": time === begin && end > begin ? "start" : time === end && end > begin ? "end" : "middle",
-    }));
-  }
-  let path = "";
-  points.forEach((point, index) => {
-    const joined = index > 0 && point[0] - points[index - 1][0] <= gap;
-    path += `${joined ? "L" : "M"}${x(point[0]).toFixed(1)} ${y(point[1]).toFixed(1)}`;
-    const row = element("tr");
-    row.append(element("td", clock(point[0]).full), element("td", String(point[1])));
-    byId("points").append(row);
-  });
-  chart.append(element("path", undefined, { class: "line", d: path }));
-  for (const point of points) {
-    const dot = element("circle", undefined,
-      { cx: x(point[0]), cy: y(point[1]), r: points.length > 100 ? 1 : 3, "data-value": point[1] });
-    dot.append(element("title", `${clock(point[0]).full}: ${point[1]}`));
-    chart.append(dot);
-  }
-  byId("caption").textContent = `${past.columns[at]}: ${points.length} rows from ${clock(begin).full} to `
-    + `${clock(end).full}, lowest ${round(least)}, highest ${round(most)}, last ${round(values[values.length - 1])}`;
+  armed = performance.now();
+  say("Activate once more to zero the reel");
 }
 
-async function loadHistory() {
-  const reply = await fetch(`api/history?range=${byId("range").value}`);
-  if (!reply.ok) return;
-  past = inUnits(await reply.json());
-  const chosen = byId("column").value;
-  byId("column").replaceChildren(...past.columns.map((name) => element("option", name)));
-  if (past.columns.includes(chosen)) byId("column").value = chosen;
-  draw();
+// Keys -----------------------------------------------------------------------------------------
+
+const withKeys = [...document.querySelectorAll("[aria-keyshortcuts]")];
+const keyOf = (button) => button.getAttribute("aria-keyshortcuts");
+
+function showKeys() {
+  const keys = new Set(withKeys.map(keyOf));
+  for (const key of keys) {
+    const names = withKeys.filter((button) => keyOf(button) === key)
+      .map((button) => button.textContent);
+    byId("shortcuts").append(" ", element("kbd", key), ` ${names.join(" / ")}`);
+  }
+}
+
+function press(event) {
+  const typing = event.target.closest("input:not([type=checkbox]), select, textarea");
+  const modified = event.ctrlKey || event.altKey || event.metaKey || event.shiftKey;
+  if (typing || modified || event.repeat || event.isComposing || !byId("keys").checked) return;
+  const button = withKeys.find((one) => keyOf(one) === event.key.toUpperCase());
+  if (!button) return;
+  event.preventDefault();
+  // Against the sonde's state once the commands before it are done.
+  if (button.dataset.command === "SONDE") tap("SONDE", () => (stored("Sonde/Enabled") === "1" ? "0" : "1"));
+  else button.click();
 }
 
 // ----------------------------------------------------------------------------------------------
 
 for (const button of document.querySelectorAll("button[data-command]"))
   button.addEventListener("click", () => tap(button.dataset.command, button.dataset.argument));
+byId("level").addEventListener("change", () => {
+  const level = Number(byId("level").value);
+  if (level > 0) tap("LEVEL", level);
+  else tap("LAMPOFF");
+});
+byId("models").addEventListener("change", showOther);
 byId("model").addEventListener("submit", (event) => {
   event.preventDefault();
-  tap("MODEL", byId("model-name").value);
+  tap("MODEL", byId("models").value || byId("model-name").value);
 });
-byId("history").addEventListener("submit", (event) => event.preventDefault());
-byId("column").addEventListener("change", draw);
-byId("range").addEventListener("change", loadHistory);
-setInterval(() => { if (!document.hidden) loadHistory().catch(() => {}); }, 15 * 60 * 1000);
-loadHistory().catch(() => {});
+const zero = {
+  pointerdown: (event) => { if (event.button === 0) hold(); },
+  pointerup: explainHold,
+  pointerleave: explainHold,
+  pointercancel: letGo,
+  blur: letGo,
+  click: activate,
+  contextmenu: (event) => event.preventDefault(), // a touch screen's, after a long touch
+  keydown: (event) => {
+    if (event.key !== "Enter" && event.key !== " ") return;
+    event.preventDefault(); // no click
+    if (!event.repeat) hold();
+  },
+  keyup: (event) => {
+    event.preventDefault();
+    explainHold();
+  },
+};
+for (const [type, act] of Object.entries(zero)) byId("zero").addEventListener(type, act);
+showKeys();
+document.addEventListener("keydown", press);
 document.addEventListener("visibilitychange", follow);
 setInterval(watch, 1000);
+setInterval(remind, 1000);
 follow();

@@ -1,0 +1,163 @@
+"use strict";
+/* global byId, element, say, stored, timeText, unit, unitTime */ // from page.js
+// Stills and recordings of the picture, made here: the unit's card has no part in it.
+
+const video = byId("video");
+const rate = 4e6; // bit/s, of a recording
+const containers = ["video/mp4;codecs=avc1.42E01F", "video/mp4", "video/webm"]; // the best first
+const kept = []; // what the list downloads
+let unsaved = false; // the list has what its last download had not
+let recorder = null;
+
+// Where the picture is, and when: what the overlay, a name and the list say.
+function here() {
+  const old = document.body.matches(".stale");
+  const metres = old ? undefined : stored("Reel/Distance");
+  return {
+    distance: metres || "",
+    time: isNaN(unitTime()) ? "" : timeText(unitTime()),
+    model: stored("Coiler/Model") || "",
+  };
+}
+
+function drawPicture(canvas) {
+  const context = canvas.getContext("2d");
+  const { width, height } = canvas;
+  const size = Math.round(height / 20);
+  const { distance, time, model } = here();
+  context.drawImage(video, 0, 0, width, height);
+  context.fillStyle = "rgb(0 0 0 / 65%)";
+  context.fillRect(0, height - 1.6 * size, width, 1.6 * size);
+  context.fillStyle = "#fff";
+  context.font = `${size}px sans-serif`;
+  context.fillText([distance ? `${distance} m` : "distance unknown", time, model].join("   "),
+    size / 2, height - size / 2, width - size);
+}
+
+function makeCanvas() {
+  if (video.videoWidth && byId("video-state").textContent === "")
+    return Object.assign(document.createElement("canvas"),
+      { width: video.videoWidth, height: video.videoHeight });
+  say("There is no picture to keep", "warning");
+  return null;
+}
+
+function save(blob, name) {
+  const link = element("a", name, { href: URL.createObjectURL(blob), download: name });
+  link.click();
+  return link;
+}
+
+// 2026-11-26_03-00-01_12.5m.png; a second one of the same second has a number.
+function keep(blob, { distance, time, model }, type) {
+  const [day, month, year, clockTime = ""] = time.split(/[- ]/);
+  const base = `${year}-${month}-${day}_${clockTime.replace(/:/g, "-")}_${distance || "unknown"}m`;
+  const others = kept.filter((one) => one.base === base && one.type === type).length;
+  const name = `${base}${others ? `_${others + 1}` : ""}.${type}`;
+  const entry = { base, type, name, distance, time, model, note: "" };
+  const note = element("input", undefined, { "aria-label": `Note to ${name}`, maxlength: 200 });
+  note.addEventListener("input", () => {
+    entry.note = note.value;
+    unsaved = true;
+  });
+  const row = byId("kept").tBodies[0].insertRow(0); // the newest first
+  for (const content of [distance ? `${distance} m` : "unknown", time, save(blob, name), note])
+    row.insertCell().append(content);
+  kept.push(entry);
+  unsaved = true;
+  byId("kept").hidden = false;
+  byId("list").disabled = false;
+  say(`Saved ${name}`);
+}
+
+function still() {
+  const canvas = makeCanvas();
+  if (!canvas) return;
+  const where = here();
+  drawPicture(canvas);
+  canvas.toBlob((blob) => keep(blob, where, "png"), "image/png");
+}
+
+function showRecording({ began, size }) {
+  const seconds = Math.floor((performance.now() - began) / 1000);
+  const time = `${Math.floor(seconds / 60)}:${String(seconds % 60).padStart(2, "0")}`;
+  byId("recording").textContent = `recording ${time}, ${(size / 1e6).toFixed(1)} MB`;
+}
+
+function startRecording() {
+  const canvas = makeCanvas();
+  if (!canvas) return;
+  const where = here();
+  const mimeType = containers.find((type) => MediaRecorder.isTypeSupported(type));
+  const media = new MediaRecorder(canvas.captureStream(), { mimeType, videoBitsPerSecond: rate });
+  const parts = [];
+  const own = { media, began: performance.now(), size: 0 };
+  recorder = own;
+  const next = window.HTMLVideoElement.prototype.requestVideoFrameCallback
+    ? (act) => video.requestVideoFrameCallback(act) : requestAnimationFrame;
+  const draw = () => {
+    if (recorder !== own) return;
+    drawPicture(canvas);
+    next(draw);
+  };
+  const shows = setInterval(() => { if (media.state === "recording") showRecording(own); }, 500);
+  media.addEventListener("dataavailable", ({ data }) => {
+    parts.push(data);
+    own.size += data.size;
+  });
+  media.addEventListener("stop", () => {
+    clearInterval(shows);
+    recorder = null;
+    delete document.body.dataset.recording;
+    byId("recording").textContent = "";
+    byId("record").textContent = "Record";
+    keep(new Blob(parts, { type: mimeType }), where, mimeType.includes("mp4") ? "mp4" : "webm");
+  });
+  draw();
+  media.start(1000);
+  document.body.dataset.recording = "yes";
+  byId("record").textContent = "Stop recording";
+  showRecording(own);
+  say("Recording");
+}
+
+// A hidden tab gets neither frames nor readings.
+function pauseRecording() {
+  if (!recorder || recorder.media.state === "inactive") return;
+  const { media } = recorder;
+  if (document.hidden) {
+    recorder.paused = performance.now();
+    media.pause();
+  } else if (media.state === "paused") {
+    recorder.began += performance.now() - recorder.paused;
+    media.resume();
+  }
+}
+
+// Quoted; a spreadsheet takes no text for a formula.
+function cell(text) {
+  const safe = /^[=+@-]/.test(text) && isNaN(text) ? `'${text}` : text;
+  return `"${safe.replace(/"/g, '""')}"`;
+}
+
+function saveList() {
+  const rows = kept.map(({ name, distance, time, model, note }) => [name, distance, time, model, note]);
+  const lines = [["file", "distance [m]", "time", "reel model", "note"], ...rows]
+    .map((row) => `${row.map(cell).join(",")}\r\n`);
+  save(new Blob(["\ufeff", ...lines], { type: "text/csv" }), `${unit.name}_${here().time.slice(0, 10)}.csv`);
+  unsaved = false;
+}
+
+byId("still").addEventListener("click", still);
+byId("record").addEventListener("click", () => {
+  if (!recorder) startRecording();
+  else if (recorder.media.state !== "inactive") recorder.media.stop();
+});
+byId("list").addEventListener("click", saveList);
+document.addEventListener("visibilitychange", pauseRecording);
+// A closed tab loses a running recording and the list.
+addEventListener("beforeunload", (event) => {
+  if (!recorder && !unsaved) return;
+  event.preventDefault();
+  event.returnValue = ""; // older browsers
+});
