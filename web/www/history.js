@@ -107,8 +107,7 @@ function draw() {
 
 function showColumns() {
   const { columns } = shown();
-  const chosen = byId("column").value;
-  offer(byId("column"), columns.map((name) => [name, name]), columns.includes(chosen) ? chosen : columns[0]);
+  offer(byId("column"), columns.map((name) => [name, name]), columns[0]);
   draw();
 }
 

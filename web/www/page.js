@@ -82,11 +82,17 @@ function showReading(reading) {
   if (reading.key === "Tallwick/Detected") byId("locked").hidden = reading.text !== "attached";
 }
 
-// Replaces a list's options, unless somebody chooses one.
+// What somebody chose in a list stays until the unit has another value.
 function offer(list, options, chosen) {
-  if (document.activeElement === list) return;
-  list.replaceChildren(...options.map(([text, value]) => element("option", text, { value })));
-  list.value = chosen;
+  const before = list.value;
+  const values = options.map(([, value]) => String(value));
+  if (list.dataset.values !== values.join("\n")) {
+    list.replaceChildren(...options.map(([text, value]) => element("option", text, { value })));
+    list.dataset.values = values.join("\n");
+    list.value = values.includes(before) ? before : chosen;
+  }
+  if (list.dataset.chosen !== String(chosen)) list.value = chosen;
+  list.dataset.chosen = chosen;
 }
 
 function showLists() {
@@ -96,6 +102,12 @@ function showLists() {
   const models = unit.reelModels.map((one) => [one, one]);
   offer(byId("models"), [...models, ["another", ""]], stored("Coiler/Model"));
   showOther();
+}
+
+// The list of levels shows the lamp's, not what somebody wanted.
+function showLevel() {
+  delete byId("level").dataset.chosen;
+  showLists();
 }
 
 // The field for a reel model that is not in the list.
@@ -316,6 +328,7 @@ async function tap(name, argument) {
   }
   if (name === "LAMPOFF") {
     await command({ name });
+    showLevel();
     return;
   }
   taps.push({ name, argument });
@@ -327,6 +340,7 @@ async function tap(name, argument) {
     if (typeof next.argument === "function") next.argument = next.argument();
     showTaps();
     const answered = next.name === "LEVEL" ? await setLevel(next.argument) : await command(next);
+    showLevel();
     if (!answered && taps.length > 0) {
       byId("answer").textContent += `; not sent: ${taps.map(called).join(", ")}`;
       taps.splice(0);
