@@ -17,6 +17,7 @@ SHARE = "/run/tree/usr/share/kt6120-web"
 PAGE = "/run/bench/www"
 DESK = "/run/desk"  # where bench/run reaches the page
 SOCKET = Path("/run/kt6120-web/socket")
+PICTURE_SOCKET = Path("/run/kt6120-picture/socket")
 SETTINGS = "/run/bench/lighttpd.conf"
 PATIENCE = 60  # s
 FIND_LIMIT = 10  # s, until an element is there
@@ -36,7 +37,9 @@ include "{SHARE}/lighttpd/kt6120.conf"
 BROWSER_OPTIONS = (
     "--headless=new --no-sandbox --disable-gpu --disable-quic --no-first-run --hide-scrollbars "
     "--disable-background-networking --disable-component-update --disable-sync "
-    "--disable-dev-shm-usage --user-data-dir=/tmp/browser"
+    "--disable-dev-shm-usage --user-data-dir=/tmp/browser "
+    # The picture comes over the loopback; no name can be announced on it.
+    "--allow-loopback-in-peer-connection --disable-features=WebRtcHideLocalIpsWithMdns"
 ).split()
 
 BUTTON = "//button[normalize-space()='{0}'] | //summary[normalize-space()='{0}']"
@@ -52,13 +55,16 @@ class Page:
 
     def __init__(self, loop: Loop) -> None:
         self._loop, self._served, self._complaints = loop, False, ""
+        self.picture: Process | None = None
 
     def serve(self) -> None:
         if self._served:
             return
         self._served = True
         shutil.copytree(f"{SHARE}/www", PAGE)
-        SOCKET.parent.mkdir()
+        for place in (SOCKET, PICTURE_SOCKET):
+            place.parent.mkdir()
+        self._await_viewer(socket.socket(socket.AF_UNIX))
         desk = f'$SERVER["socket"] == "{DESK}/page" {{ }}\n' if Path(DESK).exists() else ""
         Path(SETTINGS).write_text(CONFIGURATION + desk)
         program = ["/run/tree/usr/sbin/kt6120-web", str(SOCKET)]
@@ -68,6 +74,21 @@ class Page:
             connect = partial(port.connect_ex, ("127.0.0.1", 80))
             if not self._loop.until(lambda: SOCKET.exists() and connect() == 0, PATIENCE):
                 raise Failure("the unit's page is not served (lighttpd and kt6120-web?)")
+
+    def _await_viewer(self, listening: socket.socket) -> None:
+        """The program of the picture runs from a request to its own end, as systemd has it."""
+        listening.bind(str(PICTURE_SOCKET))
+        listening.listen()
+
+        def start() -> None:
+            self._loop.forget(listening.fileno())
+            command = ["/run/tree/usr/sbin/kt6120-picture"]
+            self.picture = Process(self._loop, command, stdin=listening, ended=lambda _: wait())
+
+        def wait() -> None:
+            self._loop.reads(listening.fileno(), start)
+
+        wait()
 
     def do_page(self, verb: str, *words: str) -> None:
         """open [WIDTH HEIGHT [dark]] - a browser without a window opens the unit's page

@@ -15,6 +15,12 @@ namespace
 
 constexpr int backlog = 16;
 
+void initialise()
+{
+    FCGX_Init();
+    std::signal(SIGTERM, SIG_DFL); // the library's handler exits only after one more request
+}
+
 void work(int socket, const std::function<void(fastcgi::Exchange &)> &handler)
 {
     FCGX_Request request;
@@ -43,10 +49,12 @@ QByteArray Exchange::body(int limit) const
     return bytes;
 }
 
-void Exchange::answer(int status, const char *type, const QByteArray &content)
+void Exchange::answer(int status, const char *type, const QByteArray &content,
+                      const QByteArray &location)
 {
     const QByteArray head = "Status: " + QByteArray::number(status) + "\r\nContent-Type: " + type
                             + "\r\nContent-Length: " + QByteArray::number(content.size())
+                            + (location.isEmpty() ? QByteArray() : "\r\nLocation: " + location)
                             + "\r\nCache-Control: no-store\r\n\r\n";
     FCGX_PutStr(head.constData(), int(head.size()), request.out);
     FCGX_PutStr(content.constData(), int(content.size()), request.out);
@@ -73,9 +81,8 @@ bool Exchange::wait(std::chrono::milliseconds time) const
 
 void serve(const QByteArray &socket, int threads, const std::function<void(Exchange &)> &handler)
 {
-    FCGX_Init();
-    std::signal(SIGTERM, SIG_DFL); // the library's handler exits only after one more request
-    unlink(socket.constData());    // left over after SIGKILL
+    initialise();
+    unlink(socket.constData()); // left over after SIGKILL
     const int listening = FCGX_OpenSocket(socket.constData(), backlog);
     if (listening < 0)
         throw std::runtime_error("cannot listen at " + socket.toStdString());
@@ -85,6 +92,21 @@ void serve(const QByteArray &socket, int threads, const std::function<void(Excha
         workers.emplace_back(work, listening, std::cref(handler));
     for (std::thread &worker : workers)
         worker.join();
+}
+
+bool serveNext(int listening, const std::function<void(Exchange &)> &handler)
+{
+    initialise();
+    FCGX_Request request;
+    FCGX_InitRequest(&request, listening, 0);
+    const bool taken = FCGX_Accept_r(&request) == 0;
+    if (taken) {
+        Exchange exchange(request);
+        handler(exchange);
+        FCGX_Finish_r(&request);
+    }
+    FCGX_Free(&request, 1);
+    return taken;
 }
 
 } // namespace fastcgi

@@ -22,8 +22,9 @@ public:
     // The body, cut to one byte more than the limit.
     QByteArray body(int limit) const;
 
-    // Sends a complete answer.
-    void answer(int status, const char *type, const QByteArray &content);
+    // Sends a complete answer; `location`: of what it has made.
+    void answer(int status, const char *type, const QByteArray &content,
+                const QByteArray &location = {});
     // Starts a stream, which send() continues.
     void begin(const char *type);
     // Flushes; false once the client is gone.
@@ -38,5 +39,9 @@ private:
 // Handles requests in so many threads and does not return. Throws std::runtime_error if it cannot
 // create the socket.
 void serve(const QByteArray &socket, int threads, const std::function<void(Exchange &)> &handler);
+
+// Waits for the next request at a listening socket and handles it; false if there is no such
+// socket.
+bool serveNext(int listening, const std::function<void(Exchange &)> &handler);
 
 } // namespace fastcgi

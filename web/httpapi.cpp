@@ -3,6 +3,7 @@
 
 #include "commandwriter.h"
 #include "fastcgi.h"
+#include "gate.h"
 #include "history.h"
 #include "lamp.h"
 #include "programlog.h"
@@ -13,16 +14,15 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
+#include <QSysInfo>
 #include <QTimeZone>
 
 #include <algorithm>
-#include <arpa/inet.h>
-#include <array>
-#include <climits>
 #include <iterator>
-#include <unistd.h>
+#include <optional>
 
 using namespace std::chrono_literals;
+using gate::refuse;
 using std::chrono::steady_clock;
 
 namespace
@@ -46,11 +46,6 @@ QByteArray json(const QJsonObject &object)
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 
-void refuse(fastcgi::Exchange &exchange, int status, const char *why)
-{
-    exchange.answer(status, "application/json", json({{"error", why}}));
-}
-
 // The readings that differ from `known`, which is updated.
 QJsonArray changed(const readings::Values &values, QMap<QByteArray, QString> &known)
 {
@@ -72,13 +67,6 @@ QJsonArray changed(const readings::Values &values, QMap<QByteArray, QString> &kn
                                 {"level", readings::level(reading, values)}});
     }
     return rows;
-}
-
-QByteArray hostName()
-{
-    std::array<char, HOST_NAME_MAX + 1> name{};
-    gethostname(name.data(), name.size() - 1);
-    return name.data();
 }
 
 // The lamp's levels by steps from 0, the last one as far as the limit of its current allows.
@@ -113,7 +101,7 @@ QJsonObject unitState(const ProgramLog &log, const Freshness::State &program,
 {
     QJsonObject state = {{"silent", program.silent},
                          {"picture", log.picture()},
-                         {"unit", QString::fromUtf8(hostName())},
+                         {"unit", QSysInfo::machineHostName()},
                          {"started", QString::fromUtf8(log.started())},
                          {"lampLevels", lampLevels(values)},
                          {"reelModels", reelModels(values)}};
@@ -147,21 +135,6 @@ QJsonArray described(const QList<ProgramLog::Line> &lines)
     return rows;
 }
 
-// Against DNS rebinding: the owner of an internet name can point it at the unit, and the browser
-// then takes his page for ours. lighttpd passes the name in lower case without the final dot.
-bool isOwnName(QByteArray host)
-{
-    const int bracket = int(host.indexOf(']'));
-    if (host.startsWith('[') && bracket > 0)
-        host = host.mid(1, bracket - 1);
-    else
-        host.truncate(host.contains(':') ? int(host.indexOf(':')) : int(host.size()));
-    in6_addr address = {};
-    return inet_pton(AF_INET, host.constData(), &address) == 1
-           || inet_pton(AF_INET6, host.constData(), &address) == 1 || host == "localhost"
-           || host.endsWith(".local") || host == hostName().toLower();
-}
-
 } // namespace
 
 void HttpApi::handle(fastcgi::Exchange &exchange)
@@ -181,11 +154,9 @@ void HttpApi::handle(fastcgi::Exchange &exchange)
     const QByteArray path = exchange.variable("SCRIPT_NAME") + exchange.variable("PATH_INFO");
     const auto route = std::find_if(std::begin(routes), std::end(routes),
                                     [&](const Route &known) { return path == known.path; });
-    const QByteArray host = exchange.variable("HTTP_HOST");
-    // A browser sends the password only to the name it was entered for.
-    if (!host.isEmpty() && exchange.variable("REMOTE_USER").isEmpty() && !isOwnName(host))
-        refuse(exchange, 421, "only by the unit's address or host name");
-    else if (route == std::end(routes))
+    if (!gate::isHostAllowed(exchange))
+        return;
+    if (route == std::end(routes))
         refuse(exchange, 404, "no such path");
     else if (exchange.variable("REQUEST_METHOD") != route->method)
         refuse(exchange, 405, "wrong method");
@@ -288,20 +259,12 @@ void HttpApi::sendMetrics(fastcgi::Exchange &exchange)
                     metrics.text(open));
 }
 
-// Against cross-site requests: another site's page cannot omit or change its Origin, nor send this
-// content type without a preflight request.
 void HttpApi::takeCommand(fastcgi::Exchange &exchange)
 {
-    const QByteArray origin = exchange.variable("HTTP_ORIGIN");
-    const QByteArray host = exchange.variable("HTTP_HOST");
-    if (host.isEmpty() || (origin != "http://" + host && origin != "https://" + host))
-        return refuse(exchange, 403, "only from the unit's own page");
-    if (exchange.variable("CONTENT_TYPE") != "application/json")
-        return refuse(exchange, 415, "the content type must be application/json");
-    const QByteArray body = exchange.body(longestBody);
-    if (body.size() > longestBody)
-        return refuse(exchange, 413, "the body is too long");
-    const commandwriter::Command command = commandwriter::parse(body);
+    const std::optional<QByteArray> body = gate::ownBody(exchange, "application/json", longestBody);
+    if (!body)
+        return;
+    const commandwriter::Command command = commandwriter::parse(*body);
     if (command.line.isEmpty())
         return refuse(exchange, 400, "not a command");
     if (!mayCommandNow())

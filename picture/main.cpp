@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+
+// kt6120-picture: the unit's picture for browsers, behind a web server that speaks FastCGI.
+//
+// Standard input is the listening socket. Ends when nobody has looked for some seconds.
+
+#include "fastcgi.h"
+#include "whep.h"
+
+#include <cstdio>
+#include <poll.h>
+#include <stdexcept>
+#include <string>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr int lookInterval = 1000; // ms
+
+// Only these, from the system's folder: no list of all plug-ins has to be made, kept and read.
+void loadElements()
+{
+    constexpr const char *plugins[] = {
+        "app", "coreelements",    "dtls",  "nice", "rtp", "rtpmanager", "srtp",
+        "udp", "videoparsersbad", "webrtc"};
+    g_setenv("GST_REGISTRY_DISABLE", "yes", TRUE);
+    gst_init(nullptr, nullptr);
+    for (const char *name : plugins) {
+        const std::string file = std::string(GSTREAMER_PLUGINS "/libgst") + name + ".so";
+        g_autoptr(GError) error = nullptr;
+        g_autoptr(GstPlugin) plugin = gst_plugin_load_file(file.c_str(), &error);
+        if (!plugin)
+            throw std::runtime_error(error->message);
+    }
+}
+
+} // namespace
+
+int main()
+{
+    try {
+        loadElements();
+        Whep whep;
+        pollfd listening = {STDIN_FILENO, POLLIN, 0};
+        while (whep.look()) {
+            if (poll(&listening, 1, lookInterval) == 0)
+                continue;
+            if (!fastcgi::serveNext(listening.fd,
+                                    [&](fastcgi::Exchange &exchange) { whep.handle(exchange); }))
+                throw std::runtime_error("standard input must be a listening socket");
+        }
+    } catch (const std::runtime_error &error) {
+        fprintf(stderr, "kt6120-picture: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: LicenseRef-KT6120
+#pragma once
+
+#include "source.h"
+
+#include <QByteArray>
+
+#include <atomic>
+#include <chrono>
+#include <stdexcept>
+
+// Why there is no viewer, as a status of HTTP.
+struct Refusal : std::runtime_error {
+    Refusal(int code, const char *why) : std::runtime_error(why), status(code) {}
+    int status;
+};
+
+// A browser that sees the picture through WebRTC.
+class Viewer
+{
+public:
+    // `offer`: its session description. `address`: the unit's, as the browser reached it; the only
+    // one that it is sent. Throws Refusal.
+    Viewer(const QByteArray &offer, const QByteArray &address);
+    ~Viewer();
+    Viewer(const Viewer &) = delete;
+    Viewer &operator=(const Viewer &) = delete;
+
+    // The unit's session description.
+    const QByteArray &answer() const { return description; }
+
+    // From the next key frame on. In any thread.
+    void show(GstBuffer *frame);
+
+    // The connection has ended or is silent.
+    bool isGone() const;
+
+private:
+    void connect(const QByteArray &offer, const QByteArray &address);
+    void describe(const QByteArray &offer);
+    static GstPadProbeReturn onHeard(GstPad *, GstPadProbeInfo *, gpointer viewer);
+
+    Element pipeline;
+    Element frames; // appsrc
+    Element webrtc;
+    QByteArray description;
+    bool begun = false; // with a key frame
+    std::atomic<std::chrono::steady_clock::time_point> heard;
+};

@@ -1,0 +1,98 @@
+"use strict";
+// The live picture: WebRTC, begun by a POST of an offer and ended by a DELETE (WHEP).
+{
+  const video = document.getElementById("video");
+  const state = document.getElementById("video-state");
+  const interval = 250; // ms
+  const frameLimit = 2000; // ms without a frame, until the page says so
+  const answerLimit = 10000; // ms
+  const pause = 1000; // ms before the next attempt
+  const longPause = 5000; // ms: after a refusal
+
+  let viewing; // { connection, path, connected }: the present attempt
+  let frames = 0; // seen so far
+  let framed = 0; // when the last one came
+  let due = 0; // the next attempt
+
+  function show(text) {
+    if (state.textContent !== text) state.textContent = text; // a screen reader reads each change
+  }
+
+  function leave({ connection, path }) {
+    connection.close();
+    if (path) fetch(path, { method: "DELETE", keepalive: true }).catch(() => {});
+  }
+
+  function end(text, wait) {
+    if (!viewing) return;
+    leave(viewing);
+    viewing = undefined;
+    due = performance.now() + wait;
+    show(text);
+  }
+
+  // Returns why the unit refuses, if it does.
+  async function ask(mine) {
+    const { connection } = mine;
+    const { receiver } = connection.addTransceiver("video", { direction: "recvonly" });
+    receiver.jitterBufferTarget = receiver.playoutDelayHint = 0;
+    video.srcObject = new MediaStream([receiver.track]);
+    await connection.setLocalDescription();
+    const response = await fetch("api/picture", {
+      method: "POST",
+      headers: { "Content-Type": "application/sdp" },
+      body: connection.localDescription.sdp,
+      signal: AbortSignal.timeout(answerLimit),
+    });
+    if (response.status !== 201) return (await response.json()).error;
+    Object.assign(mine, { path: response.headers.get("Location") });
+    if (mine === viewing) await connection.setRemoteDescription({ type: "answer", sdp: await response.text() });
+    else leave(mine); // in the meantime
+    return "";
+  }
+
+  async function begin() {
+    const mine = viewing = { connection: new RTCPeerConnection() };
+    let refusal;
+    try {
+      refusal = await ask(mine);
+    } catch (error) {
+      refusal = "no connection to the unit";
+    }
+    if (refusal && mine === viewing) end(`no picture: ${refusal}`, longPause);
+  }
+
+  function reason() {
+    const unit = document.getElementById("unit").textContent;
+    return unit === "live" ? "nothing comes from the camera" : unit;
+  }
+
+  // Without a frame the connection stays: the picture comes back by itself.
+  function look() {
+    if (document.hidden) return;
+    const now = performance.now();
+    const count = video.getVideoPlaybackQuality().totalVideoFrames;
+    const connection = viewing ? viewing.connection.connectionState : "";
+    if (viewing && connection === "connected") viewing.connected = true;
+    if (count !== frames) {
+      frames = count;
+      framed = now;
+      show("");
+    } else if (connection === "connected" && now - framed > frameLimit) {
+      show(`no picture: ${reason()}`);
+    }
+    if (connection === "failed" && !viewing.connected)
+      end("no picture: the browser does not reach UDP ports 8090 to 8097 of the unit", longPause);
+    else if (/^(failed|disconnected|closed)$/.test(connection)) end("no picture: the connection is lost", pause);
+    else if (!viewing && now > due) begin();
+  }
+
+  if (window.RTCPeerConnection) {
+    setInterval(look, interval);
+    addEventListener("pagehide", () => end("", 0));
+    // Hidden tabs leave their place to others.
+    document.addEventListener("visibilitychange", () => { if (document.hidden) end("", 0); });
+  } else {
+    show("no picture: this browser lacks WebRTC");
+  }
+}
