@@ -17,7 +17,7 @@ SHARE = "/run/tree/usr/share/kt6120-web"
 PAGE = "/run/bench/www"
 DESK = "/run/desk"  # where bench/run reaches the page
 SOCKET = Path("/run/kt6120-web/socket")
-PICTURE_SOCKET = Path("/run/kt6120-picture/socket")
+PICTURE_SOCKET = Path("/run/kt6120-picture.socket")
 SETTINGS = "/run/bench/lighttpd.conf"
 PATIENCE = 60  # s
 FIND_LIMIT = 10  # s, until an element is there
@@ -62,8 +62,7 @@ class Page:
             return
         self._served = True
         shutil.copytree(f"{SHARE}/www", PAGE)
-        for place in (SOCKET, PICTURE_SOCKET):
-            place.parent.mkdir()
+        SOCKET.parent.mkdir()
         self._await_viewer(socket.socket(socket.AF_UNIX))
         desk = f'$SERVER["socket"] == "{DESK}/page" {{ }}\n' if Path(DESK).exists() else ""
         Path(SETTINGS).write_text(CONFIGURATION + desk)

@@ -153,7 +153,7 @@ void Viewer::connect(const QByteArray &offer, const QByteArray &address)
     g_autoptr(GObject) ice = get<GObject *>(webrtc.get(), "ice-agent");
     g_autoptr(GObject) agent = get<GObject *>(ice, "agent");
     g_object_set(ice, "min-rtp-port", firstPort, "max-rtp-port", lastPort, nullptr);
-    g_object_set(agent, "ice-tcp", FALSE, nullptr);
+    g_object_set(agent, "ice-tcp", FALSE, "upnp", FALSE, nullptr); // asks no router for a way in
     gboolean added = FALSE;
     if (!address.isEmpty())
         g_signal_emit_by_name(ice, "add-local-ip-address", address.constData(), &added);

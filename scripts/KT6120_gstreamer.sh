@@ -39,7 +39,7 @@ while :; do
     run timeout -k 2 0 gst-launch-1.0 -q \
         udpsrc port=8083 address=127.0.0.1 \
         caps="application/x-rtp,media=video,encoding-name=H264,clock-rate=90000,payload=96" ! \
-        tee name=packets ! \
+        tee name=packets ! queue ! \
         rtph264depay ! h264parse ! "$decoder" ! videoconvert ! "$sink" sync=false \
         packets. ! queue leaky=downstream ! \
         udpsink host=127.0.0.1 port=8084 sync=false async=false

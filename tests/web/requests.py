@@ -28,6 +28,23 @@ from bench.desk import Desk
 COMMANDS = "/var/www/html/commands.txt"
 LAMP = '{"command":"LAMPUP"}'
 OWN = {"Host": "127.0.0.1", "Origin": "http://127.0.0.1", "Content-Type": "application/json"}
+OFFER = """v=0
+o=- 1 2 IN IP4 127.0.0.1
+s=-
+t=0 0
+a=group:BUNDLE 0
+m=video 9 UDP/TLS/RTP/SAVPF 108
+c=IN IP4 0.0.0.0
+a=ice-ufrag:abcd
+a=ice-pwd:abcdefghijklmnopqrstuvwx
+a=fingerprint:sha-256 00{}
+a=setup:actpass
+a=mid:0
+a=recvonly
+a=rtcp-mux
+a=rtpmap:108 H264/90000
+a=fmtp:108 packetization-mode=1;profile-level-id=42e01f
+""".format(":00" * 31)
 
 
 def get(path, method="GET", host="127.0.0.1"):
@@ -40,6 +57,11 @@ def post(body=LAMP, **other):
 
 def command(name, **argument):
     return post(json.dumps({"command": name, **argument}))
+
+
+def picture(method="POST", name="", body=OFFER, **other):
+    kind = {"Content_Type": "application/sdp"}
+    return method, f"/api/picture{name}", body, post(**kind | other)[3]
 
 
 BAD = [
@@ -70,6 +92,20 @@ BAD = [
     (400, get("/api/history?range=ever")),
     (421, get("/api/state", host="127.0.0.1.example.org")),
     (421, get("/metrics", host="example-local:80")),
+    (421, picture(Host="127.0.0.1.example.org")),
+    (405, get("/api/picture")),
+    (405, picture("PUT", "/1")),
+    (404, picture("DELETE", "/1")),
+    (404, picture("POST", "s")),
+    (403, picture(Origin="http://127.0.0.1.example.org")),
+    (403, picture("DELETE", "/1", Origin="null")),
+    (415, picture(Content_Type="application/json")),
+    (413, picture(body=OFFER + "a=x\n" * 4096)),
+    (400, picture(body="")),
+    (400, picture(body=OFFER.replace("m=video", "m=audio"))),
+    (400, picture(body=OFFER.replace("a=ice-ufrag", "a=x"))),
+    (406, picture(body=OFFER.replace("H264", "VP8"))),
+    (406, picture(body=OFFER.replace("mode=1", "mode=0"))),
 ]
 
 
@@ -114,6 +150,21 @@ def try_viewers():
     oldest, second = ((line for line in v if line in (beat, displaced)) for v in viewers[:2])
     assert displaced in itertools.islice(oldest, 30), "the oldest was not displaced in a minute"
     assert list(itertools.islice(second, 2)) == [beat, beat], "another was displaced"
+
+
+def try_picture():
+    """Four may watch. One that ends, and all that never connect, leave their places to others."""
+    answers = [answer(picture()) for _ in range(4)]
+    for given in answers:
+        text = given.read().decode()
+        assert given.status == 201 and re.search(r" 127\.0\.0\.1 809[0-7] typ host", text), text
+    check(503, picture())
+    name = answers[2].headers["Location"].removeprefix("/api/picture")
+    for status in (200, 404):
+        check(status, picture("DELETE", name))
+    check(201, picture())
+    check(503, picture())
+    until(lambda: answer(picture()).status == 201)
 
 
 def try_another_writer():
@@ -178,6 +229,7 @@ def main():
         desk.page.serve()
         desk.loop.apart(try_requests)
         desk.loop.apart(try_viewers)
+        desk.loop.apart(try_picture)
         desk.loop.apart(try_another_writer)
         desk.loop.apart(partial(try_many, desk.history))
         desk.run("mcu TWK 1")
