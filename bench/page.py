@@ -15,6 +15,7 @@ from bench.world import Loop, Process
 
 SHARE = "/run/tree/usr/share/kt6120-web"
 PAGE = "/run/bench/www"
+SAVED = "/run/bench/saved"  # what the browser downloads
 DESK = "/run/desk"  # where bench/run reaches the page
 SOCKET = Path("/run/kt6120-web/socket")
 PICTURE_SOCKET = Path("/run/kt6120-picture.socket")
@@ -147,6 +148,8 @@ class Page:
         driver = webdriver.Chrome(options=options)
         driver.implicitly_wait(FIND_LIMIT)
         driver.set_script_timeout(PATIENCE)
+        saving = {"behavior": "allow", "downloadPath": SAVED}
+        driver.execute_cdp_cmd("Browser.setDownloadBehavior", saving)
         return driver
 
     def _do(self, act: Callable[..., Any], *arguments: Any) -> Any:

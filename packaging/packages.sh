@@ -20,7 +20,7 @@ packages=(
 lint_packages=(clang-format clang-tidy shellcheck black eslint mypy pyflakes3)
 
 # ./dev test --web also needs these.
-web_packages=(chromium chromium-driver curl prometheus python3-selenium)
+web_packages=(chromium chromium-driver curl ffmpeg prometheus python3-selenium)
 command -v npm >/dev/null || web_packages+=(npm) # a node.js from elsewhere includes it
 
 # ./dev package also needs these.

@@ -27,6 +27,7 @@ private slots:
 
     void commandsAreChecked();
     void levels();
+    void distance();
     void rowsOfTheStatusFile();
     void logIsFollowedThroughRotation();
     void picture();
@@ -68,6 +69,7 @@ void tst_web::levels()
         {"MCU/Version", R"(V\x416)", "V\u0416, normal"},
         {"Sonde/Frequency", "never written", "512, normal"},
         {"Tallwick/Detected", "never written", "none, normal"},
+        {"Camera/Lamp", "never written", "0 %, normal"},
         {"Battery/Voltage", "never written", "no reading, fault"},
         {"Commands/Unknown", "no store", "no reading, fault"},
     };
@@ -85,6 +87,36 @@ void tst_web::levels()
         QCOMPARE(readings::text(*reading, values) + ", " + readings::level(*reading, values),
                  shown);
     }
+}
+
+// As the app's CoilerValue? is answered.
+void tst_web::distance()
+{
+    const struct {
+        QByteArray counter, offset, configuration, shown;
+    } rows[] = {
+        {"100", "0", "", "12.5"},
+        {"-80", "2.5", "EncoderScalar=0.33333333", "-24.1667"},
+        {"32767", "0.25", "EncoderScalar=12345", "4.04509e+08"},
+        {"3", "0", "EncoderScalar=0.0000001", "3e-07"},
+        {"8", "x", "EncoderScalar = \"0.5\" \r", "4"},
+        {"8", "1e2", "EncoderScalar=0,5", "100"},
+        {"x", "7", "", "7"},
+    };
+    for (const auto &[counter, offset, configuration, shown] : rows) {
+        writeFile(paths::configuration, "[Coiler]\n" + configuration + '\n');
+        writeFile(paths::statusStore,
+                  "[Camera]\nCoiler=" + counter + "\nCoilerOffset=" + offset + '\n');
+        QCOMPARE(readings::read().value(readings::distance.name), QString(shown));
+        Freshness freshness;
+        writeFile(paths::statusStore,
+                  "[Camera]\nCoilerOffset=" + offset + "\nCoiler=" + counter + '\n');
+        const QByteArray metric =
+            "\nkt6120_reel_distance_meters " + QByteArray::number(shown.toDouble(), 'g', 12) + '\n';
+        QVERIFY(Metrics(freshness).text(false).contains(metric));
+    }
+    writeFile(paths::statusStore, "[Camera]\nCoilerOffset=7\n");
+    QVERIFY(!readings::read().contains(readings::distance.name));
 }
 
 void tst_web::rowsOfTheStatusFile()

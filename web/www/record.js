@@ -81,7 +81,8 @@ function still() {
 function showRecording({ began, size }) {
   const seconds = Math.floor((performance.now() - began) / 1000);
   const time = `${Math.floor(seconds / 60)}:${String(seconds % 60).padStart(2, "0")}`;
-  byId("recording").textContent = `recording ${time}, ${(size / 1e6).toFixed(1)} MB`;
+  const amount = size < 1e6 ? `${Math.round(size / 1e3)} kB` : `${(size / 1e6).toFixed(1)} MB`;
+  byId("recording").textContent = `recording ${time}, ${amount}`;
 }
 
 function startRecording() {

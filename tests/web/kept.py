@@ -1,0 +1,115 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-KT6120
+"""Keeps stills and a recording of the page's picture, with the list of where they were taken.
+
+Usage, in the sandbox with an installed tree: kept.py BUILD. The browser saves the files; ffmpeg reads them.
+"""
+
+import csv
+import json
+import re
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
+
+from bench.desk import Desk
+from bench.page import SAVED
+
+ASKS = (
+    "(e => (dispatchEvent(e), e.defaultPrevented))(new Event('beforeunload', {cancelable: true}))"
+)
+# One colour, so that every other pixel is the overlay's.
+PLAIN = """(() => {
+    const canvas = Object.assign(document.createElement('canvas'), {width: 720, height: 576});
+    setInterval(() => {
+        canvas.getContext('2d').fillStyle = '#080';
+        canvas.getContext('2d').fillRect(0, 0, 720, 576);
+    }, 40);
+    byId('video').srcObject = canvas.captureStream();
+    return true;
+})()"""
+
+
+def run(*command):
+    return subprocess.run(command, check=True, capture_output=True).stdout
+
+
+def pixels(still):
+    """Rows of grey pixels."""
+    grey = run("ffmpeg", "-v", "error", "-i", still, "-f", "rawvideo", "-pix_fmt", "gray", "-")
+    assert len(grey) == 720 * 576, f"{still.name}: {len(grey)} pixels"
+    return [grey[at : at + 720] for at in range(0, len(grey), 720)]
+
+
+def saved(desk, ending, count):
+    def files():
+        return sorted(Path(SAVED).glob(f"*.{ending}"), key=lambda file: file.stat().st_mtime_ns)
+
+    assert desk.loop.until(lambda: len(files()) == count, 60), f"saved: {files()}"
+    return files()[-1]
+
+
+def keep_still(desk, count, counter, distance):
+    desk.run(f"mcu COILER:VALUE {counter}")
+    desk.run(f'expect page "Distance {distance} m"')
+    desk.run("page click Still")
+    still = saved(desk, "png", count)
+    name = rf"\d{{4}}-\d\d-\d\d_\d\d-\d\d-\d\d_{re.escape(distance)}m(_2)?\.png"
+    assert re.fullmatch(name, still.name), still.name
+    rows = pixels(still)
+    assert len({pixel for row in rows[:500] for pixel in row}) == 1, "the picture is not as it was"
+    assert max(rows[-20]) > 200 and min(rows[-20]) < 60, "no overlay"
+    return [row[:90] for row in rows[-46:]]  # where the distance is drawn
+
+
+def record(desk):
+    desk.run("page click Record")
+    began = time.monotonic()
+    desk.run(
+        "expect script \"/^recording 0:0[4-9], [1-9]\\\\d* kB$/.test(byId('recording').textContent)\""
+    )
+    desk.run(f'expect script "{ASKS}"')
+    desk.run('page click "Stop recording"')
+    took = time.monotonic() - began
+    recording = saved(desk, "mp4", 1)
+    run("ffmpeg", "-v", "error", "-xerror", "-i", recording, "-f", "null", "-")
+    seen = json.loads(run("ffprobe", "-v", "error", "-of", "json", "-show_format", recording))
+    length = float(seen["format"]["duration"])
+    assert abs(length - took) < 1 + took / 3, f"{length} s of {took} s"
+
+
+def main():
+    with Desk(sys.argv[1]) as desk:
+        desk.run("unit start")
+        desk.run('expect serial "BAT:V?"')
+        desk.run("page open")
+        desk.run("page click Still")
+        desk.run('expect page "There is no picture to keep"')
+        desk.run(f'expect script "{PLAIN}"')
+        desk.run("expect script \"byId('video').videoWidth === 720\"")
+        record(desk)
+        desk.run(f'expect script "{ASKS}"')
+        first, same, other = (
+            keep_still(desk, 1, 100, "12.5"),
+            keep_still(desk, 2, 100, "12.5"),
+            keep_still(desk, 3, 84, "10.5"),
+        )
+        assert first == same and first != other, "the distance is not in the picture"
+        desk.run(
+            "expect script \"document.querySelectorAll('#kept input')[2].focus() === undefined\""
+        )
+        desk.run("page press =joint")
+        desk.run('page click "Download the list"')
+        desk.run(f'expect script "!{ASKS}"')
+        with saved(desk, "csv", 1).open(encoding="utf-8-sig", newline="") as file:
+            rows = list(csv.DictReader(file))
+        assert [row["distance [m]"] for row in rows] == ["0", "12.5", "12.5", "10.5"], rows
+        assert [row["note"] for row in rows] == ["", "'=joint", "", ""], rows
+        assert {row["file"] for row in rows} == {file.name for file in Path(SAVED).glob("2*")}, rows
+        desk.run("expect console clean")
+
+
+main()
