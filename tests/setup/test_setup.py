@@ -2,21 +2,31 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 """kt6120-check on a unit of recorded tools and files, with one fault at a time."""
 
+import contextlib
 import http.server
+import io
 import json
 import os
 import pathlib
+import re
+import runpy
 import shutil
 import subprocess
 import threading
 import time
 import unittest
+import unittest.mock
 
 TREE = pathlib.Path(__file__).resolve().parents[2]
-SBIN = TREE / "packaging/root/kt6120/usr/sbin"
 BIN = pathlib.Path("/home/pi/KT6120/bin")
 TOOLS = pathlib.Path("/tmp/tools")
+os.environ["PATH"] = f"{TOOLS}:/usr/bin:/usr/sbin"
+CHECK, SETUP = (
+    runpy.run_path(str(TREE / f"packaging/root/kt6120/usr/sbin/kt6120-{name}"))
+    for name in ("check", "setup")
+)
 COMMANDS = "/var/www/html/commands.txt"
+REPLIES = "/run/bench/replies"
 PATIENCE = 60  # s
 STATES = ("ok", "warning", "fault")
 GPIO_1 = '\tline {:3}: "GPIO{}" {} output active-high\n'
@@ -36,6 +46,7 @@ ANSWERS = {
     "gpioinfo --version": "gpioinfo (libgpiod) v1.6.3\n",
     "v4l2-ctl": CAMERA,
     "gst-inspect-1.0": "",
+    "ifup": "",
     "ifconfig": IFCONFIG.format("eth0"),
     "timedatectl": "yes\n",
     "systemctl show kt6120 -p ActiveState,UnitFileState,NRestarts,Result": SERVICE,
@@ -76,6 +87,18 @@ def replace(path, old, new):
     write(path, text.replace(old, new))
 
 
+def run(program, *options, answer=""):
+    """In this process, which saves most of the time. Returns exit status and output."""
+    said = io.StringIO()
+    with (
+        unittest.mock.patch("sys.argv", ["program", *options]),
+        unittest.mock.patch("sys.stdin", io.StringIO(answer)),
+        contextlib.redirect_stdout(said),
+        contextlib.redirect_stderr(said),
+    ):
+        return program["main"](), said.getvalue()
+
+
 class Page(http.server.BaseHTTPRequestHandler):
     status = 401
 
@@ -98,7 +121,6 @@ def setUpModule():
             mount --bind /tmp/$file /proc/$file
         done"""
     )
-    os.environ["PATH"] = f"{TOOLS}:/usr/bin:/usr/sbin"
     for tool in {key.split()[0] for key in ANSWERS}:
         folder = TOOLS if tool != "vcgencmd" else pathlib.Path("/opt/vc/bin")
         folder.mkdir(exist_ok=True)
@@ -209,18 +231,9 @@ class Check(unittest.TestCase):
         self.addCleanup(process.kill)
 
     def lines(self):
-        done = subprocess.run(
-            [SBIN / "kt6120-check", "--json"],
-            capture_output=True,
-            text=True,
-            timeout=PATIENCE,
-            check=False,
-        )
-        self.assertEqual(done.stderr, "")
-        lines = {line["name"]: line for line in json.loads(done.stdout)}
-        self.assertEqual(
-            done.returncode, max(STATES.index(line["state"]) for line in lines.values())
-        )
+        status, said = run(CHECK, "--json")
+        lines = {line["name"]: line for line in json.loads(said)}
+        self.assertEqual(status, max(STATES.index(line["state"]) for line in lines.values()))
         return lines
 
     def changes(self, name, state, text):
@@ -261,6 +274,161 @@ class Check(unittest.TestCase):
                 /GPIO21/{s/unused/"gpioget"/; s/$/ [used]/}'"""
         )
         self.changes("GPIO lines", "ok", "holds 26")
+
+
+OURS = ["+", "+# The inspection camera's unit (kt6120-setup)"]
+COMPOSITE = "+dtoverlay=vc4-kms-v3d,composite"
+RASPIOS = ["-dtoverlay=vc4-kms-v3d", COMPOSITE, *OURS]
+RASPIOS += ["+enable_uart=1", "+dtparam=i2c_arm=on", "+enable_tvout=1"]
+DEBIAN = [*OURS, "+dtparam=i2c_arm=on", "+enable_tvout=1", COMPOSITE]
+DEBIAN_KEPT = [
+    *OURS,
+    "+enable_uart=1",
+    *DEBIAN[2:],
+    "+net.ifnames=0 video=Composite-1:720x576@50ie",
+]
+UDEV = '+KERNEL=="ttyAMA0", SYMLINK+="serial0"'
+# The lines that change, without those of cmdline.txt and the network.
+SYSTEMS = {
+    "raspios12": RASPIOS,
+    "raspios13": RASPIOS,
+    "debian12": [*DEBIAN, '+CONSOLES="tty0"', *DEBIAN_KEPT, UDEV],
+    "debian13": [*DEBIAN, '-CONSOLES="tty0 ttyS1,115200"', '+CONSOLES="tty0"', *DEBIAN_KEPT, UDEV],
+}
+CMDLINE = {
+    "raspios12": "console=tty1 root=PARTUUID=4e639091-02 rootfstype=ext4 fsck.repair=yes rootwait"
+    " cfg80211.ieee80211_regdom=GB net.ifnames=0",
+    "raspios13": "console=tty1 root=PARTUUID=1a2b83e2-02 rootfstype=ext4 fsck.repair=yes rootwait"
+    " ds=nocloud;i=rpi-imager-1761830571034 net.ifnames=0",
+    "debian12": "console=tty0 root=LABEL=RASPIROOT rw fsck.repair=yes net.ifnames=0 cma=64M rootwait",
+}
+CMDLINE["debian13"] = CMDLINE["debian12"]
+# What differs on a Raspberry Pi OS 12; a line of the output, with what is left alone.
+CASES = r"""
+sed -i 's/kms-v3d$/&,cma-256/' $config | +dtoverlay=vc4-kms-v3d,composite,cma-256
+sed -i 's/kms-v3d$/&,cma-256,composite/' $config | +# The inspection camera's unit (kt6120-setup)
+echo enable_uart=0 >>$config | -enable_uart=0
+echo dtparam=i2c_arm=off,i2c_arm_baudrate=9600 >>$config | +dtparam=i2c_arm=on,i2c_arm_baudrate=9600
+echo dtparam=i2s=on >>$config | +#dtparam=i2s=on
+echo dtoverlay=spi1-1cs >>$config | +#dtoverlay=spi1-1cs
+sed -i 's/^.all.$/[cm4]/' $config | +[all]
+sed -i '1i # \xff' $config | +enable_uart=1
+sed -i 's/$/\r/' $config | +enable_uart=1
+ln -s ttyAMA0 /dev/serial1; ln -s /x $wants/hciuart.service | -symlink to /x
+ln -s ttyS0 /dev/serial0 | +dtoverlay=disable-bt
+ln -s /x $wants/serial-getty@ttyAMA0.service | -symlink to /x
+ln -s ttyAMA0 /dev/serial0; ln -s /x $wants/hciuart.service | +enable_uart=1
+sed -i 's/ console=tty1//' $cmdline | +console=tty1 root=
+sed -i 's/$/ video=Composite-1:720x480@60ie net.ifnames=1/' $cmdline | -console=serial0
+echo 'fine?' >>$config | left alone: /boot/firmware/config.txt: line 49: fine?
+echo cmdline=other.txt >>$config | left alone: /boot/firmware/config.txt: line 49: cmdline=other.txt
+echo 2 >>$cmdline | left alone: /boot/firmware/cmdline.txt: not one line with root=
+mkfifo $config.new; mv $config.new $cmdline | left alone: /boot/firmware/cmdline.txt: not a regular file
+mv /boot/firmware/* /boot | +++ /boot/config.txt
+rm -r /boot/firmware | left alone: /boot/firmware/config.txt: no config.txt there, nor in /boot
+says 'systemctl is-active --quiet NetworkManager' '' | +interface-name=usb0;eth0;
+says 'systemctl is-active --quiet systemd-networkd' '' | +DHCP=yes
+echo 'iface eth0 inet static' >/etc/network/interfaces | +allow-hotplug usb0
+echo 'iface eth0 inet dhcp iface' >/etc/network/interfaces | +iface usb0 inet dhcp
+rm /tmp/tools/ifup | left alone: /etc/network/interfaces.d/kt6120: neither NetworkManager
+rm $commands | /var/www/html/commands.txt: new, empty
+chmod 644 $commands | /var/www/html/commands.txt: group and mode www-data 644 -> www-data 664
+"""
+VARIABLES = "config=/boot/firmware/config.txt cmdline=/boot/firmware/cmdline.txt wants=/etc/systemd/system/getty.target.wants\n"
+
+
+class Setup(unittest.TestCase):
+    def lay(self, system, script=""):
+        """The unit has the system's recorded files."""
+        shell(
+            f"""rm -rf /boot /etc/* /var/lib/kt6120 /dev/serial* {COMMANDS} {REPLIES}
+            cp -r {TREE}/tests/setup/{system}/. /
+            mkdir -p /etc/systemd/system/getty.target.wants /etc/network {REPLIES}
+            echo www-data:x:0: >/etc/group
+            echo LAMPUP >{COMMANDS}
+            chmod 664 {COMMANDS}
+            cp {TREE}/bench/recorder {TOOLS}/ifup
+            """
+            + SAYS
+            + """for manager in NetworkManager systemd-networkd; do
+                says "systemctl is-active --quiet $manager" '' 3
+            done
+            """
+            + VARIABLES
+            + script
+        )
+
+    def setup(self, *options, answer="", left=False):
+        """Returns what it prints."""
+        status, said = run(SETUP, *options, answer=answer)
+        self.assertEqual("left alone: " in said, left, said)
+        self.assertEqual(status, left or "[y/N]" in said and answer != "y\n", said)
+        return said
+
+    def files(self):
+        shell(
+            """find /boot /etc /var/www -type f -exec stat -c '%n %a' {} + -exec sha256sum {} + >/tmp/files
+            find /etc /var/www -type l -printf '%p %l\n' >>/tmp/files
+            stat -c %i /var/www/html/commands.txt >>/tmp/files 2>/dev/null || true"""
+        )
+        return sorted(pathlib.Path("/tmp/files").read_text().splitlines())
+
+    def there_and_back(self, left=False):
+        """Returns what the change printed."""
+        before = self.files()
+        said = self.setup("--dry-run", left=left)
+        self.assertEqual(self.files(), before)
+        self.assertEqual(
+            self.setup("--yes", left=left).split("done; ")[0], said.split("left alone: ")[0]
+        )
+        after = self.files()
+        self.assertIn("nothing to change", self.setup("--yes", left=left))
+        self.assertEqual(self.files(), after)
+        self.setup("--undo", "--yes")
+        self.assertEqual(self.files(), before)
+        return said
+
+    def test_systems(self):
+        for system, lines in SYSTEMS.items():
+            with self.subTest(system=system):
+                self.lay(system)
+                said = re.findall(r"^[-+](?!--|\+\+).*$", self.there_and_back(), re.M)
+                new = [line for line in said if " root=" in line and line[0] == "+"]
+                self.assertEqual(new, [f"+{CMDLINE[system]} video=Composite-1:720x576@50ie"])
+                expected = [line for line in said if " root=" not in line and "usb0" not in line]
+                self.assertEqual(
+                    [line for line in expected if line != "+iface eth0 inet dhcp"], lines
+                )
+
+    def test_twice(self):
+        """What has changed meanwhile stays; what has not goes back to what it was at first."""
+        self.lay("raspios12")
+        before = self.files()
+        self.assertIn("[y/N]", self.setup(answer="n\n"))
+        self.assertIn("[y/N]", self.setup())
+        self.assertEqual(self.files(), before)
+        self.setup(answer="y\n")
+        shell("ln -s ttyAMA0 /dev/serial1; echo LAMPDOWN >/var/www/html/commands.txt")
+        self.assertIn("+dtoverlay=disable-bt", self.setup("--yes"))
+        self.setup("--undo", "--yes")
+        shell("echo LAMPUP >/var/www/html/commands.txt")
+        self.assertEqual(self.files(), before)
+        self.setup("--yes")
+        shell("echo over_voltage=2 >>/boot/firmware/config.txt")
+        after = self.files()
+        said = self.setup("--undo", "--yes", left=True)
+        self.assertIn("config.txt: somebody else has changed it since", said)
+        same = {line for line in self.files() if "config.txt" in line}
+        self.assertEqual(same, {line for line in after if "config.txt" in line})
+
+    def test_cases(self):
+        for row in CASES.strip().split("\n"):
+            script, line = row.split(" | ")
+            with self.subTest(script=script):
+                self.lay("raspios12", script)
+                config = pathlib.Path("/boot/firmware/config.txt")
+                said = self.there_and_back(line.startswith("left"))
+                self.assertTrue(any(found.startswith(line) for found in said.split("\n")), said)
 
 
 if __name__ == "__main__":
