@@ -1,0 +1,35 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-KT6120
+"""Opens the unit's page in a browser until its picture moves.
+
+Usage: see.py ADDRESS USER:PASSWORD. Exit status 1 and what the page shows after a minute without.
+"""
+
+import sys
+import time
+from base64 import b64encode
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
+
+from selenium import webdriver
+
+from bench.page import BROWSER_OPTIONS
+
+options = webdriver.ChromeOptions()
+for option in BROWSER_OPTIONS:
+    options.add_argument(option)
+with webdriver.Chrome(options=options) as driver:
+    secret = "Basic " + b64encode(sys.argv[2].encode()).decode()
+    driver.execute_cdp_cmd("Network.enable", {})
+    driver.execute_cdp_cmd("Network.setExtraHTTPHeaders", {"headers": {"Authorization": secret}})
+    driver.get(sys.argv[1])
+    end = time.monotonic() + 60
+    while (
+        frames := driver.execute_script(
+            "return document.querySelector('video').getVideoPlaybackQuality().totalVideoFrames"
+        )
+    ) < 50:
+        if time.monotonic() > end:
+            sys.exit(f"{frames} frames\n" + driver.find_element("tag name", "body").text)
+        time.sleep(0.1)
