@@ -21,16 +21,6 @@ from bench.page import SAVED
 ASKS = (
     "(e => (dispatchEvent(e), e.defaultPrevented))(new Event('beforeunload', {cancelable: true}))"
 )
-# One colour, so that every other pixel is the overlay's.
-PLAIN = """(() => {
-    const canvas = Object.assign(document.createElement('canvas'), {width: 720, height: 576});
-    setInterval(() => {
-        canvas.getContext('2d').fillStyle = '#080';
-        canvas.getContext('2d').fillRect(0, 0, 720, 576);
-    }, 40);
-    byId('video').srcObject = canvas.captureStream();
-    return true;
-})()"""
 
 
 def run(*command):
@@ -60,17 +50,18 @@ def keep_still(desk, count, counter, distance):
     name = rf"\d{{4}}-\d\d-\d\d_\d\d-\d\d-\d\d_{re.escape(distance)}m(_2)?\.png"
     assert re.fullmatch(name, still.name), still.name
     rows = pixels(still)
-    assert len({pixel for row in rows[:500] for pixel in row}) == 1, "the picture is not as it was"
-    assert max(rows[-20]) > 200 and min(rows[-20]) < 60, "no overlay"
-    return [row[:90] for row in rows[-46:]]  # where the distance is drawn
+    assert len(set(rows[100])) > 5, "no picture"
+    return [pixel > 128 for row in rows[-46:] for pixel in row[:90]]  # where the distance is drawn
+
+
+def unlike(one, other):
+    return sum(a != b for a, b in zip(one, other))
 
 
 def record(desk):
     desk.run("page click Record")
     began = time.monotonic()
-    desk.run(
-        "expect script \"/^recording 0:0[4-9], [1-9]\\\\d* kB$/.test(byId('recording').textContent)\""
-    )
+    desk.run("expect script \"/^recording 0:0[4-9], [1-9]/.test(byId('recording').textContent)\"")
     desk.run(f'expect script "{ASKS}"')
     desk.run('page click "Stop recording"')
     took = time.monotonic() - began
@@ -86,9 +77,6 @@ def main():
         desk.run("unit start")
         desk.run('expect serial "BAT:V?"')
         desk.run("page open")
-        desk.run("page click Still")
-        desk.run('expect page "There is no picture to keep"')
-        desk.run(f'expect script "{PLAIN}"')
         desk.run("expect script \"byId('video').videoWidth === 720\"")
         record(desk)
         desk.run(f'expect script "{ASKS}"')
@@ -97,7 +85,7 @@ def main():
             keep_still(desk, 2, 100, "12.5"),
             keep_still(desk, 3, 84, "10.5"),
         )
-        assert first == same and first != other, "the distance is not in the picture"
+        assert unlike(first, same) < 30 < unlike(first, other), "the distance is not in the picture"
         desk.run(
             "expect script \"document.querySelectorAll('#kept input')[2].focus() === undefined\""
         )
@@ -110,6 +98,10 @@ def main():
         assert [row["note"] for row in rows] == ["", "'=joint", "", ""], rows
         assert {row["file"] for row in rows} == {file.name for file in Path(SAVED).glob("2*")}, rows
         desk.run("expect console clean")
+        desk.run("unit signal 19")
+        desk.run("expect script \"byId('video-state').textContent !== ''\"")
+        desk.run("page click Still")
+        desk.run('expect page "There is no picture to keep"')
 
 
 main()
