@@ -15,6 +15,9 @@ inline constexpr char statusCsv[] = "/home/pi/KT6120/bin/status_log.csv";
 // Written by the unit's web page.
 inline constexpr char commandsFile[] = "/var/www/html/commands.txt";
 
+// What kt6120-check has found last; its timer belongs to the page's package.
+inline constexpr char checkReport[] = "/run/kt6120-check/check.json";
+
 inline constexpr char mcuSerialDevice[] = "/dev/serial0";
 inline constexpr char camera[] = "/dev/video0";
 inline constexpr int cameraIndex = 0; // the same, for OpenCV

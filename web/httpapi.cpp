@@ -6,10 +6,13 @@
 #include "gate.h"
 #include "history.h"
 #include "lamp.h"
+#include "paths.h"
 #include "programlog.h"
 #include "readings.h"
+#include "safefile.h"
 #include "timestamp.h"
 
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -148,6 +151,7 @@ void HttpApi::handle(fastcgi::Exchange &exchange)
         {"/api/state", "GET", &HttpApi::sendState},
         {"/api/events", "GET", &HttpApi::sendEvents},
         {"/api/history", "GET", &HttpApi::sendHistory},
+        {"/api/check", "GET", &HttpApi::sendCheck},
         {"/api/commands", "POST", &HttpApi::takeCommand},
         {"/metrics", "GET", &HttpApi::sendMetrics},
     };
@@ -248,6 +252,13 @@ void HttpApi::sendHistory(fastcgi::Exchange &exchange)
         exchange.answer(200, "application/json", history::read(days));
     if (days != 0)
         --histories;
+}
+
+void HttpApi::sendCheck(fastcgi::Exchange &exchange)
+{
+    QFile file(paths::checkReport);
+    const bool checked = safefile::open(file, QIODevice::ReadOnly);
+    exchange.answer(200, "application/json", checked ? file.readAll() : "{}");
 }
 
 void HttpApi::sendMetrics(fastcgi::Exchange &exchange)

@@ -26,6 +26,7 @@ private:
     void sendState(fastcgi::Exchange &exchange);
     void sendEvents(fastcgi::Exchange &exchange);
     void sendHistory(fastcgi::Exchange &exchange);
+    void sendCheck(fastcgi::Exchange &exchange);
     void sendMetrics(fastcgi::Exchange &exchange);
     void takeCommand(fastcgi::Exchange &exchange);
 
