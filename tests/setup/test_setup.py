@@ -281,12 +281,12 @@ echo 2 >>$cmdline | left alone: /boot/firmware/cmdline.txt: not one line with ro
 mkfifo $config.new; mv $config.new $cmdline | left alone: /boot/firmware/cmdline.txt: not a regular file
 mv /boot/firmware/* /boot | +++ /boot/config.txt
 rm -r /boot/firmware | left alone: /boot/firmware/config.txt: no config.txt there, nor in /boot
-says 'systemctl is-active --quiet NetworkManager' '' | +interface-name=usb0;eth0;
+says 'systemctl is-active --quiet NetworkManager' '' | /etc/NetworkManager/system-connections/kt6120.nmconnection: new, mode 600
 says 'systemctl is-active --quiet systemd-networkd' '' | +DHCP=yes
 echo 'iface eth0 inet static' >/etc/network/interfaces | +allow-hotplug usb0
 echo 'iface eth0 inet dhcp iface' >/etc/network/interfaces | +iface usb0 inet dhcp
 rm /tmp/tools/ifup | left alone: /etc/network/interfaces.d/kt6120: neither NetworkManager
-rm $commands | /var/www/html/commands.txt: new, empty
+rm $commands | /var/www/html/commands.txt: new, mode 664
 chmod 644 $commands | /var/www/html/commands.txt: group and mode www-data 644 -> www-data 664
 """
 
