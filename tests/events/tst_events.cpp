@@ -159,8 +159,7 @@ private slots:
             }
             QCOMPARE(stored.join(' '), row.levels);
             for (const QString &scaled : row.scaled.split(' '))
-                expected << "LAMP:SET " + scaled + "\r\n"
-                         << "LAMP:ON\r\n";
+                expected += {"LAMP:SET " + scaled + "\r\n", "LAMP:ON\r\n"};
             unit.serial.removeAll("LAMP:OFF\r\n");
             QCOMPARE(unit.serial, expected);
             for (const QString &call : recorders::calls())
