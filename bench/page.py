@@ -56,7 +56,6 @@ class Page:
 
     def __init__(self, loop: Loop) -> None:
         self._loop, self._served, self._complaints = loop, False, ""
-        self.picture: Process | None = None
 
     def serve(self) -> None:
         if self._served:
@@ -83,7 +82,7 @@ class Page:
         def start() -> None:
             self._loop.forget(listening.fileno())
             command = ["/run/tree/usr/sbin/kt6120-picture"]
-            self.picture = Process(self._loop, command, stdin=listening, ended=lambda _: wait())
+            Process(self._loop, command, stdin=listening, ended=lambda _: wait())
 
         def wait() -> None:
             self._loop.reads(listening.fileno(), start)
@@ -100,11 +99,11 @@ class Page:
             "open": self._open,
             "click": lambda name: self._find(BUTTON, name).click(),
             "type": self._type,
-            "press": lambda key: self._driver.switch_to.active_element.send_keys(KEYS.get(key, key)),
+            "press": lambda key: self.driver.switch_to.active_element.send_keys(KEYS.get(key, key)),
             "hold": lambda name: self._pointer().click_and_hold(self._find(BUTTON, name)).perform(),
             "release": lambda: self._pointer().release().perform(),
             "choose": lambda label, option: self._find(OPTION, label, option).click(),
-            "script": lambda file: self._driver.execute_script(Path(file).read_text()),
+            "script": lambda file: self.driver.execute_script(Path(file).read_text()),
             "snapshot": self._snapshot,
         }
         self.serve()
@@ -130,7 +129,7 @@ class Page:
         """clean - the page has logged nothing so far"""
 
         def complaints() -> str:
-            for entry in self._do(self._driver.get_log, "browser"):  # the new ones
+            for entry in self._do(self.driver.get_log, "browser"):  # the new ones
                 if entry["message"].startswith("http"):  # the page's, not the browser's own
                     self._complaints += entry["message"] + "\n"
             return self._complaints
@@ -138,7 +137,7 @@ class Page:
         return State(lambda: complaints() == "", complaints)
 
     @cached_property
-    def _driver(self) -> Any:
+    def driver(self) -> Any:
         from selenium import webdriver  # takes its time to load
 
         options: Any = webdriver.ChromeOptions()
@@ -163,7 +162,7 @@ class Page:
     def _value(self, method: str, script: str) -> object:
         """Of a script; while the page loads, what goes wrong."""
         try:
-            result: object = self._do(getattr(self._driver, method), script)
+            result: object = self._do(getattr(self.driver, method), script)
         except Failure as failure:
             return failure
         return result
@@ -172,18 +171,18 @@ class Page:
         # The size of the page: a window around it has a minimum.
         size = {"width": int(width), "height": int(height), "mobile": int(width) < 600}
         feature = {"name": "prefers-color-scheme", "value": scheme}
-        command = self._driver.execute_cdp_cmd
+        command = self.driver.execute_cdp_cmd
         command("Emulation.setDeviceMetricsOverride", {**size, "deviceScaleFactor": 1})
         command("Emulation.setEmulatedMedia", {"features": [feature]})
-        self._driver.get("http://127.0.0.1/")
+        self.driver.get("http://127.0.0.1/")
 
     def _find(self, place: str, *names: str) -> Any:
-        return self._driver.find_element("xpath", place.format(*names))
+        return self.driver.find_element("xpath", place.format(*names))
 
     def _pointer(self) -> Any:
         from selenium.webdriver import ActionChains
 
-        return ActionChains(self._driver)
+        return ActionChains(self.driver)
 
     def _type(self, label: str, text: str) -> None:
         element = self._find(INPUT, label)
@@ -192,5 +191,5 @@ class Page:
 
     def _snapshot(self, file: str) -> None:
         whole = {"captureBeyondViewport": True}  # also what would need scrolling
-        taken = self._driver.execute_cdp_cmd("Page.captureScreenshot", whole)
+        taken = self.driver.execute_cdp_cmd("Page.captureScreenshot", whole)
         Path(of_caller(file)).write_bytes(b64decode(taken["data"]))

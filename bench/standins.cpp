@@ -8,6 +8,7 @@
 //
 //   missing   the device cannot be opened
 //   lost      the device vanishes while it runs, and cannot be opened
+//   timed     each frame shows when it leaves the camera (drawTime)
 //
 // v4l2h264enc is x264enc with the controls and raw formats of the compute module's encoder. Like
 // that one, it needs an explicit level. It fails at the next frame when /run/bench/encoder holds
@@ -15,6 +16,7 @@
 
 #include <gst/gst.h>
 
+#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <string>
@@ -88,8 +90,35 @@ GstPadProbeReturn failFlow(GstPadProbeInfo *info)
     return GST_PAD_PROBE_HANDLED;
 }
 
+// The low bits of the time of day in milliseconds as squares, the lowest at the top left; white
+// is 1.
+void drawTime(GstPadProbeInfo *info)
+{
+    constexpr int bits = 24;
+    constexpr int side = 16;
+    constexpr int width = 720;
+    constexpr int height = 576;
+    constexpr int white = 235;
+    constexpr int black = 16;
+    constexpr int noColour = 128;
+    GstBuffer *frame = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+    info->data = frame;
+    GstMapInfo map = {};
+    gst_buffer_map(frame, &map, GST_MAP_WRITE);
+    const gint64 now = g_get_real_time() / 1000;
+    for (int bit = 0; bit < bits; ++bit) {
+        for (int row = 0; row < side; ++row)
+            memset(map.data + row * width + bit * side, now >> bit & 1 ? white : black, side);
+    }
+    for (int plane = 0; plane < 2; ++plane) // of colours, at half the resolution
+        memset(map.data + width * height * (4 + plane) / 4, noColour, width / 2 * side / 2);
+    gst_buffer_unmap(frame, &map);
+}
+
 GstPadProbeReturn onCameraFrame(GstPad *, GstPadProbeInfo *info, gpointer camera)
 {
+    if (controlSays("camera", "timed"))
+        drawTime(info);
     if (!controlSays("camera", "lost"))
         return GST_PAD_PROBE_OK;
     GST_ELEMENT_ERROR(camera, RESOURCE, READ, ("Could not read from resource."),

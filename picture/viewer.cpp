@@ -31,8 +31,9 @@ constexpr char elements[] = "appsrc name=frames is-live=true format=time do-time
 constexpr unsigned firstPort = 8090;
 constexpr unsigned lastPort = 8097;
 
-constexpr auto gatherLimit = 2s; // the addresses are the machine's own
-constexpr auto silenceLimit = 6s;
+constexpr auto gatherLimit = 2s;  // the addresses are the machine's own
+constexpr auto silenceLimit = 6s; // a browser reports once a second what it receives
+constexpr auto connectLimit = 9s;
 
 struct Free {
     void operator()(GstPromise *promise) const { gst_promise_unref(promise); }
@@ -123,7 +124,7 @@ T get(gconstpointer object, const char *property)
 
 Viewer::Viewer(const QByteArray &offer, const QByteArray &address)
     : pipeline(launch(elements)), frames(find(pipeline, "frames")),
-      webrtc(find(pipeline, "webrtc")), heard(steady_clock::now())
+      webrtc(find(pipeline, "webrtc")), heard(steady_clock::now() + connectLimit - silenceLimit)
 {
     try {
         connect(offer, address);
