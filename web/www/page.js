@@ -71,14 +71,13 @@ function render(reading) {
   }
 }
 
-function showReading(reading) {
+function take(reading) {
   let { row } = readings.get(reading.key) || {};
   if (!row) {
     row = element("tr", undefined, { "data-key": reading.key });
     row.append(element("th", reading.label, { scope: "row" }), element("td"), element("td"));
   }
   readings.set(reading.key, { ...reading, row });
-  render(readings.get(reading.key));
   if (reading.key === "Tallwick/Detected") byId("locked").hidden = reading.text !== "attached";
 }
 
@@ -128,7 +127,8 @@ function showUnit(text, since) {
 
 function showState(state) {
   unit = { ...state, name: state.unit, started: parseTime(state.started) };
-  state.readings.forEach(showReading);
+  state.readings.forEach(take);
+  readings.forEach(render); // all: what is waited for depends on the program's start
   byId("picture").textContent = state.picture;
   byId("name").textContent = unit.name;
   document.title = `${unit.name}: KT6120`;

@@ -30,8 +30,8 @@ function drawPicture(canvas) {
   context.fillRect(0, height - 1.6 * size, width, 1.6 * size);
   context.fillStyle = "#fff";
   context.font = `${size}px sans-serif`;
-  context.fillText([distance ? `${distance} m` : "distance unknown", time, model].join("   "),
-    size / 2, height - size / 2, width - size);
+  const texts = [distance ? `${distance} m` : "distance unknown", time, model, byId("video-state").textContent];
+  context.fillText(texts.join("   "), size / 2, height - size / 2, width - size);
 }
 
 function makeCanvas() {
@@ -101,7 +101,11 @@ function startRecording() {
     drawPicture(canvas);
     next(draw);
   };
-  const shows = setInterval(() => { if (media.state === "recording") showRecording(own); }, 500);
+  const shows = setInterval(() => {
+    if (media.state !== "recording") return;
+    drawPicture(canvas); // time goes on without a picture
+    showRecording(own);
+  }, 500);
   media.addEventListener("dataavailable", ({ data }) => {
     parts.push(data);
     own.size += data.size;
