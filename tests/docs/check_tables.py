@@ -11,7 +11,7 @@ import re
 import sys
 
 top = pathlib.Path(sys.argv[1])
-rooms = ["base", "store", "health", "events", "comms", "video", "app", "web"]
+rooms = ["base", "store", "health", "events", "comms", "video", "app", "web", "picture"]
 differences = []
 
 

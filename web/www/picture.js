@@ -10,8 +10,8 @@
   const longPause = 5000; // ms: after a refusal
 
   let viewing; // { connection, path, connected }: the present attempt
-  let frames = 0; // seen so far
-  let framed = 0; // when the last one came
+  let frames = 0; // counted at the last look
+  let framed; // when the last one came
   let due = 0; // the next attempt
 
   function show(text) {
@@ -73,14 +73,17 @@
     const now = performance.now();
     const count = video.getVideoPlaybackQuality().totalVideoFrames;
     const connection = viewing ? viewing.connection.connectionState : "";
-    if (viewing && connection === "connected") viewing.connected = true;
-    if (count !== frames) {
-      frames = count;
-      framed = now;
-      show("");
-    } else if (connection === "connected" && now - framed > frameLimit) {
-      show(`no picture: ${reason()}`);
+    if (connection === "connected") {
+      if (!viewing.connected) framed = now;
+      viewing.connected = true;
+      if (count > frames) {
+        framed = now;
+        show("");
+      } else if (now - framed > frameLimit) {
+        show(`no picture: ${reason()}`);
+      }
     }
+    frames = count; // it starts anew with a connection, and the end of one counts as a black frame
     if (connection === "failed" && !viewing.connected)
       end("no picture: the browser does not reach UDP ports 8090 to 8097 of the unit", longPause);
     else if (/^(failed|disconnected|closed)$/.test(connection)) end("no picture: the connection is lost", pause);
@@ -88,6 +91,7 @@
   }
 
   if (window.RTCPeerConnection) {
+    show("connecting to the picture");
     setInterval(look, interval);
     addEventListener("pagehide", () => end("", 0));
     // Hidden tabs leave their place to others.
