@@ -182,7 +182,7 @@ class Page:
     def _pointer(self) -> Any:
         from selenium.webdriver import ActionChains
 
-        return ActionChains(self.driver)
+        return ActionChains(self.driver)  # type: ignore[no-untyped-call]
 
     def _type(self, label: str, text: str) -> None:
         element = self._find(INPUT, label)

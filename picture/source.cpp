@@ -82,10 +82,10 @@ GstFlowReturn onFrame(GstAppSink *sink, gpointer taker)
 
 } // namespace
 
-Element launch(const char *description)
+Element launch(const char *line)
 {
     g_autoptr(GError) error = nullptr;
-    Element built(gst_parse_launch(description, &error));
+    Element built(gst_parse_launch(line, &error));
     if (built)
         gst_object_ref_sink(built.get());
     if (error)

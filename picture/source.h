@@ -11,7 +11,7 @@ struct Unref {
 using Element = std::unique_ptr<GstElement, Unref>;
 
 // Throws std::runtime_error if an element is missing.
-Element launch(const char *description);
+Element launch(const char *line);
 Element find(const Element &bin, const char *name);
 // Whether a pipeline has reported an error, which is printed.
 bool hasFailed(const Element &pipeline);

@@ -7,6 +7,7 @@ Usage, in the sandbox with an installed tree: kept.py BUILD. The browser saves t
 
 import csv
 import json
+import os
 import re
 import subprocess
 import sys
@@ -41,7 +42,7 @@ def pixels(still):
 
 def saved(desk, ending, count):
     def files():
-        return sorted(Path(SAVED).glob(f"*.{ending}"), key=lambda file: file.stat().st_mtime_ns)
+        return sorted(Path(SAVED).glob(f"*.{ending}"), key=os.path.getmtime)
 
     assert desk.loop.until(lambda: len(files()) == count, 60), f"saved: {files()}"
     return files()[-1]
@@ -66,7 +67,9 @@ def unlike(one, other):
 def record(desk):
     desk.run(PRESS.format("record"))
     began = time.monotonic()
-    desk.run("expect script \"/^recording \\\\d+:(0[4-9]|[1-9]\\\\d), [1-9]/.test(byId('recording').textContent) || byId('recording').textContent\"")
+    desk.run(
+        "expect script \"/^recording \\\\d+:(0[4-9]|[1-9]\\\\d), [1-9]/.test(byId('recording').textContent) || byId('recording').textContent\""
+    )
     desk.run(f'expect script "{ASKS}"')
     desk.run('page click "Stop recording"')
     took = time.monotonic() - began

@@ -44,7 +44,9 @@ a=recvonly
 a=rtcp-mux
 a=rtpmap:108 H264/90000
 a=fmtp:108 packetization-mode=1;profile-level-id=42e01f
-""".format(":00" * 31)
+""".format(
+    ":00" * 31
+)
 
 
 def get(path, method="GET", host="127.0.0.1"):
