@@ -79,7 +79,9 @@ def main():
         before, packets = frames(), list(desk.video.tap(PAL).kept)
         with desk.network.in_phone():
             send(packets, b"1111")
-        assert not desk.loop.until(lambda: bool(frames() != before), 2), "another sender's are shown"
+        assert not desk.loop.until(
+            lambda: bool(frames() != before), 2
+        ), "another sender's are shown"
         send(packets, b"2222")
         until(lambda: frames() != before, "the unit's own are not shown")
 
