@@ -90,7 +90,9 @@ function startRecording() {
   if (!canvas) return;
   const where = here();
   const mimeType = containers.find((type) => MediaRecorder.isTypeSupported(type));
-  const media = new MediaRecorder(canvas.captureStream(), { mimeType, videoBitsPerSecond: rate });
+  // Key frames begin the parts of an MP4: without their interval a slow browser has none for a minute.
+  const options = { mimeType, videoBitsPerSecond: rate, videoKeyFrameIntervalDuration: 1000 };
+  const media = new MediaRecorder(canvas.captureStream(), options);
   const parts = [];
   const own = { media, began: performance.now(), size: 0 };
   recorder = own;
@@ -110,13 +112,15 @@ function startRecording() {
     parts.push(data);
     own.size += data.size;
   });
+  media.addEventListener("error", ({ error }) => { own.error = error.message; });
   media.addEventListener("stop", () => {
     clearInterval(shows);
     recorder = null;
     delete document.body.dataset.recording;
     byId("recording").textContent = "";
     byId("record").textContent = "Record";
-    keep(new Blob(parts, { type: mimeType }), where, mimeType.includes("mp4") ? "mp4" : "webm");
+    if (own.size > 0) keep(new Blob(parts, { type: mimeType }), where, mimeType.includes("mp4") ? "mp4" : "webm");
+    if (own.error) say(`The recording broke off: ${own.error}`, "fault");
   });
   draw();
   media.start(1000);
