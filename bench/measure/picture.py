@@ -4,7 +4,7 @@
 
 Usage: picture.py BUILD SECONDS. Each frame shows when it left the camera. The PAL output and the phone's
 stream are decoded as the unit's receiver does it; the page is open in a browser at the same time. All of it
-takes so many seconds, three times.
+takes so many seconds, four times.
 """
 
 import statistics
@@ -98,6 +98,15 @@ def main() -> None:
                 middle, late = statistics.median(ordered), ordered[len(ordered) * 99 // 100]
                 print(f"{way:<28}{middle:>8.0f}{late:>8.0f}{len(ordered) / seconds:>12.1f}")
 
+        def gap(verb: str) -> None:
+            """The longest time between two frames on the page."""
+            on_page("measured.length = 0")
+            desk.run(verb)
+            rest(2 * SETTLED)
+            times = [now for now, _ in on_page("return measured")]
+            longest = max(after - before for before, after in zip(times, times[1:]))
+            print(f"{verb:<28}{longest / 1000:>8.1f}")
+
         def costs(viewers: str) -> None:
             rest(SETTLED)
             gauges = partial(desk.machine.gauges, int(run("pidof", "kt6120-picture")))
@@ -119,8 +128,9 @@ def main() -> None:
         desk.run("usb up")
         desk.run("expect rtp 49152 rate 20..30")
         ways("the phone", Receiver(desk, PORTS["phone"]))
-        desk.run("usb down")
-        desk.run("expect rtp 8083 rate 20..30")
+        print("longest time without a frame on the page, s")
+        for verb in ("usb down", "usb up", "usb down", "unit restart"):
+            gap(verb)
         print("kt6120-picture                 CPU, %    MiB   PAL packets lost")
         costs("one viewer")
         on_page(MORE)
