@@ -14,7 +14,7 @@ namespace
 
 // Ports: 8084 for what the PAL receiver's script hands on; 49152 and 8001 for the broadcasts to the
 // phone over USB and Ethernet, which the kernel also delivers to the sender's own machine.
-constexpr char description[] =
+constexpr char elements[] =
     "funnel name=streams ! rtph264depay ! video/x-h264,stream-format=byte-stream,alignment=au "
     "! h264parse config-interval=-1 ! appsink name=frames sync=false async=false "
     "udpsrc name=pal address=127.0.0.1 port=8084 ! streams. "
@@ -123,7 +123,7 @@ Source::~Source()
 
 void Source::start()
 {
-    pipeline = launch(description);
+    pipeline = launch(elements);
     g_autoptr(GstCaps) caps = gst_caps_from_string(packets);
     for (const char *name : receivers) {
         const Element receiver = find(pipeline, name);
