@@ -5,14 +5,10 @@
 #include <QMap>
 #include <QRandomGenerator>
 
-#include <algorithm>
-#include <array>
-#include <future>
 #include <gst/app/gstappsrc.h>
 #include <gst/sdp/gstsdpmessage.h>
 #define GST_USE_UNSTABLE_API
 #include <gst/webrtc/webrtc.h>
-#include <iterator>
 
 using namespace std::chrono_literals;
 using std::chrono::steady_clock;
@@ -120,6 +116,28 @@ T get(gconstpointer object, const char *property)
     return value;
 }
 
+void negotiate(GstElement *webrtc, Owned<GstSDPMessage> offer)
+{
+    const Owned<GstWebRTCSessionDescription> remote(
+        gst_webrtc_session_description_new(GST_WEBRTC_SDP_TYPE_OFFER, offer.release()));
+    set(webrtc, "set-remote-description", remote.get());
+    const Owned<GstPromise> created(gst_promise_new());
+    g_signal_emit_by_name(webrtc, "create-answer", nullptr, created.get());
+    waitFor(created.get());
+    GstWebRTCSessionDescription *made = nullptr;
+    gst_structure_get(gst_promise_get_reply(created.get()), "answer",
+                      GST_TYPE_WEBRTC_SESSION_DESCRIPTION, &made, nullptr);
+    const Owned<GstWebRTCSessionDescription> local(made);
+    if (!local)
+        throw Refusal(400, "not a usable offer");
+    set(webrtc, "set-local-description", local.get());
+    const auto end = steady_clock::now() + gatherLimit;
+    while (get<GstWebRTCICEGatheringState>(webrtc, "ice-gathering-state")
+               != GST_WEBRTC_ICE_GATHERING_STATE_COMPLETE
+           && steady_clock::now() < end)
+        g_usleep(1000);
+}
+
 } // namespace
 
 Viewer::Viewer(const QByteArray &offer, const QByteArray &address)
@@ -150,7 +168,16 @@ void Viewer::connect(const QByteArray &offer, const QByteArray &address)
     const int type = payloadType(offer);
     if (type < 0)
         throw Refusal(406, "the browser cannot decode H.264, which the unit's picture is");
+    limitAddresses(address);
+    addStream(type);
+    gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
+    negotiate(webrtc.get(), std::move(message));
+    describe(type, attributes(offer, "fmtp").value(type));
+    listen();
+}
 
+void Viewer::limitAddresses(const QByteArray &address)
+{
     g_autoptr(GObject) ice = get<GObject *>(webrtc.get(), "ice-agent");
     g_autoptr(GObject) agent = get<GObject *>(ice, "agent");
     g_object_set(ice, "min-rtp-port", firstPort, "max-rtp-port", lastPort, nullptr);
@@ -158,8 +185,11 @@ void Viewer::connect(const QByteArray &offer, const QByteArray &address)
     gboolean added = FALSE;
     if (!address.isEmpty())
         g_signal_emit_by_name(ice, "add-local-ip-address", address.constData(), &added);
+}
 
-    // The pad's caps choose the format of the answer. The number of the stream stands in it too.
+// The codec preferences choose the format of the answer, in which the stream's number stands too.
+void Viewer::addStream(int type)
+{
     const guint32 stream = QRandomGenerator::global()->generate();
     const Element payloader = find(pipeline, "payloader");
     g_object_set(payloader.get(), "pt", guint(type), "ssrc", stream, nullptr);
@@ -175,39 +205,23 @@ void Viewer::connect(const QByteArray &offer, const QByteArray &address)
     g_autoptr(GObject) transceiver = get<GObject *>(sink, "transceiver");
     g_object_set(transceiver, "direction", GST_WEBRTC_RTP_TRANSCEIVER_DIRECTION_SENDONLY, "do-nack",
                  TRUE, "codec-preferences", caps, nullptr);
-    gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
+}
 
-    const Owned<GstWebRTCSessionDescription> remote(
-        gst_webrtc_session_description_new(GST_WEBRTC_SDP_TYPE_OFFER, message.release()));
-    set(webrtc.get(), "set-remote-description", remote.get());
-    const Owned<GstPromise> created(gst_promise_new());
-    g_signal_emit_by_name(webrtc.get(), "create-answer", nullptr, created.get());
-    waitFor(created.get());
-    GstWebRTCSessionDescription *made = nullptr;
-    gst_structure_get(gst_promise_get_reply(created.get()), "answer",
-                      GST_TYPE_WEBRTC_SESSION_DESCRIPTION, &made, nullptr);
-    const Owned<GstWebRTCSessionDescription> local(made);
-
-    set(webrtc.get(), "set-local-description", local.get());
-    const auto end = steady_clock::now() + gatherLimit;
-    while (get<GstWebRTCICEGatheringState>(webrtc.get(), "ice-gathering-state")
-               != GST_WEBRTC_ICE_GATHERING_STATE_COMPLETE
-           && steady_clock::now() < end)
-        g_usleep(1000);
-    const Owned<GstWebRTCSessionDescription> whole(
+// The library leaves out the profile: the format has the browser's own parameters.
+void Viewer::describe(int type, const QByteArray &parameters)
+{
+    const Owned<GstWebRTCSessionDescription> local(
         get<GstWebRTCSessionDescription *>(webrtc.get(), "local-description"));
-    g_autofree char *words = gst_sdp_message_as_text(whole->sdp);
-    // The library leaves out the profile.
-    for (const QByteArray &line : QByteArray(words).trimmed().split('\n')) {
-        const bool isFormat = line.startsWith("a=fmtp:" + QByteArray::number(type) + ' ');
-        description += (isFormat ? line.left(line.indexOf(' ') + 1)
-                                       + attributes(offer, "fmtp").value(type) + '\r'
-                                 : line)
-                       + '\n';
-    }
+    g_autofree char *lines = gst_sdp_message_as_text(local->sdp);
+    const QByteArray format = "a=fmtp:" + QByteArray::number(type) + ' ';
+    for (const QByteArray &line : QByteArray(lines).trimmed().split('\n'))
+        description += (line.startsWith(format) ? format + parameters + '\r' : line) + '\n';
     if (!description.contains("a=candidate:"))
         throw Refusal(500, "no UDP port of the unit is free");
+}
 
+void Viewer::listen()
+{
     g_autoptr(GstIterator) receivers =
         gst_bin_iterate_all_by_element_factory_name(GST_BIN(webrtc.get()), "nicesrc");
     GValue found = G_VALUE_INIT;

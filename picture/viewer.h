@@ -37,7 +37,10 @@ public:
 
 private:
     void connect(const QByteArray &offer, const QByteArray &address);
-    void describe(const QByteArray &offer);
+    void limitAddresses(const QByteArray &address);
+    void addStream(int type);
+    void describe(int type, const QByteArray &parameters);
+    void listen();
     static GstPadProbeReturn onHeard(GstPad *, GstPadProbeInfo *, gpointer viewer);
 
     Element pipeline;
