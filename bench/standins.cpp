@@ -94,10 +94,10 @@ GstPadProbeReturn failFlow(GstPadProbeInfo *info)
 // is 1.
 void drawTime(GstPadProbeInfo *info)
 {
-    constexpr int bits = 24;
-    constexpr int side = 16;
-    constexpr int width = 720;
-    constexpr int height = 576;
+    constexpr gsize bits = 24;
+    constexpr gsize side = 16;
+    constexpr gsize width = 720;
+    constexpr gsize height = 576;
     constexpr int white = 235;
     constexpr int black = 16;
     constexpr int noColour = 128;
@@ -106,11 +106,11 @@ void drawTime(GstPadProbeInfo *info)
     GstMapInfo map = {};
     gst_buffer_map(frame, &map, GST_MAP_WRITE);
     const gint64 now = g_get_real_time() / 1000;
-    for (int bit = 0; bit < bits; ++bit) {
-        for (int row = 0; row < side; ++row)
+    for (gsize bit = 0; bit < bits; ++bit) {
+        for (gsize row = 0; row < side; ++row)
             memset(map.data + row * width + bit * side, now >> bit & 1 ? white : black, side);
     }
-    for (int plane = 0; plane < 2; ++plane) // of colours, at half the resolution
+    for (gsize plane = 0; plane < 2; ++plane) // of colours, at half the resolution
         memset(map.data + width * height * (4 + plane) / 4, noColour, width / 2 * side / 2);
     gst_buffer_unmap(frame, &map);
 }
