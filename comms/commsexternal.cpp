@@ -6,6 +6,7 @@
 #include "logmessages.h"
 #include "network.h"
 #include "paths.h"
+#include "ports.h"
 
 #include <QDebug>
 #include <QFile>
@@ -35,8 +36,6 @@ constexpr qint64 unsentLimit = 1'048'576; // bytes
 
 constexpr int connectAttempts = 2;
 constexpr quint16 appTcpPort = 8082;
-constexpr char usbStreamPort[] = "49152";
-constexpr char ethernetStreamPort[] = "8001";
 constexpr char greeting[] = "Connected To Kestra\r\n";
 
 QByteArray shellOutput(QObject *parent, const QString &line)
@@ -190,7 +189,7 @@ void commsExternal::commsExternalMonitorTethering()
     tetheringState = found;
     if (found) {
         streamAddress = broadcastAddress;
-        streamPort = mobileType == MOBILE_ETHERNET ? ethernetStreamPort : usbStreamPort;
+        streamPort = mobileType == MOBILE_ETHERNET ? ports::ethernetStream : ports::usbStream;
         commsExternalStartStream();
     } else {
         qInfo() << messages::streamStopping;

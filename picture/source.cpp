@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "source.h"
 
+#include "ports.h"
+
 #include <chrono>
 #include <gst/app/gstappsink.h>
 #include <gst/net/gstnetaddressmeta.h>
@@ -12,15 +14,15 @@ using std::chrono::steady_clock;
 namespace
 {
 
-// Ports: 8084 for what the PAL receiver's script hands on; 49152 and 8001 for the broadcasts to the
-// phone over USB and Ethernet, which the kernel also delivers to the sender's own machine.
 constexpr char elements[] =
     "funnel name=streams ! rtph264depay ! video/x-h264,stream-format=byte-stream,alignment=au "
     "! h264parse config-interval=-1 ! appsink name=frames sync=false async=false "
-    "udpsrc name=pal address=127.0.0.1 port=8084 ! streams. "
-    "udpsrc name=usb port=49152 ! streams. "
-    "udpsrc name=ethernet port=8001 ! streams.";
-constexpr const char *receivers[] = {"pal", "usb", "ethernet"};
+    "udpsrc name=pal address=127.0.0.1 ! streams. "
+    "udpsrc name=usb ! streams. "
+    "udpsrc name=ethernet ! streams.";
+// The kernel also delivers the broadcasts to a phone to the sender's own machine.
+constexpr std::pair<const char *, const char *> receivers[] = {
+    {"pal", ports::palCopy}, {"usb", ports::usbStream}, {"ethernet", ports::ethernetStream}};
 constexpr char packets[] =
     "application/x-rtp,media=video,encoding-name=H264,clock-rate=90000,payload=96";
 
@@ -125,8 +127,9 @@ void Source::start()
 {
     pipeline = launch(elements);
     g_autoptr(GstCaps) caps = gst_caps_from_string(packets);
-    for (const char *name : receivers) {
+    for (const auto &[name, port] : receivers) {
         const Element receiver = find(pipeline, name);
+        gst_util_set_object_arg(G_OBJECT(receiver.get()), "port", port);
         g_object_set(receiver.get(), "caps", caps, nullptr);
         g_autoptr(GstPad) pad = gst_element_get_static_pad(receiver.get(), "src");
         gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, onPacket, new Gate, deleteGate);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "viewer.h"
 
+#include "ports.h"
+
 #include <QList>
 #include <QMap>
 #include <QRandomGenerator>
@@ -22,10 +24,6 @@ constexpr char elements[] = "appsrc name=frames is-live=true format=time do-time
                             "caps=video/x-h264,stream-format=byte-stream,alignment=au "
                             "! rtph264pay name=payloader aggregate-mode=zero-latency "
                             "webrtcbin name=webrtc bundle-policy=max-bundle";
-
-// One for each viewer, and some for those that are just ending.
-constexpr unsigned firstPort = 8090;
-constexpr unsigned lastPort = 8097;
 
 constexpr auto gatherLimit = 2s;  // the addresses are the machine's own
 constexpr auto silenceLimit = 6s; // a browser reports once a second what it receives
@@ -180,7 +178,8 @@ void Viewer::limitAddresses(const QByteArray &address)
 {
     g_autoptr(GObject) ice = get<GObject *>(webrtc.get(), "ice-agent");
     g_autoptr(GObject) agent = get<GObject *>(ice, "agent");
-    g_object_set(ice, "min-rtp-port", firstPort, "max-rtp-port", lastPort, nullptr);
+    g_object_set(ice, "min-rtp-port", ports::firstViewer, "max-rtp-port", ports::lastViewer,
+                 nullptr);
     g_object_set(agent, "ice-tcp", FALSE, "upnp", FALSE, nullptr); // asks no router for a way in
     gboolean added = FALSE;
     if (!address.isEmpty())

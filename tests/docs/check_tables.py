@@ -92,7 +92,30 @@ for heading, keys in (("Keys of the status store", stored), ("Configuration", co
 # GPIO lines that the program drives and reads through its scripts.
 scripts = table("docs/operating.md", "Unit scripts")
 documented = {number for row in scripts for number in re.findall(r"`(\d+)`", row[1])}
-compare("GPIO lines", documented, found(r'"(\d+)"', "base/gpio.h"))
+coded = found(r'"(\d+)"', "base/gpio.h")
+compare("GPIO lines", documented, coded)
+
+# What programs in other languages repeat of base/: kt6120-check and kt6120-setup, the scripts, the page.
+check, setup = (f"packaging/root/kt6120/usr/sbin/kt6120-{name}" for name in ("check", "setup"))
+compare(
+    "GPIO lines of kt6120-check", set(re.findall(r'"(\d+)"', text(check).split("STATES")[0])), coded
+)
+absolute = found(r'= "(/(?:home|dev/s|dev/v|var/www)/[^"]+)"$', check, setup)
+known = found(r'"(/[^"]+)"', "base/paths.h") | {"/home/pi/KT6120/bin"}
+compare("paths of kt6120-check and kt6120-setup", absolute, absolute & known)
+ports = dict(re.findall(r'(\w+)(?:\[\])? = "?(\d+)', text("base/ports.h")))
+compare(
+    "copy of the PAL packets",
+    found(r"port=(808[^3])", "scripts/KT6120_gstreamer.sh"),
+    {ports["palCopy"]},
+)
+viewers = {(ports["firstViewer"], ports["lastViewer"])}
+documented = found(r"ports? (809\d)(?:-| to )(\d+)", "web/www/picture.js", "docs/web.md")
+compare(
+    "ports of the picture's viewers",
+    documented | found(r"dport (\d+)-(\d+)", "docs/web.md"),
+    viewers,
+)
 
 # Log messages: the whole table, the function that logs each, and no text outside the table.
 types = {"qWarning": "1", "qCritical": "2", "qInfo": "4"}
