@@ -46,21 +46,23 @@ sources() {
         { echo "apt knows no source of Debian (apt-get update?)" >&2; return 1; }
 }
 
-# make_root NAME OPTION...: makes the root unless it exists; the options go to mmdebstrap.
+# make_root NAME OPTION...: makes the root unless it was made with the same options, which go to
+# mmdebstrap.
 make_root() {
     local root=$repo/build/roots/$1 lines lock
     mkdir -p "$repo/build/roots"
     # One at a time: mmdebstrap mounts the machine's /proc and /sys in the root.
     exec {lock}>"$root.lock"
     flock "$lock"
-    [ ! -d "$root" ] || { exec {lock}>&-; return 0; }
+    [ "${*:2}" != "$(cat "$root.made" 2>/dev/null)" ] || { exec {lock}>&-; return 0; }
     lines=$(sources)
     echo "making a root of Debian $release in ${root#"$repo"/}"
-    rm -rf --one-file-system "$root.part"
+    rm -rf --one-file-system "$root.made" "$root" "$root.part"
     nice -n 10 mmdebstrap --quiet --aptopt='Apt::Install-Recommends "false"' \
         --aptopt='Acquire::Languages "none"' --dpkgopt='path-exclude=/usr/share/doc/*' \
         --dpkgopt='path-exclude=/usr/share/man/*' "${@:2}" "$release" "$root.part" - <<<"$lines"
     mv "$root.part" "$root"
+    echo "${*:2}" >"$root.made"
     exec {lock}>&-
 }
 
