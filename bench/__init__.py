@@ -60,6 +60,12 @@ def number(word: str) -> float:
         raise Failure(f'"{word}" is not a number') from None
 
 
+def span(word: str) -> tuple[float, float]:
+    """Of A..B, or of one number both."""
+    least, _, most = word.partition("..")
+    return number(least), number(most or least)
+
+
 def to_bytes(word: str) -> bytes:
     """A word of the language may stand for any bytes, also for invalid UTF-8."""
     return word.encode("utf-8", "surrogateescape")

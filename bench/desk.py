@@ -74,7 +74,7 @@ class Desk(Around):
         self.unit = Program(self.loop, self.clock, self.history, self.machine, build)
         self.recorded = Recorded(self.machine, RECORDER)
         self.hardware = Hardware(self.machine, self.recorded)
-        self.network = Network(self.history, lambda seconds: self.run(f"wait {seconds}"))
+        self.network = Network(self.history)
         self.video = Video(self.loop, self.clock, self.history, self.network)
         self.assemble(["killall"], lambda heard: pseudo_terminal(self.loop, places.SERIAL, heard))
         self.unit.when_ended.append(self.mcu.renew_line)

@@ -180,10 +180,6 @@ class Commands:
             what = printable(to_bytes(" ".join(given)))
             raise Failure(f"not met within {bound:g} s: {what}\n{seen()}")
 
-    def do_echo(self, *words: str) -> None:
-        """TEXT - a remark in the output"""
-        self._history.note("bench", " ".join(words) + "\n")
-
     def do_play(self, file: str) -> None:
         """FILE - plays a scenario file"""
         self.play(self.find(file))

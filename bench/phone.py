@@ -14,12 +14,11 @@ from bench.world import Act, Clock, Loop, run
 
 PLUG = os.path.join(os.path.dirname(__file__), "plug")
 CLONE_NEWNET = 0x40000000
-LONGEST_PAUSE = 3  # s, between two flaps
 
-# What has a verb: interface, the unit's address, the phone's.
+# The unit's address and the phone's, where no other is given.
 NETS = {
-    "usb": ("usb0", "192.168.42.10/24", "192.168.42.129"),
-    "eth": ("eth0", "192.168.1.50/24", "192.168.1.1"),
+    "usb0": ("192.168.42.10/24", "192.168.42.129"),
+    "eth0": ("192.168.1.50/24", "192.168.1.1"),
 }
 
 APP_PORT = 8082
@@ -31,38 +30,29 @@ PATIENCE = 60  # s, for a unit that reads nothing
 class Network:
     """Pairs of virtual Ethernet ends, one in the unit's world, one in the phone's (bench/plug)."""
 
-    def __init__(self, history: History, pause: Callable[[float], object]) -> None:
-        """`pause` waits so many seconds of the unit's time."""
-        self._history, self._pause = history, pause
+    def __init__(self, history: History) -> None:
+        self._history = history
         self._peers: dict[str, str] = {}  # interface -> the phone's address and prefix
-        self.when_up: list[Act] = []
+        self.when_up: Act = lambda: None
 
     def do_usb(self, verb: str, address: str = "", gateway: str = "") -> None:
         """up [ADDRESS/PREFIX [GATEWAY]]|down - a phone over USB; an address alone: no default route"""
-        self.do_net("usb", verb, address, gateway)
+        self.do_net("usb0", verb, address, gateway)
 
     def do_eth(self, verb: str, address: str = "", gateway: str = "") -> None:
         """up [ADDRESS/PREFIX [GATEWAY]]|down - a network over Ethernet"""
-        self.do_net("eth", verb, address, gateway)
+        self.do_net("eth0", verb, address, gateway)
 
-    def do_net(self, net: str, verb: str, address: str = "", gateway: str = "") -> None:
+    def do_net(self, name: str, verb: str, address: str = "", gateway: str = "") -> None:
         """NAME up ADDRESS/PREFIX [GATEWAY]|down - any other network"""
-        name, *usual = NETS.get(net, (net, "", ""))
+        if not address:
+            address, gateway = NETS.get(name, ("", ""))
         if verb == "down":
             self.down(name)
-        elif verb == "up" and (address or usual[0]):
-            self.up(name, *((address, gateway) if address else usual))
+        elif verb == "up" and address:
+            self.up(name, address, gateway)
         else:
-            raise Failure(f"{net} up [ADDRESS/PREFIX [GATEWAY]] or down?")
-
-    def do_flap(self, net: str, count: str, seed: str) -> None:
-        """usb|eth COUNT SEED - so often down or up, 0 to 3 s apart"""
-        from random import Random  # takes its time to load
-
-        chance = Random(int(number(seed)))
-        for _ in range(int(number(count))):
-            self._pause(chance.uniform(0, LONGEST_PAUSE))
-            self.do_net(net, "down" if NETS.get(net, net)[0] in self._peers else "up")
+            raise Failure("up [ADDRESS/PREFIX [GATEWAY]] or down?")
 
     @cached_property
     def _spaces(self) -> tuple[int, int]:
@@ -89,8 +79,7 @@ class Network:
         """The phone has the gateway's address, to which the default route leads; "": no route."""
         if name in self._peers:
             self.down(name)
-        for act in self.when_up:
-            act()
+        self.when_up()
         self.plug_in(name, address, gateway)
         self._peers[name] = f"{gateway}/{address.partition('/')[2]}" if gateway else ""
         self._history.note("network", f"{name} up: {address}, gateway {gateway or 'none'}\n")
@@ -105,9 +94,7 @@ class Network:
         """The phone vanishes without a word: its end has no address any more; or it is back."""
         for name, peer in self._peers.items():
             if peer:
-                self.phone_ip("addr", "flush", "dev", name)
-            if peer and reachable:
-                self.phone_ip("addr", "add", peer, "broadcast", "+", "dev", name)
+                self.phone_ip("addr", "replace" if reachable else "del", peer, "dev", name)
 
     def plug_in(self, name: str, address: str, gateway: str) -> None:
         run(PLUG, name, address, gateway, f"/proc/{os.getpid()}/fd/{self._spaces[1]}")
@@ -131,26 +118,26 @@ class App:
         network: Network,
         expect: Callable[..., None],
     ) -> None:
-        self._loop, self._history, self._network, self._expect = loop, history, network, expect
+        self._loop, self._clock, self._history = loop, clock, history
+        self._network, self._expect = network, expect
         self._server: socket.socket | None = None
         self._line: socket.socket | None = None  # the unit's connection
         self._accepts = self._talks = True
         self._stream: list[socket.socket] = []
-        network.when_up.append(self._open)
-        clock.every(HEARTBEAT, self._beat)
+        self._heart = loop.timer(self._beat)
+        network.when_up = self._open
 
     def do_app(self, verb: str, *words: str) -> None:
         """LINE - the app sends the line with CR LF: app LampUp
         raw "BYTES"|big COUNT - it sends any bytes; a line of so many bytes
-        silent|talk|hang - no heartbeat; every 5 s again; nor does it read
+        silent|talk - no heartbeat; every 5 s again
         refuse|accept - its port is closed; open and reachable again
         close|halfclose|drop - ends the connection; vanishes without a word"""
         acts: dict[tuple[str, int], Callable[..., object]] = {
             ("refuse", 0): self._refuse,
             ("accept", 0): self._accept,
-            ("silent", 0): lambda: self._talk(False),
-            ("hang", 0): self._hang,
-            ("talk", 0): lambda: self._talk(True),
+            ("silent", 0): lambda: setattr(self, "_talks", False),
+            ("talk", 0): lambda: setattr(self, "_talks", True),
             ("drop", 0): lambda: self._network.set_reachable(False),
             ("close", 0): lambda: self._end(self._connected()),
             ("halfclose", 0): lambda: self._connected().shutdown(socket.SHUT_WR),
@@ -176,6 +163,7 @@ class App:
             self._end(line)
 
     def _beat(self) -> None:
+        self._heart.start(HEARTBEAT / self._clock.speed)
         if self._talks and self._line:
             self._send(b"KestraApp\r\n")
 
@@ -210,29 +198,19 @@ class App:
         if self._line:
             self._end(self._line)
 
-    def _talk(self, talks: bool) -> None:
-        self._talks = talks
-        if self._line:
-            self._hear_from(self._line)
-
-    def _hang(self) -> None:
-        self._talks = False
-        self._loop.forget(self._connected().fileno())
-
     def _take_connection(self, server: socket.socket) -> None:
-        self._line, (address, _) = server.accept()
-        self._line.settimeout(PATIENCE)
-        self._line.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        line, (address, _) = server.accept()
+        self._line = line
+        self._heart.start(HEARTBEAT / self._clock.speed)
+        line.settimeout(PATIENCE)
+        line.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         self._history.note("network", f"app: the unit has connected from {address}\n")
-        self._hear_from(self._line)
-
-    def _hear_from(self, line: socket.socket) -> None:
-        self._loop.forget(line.fileno())
-        hear = partial(self._history.note, "app")
-        self._loop.hears(line.fileno(), hear, lambda: self._end(line))
+        self._loop.hears(line.fileno(), partial(self._history.note, "app"), lambda: self._end(line))
 
     def _end(self, line: socket.socket) -> None:
         self._loop.forget(line.fileno())
         line.close()
-        self._line = None if self._line is line else self._line
+        if line is self._line:
+            self._line = None
+            self._heart.stop()
         self._history.note("network", "app: the unit's connection has ended\n")

@@ -5,7 +5,7 @@ import os
 from collections.abc import Callable
 from time import monotonic
 
-from bench import Failure, State, number, places, to_bytes, to_text
+from bench import Failure, State, number, places, span, to_bytes, to_text
 from bench.machine import Machine
 from bench.watch import History
 from bench.world import Act, Clock, Loop, Process
@@ -73,8 +73,10 @@ class Unit:
             raise Failure(f"the program has ended: exit {self.ending}")
 
     def do_wait(self, time: str) -> None:
-        """SECONDS - of the unit's time"""
-        seconds = number(time)
+        """SECONDS|A..B - of the unit's time; between A and B by chance"""
+        from random import uniform  # takes its time to load
+
+        seconds = uniform(*span(time))
         end = self._clock.seconds() + seconds
         bound = seconds if self.id() else seconds / self._clock.speed  # none that rests skips time
         self._clock.until(lambda: self._clock.seconds() >= end or self.lost(), bound)

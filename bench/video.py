@@ -10,7 +10,7 @@ from contextlib import nullcontext
 from struct import pack, unpack_from
 from time import monotonic
 
-from bench import Failure, State, number, places, to_text
+from bench import Failure, State, number, places, span, to_text
 from bench.phone import Network
 from bench.watch import History
 from bench.world import Clock, Loop
@@ -100,7 +100,7 @@ class Video:
     def expect_rtp(self, port: str, _: str, rates: str) -> State:
         """PORT rate A..B - frames a second: 8083, 49152, 8001"""
         tap = self.tap(int(number(port)))
-        least, most = map(number, rates.partition("..")[::2])
+        least, most = span(rates)
         return State(lambda: least <= tap.rate() <= most, lambda: f"{tap.rate()} frames a second")
 
     def do_snapshot(self, name: str, file: str) -> None:

@@ -4,7 +4,6 @@
 import math
 import mmap
 import os
-import sched
 import selectors
 import subprocess
 from collections.abc import Callable, Sequence
@@ -24,27 +23,23 @@ SECOND = 1_000_000_000  # ns, in which it counts
 
 
 class Timer:
-    def __init__(self, queue: sched.scheduler, act: Act) -> None:
-        self._queue, self._act = queue, act
-        self._event: sched.Event | None = None
+    """Calls `act` when it is due."""
 
-    def start(self, seconds: float, period: float = 0) -> None:
+    def __init__(self, act: Act) -> None:
+        self._act, self.due, self._period = act, math.inf, math.inf
+
+    def start(self, seconds: float, period: float = math.inf) -> None:
         """Replaces what was due."""
-        self.stop()
-        self._event = self._queue.enter(seconds, 0, self._fire, (period,))
+        self.due, self._period = monotonic() + seconds, period
 
     def every(self, seconds: float) -> None:
         self.start(seconds, seconds)
 
     def stop(self) -> None:
-        if self._event:
-            self._queue.cancel(self._event)
-            self._event = None
+        self.due = math.inf
 
-    def _fire(self, period: float) -> None:
-        self._event = None
-        if period:
-            self.every(period)
+    def fire(self) -> None:
+        self.due = monotonic() + self._period
         self._act()
 
 
@@ -53,10 +48,11 @@ class Loop:
 
     def __init__(self) -> None:
         self._selector = selectors.DefaultSelector()
-        self._timers = sched.scheduler(monotonic)
+        self._timers: list[Timer] = []
 
     def timer(self, act: Act) -> Timer:
-        return Timer(self._timers, act)
+        self._timers.append(Timer(act))
+        return self._timers[-1]
 
     def reads(self, file: int, act: Act) -> None:
         """Calls `act` whenever the file has something to read, until forget()."""
@@ -107,13 +103,14 @@ class Loop:
             return future.result()
 
     def _turn(self, most: float) -> None:
-        for event in self._timers.queue:
-            most = min(most, event.time - monotonic())
-        for key, _ in self._selector.select(max(0, most)):
+        due = min((timer.due for timer in self._timers), default=math.inf)
+        for key, _ in self._selector.select(max(0, min(most, due - monotonic()))):
             # One before it may have taken it away, or its number may be another file's by now.
             if self._selector.get_map().get(key.fd) is key:
                 key.data()
-        self._timers.run(blocking=False)
+        for timer in self._timers:
+            if timer.due <= monotonic():
+                timer.fire()
 
 
 class Clock:
@@ -121,7 +118,6 @@ class Clock:
 
     def __init__(self, loop: Loop) -> None:
         self._loop, self._start, self.speed = loop, monotonic(), 1
-        self._periods: list[tuple[Timer, float]] = []
         page = os.memfd_create("pace")
         self._page = f"/proc/{os.getpid()}/fd/{page}"
         os.truncate(page, 3 * 8)
@@ -136,8 +132,6 @@ class Clock:
         """The program is faster only while it rests. One that was started at speed 1 stays there."""
         self.speed = max(1, int(speed))
         self._pace[STRIDE], self._pace[SPEED] = int(stride * SECOND), self.speed
-        for timer, period in self._periods:
-            timer.every(max(period / self.speed, 0.001))
 
     def environment(self, library: str) -> dict[str, str]:
         """For a program that shall run at this pace."""
@@ -145,12 +139,6 @@ class Clock:
 
     def seconds(self) -> float:
         return monotonic() - self._start + self._pace[SKIPPED] / SECOND
-
-    def every(self, seconds: float, act: Act) -> None:
-        """A simulator's period in the unit's time."""
-        timer = self._loop.timer(act)
-        self._periods.append((timer, seconds))
-        timer.every(seconds / self.speed)
 
     def until(self, condition: Callable[[], bool], seconds: float) -> bool:
         """As Loop.until. On a desk in wall seconds, on a board in its own."""

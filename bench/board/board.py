@@ -2,7 +2,6 @@
 """The virtual unit on an emulated board: program, hardware, picture, networks and power."""
 
 import ipaddress
-import random
 from collections.abc import Callable
 from typing import Any, cast
 
@@ -138,8 +137,8 @@ class BoardVideo(Video):
 class BoardNetwork(Network):
     """USB adapters with the phone at a tap. A DHCP server gives the unit its address."""
 
-    def __init__(self, loop: Loop, clock: Clock, history: History, board: Remote) -> None:
-        super().__init__(history, lambda seconds: clock.until(lambda: False, seconds))
+    def __init__(self, loop: Loop, history: History, board: Remote) -> None:
+        super().__init__(history)
         self._loop, self._board = loop, board
         self._servers: dict[str, Process] = {}
 
@@ -182,7 +181,7 @@ class Board(Around):
         self._remote = board = Remote(loop, history, folder)
         self._emulator = board.emulator
         self.machine, self.clock = cast(Machine, board), BoardClock(loop, board.emulator)
-        self.network = BoardNetwork(loop, self.clock, history, board)
+        self.network = BoardNetwork(loop, history, board)
         self._switch_on()
         self.unit = Service(self.clock, history, board)
         self.recorded = Recorded(self.machine, RECORDER)
@@ -197,12 +196,9 @@ class Board(Around):
     def _switch_on(self) -> None:
         self._emulator.start(where=self.network.in_phone())  # QEMU opens the phone's taps
 
-    def do_power(self, verb: str, seconds: str = "0") -> None:
-        """cut [SECONDS] - at a random moment of so many seconds
-        on - it boots from its card"""
+    def do_power(self, verb: str) -> None:
+        """cut|on - at once; it boots from its card"""
         if verb == "cut":
-            delay = random.uniform(0, number(seconds))
-            self.clock.until(lambda: False, delay)
             self._emulator.kill()
         elif verb == "on":
             self._switch_on()
