@@ -3,6 +3,7 @@
 
 import os
 from collections.abc import Callable
+from functools import partial
 from typing import Self
 
 from bench import places
@@ -11,12 +12,10 @@ from bench.machine import Machine
 from bench.mcu import Line, Mcu, Recorder, pseudo_terminal
 from bench.page import Page
 from bench.phone import App, Network
-from bench.unit import Files, Hardware, Program, Recorded, Unit
+from bench.unit import Program, Surroundings, Unit
 from bench.video import Video
 from bench.watch import Gauges, History, Store
 from bench.world import Clock, Heard, Loop
-
-RECORDER = os.path.join(os.path.dirname(__file__), "recorder")
 
 
 def call(lines: bytes) -> bytes:
@@ -33,22 +32,14 @@ class Around:
     history: History
     machine: Machine
     unit: Unit
-    hardware: Hardware
-    recorded: Recorded
     network: Network
     video: Video
 
-    def assemble(self, real: list[str], plug_in: Callable[[Heard], Line]) -> None:
-        """The parts above make a healthy unit, whose program does not run yet.
-
-        `real` are the programs of the search path that run behind their stand-ins.
-        """
+    def assemble(self, plug_in: Callable[[Heard], Line], *others: object) -> None:
+        """The parts above and others make a unit, whose program does not run yet."""
         clock, history, machine = self.clock, self.history, self.machine
         self.commands = Commands(clock, history, self.unit.lost)
         self.run = self.commands.run
-        self.recorded.arrange(real)
-        self.hardware.arrange()
-        machine.write(places.COMMANDS, b"")
         store = Store(history)
         machine.watch(places.STORE, store.hear)
         machine.follow(places.LOG, lambda lines: history.note("log", lines))
@@ -56,8 +47,9 @@ class Around:
         self.mcu = Mcu(self.loop, lambda: clock.speed, history, plug_in, self.commands.find)
         app = App(self.loop, clock, history, self.network, self.commands.do_expect)
         gauges = Gauges(clock, history, machine, self.unit.id)
-        parts = self.unit, self.mcu, self.recorded, self.hardware, self.network, app, self.video
-        self.commands.offer(*parts, Files(machine), store, clock, gauges, Recorder(clock, history))
+        recorder = Recorder(clock, history)
+        parts = self.unit, self.mcu, self.network, app, self.video, store, clock, gauges, recorder
+        self.commands.offer(*parts, *others)
 
     def __enter__(self) -> Self:
         return self
@@ -72,14 +64,13 @@ class Desk(Around):
         self.loop, self.history = Loop(), History()
         self.clock, self.machine = Clock(self.loop), Machine(self.loop)
         self.unit = Program(self.loop, self.clock, self.history, self.machine, build)
-        self.recorded = Recorded(self.machine, RECORDER)
-        self.hardware = Hardware(self.machine, self.recorded)
         self.network = Network(self.history)
         self.video = Video(self.loop, self.clock, self.history, self.network)
-        self.assemble(["killall"], lambda heard: pseudo_terminal(self.loop, places.SERIAL, heard))
-        self.unit.when_ended.append(self.mcu.renew_line)
         self.page = Page(self.loop)
-        self.commands.offer(self.page)
+        surroundings = Surroundings(self.machine)
+        line = partial(pseudo_terminal, self.loop, places.SERIAL)
+        self.assemble(line, surroundings, self.page)
+        self.unit.when_ended = self.mcu.renew_line
 
     def __exit__(self, *_: object) -> None:
         self.unit.stop()

@@ -56,26 +56,11 @@ class Machine:
         if how == "replace":
             os.rename(place, path)
 
-    def remove(self, path: str) -> None:
-        """A file, or a folder with all that it holds, if there is one."""
-        if os.path.isdir(path) and not os.path.islink(path):
-            from shutil import rmtree  # takes its time to load
-
-            rmtree(path)
-        elif os.path.lexists(path):
-            os.remove(path)
-
-    def install(self, program: str, path: str) -> None:
-        """Replaces what is there by a copy of a program."""
-        self.remove(path)
-        self.write(path, self.read(program) or b"")
-        os.chmod(path, 0o755)
-
     def link(self, target: str, path: str) -> None:
-        """Replaces what is there."""
-        self.remove(path)
+        """Replaces the file that is there."""
         os.makedirs(os.path.dirname(path), exist_ok=True)
-        os.symlink(target, path)
+        os.symlink(target, path + ".new")
+        os.rename(path + ".new", path)
 
     def which(self, name: str, folders: list[str]) -> str | None:
         paths = (f"{folder}/{name}" for folder in folders)
@@ -117,9 +102,8 @@ class Machine:
                 heard(last)
 
         self._loop.hears(queue, look)
-        self._loop.timer(look).every(
-            LOOKUP_INTERVAL
-        )  # a folder goes away, and comes, without a word
+        # A folder goes away, and comes, without a word.
+        self._loop.timer(look).every(LOOKUP_INTERVAL)
         look()
 
     def gauges(self, process: int) -> dict[str, float]:

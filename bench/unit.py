@@ -26,9 +26,19 @@ FIXED |= {"vcgencmd": "/opt/vc/bin", "pngview": "/home/pi/raspidmx/pngview"}
 LIBRARIES = "KT6120_gpio.sh KT6120_stream.sh KT6120_video.sh"
 SEARCHED = "killall logrotate gpioset gpioget gpioinfo i2cget systemctl logger".split()
 
-# The converter's channels: name, number, a healthy unit's reading.
-CHANNELS = """Boost 0x12 0x70, LED 0x15 0x62, Inter 0x11 0x49, Encoder 0x1 0x2f, Camera 0x13 0x70,
-    Sonde 0x14 0x70, LedOut 0x7 0x0, LedInter 0x10 0x40, LedTallwick 0x16 0x0"""
+# The converter's channels: number, a healthy unit's reading.
+CHANNELS = {
+    "Boost": ("0x12", "0x70"),
+    "LED": ("0x15", "0x62"),
+    "Inter": ("0x11", "0x49"),
+    "Encoder": ("0x1", "0x2f"),
+    "Camera": ("0x13", "0x70"),
+    "Sonde": ("0x14", "0x70"),
+    "LedOut": ("0x7", "0x0"),
+    "LedInter": ("0x10", "0x40"),
+    "LedTallwick": ("0x16", "0x0"),
+}
+CAMERA_STATES = ("missing", "back", "lost")
 FAULT_LINE = "KT6120_gpio_read.sh 26"
 # What a reply holds, by its verb.
 TRAITS = {"prints": "output", "takes": "delay", "holds": "hold", "fails": "status"}
@@ -47,7 +57,7 @@ class Unit:
         # How the last run ended: "3", "signal 9", "restarted" if something started it again; empty while it
         # runs or before the first start. `unasked`: no verb ended it, and no expect has asked about it.
         self.ending, self.unasked = "", False
-        self.when_ended: list[Act] = []
+        self.when_ended: Act = lambda: None
 
     def lost(self) -> bool:
         """Ended unasked, so long ago that all its output has arrived."""
@@ -55,22 +65,21 @@ class Unit:
 
     def has_ended(self, how: str) -> None:
         self.ending = how
-        for act in self.when_ended:
-            act()
+        self.when_ended()
 
     def do_unit(self, verb: str, signal: str = "") -> None:
         """start|stop|restart|signal N - the program, which does not run before its start
         check - fails if the program has ended and no verb or expect is the reason"""
-        if verb not in ("start", "stop", "restart", "check", "signal"):
-            raise Failure("unit start, stop, restart, check or signal N?")
+        if verb == "check" and self.unasked:
+            raise Failure(f"the program has ended: exit {self.ending}")
+        if verb == "signal":
+            self.signal(int(number(signal)))
         if verb in ("stop", "restart"):
             self.stop()
         if verb in ("start", "restart"):
             self.start()
-        if verb == "signal":
-            self.signal(int(number(signal)))
-        if verb == "check" and self.unasked:
-            raise Failure(f"the program has ended: exit {self.ending}")
+        if verb not in ("start", "stop", "restart", "check", "signal"):
+            raise Failure("unit start, stop, restart, check or signal N?")
 
     def do_wait(self, time: str) -> None:
         """SECONDS|A..B - of the unit's time; between A and B by chance"""
@@ -154,20 +163,25 @@ def place_of(name: str) -> str:
     return f"{FIXED.get(name, places.PROGRAMS)}/{name}"
 
 
-class Recorded:
-    """The programs whose calls are recorded, and what they answer."""
+class Surroundings:
+    """The programs that the unit calls, what its hardware reads, and its files."""
 
-    def __init__(self, machine: Machine, recorder: str) -> None:
-        self._machine, self._recorder = machine, recorder
+    recorder = os.path.join(os.path.dirname(__file__), "recorder")
+    real = ["killall"]  # of SEARCHED; behind the stand-ins of the others nothing runs
 
-    def arrange(self, real: list[str]) -> None:
-        """Puts the stand-ins in place; behind those in `real` the programs of the search path run."""
+    def __init__(self, machine: Machine) -> None:
+        """As with a healthy unit."""
+        self._machine = machine
         for name in [*FIXED, *SEARCHED]:
-            self._install(name, name in FIXED or name in real)
+            self._install(name, name in FIXED or name in self.real)
         for name in LIBRARIES.split():  # which a script looks for in its own folder
-            self._machine.link(f"{places.INSTALL}/{name}", f"{places.BENCH}/real/{name}")
+            machine.link(f"{places.INSTALL}/{name}", f"{places.BENCH}/real/{name}")
         self.set_reply("vcgencmd", "output", "temp=48.3'C\n")
         self.set_reply("pngview", "delay", "3600\n")  # shows its image until it is killed
+        self.set_reply(FAULT_LINE, "output", "0\n")
+        for place, healthy in CHANNELS.values():
+            self.set_channel(place, healthy)
+        machine.write(places.COMMANDS, b"")
 
     def set_reply(self, key: str, trait: str, value: str) -> None:
         """One trait of a reply, the others as they are; never seen half written."""
@@ -175,11 +189,14 @@ class Recorded:
         self._machine.write(path, to_bytes(value), "replace")
 
     def clear_reply(self, key: str) -> None:
-        self._machine.remove(f"{places.BENCH}/replies/{key}")
+        self._machine.run("rm", "-rf", f"{places.BENCH}/replies/{key}")
 
-    def _install(self, name: str, runs: bool) -> None:
+    def set_channel(self, number: str, reading: str) -> None:
+        self.set_reply(f"KT6120_bb_read.sh {number}", "output", reading + "\n")
+
+    def _install(self, name: str, runs: bool = True) -> None:
         """`runs`: the real program runs behind its stand-in, if there is one."""
-        self._machine.install(self._recorder, place_of(name))
+        self._machine.link(self.recorder, place_of(name))
         folders = [places.TREE + FIXED[name]] if name in FIXED else ["/usr/sbin", "/usr/bin"]
         program = self._machine.which(name, folders) if runs else None
         if program:
@@ -193,107 +210,44 @@ class Recorded:
         at = next((at for at, word in enumerate(words) if at and word in verbs), None)
         if at is None:
             raise Failure(f"call NAME [ARGUMENT...] {', '.join(verbs)}?")
-        name, verb = words[0], words[at]
+        name, verb, place = words[0], words[at], place_of(words[0])
         key, value = " ".join(words[:at]), " ".join(words[at + 1 :])
         if verb == "idle":
-            self._machine.link("/bin/true", place_of(name))
-            return
-        if verb in ("missing", "real"):
-            self._machine.remove(place_of(name))
-        # Programs of the search path are taken up when first asked for.
-        if verb != "missing" and self._machine.read(place_of(name)) is None:
-            self._install(name, True)
-        if verb == "real":
+            self._machine.link("/bin/true", place)
+        elif verb == "missing":
+            self._machine.run("rm", "-f", place)
+        elif verb == "real":
+            self._install(name)
             self.clear_reply(key)
-        if verb in TRAITS:
+        else:
+            # Programs of the search path are taken up when first asked for.
+            if self._machine.read(place) is None:
+                self._install(name)
             text = value if verb == "prints" else f"{number(value or '1'):g}\n"
             self.set_reply(key, TRAITS[verb], text)
 
-
-class Hardware:
-    """What the unit's hardware reads."""
-
-    def __init__(self, machine: Machine, recorded: Recorded) -> None:
-        self._machine, self._recorded = machine, recorded
-
-    def arrange(self) -> None:
-        self.do_adc("healthy")
-        self.set_fault("0")
-        self.set_camera("ok")
-        self._set_part("encoder", "ok")
-
-    def set_channel(self, number: str, reading: str) -> None:
-        self._recorded.set_reply(f"KT6120_bb_read.sh {number}", "output", reading + "\n")
-
-    def set_fault(self, level: str) -> None:
-        self._recorded.set_reply(FAULT_LINE, "output", level + "\n")
-
-    def set_camera(self, state: str) -> None:
-        self._set_part("camera", state)
-
     def do_adc(self, channel: str, *reading: str) -> None:
-        """CHANNEL READING - what the converter reads: adc Inter 0x64
-        healthy - all channels as at the start"""
-        known = False
-        for name, place, healthy in map(str.split, CHANNELS.split(",")):
-            if channel in ("healthy", name):
-                known = True
-                self.set_channel(place, " ".join(reading) if reading else healthy)
-        if not known:
-            raise Failure(f"the converter has no channel {channel}: {CHANNELS}")
-
-    def do_usbfault(self, state: str) -> None:
-        """on|off - the USB fault line"""
-        self.set_fault(choice(state, {"on": "1", "off": "0"}))
+        """CHANNEL READING - what the converter reads: adc Inter 0x64"""
+        if channel not in CHANNELS:
+            raise Failure(f"the converter has no channel {channel}: {' '.join(CHANNELS)}")
+        self.set_channel(CHANNELS[channel][0], " ".join(reading))
 
     def do_camera(self, state: str) -> None:
         """missing|back|lost - the camera"""
-        self.set_camera(choice(state, {"missing": "missing", "back": "ok", "lost": "lost"}))
+        if state not in CAMERA_STATES:
+            raise Failure(" or ".join(CAMERA_STATES) + "?")
+        self.set_camera(state)
 
-    def do_encoder(self, state: str) -> None:
-        """fails|works - the encoder"""
-        self._set_part("encoder", choice(state, {"fails": "fails", "works": "ok"}))
-
-    def _set_part(self, part: str, state: str) -> None:
-        self._machine.write(f"{places.BENCH}/{part}", state.encode() + b"\n")
-
-
-def choice(word: str, choices: dict[str, str]) -> str:
-    if word not in choices:
-        raise Failure(" or ".join(choices) + "?")
-    return choices[word]
-
-
-class Files:
-    """Files of the unit, as other programs on it would leave them."""
-
-    def __init__(self, machine: Machine) -> None:
-        self._machine = machine
+    def set_camera(self, state: str) -> None:
+        self._machine.write(f"{places.BENCH}/camera", state.encode())
 
     def do_web(self, *words: str) -> None:
-        """KEYWORD [ARGUMENT] - the page writes into the commands file
-        replace KEYWORD|delete - it puts another file in its place; takes it away"""
-        how = "replace" if words[:1] == ("replace",) else "overwrite"
-        if words == ("delete",):
-            self._machine.remove(places.COMMANDS)
-        else:
-            line = " ".join(words[how == "replace" :]) + "\n"
-            self._machine.write(places.COMMANDS, to_bytes(line), how)
-
-    def do_store(self, key: str, *words: str) -> None:
-        """KEY VALUE - writes the status store, as another program would"""
-        # The file is replaced as a whole, and of two lines of a key the last one holds.
-        lines = to_bytes("\n[{}]\n{}={}\n".format(*key.split("/", 1), " ".join(words)))
-        content = self._machine.read(places.STORE) or b""
-        self._machine.write(places.STORE, content + lines, "replace")
+        """KEYWORD [ARGUMENT] - the page writes into the commands file"""
+        self._machine.write(places.COMMANDS, to_bytes(" ".join(words) + "\n"), "overwrite")
 
     def do_file(self, path: str, *words: str) -> None:
         """PATH TEXT - makes a file with that content"""
         self._machine.write(path, to_bytes(" ".join(words)))
-
-    def do_remove(self, path: str) -> None:
-        """PATH - removes a file or a folder with all it holds"""
-        self._machine.remove(path)
 
     def do_run(self, *command: str) -> None:
         """COMMAND [ARGUMENT...] - runs a command on the unit: run mount -o bind,ro FOLDER FOLDER"""
@@ -310,7 +264,3 @@ class Files:
             lambda: text in content(),
             lambda: f"{path} holds:\n{to_text(content()[-TEXT_SHOWN:])}",
         )
-
-    def expect_nofile(self, path: str) -> State:
-        """PATH - there is no such file"""
-        return State(lambda: self._machine.read(path) is None, lambda: f"{path} is there")

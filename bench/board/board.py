@@ -3,6 +3,7 @@
 
 import ipaddress
 from collections.abc import Callable
+from functools import partial
 from typing import Any, cast
 
 from bench import Failure, State, number, places
@@ -10,7 +11,7 @@ from bench.desk import Around
 from bench.machine import Machine
 from bench.mcu import to_socket
 from bench.phone import Network
-from bench.unit import FAULT_LINE, Hardware, Recorded, Unit
+from bench.unit import FAULT_LINE, Surroundings, Unit
 from bench.video import PORTS, Tap, Video
 from bench.watch import History
 from bench.world import Clock, Loop, Process
@@ -18,9 +19,6 @@ from bench.world import Clock, Loop, Process
 from .emulator import Emulator
 from .remote import Remote
 
-RECORDER = "/usr/lib/board/bench/recorder"
-# The recorded programs that run for real too; the others would end the board or have no device.
-REAL = ["killall", "logrotate", "gpioset", "gpioget", "gpioinfo", "i2cget"]
 SERVICE = "kt6120.service"
 # All since the boot: the snapshot has an empty journal.
 JOURNAL = ["journalctl", "--follow", "--lines=all", "--output=cat", f"--unit={SERVICE}"]
@@ -90,22 +88,25 @@ class Service(Unit):
             self.has_ended("restarted")
 
 
-class BoardHardware(Hardware):
+class BoardSurroundings(Surroundings):
     """An EEPROM is the converter; fault line and camera are the kernel's."""
+
+    recorder = "/usr/lib/board/bench/recorder"
+    # The others would end the board or have no device.
+    real = ["killall", "logrotate", "gpioset", "gpioget", "gpioinfo", "i2cget"]
+
+    def __init__(self, machine: Machine) -> None:
+        super().__init__(machine)
+        self.clear_reply(FAULT_LINE)  # the line itself reads 0
 
     def set_channel(self, number: str, reading: str) -> None:
         if not reading.startswith("0x"):  # the EEPROM holds bytes only
             return super().set_channel(number, reading)
-        self._recorded.clear_reply(f"KT6120_bb_read.sh {number}")
+        self.clear_reply(f"KT6120_bb_read.sh {number}")
         self._machine.run("i2cset", "-y", "1", "0x48", number, reading, "b")
 
-    def set_fault(self, level: str) -> None:
-        if level == "0":
-            return self._recorded.clear_reply(FAULT_LINE)  # the line itself reads 0
-        super().set_fault(level)
-
     def set_camera(self, state: str) -> None:
-        self._machine.run("modprobe", *([] if state == "ok" else ["--remove"]), "vivid")
+        self._machine.run("modprobe", *([] if state == "back" else ["--remove"]), "vivid")
 
 
 class PalTap(Tap):
@@ -184,11 +185,9 @@ class Board(Around):
         self.network = BoardNetwork(loop, history, board)
         self._switch_on()
         self.unit = Service(self.clock, history, board)
-        self.recorded = Recorded(self.machine, RECORDER)
-        self.hardware = BoardHardware(self.machine, self.recorded)
         self.video = BoardVideo(board, loop, self.clock, history, self.network)
-        self.assemble(REAL, lambda heard: to_socket(loop, f"{folder}/mcu", heard))
-        self.commands.offer(self)
+        line = partial(to_socket, loop, f"{folder}/mcu")
+        self.assemble(line, BoardSurroundings(self.machine), self)
 
     def __exit__(self, *_: object) -> None:
         self._emulator.kill()

@@ -116,7 +116,7 @@ def main() -> None:
             share = 100 * used / seconds
             print(f"{viewers:<28}{share:>8.1f}{gauges()['rss']:>8.1f}{lost:>12}")
 
-        desk.hardware.set_camera("timed")
+        desk.run("file /run/bench/camera timed")
         desk.run("unit start")
         desk.run("page open")
         desk.run(
