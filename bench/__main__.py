@@ -11,7 +11,6 @@ Exit status 0 when every expectation was met.
 import os
 import signal
 import sys
-from getopt import getopt
 
 sys.path[0] = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
@@ -42,15 +41,16 @@ def steer(desk: Around, address: str) -> None:
 
 
 def main() -> int:
-    options, files = getopt(sys.argv[1:], "", ["board=", "build=", "speed=", "address="])
-    given = dict(options)
+    given, words = {}, sys.argv[1:]
+    while words and words[0].startswith("--"):
+        given[words[0]], words = words[1], words[2:]
     signal.signal(signal.SIGINT, signal.SIG_DFL)  # Ctrl-C ends all
     try:
         with around(given) as desk:
             desk.clock.set_pace(int(given.get("--speed", 1)))
-            if files:
+            if words:
                 View(desk.loop, desk.clock, desk.history)
-                desk.commands.play(files[0])
+                desk.commands.play(words[0])
             else:
                 steer(desk, given.get("--address", ""))
     except Failure as failure:

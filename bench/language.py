@@ -132,7 +132,7 @@ class Commands:
             lines = [line.strip() for line in to_text(file.read()).split("\n")]
         for line in itertools.takewhile(lambda line: line.startswith("#"), lines):
             self._history.note("bench", line + "\n")
-        outer, self._folder = self._folder, os.path.dirname(path)
+        self._folder = os.path.dirname(path)
         place, text = len(lines), ""
         try:
             for place, text in [*_repeated(lines), (len(lines), "unit check")]:
@@ -140,8 +140,6 @@ class Commands:
                 self.run(text)
         except Failure as failure:
             raise Failure(f"{path}:{place}: {text}\n{failure}") from None
-        finally:
-            self._folder = outer
 
     def find(self, path: str) -> str:
         """A file that a command names: beside the scenario, or as the caller of the bench sees it."""

@@ -1,12 +1,10 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 """The unit's page behind lighttpd, and a real browser that opens it; both start at their first use."""
 
-import shutil
+import os
 import socket
-from base64 import b64decode
 from collections.abc import Callable
 from functools import cached_property, partial
-from pathlib import Path
 from typing import Any
 
 from bench import Failure, State
@@ -14,18 +12,17 @@ from bench.places import of_caller
 from bench.world import Loop, Process
 
 SHARE = "/run/tree/usr/share/kt6120-web"
-PAGE = "/run/bench/www"
 SAVED = "/run/bench/saved"  # what the browser downloads
 DESK = "/run/desk"  # where bench/run reaches the page
-SOCKET = Path("/run/kt6120-web/socket")
-PICTURE_SOCKET = Path("/run/kt6120-picture.socket")
+SOCKET = "/run/kt6120-web/socket"
+PICTURE_SOCKET = "/run/kt6120-picture.socket"
 SETTINGS = "/run/bench/lighttpd.conf"
 PATIENCE = 60  # s
 FIND_LIMIT = 10  # s, until an element is there
 TEXT_SHOWN = 2000
 
 CONFIGURATION = f"""
-server.document-root = "{PAGE}"
+server.document-root = "{SHARE}/www"
 server.bind = "127.0.0.1"
 server.port = 80
 server.errorlog = "/run/bench/lighttpd.log"
@@ -61,22 +58,23 @@ class Page:
         if self._served:
             return
         self._served = True
-        shutil.copytree(f"{SHARE}/www", PAGE)
-        SOCKET.parent.mkdir()
+        os.mkdir(os.path.dirname(SOCKET))
         self._await_viewer(socket.socket(socket.AF_UNIX))
-        desk = f'$SERVER["socket"] == "{DESK}/page" {{ }}\n' if Path(DESK).exists() else ""
-        Path(SETTINGS).write_text(CONFIGURATION + desk)
-        program = ["/run/tree/usr/sbin/kt6120-web", str(SOCKET)]
+        with open(SETTINGS, "w") as settings:
+            settings.write(CONFIGURATION)
+            if os.path.exists(DESK):
+                settings.write(f'$SERVER["socket"] == "{DESK}/page" {{ }}\n')
+        program = ["/run/tree/usr/sbin/kt6120-web", SOCKET]
         for command in (program, ["/usr/sbin/lighttpd", "-D", "-f", SETTINGS]):
             Process(self._loop, command, stdout=lambda _: None)
         with socket.socket() as port:
             connect = partial(port.connect_ex, ("127.0.0.1", 80))
-            if not self._loop.until(lambda: SOCKET.exists() and connect() == 0, PATIENCE):
+            if not self._loop.until(lambda: os.path.exists(SOCKET) and connect() == 0, PATIENCE):
                 raise Failure("the unit's page is not served (lighttpd and kt6120-web?)")
 
     def _await_viewer(self, listening: socket.socket) -> None:
         """The program of the picture runs from a request to its own end, as systemd has it."""
-        listening.bind(str(PICTURE_SOCKET))
+        listening.bind(PICTURE_SOCKET)
         listening.listen()
 
         def start() -> None:
@@ -94,7 +92,7 @@ class Page:
         click BUTTON|type LABEL TEXT|choose LABEL OPTION - what a user does: page click "Lamp up"
         hold BUTTON|release - presses the mouse's button on it; lets it go
         press KEY - Tab, Enter, Space or a letter, to the element that has the focus
-        script FILE|snapshot FILE.png - runs a script on it; writes a picture of it"""
+        script FILE|snapshot FILE.png - runs a script on it; writes a picture of what is in view"""
         acts: dict[str, Callable[..., object]] = {
             "open": self._open,
             "click": lambda name: self._find(BUTTON, name).click(),
@@ -103,8 +101,8 @@ class Page:
             "hold": lambda name: self._pointer().click_and_hold(self._find(BUTTON, name)).perform(),
             "release": lambda: self._pointer().release().perform(),
             "choose": lambda label, option: self._find(OPTION, label, option).click(),
-            "script": lambda file: self.driver.execute_script(Path(file).read_text()),
-            "snapshot": self._snapshot,
+            "script": self._run_script,
+            "snapshot": lambda file: self.driver.save_screenshot(of_caller(file)),
         }
         self.serve()
         try:
@@ -189,7 +187,6 @@ class Page:
         element.clear()
         element.send_keys(text)
 
-    def _snapshot(self, file: str) -> None:
-        whole = {"captureBeyondViewport": True}  # also what would need scrolling
-        taken = self.driver.execute_cdp_cmd("Page.captureScreenshot", whole)
-        Path(of_caller(file)).write_bytes(b64decode(taken["data"]))
+    def _run_script(self, file: str) -> None:
+        with open(file) as script:
+            self.driver.execute_script(script.read())

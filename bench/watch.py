@@ -47,7 +47,7 @@ class History:
     def __init__(self) -> None:
         self._streams = {kind: Stream() for kind in KINDS}
         self.listeners: list[Callable[[str, bytes], object]] = []
-        self.when_marked: list[Act] = []
+        self.when_marked: Act = lambda: None
 
     def note(self, kind: str, text: bytes | str) -> None:
         """A text of a kind that is made of lines carries its line feed."""
@@ -63,8 +63,7 @@ class History:
         """Later expects look only at what happens from now on."""
         for stream in self._streams.values():
             stream.found = stream.mark = len(stream.content)
-        for act in self.when_marked:
-            act()
+        self.when_marked()
 
 
 def parse(content: bytes) -> dict[str, str]:
@@ -101,7 +100,7 @@ class Store:
 
 
 class Gauges:
-    """What the program takes of the system, as it is shown, sampled and expected."""
+    """What the program takes of the system, as it is shown and expected."""
 
     def __init__(
         self, clock: Clock, history: History, machine: Machine, process: Callable[[], int]
@@ -109,31 +108,27 @@ class Gauges:
         self._clock, self._history, self._machine = clock, history, machine
         self._process = process
         self._marked = dict.fromkeys(GAUGES, 0.0)
-        history.when_marked.append(lambda: self._marked.update(self.values()))
+        history.when_marked = lambda: self._marked.update(self._values())
         self.expects = [
             Row(name, "[growth] below N", what, lambda *words, name=name: self._look(name, *words))
             for name, what in GAUGES.items()
         ]
 
-    def values(self) -> dict[str, float]:
+    def _values(self) -> dict[str, float]:
         process = self._process()
         return self._machine.gauges(process) if process else dict.fromkeys(GAUGES, 0.0)
 
-    def do_show(self) -> None:
-        """what the program takes: memory, descriptors, children, CPU time"""
-        for name, value in self.values().items():
-            self._history.note("bench", f"{name} {value:g}\n")
-
-    def do_sample(self, file: str) -> None:
-        """FILE - adds a row of what the program takes to a table"""
-        columns = {"day": f"{self._clock.seconds() / DAY:.3f}"}
-        columns |= {name: f"{value:g}" for name, value in self.values().items()}
+    def do_show(self, file: str = "") -> None:
+        """[FILE] - what the program takes: memory, descriptors, CPU time; adds it to a table"""
+        values = {"day": self._clock.seconds() / DAY, **self._values()}
         for name, path in (("log", places.LOG), ("csv", places.STATUS_ROWS)):
-            columns[name] = str(len(self._machine.read(path) or b""))
-        row = ",".join(columns.values()) + "\n"
-        with open(places.of_caller(file), "a") as table:
-            table.write((",".join(columns) + "\n" if table.tell() == 0 else "") + row)
-        self._history.note("bench", f"sample {row}")
+            values[name] = len(self._machine.read(path) or b"")
+        self._history.note("bench", ", ".join(f"{name} {values[name]:g}" for name in values) + "\n")
+        if file:
+            with open(places.of_caller(file), "a") as table:
+                if table.tell() == 0:
+                    table.write(",".join(values) + "\n")
+                table.write(",".join(map(str, values.values())) + "\n")
 
     def expect_processes(self, text: str, count: str) -> State:
         """TEXT N - so many have it in their command line"""
@@ -146,8 +141,8 @@ class Gauges:
         limit = number(words[-1])
         base = self._marked[name] if words[0] == "growth" else 0
         return State(
-            lambda: self._process() > 0 and self.values()[name] - base < limit,
-            lambda: f"{name} is {self.values()[name]:g}, at the mark it was {base:g}",
+            lambda: self._process() > 0 and self._values()[name] - base < limit,
+            lambda: f"{name} is {self._values()[name]:g}, at the mark it was {base:g}",
         )
 
 

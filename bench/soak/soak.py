@@ -42,8 +42,8 @@ def play(build: str, days: str) -> bool:
     scenario = Path("/tmp/soak.scenario")
     scenario.write_text(SCENARIO.read_text().replace("\nrepeat 30\n", f"\nrepeat {days}\n"))
 
-    def show_sample(_: str, text: bytes) -> None:
-        if text.startswith(b"sample ") and b"," in text:
+    def show_sample(kind: str, text: bytes) -> None:
+        if kind == "bench" and text.startswith(b"day "):
             print(text.decode(), end="", flush=True)
 
     with open(LOG, "w", buffering=1) as log, Desk(build) as desk:
