@@ -16,7 +16,6 @@
 
 #include <gst/gst.h>
 
-#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <string>
@@ -28,19 +27,14 @@ namespace
 
 constexpr int bitsPerKilobit = 1000;
 constexpr char holderPlace[] = "/run/bench/camera.holder"; // locked by the user of the camera
-constexpr int notHeld = -1;
 
 struct BenchCamera {
     GstBin base;
     const char *device; // interned
-    GstGhostPad *output;
-    int holder; // descriptor
+    int holder;         // descriptor
 };
 
-struct BenchCameraClass {
-    GstBinClass base;
-};
-
+using BenchCameraClass = GstBinClass;
 using BenchEncoder = GstBin;
 using BenchEncoderClass = GstBinClass;
 
@@ -62,24 +56,27 @@ bool controlSays(const char *file, const char *word)
     return said == word;
 }
 
-// Puts the elements of a pipeline description into a stand-in, as one bin.
-GstElement *addElements(gpointer standIn, const char *description)
+// A pad as the stand-in's class describes it, with nothing behind it.
+GstPad *addPad(gpointer standIn, const char *name)
+{
+    GstPadTemplate *pattern = gst_element_get_pad_template(GST_ELEMENT(standIn), name);
+    GstPad *pad = gst_ghost_pad_new_no_target_from_template(name, pattern);
+    gst_element_add_pad(GST_ELEMENT(standIn), pad);
+    return pad;
+}
+
+// Puts the elements of a pipeline description behind the stand-in's pads.
+void addElements(gpointer standIn, const char *description)
 {
     g_autoptr(GError) error = nullptr;
     GstElement *inner = gst_parse_bin_from_description(description, TRUE, &error);
-    if (inner)
-        gst_bin_add(GST_BIN(standIn), inner);
-    else
-        g_critical("the bench lacks an element: %s", error->message);
-    return inner;
-}
-
-void addGhostPad(gpointer standIn, GstElement *inner, GstStaticPadTemplate *pattern)
-{
-    g_autoptr(GstPad) target = gst_element_get_static_pad(inner, pattern->name_template);
-    g_autoptr(GstPadTemplate) made = gst_static_pad_template_get(pattern);
-    gst_element_add_pad(GST_ELEMENT(standIn),
-                        gst_ghost_pad_new_from_template(pattern->name_template, target, made));
+    if (!inner)
+        g_error("the bench lacks an element: %s", error->message);
+    gst_bin_add(GST_BIN(standIn), inner);
+    for (GList *pad = GST_ELEMENT(standIn)->pads; pad; pad = pad->next) {
+        g_autoptr(GstPad) target = gst_element_get_static_pad(inner, GST_PAD_NAME(pad->data));
+        gst_ghost_pad_set_target(GST_GHOST_PAD(pad->data), target);
+    }
 }
 
 // The neighbour sees the flow fail, as with a device.
@@ -98,21 +95,19 @@ void drawTime(GstPadProbeInfo *info)
     constexpr gsize side = 16;
     constexpr gsize width = 720;
     constexpr gsize height = 576;
-    constexpr int white = 235;
-    constexpr int black = 16;
-    constexpr int noColour = 128;
+    constexpr guint8 white = 235;
+    constexpr guint8 black = 16;
+    constexpr guint8 noColour = 128;
     GstBuffer *frame = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
     info->data = frame;
-    GstMapInfo map = {};
-    gst_buffer_map(frame, &map, GST_MAP_WRITE);
     const gint64 now = g_get_real_time() / 1000;
-    for (gsize bit = 0; bit < bits; ++bit) {
-        for (gsize row = 0; row < side; ++row)
-            memset(map.data + row * width + bit * side, now >> bit & 1 ? white : black, side);
+    for (gsize square = 0; square < bits * side; ++square) {
+        const gsize bit = square / side;
+        const gsize row = square % side;
+        gst_buffer_memset(frame, row * width + bit * side, now >> bit & 1 ? white : black, side);
     }
     for (gsize plane = 0; plane < 2; ++plane) // of colours, at half the resolution
-        memset(map.data + width * height * (4 + plane) / 4, noColour, width / 2 * side / 2);
-    gst_buffer_unmap(frame, &map);
+        gst_buffer_memset(frame, width * height * (4 + plane) / 4, noColour, width / 2 * side / 2);
 }
 
 GstPadProbeReturn onCameraFrame(GstPad *, GstPadProbeInfo *info, gpointer camera)
@@ -126,33 +121,6 @@ GstPadProbeReturn onCameraFrame(GstPad *, GstPadProbeInfo *info, gpointer camera
     return failFlow(info);
 }
 
-void letGo(BenchCamera *camera)
-{
-    if (camera->holder >= 0)
-        close(camera->holder);
-    camera->holder = notHeld;
-}
-
-// Outside the sandbox there is nothing to lock, and any number of users.
-bool hold(BenchCamera *camera)
-{
-    camera->holder = open(holderPlace, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-    return camera->holder < 0 || flock(camera->holder, LOCK_EX | LOCK_NB) == 0;
-}
-
-// The elements of the picture use memory: they come with the first opening, which a missing camera
-// lacks.
-void makePicture(BenchCamera *camera)
-{
-    GstElement *picture =
-        addElements(camera, "videotestsrc is-live=true horizontal-speed=2 "
-                            "! timeoverlay font-desc=\"Sans, 24\" "
-                            "! video/x-raw,format=I420,width=720,height=576,framerate=25/1 "
-                            "! capssetter caps=video/x-raw,interlace-mode=interleaved");
-    g_autoptr(GstPad) drawn = picture ? gst_element_get_static_pad(picture, "src") : nullptr;
-    gst_ghost_pad_set_target(camera->output, drawn);
-}
-
 bool openDevice(BenchCamera *camera)
 {
     if (controlSays("camera", "missing") || controlSays("camera", "lost")) {
@@ -161,14 +129,20 @@ bool openDevice(BenchCamera *camera)
                           ("the bench has no camera"));
         return false;
     }
-    if (!hold(camera)) {
-        letGo(camera);
+    // Outside the sandbox there is nothing to lock, and any number of users.
+    camera->holder = open(holderPlace, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (camera->holder >= 0 && flock(camera->holder, LOCK_EX | LOCK_NB) != 0) {
+        close(camera->holder);
         GST_ELEMENT_ERROR(camera, RESOURCE, BUSY, ("Device '%s' is busy", camera->device),
                           ("another process holds the bench's camera"));
         return false;
     }
+    // The elements of the picture use memory: a missing camera lacks them.
     if (camera->base.numchildren == 0)
-        makePicture(camera);
+        addElements(camera, "videotestsrc is-live=true horizontal-speed=2 "
+                            "! timeoverlay font-desc=\"Sans, 24\" "
+                            "! video/x-raw,format=I420,width=720,height=576,framerate=25/1 "
+                            "! capssetter caps=video/x-raw,interlace-mode=interleaved");
     return true;
 }
 
@@ -180,7 +154,7 @@ GstStateChangeReturn changeState(GstElement *element, GstStateChange transition)
     const GstStateChangeReturn result =
         GST_ELEMENT_CLASS(bench_camera_parent_class)->change_state(element, transition);
     if (transition == GST_STATE_CHANGE_READY_TO_NULL)
-        letGo(camera);
+        close(camera->holder);
     return result;
 }
 
@@ -205,12 +179,8 @@ void bench_camera_class_init(BenchCameraClass *type)
 
 void bench_camera_init(BenchCamera *camera)
 {
-    camera->holder = notHeld;
-    g_autoptr(GstPadTemplate) pattern = gst_static_pad_template_get(&cameraTemplate);
-    GstPad *pad = gst_ghost_pad_new_no_target_from_template("src", pattern);
-    camera->output = GST_GHOST_PAD(pad);
-    gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, onCameraFrame, camera, nullptr);
-    gst_element_add_pad(GST_ELEMENT(camera), pad);
+    gst_pad_add_probe(addPad(camera, "src"), GST_PAD_PROBE_TYPE_BUFFER, onCameraFrame, camera,
+                      nullptr);
 }
 
 // The device's default level is too low for a camera's picture.
@@ -265,15 +235,11 @@ void bench_encoder_class_init(BenchEncoderClass *type)
 
 void bench_encoder_init(BenchEncoder *encoder)
 {
-    GstElement *inner =
-        addElements(encoder, "capsfilter caps=video/x-raw,format={I420,NV12} "
-                             "! x264enc name=x264 tune=zerolatency speed-preset=ultrafast "
-                             "! capsfilter caps=video/x-h264,stream-format=byte-stream");
-    if (!inner)
-        return;
-    addGhostPad(encoder, inner, &sinkTemplate);
-    addGhostPad(encoder, inner, &sourceTemplate);
-    g_autoptr(GstPad) frames = gst_element_get_static_pad(GST_ELEMENT(encoder), "sink");
+    GstPad *frames = addPad(encoder, "sink");
+    addPad(encoder, "src");
+    addElements(encoder, "capsfilter caps=video/x-raw,format={I420,NV12} "
+                         "! x264enc name=x264 tune=zerolatency speed-preset=ultrafast "
+                         "! capsfilter caps=video/x-h264,stream-format=byte-stream");
     gst_pad_add_probe(frames, GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, onCaps, encoder, nullptr);
     gst_pad_add_probe(frames, GST_PAD_PROBE_TYPE_BUFFER, onEncoderFrame, encoder, nullptr);
 }
