@@ -9,10 +9,12 @@
 // do not change.
 
 #define _GNU_SOURCE
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
 #include <poll.h>
 #include <signal.h>
+#include <stdatomic.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -24,70 +26,34 @@
 
 static const int64_t second = 1000000000;
 static const int64_t millisecond = 1000000;
+static const char qt[] = "/libQt5Core.so";
+static const char glib[] = "/libglib-2.0.so";
 
-// A page shared with the bench, which sets it (world.py). Read and written as atomic words.
+// A page shared with the bench, which sets it (world.py).
 struct Pace {
-    int64_t speed;   // seconds of the unit's time for each that the program rests; at least 1
-    int64_t stride;  // ns of the unit's time that a rest lasts at least, unless something happens
-    int64_t skipped; // ns by which the unit's clocks are ahead of the wall clock's
+    _Atomic int64_t speed; // seconds of the unit's time for each that the program rests; at least 1
+    _Atomic int64_t
+        stride; // ns of the unit's time that a rest lasts at least, unless something happens
+    _Atomic int64_t skipped; // ns by which the unit's clocks are ahead of the wall clock's
 };
 static struct Pace ordinary = {.speed = 1};
 static struct Pace *pace = &ordinary;
 
-// The code of a library, to tell who calls.
-struct Range {
-    const char *library;
-    uintptr_t begin;
-    uintptr_t end;
-};
-static struct Range qt = {.library = "/libQt5Core.so"};
-static struct Range glib = {.library = "/libglib-2.0.so"};
-
-static int find(struct dl_phdr_info *info, size_t size, void *data)
+__attribute__((constructor)) static void prepare(void)
 {
-    (void)size;
-    struct Range *range = data;
-    if (!strstr(info->dlpi_name, range->library))
-        return 0;
-    for (int i = 0; i < info->dlpi_phnum; ++i) {
-        const ElfW(Phdr) *segment = &info->dlpi_phdr[i];
-        if (segment->p_type == PT_LOAD && (segment->p_flags & PF_X)) {
-            range->begin = info->dlpi_addr + segment->p_vaddr;
-            range->end = range->begin + segment->p_memsz;
-        }
-    }
-    return 1;
-}
-
-// At the first call, which may come from another library's constructor.
-static void prepare(void)
-{
-    static int prepared;
-    if (prepared)
-        return;
-    prepared = 1;
-    dl_iterate_phdr(find, &qt);
-    dl_iterate_phdr(find, &glib);
     const char *given = getenv("BENCH_PACE");
     const int file = given ? open(given, O_RDWR | O_CLOEXEC) : -1;
-    if (file >= 0) {
-        void *page = mmap(NULL, sizeof *pace, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-        if (page != MAP_FAILED)
-            pace = page;
-        close(file);
-    }
+    void *page = mmap(NULL, sizeof *pace, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    if (page != MAP_FAILED)
+        pace = page;
+    close(file);
     unsetenv("LD_PRELOAD"); // the program's children have ordinary time
 }
 
-static int isFrom(const struct Range *range, const void *caller)
+static int isFrom(const char *library, void *caller)
 {
-    prepare();
-    return (uintptr_t)caller >= range->begin && (uintptr_t)caller < range->end;
-}
-
-static int64_t load(const int64_t *word)
-{
-    return __atomic_load_n(word, __ATOMIC_RELAXED);
+    struct dl_find_object found;
+    return _dl_find_object(caller, &found) == 0 && strstr(found.dlfo_link_map->l_name, library);
 }
 
 static int64_t nanoseconds(const struct timespec *time)
@@ -101,11 +67,11 @@ static struct timespec timespec(int64_t time)
 }
 
 // A clock as the caller sees it.
-static int64_t read_clock(clockid_t clock, const void *caller)
+static int64_t read_clock(clockid_t clock, void *caller)
 {
     struct timespec now;
     syscall(SYS_clock_gettime, clock, &now);
-    return nanoseconds(&now) + (isFrom(&qt, caller) ? load(&pace->skipped) : 0);
+    return nanoseconds(&now) + (isFrom(qt, caller) ? pace->skipped : 0);
 }
 
 int clock_gettime(clockid_t clock, struct timespec *now)
@@ -124,29 +90,20 @@ int gettimeofday(struct timeval *restrict now, void *restrict zone)
     return 0;
 }
 
-time_t time(time_t *now)
-{
-    const time_t moved = read_clock(CLOCK_REALTIME, __builtin_return_address(0)) / second;
-    if (now)
-        *now = moved;
-    return moved;
-}
-
 // How fast a wait of that caller passes: only the main thread's are shortened.
-static int64_t speed_of(const struct Range *range, const void *caller)
+static int64_t speed_of(const char *library, void *caller)
 {
-    return isFrom(range, caller) && syscall(SYS_gettid) == getpid() ? load(&pace->speed) : 1;
+    return isFrom(library, caller) && syscall(SYS_gettid) == getpid() ? pace->speed : 1;
 }
 
 static void skip(int64_t begin, int64_t speed)
 {
-    const int64_t passed = read_clock(CLOCK_MONOTONIC, NULL) - begin;
-    __atomic_fetch_add(&pace->skipped, passed * (speed - 1), __ATOMIC_RELAXED);
+    pace->skipped += (read_clock(CLOCK_MONOTONIC, NULL) - begin) * (speed - 1);
 }
 
 int nanosleep(const struct timespec *asked, struct timespec *left)
 {
-    const int64_t speed = speed_of(&qt, __builtin_return_address(0));
+    const int64_t speed = speed_of(qt, __builtin_return_address(0));
     const struct timespec limit = timespec(nanoseconds(asked) / speed);
     const int64_t begin = read_clock(CLOCK_MONOTONIC, NULL);
     const int result = (int)syscall(SYS_nanosleep, &limit, left);
@@ -156,10 +113,10 @@ int nanosleep(const struct timespec *asked, struct timespec *left)
 
 // A wait of so many ns, without end if negative.
 static int wait_for(struct pollfd *descriptors, nfds_t count, int64_t asked, const sigset_t *mask,
-                    const void *caller)
+                    void *caller)
 {
-    const int64_t speed = asked == 0 ? 1 : speed_of(&glib, caller);
-    const int64_t stride = speed > 1 ? load(&pace->stride) : 0;
+    const int64_t speed = asked == 0 ? 1 : speed_of(glib, caller);
+    const int64_t stride = speed > 1 ? pace->stride : 0;
     const struct timespec limit = timespec((asked > stride ? asked : stride) / speed);
     const int64_t begin = read_clock(CLOCK_MONOTONIC, NULL);
     const int result =
