@@ -9,7 +9,7 @@ from typing import Self
 from bench import places
 from bench.language import Commands
 from bench.machine import Machine
-from bench.mcu import Line, Mcu, Recorder, pseudo_terminal
+from bench.mcu import Line, Mcu, pseudo_terminal
 from bench.page import Page
 from bench.phone import App, Network
 from bench.unit import Program, Surroundings, Unit
@@ -44,11 +44,10 @@ class Around:
         machine.watch(places.STORE, store.hear)
         machine.follow(places.LOG, lambda lines: history.note("log", lines))
         machine.follow(places.CALLS, lambda lines: history.note("calls", call(lines)))
-        self.mcu = Mcu(self.loop, lambda: clock.speed, history, plug_in, self.commands.find)
+        self.mcu = Mcu(self.loop, clock, history, plug_in, self.commands.find)
         app = App(self.loop, clock, history, self.network, self.commands.do_expect)
         gauges = Gauges(clock, history, machine, self.unit.id)
-        recorder = Recorder(clock, history)
-        parts = self.unit, self.mcu, self.network, app, self.video, store, clock, gauges, recorder
+        parts = self.unit, self.mcu, self.network, app, self.video, store, clock, gauges
         self.commands.offer(*parts, *others)
 
     def __enter__(self) -> Self:

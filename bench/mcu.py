@@ -43,8 +43,15 @@ EFFECTS = {
     "COILER:ZERO": ("COILER:VALUE", "0"),
     "LOGS:RESET": ("LOGS", "LOGS_EMPTY"),
 }
-MOODS = ("talk", "silent", "garbage", "half", "split", "deaf", "gone")
-GARBAGE = b"\x00\xff\xfe\x1b\x80 \xc3\x28\n"
+# How it answers: what comes of a line, and what comes a little later.
+MOODS: dict[str, Callable[[bytes], list[bytes]]] = {
+    "talk": lambda line: [line],
+    "silent": lambda line: [],
+    "garbage": lambda line: [b"\x00\xff\xfe\x1b\x80 \xc3\x28\n"],
+    "half": lambda line: [line[: len(line) // 2]],
+    "split": lambda line: [line[: len(line) // 2], line[len(line) // 2 :]],
+    "gone": lambda line: [],
+}
 SPLIT_GAP = 0.05  # s
 DIRECTIONS = {"serial": ">", "mcu": "<"}
 
@@ -53,8 +60,8 @@ class Line:
     """The bench's end of a serial line, whatever carries it. `others` are closed with it."""
 
     def __init__(self, loop: Loop, heard: Heard, file: int, *others: int, link: str = "") -> None:
-        self._loop, self._heard, self._link, self._files = loop, heard, link, [file, *others]
-        self.set_deaf(False)
+        self._loop, self._link, self._files = loop, link, [file, *others]
+        loop.hears(file, heard, self.close)
 
     def send(self, content: bytes) -> None:
         """All of it, as one arrival at the unit."""
@@ -66,18 +73,12 @@ class Line:
             except OSError:
                 return
 
-    def set_deaf(self, deaf: bool) -> None:
-        """While deaf, nothing is read: the line's buffer fills up."""
-        if self._files:
-            self._loop.forget(self._files[0])
-            if not deaf:
-                self._loop.hears(self._files[0], self._heard, self.close)
-
     def close(self) -> None:
         """Every read and write at the other end fails from now on."""
         if self._link and os.path.islink(self._link):
             os.remove(self._link)
-        self.set_deaf(True)
+        if self._files:
+            self._loop.forget(self._files[0])
         while self._files:
             os.close(self._files.pop())
 
@@ -101,45 +102,27 @@ def to_socket(loop: Loop, path: str, heard: Heard) -> Line:
     return Line(loop, heard, end.detach())
 
 
-class Recorder:
-    """Writes a capture of what passes from now on."""
-
-    def __init__(self, clock: Clock, history: History) -> None:
-        self._clock = clock
-        self._file: IO[bytes] | None = None
-        history.listeners.append(self._write)
-
-    def do_record(self, file: str) -> None:
-        """FILE|off - writes what passes on the serial line, with times and directions; no more of it"""
-        if self._file:
-            self._file.close()
-        self._file = open(places.of_caller(file), "wb", buffering=0) if file != "off" else None
-
-    def _write(self, kind: str, content: bytes) -> None:
-        if self._file and kind in DIRECTIONS:
-            entry = f"{self._clock.seconds():.3f} {DIRECTIONS[kind]} {quoted(content)}\n"
-            self._file.write(entry.encode())
-
-
 class Mcu:
     """Answers from a model of the unit's hardware, follows set commands, misbehaves on request."""
 
     def __init__(
         self,
         loop: Loop,
-        speed: Callable[[], int],
+        clock: Clock,
         history: History,
         plug_in: Callable[[Heard], Line],
         find: Callable[[str], str],
     ) -> None:
-        """Its pauses are `speed` times as short. `find` returns the path of a scenario's file."""
-        self._speed, self._history, self._find = speed, history, find
+        """`find` returns the path of a scenario's file."""
+        self._clock, self._history, self._find = clock, history, find
         self._plug_in: Callable[[], Line] = lambda: plug_in(self._hear)
         self._line = self._plug_in()
         self._model = dict(HEALTHY)
         self._gathered = b""  # the unit's bytes since the last line end
         self._mood, self._turning = "talk", False  # the reel
-        self._rest, self._gap = b"", loop.timer(self._send_rest)  # of a split answer
+        self._answer: list[bytes] = []  # what is still to be sent of it
+        self._gap = loop.timer(self._send_part)
+        self._capture: IO[bytes] | None = None
         self._replay: Iterator[bytes | float] = iter(())
         self._awaited: bytes | float | None = None  # by the replay
         self._pause = loop.timer(self._replay_on)
@@ -153,28 +136,41 @@ class Mcu:
 
     def send(self, content: bytes) -> None:
         if self._mood != "gone":
-            self._history.note("mcu", content)
+            self._note("mcu", content)
             self._line.send(content)
+
+    def do_record(self, file: str) -> None:
+        """FILE|off - writes what passes on the serial line, with times and directions; no more of it"""
+        if self._capture:
+            self._capture.close()
+        self._capture = open(places.of_caller(file), "wb", buffering=0) if file != "off" else None
+
+    def _note(self, kind: str, content: bytes) -> None:
+        self._history.note(kind, content)
+        if self._capture:
+            entry = f"{self._clock.seconds():.3f} {DIRECTIONS[kind]} {quoted(content)}\n"
+            self._capture.write(entry.encode())
 
     def do_mcu(self, verb: str, *words: str) -> None:
         """WORD VALUE - what the MCU reports from now on: mcu BAT:V 1500
         send "LINE\\r\\n" - an unasked line, any bytes
         silent|garbage|half|split|turn|talk - how it answers; turn counts the reel on; talk is well again
-        deaf|gone|endless [BYTES] - reads nothing; hangs up; sends bytes without line end
+        gone|endless BYTES - hangs up; sends so many bytes without line end
         replay FILE - its lines of a capture, each behind the query that it answered"""
         value = " ".join(words)
-        acts: dict[str, Callable[[], object]] = {
-            "turn": lambda: setattr(self, "_turning", True),
-            "endless": lambda: self._pour(int(number(value or "1000000"))),
-            "send": lambda: self.send(to_bytes(value)),
-            "replay": lambda: self._start_replay(value),
-        }
         if verb in self._model and value:
             self._model[verb] = value
         elif verb in MOODS:
             self._change_mood(verb)
-        elif verb in acts:
-            acts[verb]()
+        elif verb == "turn":
+            self._turning = True
+        elif verb == "endless":
+            self._line.send(b"x" * int(number(value)))
+            self._history.note("bench", "endless line sent\n")
+        elif verb == "send":
+            self.send(to_bytes(value))
+        elif verb == "replay":
+            self._start_replay(value)
         else:
             raise Failure(f'the MCU knows no "{verb} {value}"')
 
@@ -184,7 +180,6 @@ class Mcu:
         self._mood, self._awaited = mood, None
         self._pause.stop()
         self._turning = self._turning and mood != "talk"
-        self._line.set_deaf(mood == "deaf")
         if mood == "gone":
             self._line.close()
 
@@ -193,7 +188,7 @@ class Mcu:
         lines = re.findall(rb"[^\r\n]*[\r\n]+", self._gathered)
         self._gathered = self._gathered[sum(map(len, lines)) :]
         for line in lines:
-            self._history.note("serial", line)
+            self._note("serial", line)
             query = line.strip(b"\r\n")
             self._handle(to_text(query))
             if query == self._awaited:
@@ -205,35 +200,20 @@ class Mcu:
             if self._turning and word == "COILER:VALUE":
                 self._model[word] = str(int(self._model[word]) + 1)
             if word in self._model:
-                self._answer(to_bytes(f"{word} {self._model[word]}\r\n"))
+                self._send_part()  # of the answer before, if the unit asks so soon
+                self._answer = MOODS[self._mood](to_bytes(f"{word} {self._model[word]}\r\n"))
+                self._send_part()
         elif text.startswith("LAMP:SET "):
             self._model["LAMP:VALUE"] = text[9:]
         elif text in EFFECTS:
             word, value = EFFECTS[text]
             self._model[word] = value
 
-    def _answer(self, text: bytes) -> None:
+    def _send_part(self) -> None:
         # One line a write: of two the unit would take one, and leave every later answer one behind.
-        self._send_rest()  # of the answer before, if the unit asks so soon
-        half = len(text) // 2
-        now, self._rest = {
-            "talk": (text, b""),
-            "garbage": (GARBAGE, b""),
-            "half": (text[:half], b""),
-            "split": (text[:half], text[half:]),
-        }.get(self._mood, (b"", b""))
-        if now:
-            self.send(now)
-        self._gap.start(SPLIT_GAP / self._speed())
-
-    def _send_rest(self) -> None:
-        rest, self._rest = self._rest, b""
-        if rest:
-            self.send(rest)
-
-    def _pour(self, size: int) -> None:
-        self._line.send(b"x" * size)
-        self._history.note("bench", "endless line sent\n")
+        if self._answer:
+            self.send(self._answer.pop(0))
+            self._gap.start(SPLIT_GAP / self._clock.speed)
 
     def _start_replay(self, path: str) -> None:
         with open(self._find(path), "rb") as file:
@@ -249,7 +229,7 @@ class Mcu:
     def _replay_on(self) -> None:
         self._awaited = next(self._replay, None)
         if isinstance(self._awaited, float):
-            self._pause.start(self._awaited / self._speed())
+            self._pause.start(self._awaited / self._clock.speed)
 
     def _replayed(self, entries: list[list[str]]) -> Iterator[bytes | float]:
         """Sends the MCU's lines. Yields the query, or the seconds, to wait for before it goes on.
@@ -273,7 +253,7 @@ class Mcu:
 def alone(link: str) -> None:
     loop, history = Loop(), History()
     history.listeners.append(lambda kind, text: kind == "serial" and os.write(1, text))
-    Mcu(loop, lambda: 1, history, partial(pseudo_terminal, loop, link), str)
+    Mcu(loop, Clock(loop), history, partial(pseudo_terminal, loop, link), str)
     print("ready", flush=True)
     loop.until(lambda: False)
 

@@ -29,7 +29,7 @@ from bench.mcu import Line, Mcu, pseudo_terminal
 from bench.phone import PLUG
 from bench.video import PORTS, Tap, listen
 from bench.watch import History
-from bench.world import Loop, run
+from bench.world import Clock, Loop, run
 
 BUILD, ROUNDS = sys.argv[1], int(sys.argv[2])
 FLOOR_STORE, FLOOR_LINE = f"{places.INSTALL}/floor.ini", f"{places.BENCH}/serial"
@@ -84,7 +84,7 @@ def set_camera(state: str) -> None:
 def microcontroller() -> Iterator[Any]:
     """It answers at the serial line; what it has heard."""
     history = History()
-    mcu = Mcu(loop, lambda: 1, history, partial(pseudo_terminal, loop, places.SERIAL), str)
+    mcu = Mcu(loop, Clock(loop), history, partial(pseudo_terminal, loop, places.SERIAL), str)
     yield history.of("serial")
     mcu.do_mcu("gone")
 
