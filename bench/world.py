@@ -8,11 +8,10 @@ import selectors
 import subprocess
 from collections.abc import Callable, Sequence
 from time import monotonic
-from typing import TypeVar
+from typing import Any
 
 from bench import Failure, number, to_text
 
-T = TypeVar("T")
 Act = Callable[[], object]
 Heard = Callable[[bytes], object]
 
@@ -58,14 +57,14 @@ class Loop:
         """Calls `act` whenever the file has something to read, until forget()."""
         self._selector.register(file, selectors.EVENT_READ, act)
 
-    def hears(self, file: int, heard: Heard, closed: Act = lambda: None) -> Callable[[], bool]:
-        """Calls `heard` with what arrives, `closed` at the end. Returns the reading function."""
+    def hears(self, file: int, heard: Heard, closed: Act = lambda: None) -> None:
+        """Calls `heard` with what arrives, `closed` at the end."""
 
-        def read() -> bool:
+        def read() -> None:
             try:
                 content = os.read(file, 65536)
             except BlockingIOError:
-                return False
+                return
             except OSError:
                 content = b""
             if content:
@@ -73,11 +72,9 @@ class Loop:
             else:
                 self.forget(file)
                 closed()
-            return bool(content)
 
         os.set_blocking(file, False)
         self.reads(file, read)
-        return read
 
     def forget(self, file: int) -> None:
         if file in self._selector.get_map():
@@ -93,7 +90,7 @@ class Loop:
             self._turn(min(left, CHECK_INTERVAL))
         return True
 
-    def apart(self, work: Callable[[], T]) -> T:
+    def apart(self, work: Callable[[], Any]) -> Any:
         """The result of blocking work, which a thread does while the loop runs."""
         from concurrent.futures import ThreadPoolExecutor  # takes its time to load
 
@@ -170,11 +167,12 @@ class Process:
     ) -> None:
         heard = {name: act for name, act in (("stdout", stdout), ("stderr", stderr)) if act}
         options = {"stdin": subprocess.DEVNULL, **options, **dict.fromkeys(heard, subprocess.PIPE)}
-        self.child = subprocess.Popen(command, **options)  # type: ignore[call-overload]
+        self.child: Any = subprocess.Popen(command, bufsize=0, **options)  # type: ignore[call-overload]
         self.id: int = self.child.pid
         self._loop, self._ended = loop, ended
-        files = {getattr(self.child, name).fileno(): act for name, act in heard.items()}
-        self._reads = {file: loop.hears(file, act) for file, act in files.items()}
+        self._pipes = [(getattr(self.child, name), act) for name, act in heard.items()]
+        for pipe, act in self._pipes:
+            loop.hears(pipe.fileno(), act)
         self._end = os.pidfd_open(self.id)
         loop.reads(self._end, self._finish)
 
@@ -192,8 +190,8 @@ class Process:
         status, self.id = self.child.wait(), 0
         self._loop.forget(self._end)
         os.close(self._end)
-        for file, read in self._reads.items():
-            while read():
-                pass
-            self._loop.forget(file)
+        for pipe, heard in self._pipes:
+            self._loop.forget(pipe.fileno())
+            if rest := pipe.read():
+                heard(rest)
         self._ended(status)
