@@ -160,22 +160,13 @@ class Commands:
             met, seen = self._act("expect ", self.expects, words)
 
         # Seconds are the unit's; a bound is not cut below what a busy desk needs.
-        speed = self._clock.speed
+        what, speed = printable(to_bytes(" ".join(given))), self._clock.speed
         if none:
             if self._clock.until(met, quiet / speed):
-                raise Failure(f"did happen: {' '.join(given)}")
+                raise Failure(f"did happen: {what}")
             return
         limit = max(USUAL_BOUND, bound / speed) if speed > 1 else bound
-        done = False
-
-        def over() -> bool:
-            nonlocal done
-            done = met()
-            return done or self._lost()
-
-        self._clock.until(over, limit)
-        if not done:
-            what = printable(to_bytes(" ".join(given)))
+        if not self._clock.until(met, limit, self._lost):
             raise Failure(f"not met within {bound:g} s: {what}\n{seen()}")
 
     def do_play(self, file: str) -> None:

@@ -88,7 +88,7 @@ class Unit:
         seconds = uniform(*span(time))
         end = self._clock.seconds() + seconds
         bound = seconds if self.id() else seconds / self._clock.speed  # none that rests skips time
-        self._clock.until(lambda: self._clock.seconds() >= end or self.lost(), bound)
+        self._clock.until(lambda: self._clock.seconds() >= end, bound, self.lost)
 
     def expect_exit(self, *status: str) -> State:
         """STATUS - the program has ended: 3, or "signal 9\" """

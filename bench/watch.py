@@ -110,7 +110,7 @@ class Gauges:
         self._marked = dict.fromkeys(GAUGES, 0.0)
         history.when_marked = lambda: self._marked.update(self._values())
         self.expects = [
-            Row(name, "[growth] below N", what, lambda *words, name=name: self._look(name, *words))
+            Row(name, "[growth] below N", what, partial(self._look, name))
             for name, what in GAUGES.items()
         ]
 

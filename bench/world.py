@@ -14,6 +14,7 @@ from bench import Failure, number, to_text
 
 Act = Callable[[], object]
 Heard = Callable[[bytes], object]
+Condition = Callable[[], bool]
 
 CHECK_INTERVAL = 0.02  # s, for conditions that nothing announces
 PATIENCE = 120  # s, for a slow machine
@@ -80,12 +81,14 @@ class Loop:
         if file in self._selector.get_map():
             self._selector.unregister(file)
 
-    def until(self, condition: Callable[[], bool], seconds: float = math.inf) -> bool:
-        """Runs the loop until the condition holds; False when the time was over first."""
+    def until(
+        self, condition: Condition, seconds: float = math.inf, lost: Condition = lambda: False
+    ) -> bool:
+        """Runs the loop until the condition holds; False when the time was over or all lost first."""
         end = monotonic() + seconds
         while not condition():
             left = end - monotonic()
-            if left <= 0:
+            if left <= 0 or lost():
                 return False
             self._turn(min(left, CHECK_INTERVAL))
         return True
@@ -137,9 +140,9 @@ class Clock:
     def seconds(self) -> float:
         return monotonic() - self._start + self._pace[SKIPPED] / SECOND
 
-    def until(self, condition: Callable[[], bool], seconds: float) -> bool:
+    def until(self, condition: Condition, seconds: float, lost: Condition = lambda: False) -> bool:
         """As Loop.until. On a desk in wall seconds, on a board in its own."""
-        return self._loop.until(condition, seconds)
+        return self._loop.until(condition, seconds, lost)
 
 
 def run(*command: str) -> str:

@@ -2,7 +2,6 @@
 """The virtual unit on an emulated board: program, hardware, picture, networks and power."""
 
 import ipaddress
-from collections.abc import Callable
 from functools import partial
 from typing import Any, cast
 
@@ -14,7 +13,7 @@ from bench.phone import Network
 from bench.unit import FAULT_LINE, Surroundings, Unit
 from bench.video import PORTS, Tap, Video
 from bench.watch import History
-from bench.world import Clock, Loop, Process
+from bench.world import Clock, Condition, Loop, Process
 
 from .emulator import Emulator
 from .remote import Remote
@@ -45,16 +44,13 @@ class BoardClock(Clock):
     def seconds(self) -> float:
         return self._emulator.seconds
 
-    def until(self, condition: Callable[[], bool], seconds: float) -> bool:
-        end, met = self.seconds() + seconds, False
+    def until(self, condition: Condition, seconds: float, lost: Condition = lambda: False) -> bool:
+        end = self.seconds() + seconds
 
-        def is_over() -> bool:
-            nonlocal met
-            met = condition()
-            return met or not self._emulator.running or self.seconds() >= end
+        def over() -> bool:
+            return lost() or not self._emulator.running or self.seconds() >= end
 
-        self._loop.until(is_over)
-        return met
+        return self._loop.until(condition, lost=over)
 
 
 class Service(Unit):
