@@ -27,10 +27,10 @@ class Failure(Exception):
 
 
 class State(NamedTuple):
-    """What is waited for: `met` is polled, `seen` says what was there instead."""
+    """What is waited for: `look` returns what is there now, which is as it should be if it `fits`."""
 
-    met: Callable[[], bool]
-    seen: Callable[[], str]
+    look: Callable[[], Any]
+    fits: Callable[[Any], object]
 
 
 class Row(NamedTuple):

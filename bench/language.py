@@ -13,10 +13,10 @@ import re
 from collections.abc import Callable, Iterable, Sequence
 from typing import Any
 
-from bench import Failure, Row, State, number, rows, to_bytes, to_text
+from bench import Failure, Row, number, rows, to_bytes, to_text
 from bench.places import of_caller
 from bench.watch import KINDS, History, printable
-from bench.world import Clock
+from bench.world import Clock, Condition
 
 QUOTED = re.compile(r'"((?:[^"\\]|\\.)*)"', re.DOTALL)
 WORD = re.compile(rf'(?:[^ \t\r\n"]|{QUOTED.pattern})+|"', re.DOTALL)
@@ -96,6 +96,10 @@ def _take(words: list[str], name: str, otherwise: float) -> float:
     return seconds
 
 
+def _text_of(seen: object) -> str:
+    return to_text(seen[-TEXT_SHOWN:]) if isinstance(seen, bytes) else str(seen)
+
+
 def _shown(table: Iterable[Sequence[Any]], width: int) -> str:
     forms = ((f"{name:<9} {arguments}", what) for name, arguments, what, *_ in table)
     return "\n".join(f"  {form:<{width}} {what}" for form, what in forms)
@@ -157,7 +161,8 @@ class Commands:
         if words and words[0] in (*KINDS, "call"):
             met, seen = self._happened(words[0], to_bytes(" ".join(words[1:])), none, count)
         else:
-            met, seen = self._act("expect ", self.expects, words)
+            look, fits = self._act("expect ", self.expects, words)
+            met, seen = lambda: bool(fits(look())), lambda: f"seen instead: {_text_of(look())}"
 
         # Seconds are the unit's; a bound is not cut below what a busy desk needs.
         what, speed = printable(to_bytes(" ".join(given))), self._clock.speed
@@ -202,8 +207,10 @@ class Commands:
             usage = "\n".join(f"{what}{name} {row.arguments}" for row in forms)
             raise Failure(usage) from None
 
-    def _happened(self, kind: str, text: bytes, none: bool, count: int | None) -> State:
-        """Texts of a kind are met in order. A call, a line with its first arguments, is met once."""
+    def _happened(
+        self, kind: str, text: bytes, none: bool, count: int | None
+    ) -> tuple[Condition, Callable[[], str]]:
+        """Whether it has, and what did instead. Texts of a kind are met in order. A call, a line with its first arguments, is met once."""
         call, pattern = kind == "call", re.escape(text)
         stream = self._history.of("calls" if call else kind)
         wanted = re.compile(rb"(?m)^" + pattern + rb"(?=[ \n])" if call else pattern)
@@ -226,4 +233,4 @@ class Commands:
             head = "seen instead:" if since else "nothing since the last one found; before it:"
             return "\n".join([head] + [f"    {printable(line)}" for line in lines])
 
-        return State(met, seen)
+        return met, seen

@@ -19,7 +19,6 @@ PICTURE_SOCKET = "/run/kt6120-picture.socket"
 SETTINGS = "/run/bench/lighttpd.conf"
 PATIENCE = 60  # s
 FIND_LIMIT = 10  # s, until an element is there
-TEXT_SHOWN = 2000
 
 CONFIGURATION = f"""
 server.document-root = "{SHARE}/www"
@@ -113,15 +112,12 @@ class Page:
     def expect_page(self, *words: str) -> State:
         """TEXT - what the unit's page shows, any white space as one blank"""
         shown = partial(self._value, "execute_script", TEXT)
-        return State(
-            lambda: " ".join(words) in str(shown()),
-            lambda: f"the page shows: {str(shown())[:TEXT_SHOWN]}",
-        )
+        return State(shown, lambda text: " ".join(words) in str(text))
 
     def expect_script(self, *words: str) -> State:
         """EXPRESSION - the JavaScript expression, or what it promises, is true on the page"""
         value = partial(self._value, "execute_async_script", VALUE.format(" ".join(words)))
-        return State(lambda: value() is True, lambda: f"it is {value()}")
+        return State(value, lambda result: result is True)
 
     def expect_console(self, _: str) -> State:
         """clean - the page has logged nothing so far"""
@@ -132,7 +128,7 @@ class Page:
                     self._complaints += entry["message"] + "\n"
             return self._complaints
 
-        return State(lambda: complaints() == "", complaints)
+        return State(complaints, lambda text: text == "")
 
     @cached_property
     def driver(self) -> Any:

@@ -5,14 +5,13 @@ import os
 from collections.abc import Callable
 from time import monotonic
 
-from bench import Failure, State, number, places, span, to_bytes, to_text
+from bench import Failure, State, number, places, span, to_bytes
 from bench.machine import Machine
 from bench.watch import History
 from bench.world import Act, Clock, Loop, Process
 
 LAST_WORDS = 0.5  # s, in which all output of an ended program arrives
 MARK = "BENCH_UNIT"  # in the environment of the program and of all that it starts
-TEXT_SHOWN = 2000  # bytes
 # Its components live until the process ends, which is no leak; and the address sanitizer otherwise
 # insists on being preloaded first.
 SANITIZER = ":detect_leaks=0:fast_unwind_on_malloc=1:verify_asan_link_order=0"
@@ -93,12 +92,12 @@ class Unit:
     def expect_exit(self, *status: str) -> State:
         """STATUS - the program has ended: 3, or "signal 9\" """
 
-        def met() -> bool:
-            is_so = self.ending == " ".join(status)
+        def fits(ending: str) -> bool:
+            is_so = ending == " ".join(status)
             self.unasked = self.unasked and not is_so
             return is_so
 
-        return State(met, lambda: f"it was {self.ending}" if self.ending else "the unit runs")
+        return State(lambda: self.ending or "none: it runs", fits)
 
 
 class Program(Unit):
@@ -256,11 +255,4 @@ class Surroundings:
     def expect_file(self, path: str, *words: str) -> State:
         """PATH TEXT - the file holds the text"""
         text = to_bytes(" ".join(words))
-
-        def content() -> bytes:
-            return self._machine.read(path) or b""
-
-        return State(
-            lambda: text in content(),
-            lambda: f"{path} holds:\n{to_text(content()[-TEXT_SHOWN:])}",
-        )
+        return State(lambda: self._machine.read(path) or b"", lambda content: text in content)

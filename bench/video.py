@@ -101,7 +101,7 @@ class Video:
         """PORT rate A..B - frames a second: 8083, 49152, 8001"""
         tap = self.tap(int(number(port)))
         least, most = span(rates)
-        return State(lambda: least <= tap.rate() <= most, lambda: f"{tap.rate()} frames a second")
+        return State(tap.rate, lambda rate: least <= rate <= most)
 
     def do_snapshot(self, name: str, file: str) -> None:
         """pal|phone|ethernet FILE.png - a picture of it"""

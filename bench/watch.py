@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 """What happened on the bench, what the unit's store holds and what its program takes, and the view of it."""
 
+import math
 import re
 import sys
 from collections import Counter
@@ -93,10 +94,7 @@ class Store:
 
     def expect_store(self, key: str, *value: str) -> State:
         """KEY VALUE - the status store on disk"""
-        return State(
-            lambda: self.values.get(key, "") == " ".join(value),
-            lambda: f"{key} is {self.values.get(key, 'missing')}",
-        )
+        return State(lambda: self.values.get(key, ""), lambda now: now == " ".join(value))
 
 
 class Gauges:
@@ -133,7 +131,7 @@ class Gauges:
     def expect_processes(self, text: str, count: str) -> State:
         """TEXT N - so many have it in their command line"""
         running = partial(self._machine.processes_with, text)
-        return State(lambda: running() == number(count), lambda: f"{running()} run")
+        return State(running, lambda now: now == number(count))
 
     def _look(self, name: str, *words: str) -> State:
         if words[-2:-1] != ("below",):
@@ -141,8 +139,8 @@ class Gauges:
         limit = number(words[-1])
         base = self._marked[name] if words[0] == "growth" else 0
         return State(
-            lambda: self._process() > 0 and self._values()[name] - base < limit,
-            lambda: f"{name} is {self._values()[name]:g}, at the mark it was {base:g}",
+            lambda: self._values()[name] - base if self._process() else math.nan,
+            lambda now: now < limit,
         )
 
 

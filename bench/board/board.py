@@ -204,16 +204,9 @@ class Board(Around):
 
     def expect_gpio(self, line: str, level: str) -> State:
         """LINE LEVEL - the level of a pin: gpio 21 1"""
-
-        def now() -> str:
-            return str(self._emulator.level(int(number(line))))
-
-        return State(lambda: now() == level, lambda: f"its level is {now()}")
+        pin = int(number(line))
+        return State(lambda: self._emulator.level(pin), lambda now: str(now) == level)
 
     def expect_power(self, state: str) -> State:
         """on|off - whether it has switched itself off"""
-
-        def now() -> str:
-            return "on" if self._emulator.running else "off"
-
-        return State(lambda: now() == state, lambda: f"it is {now()}")
+        return State(lambda: "on" if self._emulator.running else "off", lambda now: now == state)
