@@ -11,12 +11,66 @@ Exit status 0 when every expectation was met.
 import os
 import signal
 import sys
+from threading import Event, Thread
+from time import monotonic
 
 sys.path[0] = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
 from bench import Failure
 from bench.desk import Around, Desk
 from bench.watch import View
+
+PROMPT = "> "
+
+
+class Prompt:
+    """Takes commands from the terminal; the view appears above the line that is being typed."""
+
+    def __init__(self, desk: Around) -> None:
+        import readline  # takes its time to load, and changes the terminal
+
+        self._commands, self._line, self._idle = desk.commands, "", Event()
+        self._idle.set()
+        wake, self._waker = os.pipe()
+        desk.loop.hears(wake, self._work)
+        View(desk.loop, desk.clock, desk.history, self._write)
+        readline.parse_and_bind("set enable-bracketed-paste off")
+        readline.parse_and_bind("tab: complete")
+        readline.set_completer(self._complete)
+        self._typed = readline.get_line_buffer
+        Thread(target=self._read, daemon=True).start()  # input() blocks
+
+    def _write(self, line: str) -> None:
+        if self._idle.is_set():
+            line = f"\r\033[K{line}\n{PROMPT}{self._typed()}"
+        else:
+            line += "\n"
+        sys.stdout.write(line)
+
+    def _read(self) -> None:
+        while True:
+            try:
+                self._line = input(PROMPT)
+            except EOFError:
+                self._line = "quit"
+            self._idle.clear()
+            os.write(self._waker, b"\n")
+            self._idle.wait()
+
+    def _work(self, _: bytes) -> None:
+        start = monotonic()
+        try:
+            self._commands.run(self._line)
+            if self._line.lstrip().startswith("expect"):
+                print(f"met after {monotonic() - start:.3g} s")
+        except Failure as failure:
+            print(failure)
+        sys.stdout.flush()
+        self._idle.set()
+
+    def _complete(self, start: str, index: int) -> str | None:
+        names = sorted({row.name + " " for row in self._commands.verbs})
+        return [*filter(lambda name: name.startswith(start), names), None][index]
 
 
 def around(given: dict[str, str]) -> Around:
@@ -28,15 +82,12 @@ def around(given: dict[str, str]) -> Around:
 
 
 def steer(desk: Around, address: str) -> None:
-    from bench.prompt import Prompt
-
     desk.run("unit start")
     if isinstance(desk, Desk) and address:
         desk.page.serve()
         print(f"The unit's page: {address}")
     print('The unit runs. "help" lists the commands, "quit" or Ctrl-C ends it.')
-    prompt = Prompt(desk.loop, desk.commands)
-    View(desk.loop, desk.clock, desk.history, prompt.write)
+    Prompt(desk)
     desk.loop.until(lambda: desk.commands.ended)
 
 

@@ -97,7 +97,8 @@ def _take(words: list[str], name: str, otherwise: float) -> float:
 
 
 def _text_of(seen: object) -> str:
-    return to_text(seen[-TEXT_SHOWN:]) if isinstance(seen, bytes) else str(seen)
+    text = to_text(seen[-TEXT_SHOWN:]) if isinstance(seen, bytes) else str(seen)
+    return text or "nothing"
 
 
 def _shown(table: Iterable[Sequence[Any]], width: int) -> str:
