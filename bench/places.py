@@ -14,9 +14,7 @@ STATUS_ROWS = f"{INSTALL}/status_log.csv"
 COMMANDS = "/var/www/html/commands.txt"
 SERIAL = "/dev/serial0"
 
-# The tree as installed, without stand-ins (see bench/sandbox); the bench's folder; programs that come
-# first on the unit's search path.
-TREE = "/run/tree"
+# The bench's folder; programs that come first on the unit's search path.
 BENCH = "/run/bench"
 CALLS = f"{BENCH}/calls"
 PROGRAMS = f"{BENCH}/bin"

@@ -22,7 +22,6 @@ SCRIPTS = """gstreamer usb_monitor gpio_write gpio_read sonde_en_write shutdown 
     stream_stop bb_read"""
 FIXED = {f"KT6120_{name}.sh": places.INSTALL for name in SCRIPTS.split()}
 FIXED |= {"vcgencmd": "/opt/vc/bin", "pngview": "/home/pi/raspidmx/pngview"}
-LIBRARIES = "KT6120_gpio.sh KT6120_stream.sh KT6120_video.sh"
 SEARCHED = "killall logrotate gpioset gpioget gpioinfo i2cget systemctl logger".split()
 
 # The converter's channels: number, a healthy unit's reading.
@@ -172,9 +171,7 @@ class Surroundings:
         """As with a healthy unit."""
         self._machine = machine
         for name in [*FIXED, *SEARCHED]:
-            self._install(name, name in FIXED or name in self.real)
-        for name in LIBRARIES.split():  # which a script looks for in its own folder
-            machine.link(f"{places.INSTALL}/{name}", f"{places.BENCH}/real/{name}")
+            self._install(name, name in self.real)
         self.set_reply("vcgencmd", "output", "temp=48.3'C\n")
         self.set_reply("pngview", "delay", "3600\n")  # shows its image until it is killed
         self.set_reply(FAULT_LINE, "output", "0\n")
@@ -194,10 +191,9 @@ class Surroundings:
         self.set_reply(f"KT6120_bb_read.sh {number}", "output", reading + "\n")
 
     def _install(self, name: str, runs: bool = True) -> None:
-        """`runs`: the real program runs behind its stand-in, if there is one."""
+        """`runs`: the program of the search path runs behind its stand-in, if there is one."""
         self._machine.link(self.recorder, place_of(name))
-        folders = [places.TREE + FIXED[name]] if name in FIXED else ["/usr/sbin", "/usr/bin"]
-        program = self._machine.which(name, folders) if runs else None
+        program = self._machine.which(name) if runs else None
         if program:
             self._machine.link(program, f"{places.BENCH}/real/{name}")
 
