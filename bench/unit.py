@@ -193,8 +193,7 @@ class Surroundings:
     def _install(self, name: str, runs: bool = True) -> None:
         """`runs`: the program of the search path runs behind its stand-in, if there is one."""
         self._machine.link(self.recorder, place_of(name))
-        program = self._machine.which(name) if runs else None
-        if program:
+        if runs and (program := self._machine.which(name)):
             self._machine.link(program, f"{places.BENCH}/real/{name}")
 
     def do_call(self, *words: str) -> None:

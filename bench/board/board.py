@@ -189,7 +189,8 @@ class Board(Around):
         self._emulator.kill()
 
     def _switch_on(self) -> None:
-        self._emulator.start(where=self.network.in_phone())  # QEMU opens the phone's taps
+        with self.network.in_phone():  # QEMU opens the phone's taps
+            self._emulator.start()
 
     def do_power(self, verb: str) -> None:
         """cut|on - at once; it boots from its card"""

@@ -6,11 +6,11 @@ import json
 import os
 import shutil
 import socket
-from contextlib import nullcontext, suppress
+from contextlib import suppress
 from pathlib import Path
 from subprocess import PIPE
 from time import monotonic
-from typing import IO, ContextManager
+from typing import IO
 
 from bench import Failure
 from bench.world import Heard, Loop, Process
@@ -71,7 +71,7 @@ class Emulator:
             self._next_look = monotonic() + LOOK_INTERVAL
         return (self._now - self._begin) / 1e6
 
-    def start(self, free: bool = False, where: ContextManager[None] = nullcontext()) -> None:
+    def start(self, free: bool = False) -> None:
         """Boots from the card. Without one, continues from the snapshot of bench/board/make: booted,
         the package installed, the unit's program not started.
         """
@@ -85,10 +85,8 @@ class Emulator:
         places = {"root": ROOT, "repo": REPO, "made": MADE, "folder": self._folder}
         command = COMMAND.format(**places, card=self._card, cache=cache, pace=pace).split()
         command += ["-append", KERNEL.replace("\n", " ")]
-        with where:
-            self._process = Process(
-                self._loop, command, stdout=by_line(self._heard), stdin=PIPE, pass_fds=[lock]
-            )
+        heard = by_line(self._heard)
+        self._process = Process(self._loop, command, stdout=heard, stdin=PIPE, pass_fds=[lock])
         os.close(lock)
         self._connect()
         self._begin = self._now = self._register(TIMER)
