@@ -62,14 +62,13 @@ class Desk(Around):
         os.environ |= places.stand_ins(build)  # for all that is started
         self.loop, self.history = Loop(), History()
         self.clock, self.machine = Clock(self.loop), Machine(self.loop)
-        self.unit = Program(self.loop, self.clock, self.history, self.machine, build)
+        self.unit = program = Program(self.loop, self.clock, self.history, self.machine, build)
         self.network = Network(self.history)
         self.video = Video(self.loop, self.clock, self.history, self.network)
         self.page = Page(self.loop)
-        surroundings = Surroundings(self.machine)
         line = partial(pseudo_terminal, self.loop, places.SERIAL)
-        self.assemble(line, surroundings, self.page)
-        self.unit.when_ended = self.mcu.renew_line
+        self.assemble(line, Surroundings(self.machine), self.page)
+        program.when_ended = self.mcu.renew_line
 
     def __exit__(self, *_: object) -> None:
         self.unit.stop()

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 """The unit: its real program, unmodified, the programs that it calls, its hardware and its files."""
 
+import math
 import os
 from collections.abc import Callable
 from time import monotonic
@@ -55,15 +56,11 @@ class Unit:
         # How the last run ended: "3", "signal 9", "restarted" if something started it again; empty while it
         # runs or before the first start. `unasked`: no verb ended it, and no expect has asked about it.
         self.ending, self.unasked = "", False
-        self.when_ended: Act = lambda: None
+        self._ended_at = math.inf
 
     def lost(self) -> bool:
         """Ended unasked, so long ago that all its output has arrived."""
-        return False
-
-    def has_ended(self, how: str) -> None:
-        self.ending = how
-        self.when_ended()
+        return self.unasked and monotonic() - self._ended_at > LAST_WORDS
 
     def do_unit(self, verb: str, signal: str = "") -> None:
         """start|stop|restart|signal N - the program, which does not run before its start
@@ -108,7 +105,8 @@ class Program(Unit):
         super().__init__(clock)
         self._loop, self._history, self._machine, self._build = loop, history, machine, build
         self._process: Process | None = None
-        self._stopping, self._ended_at = False, 0.0
+        self._stopping = False
+        self.when_ended: Act = lambda: None
 
     def start(self) -> None:
         if self.id():
@@ -147,14 +145,11 @@ class Program(Unit):
     def id(self) -> int:
         return self._process.id if self._process else 0
 
-    def lost(self) -> bool:
-        return self.unasked and monotonic() - self._ended_at > LAST_WORDS
-
     def _finished(self, status: int) -> None:
         self._ended_at, self.unasked = monotonic(), not self._stopping
-        how = f"signal {-status}" if status < 0 else str(status)
-        self._history.note("bench", f"unit ended: exit {how}\n")
-        self.has_ended(how)
+        self.ending = f"signal {-status}" if status < 0 else str(status)
+        self._history.note("bench", f"unit ended: exit {self.ending}\n")
+        self.when_ended()
 
 
 def place_of(name: str) -> str:

@@ -80,8 +80,7 @@ class Service(Unit):
     def _hear(self, said: bytes) -> None:
         self._history.note("stdout", said)
         if RESTART in said:
-            self.unasked = True
-            self.has_ended("restarted")
+            self.ending, self.unasked = "restarted", True
 
 
 class BoardSurroundings(Surroundings):
