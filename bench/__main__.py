@@ -104,7 +104,7 @@ def main() -> int:
                 desk.commands.play(words[0])
             else:
                 steer(desk, given.get("--address", ""))
-    except Failure as failure:
+    except (Failure, OSError) as failure:
         sys.stdout.flush()
         print(failure, file=sys.stderr)
         return 1

@@ -50,6 +50,8 @@ class Machine:
         """
         place = path + ".new" if how == "replace" else path
         os.makedirs(os.path.dirname(path), exist_ok=True)
+        if os.path.islink(place):  # a stand-in's: what it leads to stays as it is
+            os.remove(place)
         flags = os.O_WRONLY | (0 if how == "overwrite" else os.O_CREAT | os.O_TRUNC)
         with open(os.open(place, flags, 0o644), "wb", buffering=0) as file:
             file.write(content.ljust(os.fstat(file.fileno()).st_size, b"\n"))

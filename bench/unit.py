@@ -12,6 +12,7 @@ from bench.watch import History
 from bench.world import Act, Clock, Loop, Process
 
 LAST_WORDS = 0.5  # s, in which all output of an ended program arrives
+RECORDER = f"{places.BENCH}/recorder"
 MARK = "BENCH_UNIT"  # in the environment of the program and of all that it starts
 # Its components live until the process ends, which is no leak; and the address sanitizer otherwise
 # insists on being preloaded first.
@@ -165,6 +166,7 @@ class Surroundings:
     def __init__(self, machine: Machine) -> None:
         """As with a healthy unit."""
         self._machine = machine
+        machine.run("cp", self.recorder, RECORDER)
         for name in [*FIXED, *SEARCHED]:
             self._install(name, name in self.real)
         self.set_reply("vcgencmd", "output", "temp=48.3'C\n")
@@ -187,7 +189,7 @@ class Surroundings:
 
     def _install(self, name: str, runs: bool = True) -> None:
         """`runs`: the program of the search path runs behind its stand-in, if there is one."""
-        self._machine.link(self.recorder, place_of(name))
+        self._machine.link(RECORDER, place_of(name))
         if runs and (program := self._machine.which(name)):
             self._machine.link(program, f"{places.BENCH}/real/{name}")
 

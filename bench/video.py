@@ -70,6 +70,21 @@ class Tap:
         span = (frames[-1][1] - frames[0][1]) % 2**32
         return (len(frames) - 1) * STAMPS_PER_SECOND / span if span else 0
 
+    def write_picture(self, loop: Loop, clock: Clock, file: str) -> None:
+        """The last picture as PNG, once there is one."""
+
+        def is_there() -> bool:
+            return self.rate() > 0 and any(packet[3] & MARKER for packet in self.kept)
+
+        if not clock.until(is_there, PATIENCE):
+            raise Failure(f"nothing comes at port {self._port}")
+        command, stream = [*TO_PNG, f"location={file}"], b"".join(self.kept)
+        done = loop.apart(
+            lambda: subprocess.run(command, input=stream, capture_output=True, timeout=PATIENCE)
+        )
+        if done.returncode != 0 or not os.path.getsize(file):
+            raise Failure(to_text(done.stdout + done.stderr))
+
 
 def listen(loop: Loop, tap: Tap) -> None:
     """To all that passes in this network namespace."""
@@ -84,18 +99,17 @@ def listen(loop: Loop, tap: Tap) -> None:
 
 
 class Video:
-    def __init__(self, loop: Loop, clock: Clock, history: History, network: Network | None) -> None:
+    def __init__(self, loop: Loop, clock: Clock, history: History, network: Network) -> None:
         self._loop, self._clock, self._history, self._network = loop, clock, history, network
-        self._taps: dict[int, Tap] = {}
+        self.taps: dict[int, Tap] = {}
 
     def tap(self, port: int) -> Tap:
         """Listens in from its first use on: at the phone, or for the PAL picture in the unit's world."""
-        if port not in self._taps:
-            self._taps[port] = Tap(port)
-            here = port == PORTS["pal"] or not self._network
-            with nullcontext() if here else self._network.in_phone():  # type: ignore[union-attr]
-                listen(self._loop, self._taps[port])
-        return self._taps[port]
+        if port not in self.taps:
+            self.taps[port] = Tap(port)
+            with nullcontext() if port == PORTS["pal"] else self._network.in_phone():
+                listen(self._loop, self.taps[port])
+        return self.taps[port]
 
     def expect_rtp(self, port: str, _: str, rates: str) -> State:
         """PORT rate A..B - frames a second: 8083, 49152, 8001"""
@@ -107,13 +121,6 @@ class Video:
         """pal|phone|ethernet FILE.png - a picture of it"""
         if name not in PORTS:
             raise Failure("snapshot pal, phone or ethernet?")
-        tap, picture = self.tap(PORTS[name]), places.of_caller(file)
-        if not self._clock.until(lambda: tap.rate() > 0 and len(tap.kept) > 0, PATIENCE):
-            raise Failure(f"nothing comes at port {PORTS[name]}")
-        command, stream = [*TO_PNG, f"location={picture}"], b"".join(tap.kept)
-        done = self._loop.apart(
-            lambda: subprocess.run(command, input=stream, capture_output=True, timeout=PATIENCE)
-        )
-        if done.returncode != 0 or not os.path.getsize(picture):
-            raise Failure(to_text(done.stdout + done.stderr))
+        tap = self.tap(PORTS[name])
+        tap.write_picture(self._loop, self._clock, places.of_caller(file))
         self._history.note("bench", f"picture written to {file}\n")

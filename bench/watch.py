@@ -117,10 +117,10 @@ class Gauges:
         return self._machine.gauges(process) if process else dict.fromkeys(GAUGES, 0.0)
 
     def do_show(self, file: str = "") -> None:
-        """[FILE] - what the program takes: memory, descriptors, CPU time; adds it to a table"""
+        """[FILE] - what the program takes: memory, CPU time, files in KiB; adds it to a table"""
         values = {"day": self._clock.seconds() / DAY, **self._values()}
         for name, path in (("log", places.LOG), ("csv", places.STATUS_ROWS)):
-            values[name] = len(self._machine.read(path) or b"")
+            values[name] = len(self._machine.read(path) or b"") / 1024
         self._history.note("bench", ", ".join(f"{name} {values[name]:g}" for name in values) + "\n")
         if file:
             with open(places.of_caller(file), "a") as table:

@@ -14,11 +14,11 @@ import os
 import sys
 import tty
 from collections.abc import Callable
+from functools import cached_property
 from typing import Any
 
 from bench.machine import Machine
-from bench.video import PORTS, Video
-from bench.watch import History
+from bench.video import PORTS, Tap, listen
 from bench.world import Clock, Heard, Loop
 
 MARK = b"@bench "
@@ -54,15 +54,17 @@ def by_line(take: Callable[[bytes], object]) -> Heard:
 class Unit(Machine):
     """The unit's computer and the PAL picture that passes on it."""
 
-    def __init__(self, loop: Loop) -> None:
-        super().__init__(loop)
-        self._video = Video(loop, Clock(loop), History(), None)
+    @cached_property
+    def _tap(self) -> Tap:
+        tap = Tap(PORTS["pal"])
+        listen(self._loop, tap)
+        return tap
 
     def rate(self) -> float:
-        return self._video.tap(PORTS["pal"]).rate()
+        return self._tap.rate()
 
-    def snapshot(self, file: str) -> None:
-        self._video.do_snapshot("pal", file)
+    def write_picture(self, file: str) -> None:
+        self._tap.write_picture(self._loop, Clock(self._loop), file)
 
 
 class Agent:

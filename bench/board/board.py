@@ -3,9 +3,9 @@
 
 import ipaddress
 from functools import partial
-from typing import Any, cast
+from typing import cast
 
-from bench import Failure, State, number, places
+from bench import Failure, State, number
 from bench.desk import Around
 from bench.machine import Machine
 from bench.mcu import to_socket
@@ -105,7 +105,7 @@ class BoardSurroundings(Surroundings):
 
 
 class PalTap(Tap):
-    """The PAL picture does not leave the board: the agent counts its frames."""
+    """The PAL picture does not leave the board: the agent listens in."""
 
     def __init__(self, board: Remote) -> None:
         super().__init__(PORTS["pal"])
@@ -114,19 +114,9 @@ class PalTap(Tap):
     def rate(self) -> float:
         return float(self._board.rate())
 
-
-class BoardVideo(Video):
-    def __init__(self, board: Remote, *parts: Any) -> None:
-        super().__init__(*parts)
-        self._board = board
-        self._taps[PORTS["pal"]] = PalTap(board)
-
-    def do_snapshot(self, name: str, file: str) -> None:
-        """pal|phone|ethernet FILE.png - a picture of it"""
-        if name != "pal":
-            return super().do_snapshot(name, file)
-        self._board.snapshot(PICTURE)
-        with open(places.of_caller(file), "wb") as picture:
+    def write_picture(self, loop: Loop, clock: Clock, file: str) -> None:
+        self._board.write_picture(PICTURE)
+        with open(file, "wb") as picture:
             picture.write(self._board.read(PICTURE))
 
 
@@ -180,7 +170,8 @@ class Board(Around):
         self.network = BoardNetwork(loop, history, board)
         self._switch_on()
         self.unit = Service(self.clock, history, board)
-        self.video = BoardVideo(board, loop, self.clock, history, self.network)
+        self.video = Video(loop, self.clock, history, self.network)
+        self.video.taps[PORTS["pal"]] = PalTap(board)
         line = partial(to_socket, loop, f"{folder}/mcu")
         self.assemble(line, BoardSurroundings(self.machine), self)
 

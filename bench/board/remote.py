@@ -63,16 +63,16 @@ class Remote:
 
     def _ask(self, number: int, method: str, arguments: tuple[Any, ...]) -> Any:
         def has_come() -> bool:
-            return self._answer[1:2] == (number,) or not self.emulator.running
+            return self._answer[1:2] == (number,)
 
         end = self.emulator.seconds + PATIENCE
         while not has_come():
+            if not self.emulator.running:
+                raise Failure("the board has no power")
             if self.emulator.seconds > end:
                 raise Failure(f"the board does not answer: {method} {arguments}")
             self.emulator.say(encode("ask", number, method, arguments))
-            self._loop.until(has_come, RETRY_INTERVAL)
-        if not self.emulator.running:
-            raise Failure("the board has no power")
+            self._loop.until(has_come, RETRY_INTERVAL, lambda: not self.emulator.running)
         word, _, value = self._answer
         if word == "failed":
             raise Failure(value)
