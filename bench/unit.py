@@ -196,16 +196,14 @@ class Surroundings:
     def do_call(self, *words: str) -> None:
         """NAME [ARGUMENT...] prints TEXT - what a recorded program answers, for these arguments or all
         NAME [ARGUMENT...] takes SECONDS|holds|fails [STATUS] - how; it holds until it is real again
-        NAME missing|idle|real - not there; quick and without record; as at the start"""
-        verbs = (*TRAITS, "missing", "idle", "real")
+        NAME missing|real - not there; as at the start"""
+        verbs = (*TRAITS, "missing", "real")
         at = next((at for at, word in enumerate(words) if at and word in verbs), None)
         if at is None:
             raise Failure(f"call NAME [ARGUMENT...] {', '.join(verbs)}?")
         name, verb, place = words[0], words[at], place_of(words[0])
         key, value = " ".join(words[:at]), " ".join(words[at + 1 :])
-        if verb == "idle":
-            self._machine.link("/bin/true", place)
-        elif verb == "missing":
+        if verb == "missing":
             self._machine.run("rm", "-f", place)
         elif verb == "real":
             self._install(name)
