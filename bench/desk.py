@@ -2,6 +2,7 @@
 """The virtual unit on a desk, in the sandbox that bench/sandbox makes."""
 
 import os
+import re
 from collections.abc import Callable
 from functools import partial
 from typing import Self
@@ -16,12 +17,6 @@ from bench.unit import Program, Surroundings, Unit
 from bench.video import Video
 from bench.watch import Gauges, History, Store
 from bench.world import Clock, Heard, Loop
-
-
-def call(lines: bytes) -> bytes:
-    """Lines of the recorder's file without the time, blanks between the words."""
-    calls = (line.partition(b"\t")[2] for line in lines.splitlines(keepends=True))
-    return b"".join(calls).replace(b"\t", b" ")
 
 
 class Around:
@@ -43,7 +38,8 @@ class Around:
         store = Store(history)
         machine.watch(places.STORE, store.hear)
         machine.follow(places.LOG, lambda lines: history.note("log", lines))
-        machine.follow(places.CALLS, lambda lines: history.note("calls", call(lines)))
+        timed = re.compile(rb"(?m)^\S+\t")  # the recorder's lines
+        machine.follow(places.CALLS, lambda lines: history.note("calls", timed.sub(b"", lines)))
         self.mcu = Mcu(self.loop, clock, history, plug_in, self.commands.find)
         app = App(self.loop, clock, history, self.network, self.commands.do_expect)
         gauges = Gauges(clock, history, machine, self.unit.id)

@@ -105,7 +105,7 @@ class Machine:
 
         self._loop.hears(queue, look)
         # A folder goes away, and comes, without a word.
-        self._loop.timer(look).every(LOOKUP_INTERVAL)
+        self._loop.timer(look).start(LOOKUP_INTERVAL, LOOKUP_INTERVAL)
         look()
 
     def gauges(self, process: int) -> dict[str, float]:

@@ -47,12 +47,17 @@ class Network:
         """NAME up ADDRESS/PREFIX [GATEWAY]|down - any other network"""
         if not address:
             address, gateway = NETS.get(name, ("", ""))
-        if verb == "down":
-            self.down(name)
-        elif verb == "up" and address:
-            self.up(name, address, gateway)
-        else:
+        if verb not in ("up", "down") or verb == "up" and not address:
             raise Failure("up [ADDRESS/PREFIX [GATEWAY]] or down?")
+        if verb == "down" or name in self._peers:
+            self._peers.pop(name, None)
+            self.unplug(name)
+            self._history.note("network", f"{name} down\n")
+        if verb == "up":
+            self.when_up()
+            self.plug_in(name, address, gateway)
+            self._peers[name] = f"{gateway}/{address.partition('/')[2]}" if gateway else ""
+            self._history.note("network", f"{name} up: {address}, gateway {gateway or 'none'}\n")
 
     @cached_property
     def _spaces(self) -> tuple[int, int]:
@@ -75,21 +80,6 @@ class Network:
         finally:
             libc.setns(unit, CLONE_NEWNET)
 
-    def up(self, name: str, address: str, gateway: str) -> None:
-        """The phone has the gateway's address, to which the default route leads; "": no route."""
-        if name in self._peers:
-            self.down(name)
-        self.when_up()
-        self.plug_in(name, address, gateway)
-        self._peers[name] = f"{gateway}/{address.partition('/')[2]}" if gateway else ""
-        self._history.note("network", f"{name} up: {address}, gateway {gateway or 'none'}\n")
-
-    def down(self, name: str) -> None:
-        """The interface disappears, as an unplugged one does."""
-        self._peers.pop(name, None)
-        self.unplug(name)
-        self._history.note("network", f"{name} down\n")
-
     def set_reachable(self, reachable: bool) -> None:
         """The phone vanishes without a word: its end has no address any more; or it is back."""
         for name, peer in self._peers.items():
@@ -97,9 +87,11 @@ class Network:
                 self.phone_ip("addr", "replace" if reachable else "del", peer, "dev", name)
 
     def plug_in(self, name: str, address: str, gateway: str) -> None:
+        """The phone has the gateway's address, to which the default route leads; "": no route."""
         run(PLUG, name, address, gateway, f"/proc/{os.getpid()}/fd/{self._spaces[1]}")
 
     def unplug(self, name: str) -> None:
+        """The interface disappears."""
         run("ip", "link", "del", name)
 
     def phone_ip(self, *arguments: str) -> None:

@@ -25,13 +25,13 @@ SEQUENCE_PARAMETERS, AGGREGATE = 7, 24  # types of packets; the first leads a ke
 MARKER = 0x80  # the last packet of a frame
 PATIENCE = 60  # s
 
-# Takes packets that are each led by their length in two bytes. A slow decoder writes its last picture:
-# the queue drops older ones.
-TO_PNG = (
+# Takes packets that are each led by their length in two bytes.
+DECODER = (
     "gst-launch-1.0 -q fdsrc ! application/x-rtp-stream,media=video,clock-rate=90000,"
-    "encoding-name=H264 ! rtpstreamdepay ! rtph264depay ! h264parse ! avdec_h264 ! queue "
-    "leaky=downstream max-size-buffers=1 ! videoconvert ! pngenc ! multifilesink"
-).split()
+    "encoding-name=H264 ! rtpstreamdepay ! rtph264depay ! h264parse ! avdec_h264 ! "
+)
+# A slow decoder writes its last picture: the queue drops older ones.
+TO_PNG = "queue leaky=downstream max-size-buffers=1 ! videoconvert ! pngenc ! multifilesink"
 
 
 class Tap:
@@ -78,7 +78,8 @@ class Tap:
 
         if not clock.until(is_there, PATIENCE):
             raise Failure(f"nothing comes at port {self._port}")
-        command, stream = [*TO_PNG, f"location={file}"], b"".join(self.kept)
+        command = [*(DECODER + TO_PNG).split(), f"location={file}"]
+        stream = b"".join(self.kept)
         done = loop.apart(
             lambda: subprocess.run(command, input=stream, capture_output=True, timeout=PATIENCE)
         )

@@ -159,7 +159,7 @@ class View:
         self._known: dict[tuple[str, bytes], bytes] = {}  # kind and first word -> last line shown
         self._more, self._rated = Counter[str](), 0.0
         history.listeners.append(self._show)
-        loop.timer(self._show_more).every(RATE_INTERVAL)
+        loop.timer(self._show_more).start(RATE_INTERVAL, RATE_INTERVAL)
 
     def _show(self, kind: str, text: bytes) -> None:
         for line in text.split(b"\n") if kind in LINES else [text]:

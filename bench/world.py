@@ -32,9 +32,6 @@ class Timer:
         """Replaces what was due."""
         self.due, self._period = monotonic() + seconds, period
 
-    def every(self, seconds: float) -> None:
-        self.start(seconds, seconds)
-
     def stop(self) -> None:
         self.due = math.inf
 

@@ -17,17 +17,13 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).parents[2]))
 
 from bench.desk import Desk
-from bench.video import PORTS
-from bench.world import run
+from bench.video import DECODER, PORTS
+from bench.world import Process, run
 
 BITS, SIDE, WIDTH = 24, 16, 720  # of the time in the picture (bench/standins.cpp)
 SETTLED = 8  # s
 # Rows 0 to 15 of each frame, as grey.
-DECODE = (
-    "gst-launch-1.0 -q fdsrc ! application/x-rtp-stream,media=video,clock-rate=90000,"
-    "encoding-name=H264 ! rtpstreamdepay ! rtph264depay ! h264parse ! avdec_h264 ! videocrop "
-    f"bottom={576 - SIDE} ! videoconvert ! video/x-raw,format=GRAY8 ! fdsink"
-).split()
+TO_ROWS = f"videocrop bottom={576 - SIDE} ! videoconvert ! video/x-raw,format=GRAY8 ! fdsink"
 WATCH = f"""
 const video = document.getElementById("video");
 const context = new OffscreenCanvas({BITS * SIDE}, 1).getContext("2d", {{ willReadFrequently: true }});
@@ -56,11 +52,9 @@ class Receiver:
     def __init__(self, desk: Desk, port: int) -> None:
         self.delays: list[float] = []
         self._rest = b""
-        pipe = subprocess.PIPE
-        self._decoder = subprocess.Popen(DECODE, stdin=pipe, stdout=pipe, bufsize=0)
-        assert self._decoder.stdin and self._decoder.stdout
-        desk.video.tap(port).listeners.append(self._decoder.stdin.write)
-        desk.loop.hears(self._decoder.stdout.fileno(), self._take)
+        command = (DECODER + TO_ROWS).split()
+        decoder = Process(desk.loop, command, stdout=self._take, stdin=subprocess.PIPE)
+        desk.video.tap(port).listeners.append(decoder.child.stdin.write)
 
     def _take(self, content: bytes) -> None:
         now, self._rest = time.time() * 1000, self._rest + content
