@@ -13,7 +13,7 @@ void collect(QtMsgType type, const QMessageLogContext &, const QString &text)
     messages[type] += text;
 }
 
-constexpr char callsFile[] = "/run/bench/calls"; // time, name, arguments, tabs between
+constexpr char callsFile[] = "/run/bench/calls"; // time, tab, name and arguments
 
 QStringList lines()
 {
