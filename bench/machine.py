@@ -110,15 +110,17 @@ class Machine:
 
     def gauges(self, process: int) -> dict[str, float]:
         """What the system shows of a running program."""
-        stat, files = self._stat(str(process)), f"/proc/{process}/fd"
-        others = map(self._stat, self._processes())
-        children = [fields[0] for fields in others if fields[1] == str(process)]
+        lines = self._of_all("stat").items()
+        stats = {pid: line.rpartition(b")")[2].split() for pid, line in lines}  # from the state on
+        stat = stats.get(str(process)) or [b"0"] * 22
+        parent, files = str(process).encode(), f"/proc/{process}/fd"
+        children = [fields[0] for fields in stats.values() if fields[1:2] == [parent]]
         own, system, reaped, reaped_system = (int(ticks) / TICKS for ticks in stat[11:15])
         return {
             "rss": int(stat[21]) * os.sysconf("SC_PAGE_SIZE") / 2**20,
             "descriptors": len(os.listdir(files)) if os.path.isdir(files) else 0,
             "children": len(children),
-            "zombies": children.count("Z"),
+            "zombies": children.count(b"Z"),
             "threads": int(stat[17]),
             "cpu": own + system,
             "family": own + system + reaped + reaped_system,
@@ -126,24 +128,18 @@ class Machine:
 
     def processes_with(self, text: str) -> int:
         """How many have the text in their command line, its words with blanks between."""
-        lines = (self.read(f"/proc/{process}/cmdline") or b"" for process in self._processes())
+        lines = self._of_all("cmdline").values()
         return sum(text in to_text(line.replace(b"\0", b" ")) for line in lines)
 
     def end_all(self, variable: str) -> None:
         """Kills every process that has this in its environment, and waits until none is left."""
-
-        def marked(process: str) -> bool:
-            return f"{variable}=".encode() in (self.read(f"/proc/{process}/environ") or b"")
-
-        while found := list(filter(marked, self._processes())):
-            for process in found:
+        mark = f"{variable}=".encode()
+        while found := [pid for pid, has in self._of_all("environ").items() if mark in has]:
+            for pid in found:
                 with contextlib.suppress(ProcessLookupError):
-                    os.kill(int(process), signal.SIGKILL)
+                    os.kill(int(pid), signal.SIGKILL)
 
-    def _processes(self) -> list[str]:
-        return [name for name in os.listdir("/proc") if name.isdigit()]
-
-    def _stat(self, process: str) -> list[str]:
-        """Of /proc/PID/stat the fields behind the name: [0] is the state, [1] the parent."""
-        line = to_text(self.read(f"/proc/{process}/stat") or b"")
-        return line.rpartition(")")[2].split() or ["0"] * 22
+    def _of_all(self, file: str) -> dict[str, bytes]:
+        """That file of /proc of each process."""
+        pids = filter(str.isdigit, os.listdir("/proc"))
+        return {pid: self.read(f"/proc/{pid}/{file}") or b"" for pid in pids}
