@@ -20,16 +20,10 @@ namespace
 class UnitUnderEvents
 {
 public:
-    // configuration: content of the configuration file; none without it.
     explicit UnitUnderEvents(const QByteArray &configuration = {})
     {
         testsupport::freshWorld();
-        for (const char *script : {paths::gpioWriteScript, paths::sondeEnableScript,
-                                   "/home/pi/KT6120/bin/KT6120_shutdown.sh"})
-            recorders::install(script);
-        if (!configuration.isEmpty())
-            testsupport::writeFile(paths::configuration, configuration);
-        testsupport::writeFile(paths::commandsFile, {});
+        testsupport::writeFile(paths::configuration, configuration);
         LogCapture::clear();
         handler = std::make_unique<eventHandler>();
         QObject::connect(handler.get(), &eventHandler::eventHandlerSendInternalCmd, handler.get(),
@@ -48,11 +42,6 @@ public:
     void report(Payload<event> value, SOURCE_TYPE_t source = SOURCE_MCU) const
     {
         raise(event, source, &value);
-    }
-
-    static QString stored(const QString &key)
-    {
-        return testsupport::iniValue(paths::statusStore, key);
     }
 
     std::unique_ptr<eventHandler> handler;
@@ -101,61 +90,63 @@ private slots:
         const QString strong = "Battery Current Over Threshold ( 1501 )";
         const QString hot = "Compute Module Temperature Over Threshold ( 7001 )";
         const QString cold = "Compute Module Temperature Under Threshold ( -1001 )";
-        const struct {
-            EVENT_TYPE_t event;
-            QList<int> readings;
-            QStringList warnings;
-            const char *key;
-            QString stored;
-        } rows[] = {
-            // clang-format off
-            {EVENT_BatteryVoltage, {3000, 3000, 2000, 3000}, {high, high}, "Battery/Voltage", "9390"},
-            {EVENT_BatteryVoltage, {1757, 1757, 1758}, {low.arg(5499)}, "Battery/Voltage", "5502"},
-            {EVENT_BatteryVoltage, {3000, 1000, 3000}, {high, low.arg(3130), high}, "Battery/Voltage", "9390"},
-            {EVENT_BatteryVoltage, {21000}, {low.arg(194)}, "Battery/Voltage", "194"}, // 16 bits of it
-            {EVENT_Current, {1500, 1501, 1500, 0, 1501, 1499, 1501}, {strong, strong}, "Battery/Current", "1501"},
-            {EVENT_Thermistor, {7001, 7000, 7001, 6999, 7001}, {hot, hot}, "Temperature/CM3", "70.01"},
-            {EVENT_Thermistor, {-1000, -1001, -1000, -1001, -999, -1001}, {cold, cold}, "Temperature/CM3", "-10.01"},
-            // clang-format on
+        const std::tuple<EVENT_TYPE_t, QList<int>, QStringList> rows[] = {
+            {EVENT_BatteryVoltage,
+             {3000, 3000, 1757, 1757, 1758, 3000},
+             {high, low.arg(5499), high}},
+            {EVENT_BatteryVoltage, {21000}, {low.arg(194)}}, // 16 bits of it
+            {EVENT_Current, {1500, 1501, 1500, 0, 1501, 1499, 1501}, {strong, strong}},
+            {EVENT_Thermistor, {7001, 7000, 7001, 6999, 7001}, {hot, hot}},
+            {EVENT_Thermistor, {-1000, -1001, -1000, -1001, -999, -1001}, {cold, cold}},
         };
-        for (const auto &row : rows) {
+        for (const auto &[event, readings, warnings] : rows) {
             const UnitUnderEvents unit;
-            for (const int reading : row.readings) {
+            for (const int reading : readings) {
                 auto value = static_cast<uint16_t>(reading); // each of these events has 16 bits
-                unit.raise(row.event, SOURCE_MCU, &value);
+                unit.raise(event, SOURCE_MCU, &value);
             }
-            QCOMPARE(LogCapture::texts(QtWarningMsg), row.warnings);
-            QCOMPARE(unit.stored(row.key), row.stored);
+            QCOMPARE(LogCapture::texts(QtWarningMsg), warnings);
         }
     }
 
+    // Up to the level that the configured current allows.
     void lampSteps()
     {
         const int up = EVENT_LampUp, down = EVENT_LampDown, off = EVENT_LampOff;
+        const QString limit = "LED current limit set to  %1 mA";
+        const QString invalid = "Invalid LED current limit detected, using default value  15 mA";
         const struct {
-            int maxCurrent, level; // mA; to start from
+            QByteArray configured; // mA
+            QString logged;
+            int level; // to start from
             QList<int> events;
             QString levels; // after each event
             QString scaled; // of each LAMP:SET
             QString power;  // values written to line 21
         } rows[] = {
             // clang-format off
-            {15, 0, {up, up, up, up, up}, "15 30 45 50 50", "14 27 41 45", "0 0 0 0 0"},
-            {15, 50, {down, down, down, down, down}, "35 20 5 0 0", "32 18 5 0", "0 0 0 0 1"},
-            {30, 75, {up, up, up}, "90 100 100", "81 90", "0 0 0"},
-            {2, 0, {up, up, down}, "7 7 0", "6 0", "0 0 0 1"},
-            {15, 30, {off, up}, "-1 45", "41", "1 0"},
-            {15, 100, {up, down}, "50 35", "45 32", "0 0"},
-            {15, 120, {up}, "0", "0", "0 1"}, // an 8-bit step wraps
+            {"15", limit.arg(15), 0, {up, up, up, up, up}, "15 30 45 50 50", "14 27 41 45", "0 0 0 0 0"},
+            {"15", limit.arg(15), 50, {down, down, down, down, down}, "35 20 5 0 0", "32 18 5 0", "0 0 0 0 1"},
+            {"15", limit.arg(15), 30, {off, up}, "-1 45", "41", "1 0"},
+            {"15", limit.arg(15), 100, {up, down}, "50 35", "45 32", "0 0"},
+            {"15", limit.arg(15), 120, {up}, "0", "0", "0 1"}, // an 8-bit step wraps
+            {"30", limit.arg(30), 75, {up, up, up}, "90 100 100", "81 90", "0 0 0"},
+            {"2", limit.arg(2), 0, {up, up, down}, "7 7 0", "6 0", "0 0 0 1"},
+            {"1", limit.arg(1), 0, {up}, "3", "3", "0"},
+            {"31", invalid, 45, {up}, "50", "45", "0"},
+            {"0", invalid, 45, {up}, "50", "45", "0"},
+            {"much", invalid, 45, {up}, "50", "45", "0"},
             // clang-format on
         };
         for (const auto &row : rows) {
-            UnitUnderEvents unit("[Lamp]\nMaxCurrent=" + QByteArray::number(row.maxCurrent) + "\n");
+            UnitUnderEvents unit("[Lamp]\nMaxCurrent=" + row.configured + '\n');
+            QCOMPARE(LogCapture::texts(QtInfoMsg) + LogCapture::texts(QtWarningMsg),
+                     QStringList(row.logged));
             unit.report<EVENT_LampValue>(static_cast<uint8_t>(row.level));
             QStringList stored, expected, written;
             for (const int event : row.events) {
                 unit.raise(static_cast<EVENT_TYPE_t>(event));
-                stored.append(unit.stored("Camera/Lamp"));
+                stored.append(testsupport::iniValue(paths::statusStore, "Camera/Lamp"));
             }
             QCOMPARE(stored.join(' '), row.levels);
             for (const QString &scaled : row.scaled.split(' '))
@@ -187,27 +178,6 @@ private slots:
             unit.raise(EVENT_ComputeTemperatureRequest);
             QCOMPARE(unit.app,
                      QStringList({"CoilerValue " + distance + '\r', "Temp:Compute -250\r"}));
-        }
-    }
-
-    void configurationLimits()
-    {
-        const QString warning = "Invalid LED current limit detected, using default value  15 mA";
-        const std::tuple<const char *, QString, int> rows[] = {
-            // what is logged, LAMP:SETs up to the maximum
-            {"1", "LED current limit set to  1 mA", 1},
-            {"30", "LED current limit set to  30 mA", 7},
-            {"31", warning, 4},
-            {"0", warning, 4},
-            {"much", warning, 4},
-        };
-        for (const auto &[limit, logged, steps] : rows) {
-            const UnitUnderEvents unit(QByteArray("[Lamp]\nMaxCurrent=") + limit + '\n');
-            QCOMPARE(LogCapture::texts(QtInfoMsg) + LogCapture::texts(QtWarningMsg),
-                     QStringList(logged));
-            for (int i = 0; i < 8; ++i)
-                unit.raise(EVENT_LampUp);
-            QCOMPARE(unit.serial.size(), 2 * steps);
         }
     }
 

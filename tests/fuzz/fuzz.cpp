@@ -10,7 +10,6 @@
 #include "monitor.h"
 #include "network.h"
 #include "paths.h"
-#include "pty.h"
 #include "readings.h"
 #include "testsupport.h"
 
@@ -108,7 +107,7 @@ void app(const QByteArray &bytes)
 
 // Bytes from the microcontroller, over a pseudo-terminal, down to the store.
 struct Line {
-    Pty mcu;
+    testsupport::Pty mcu;
     commsInternal link;
     QSerialPort *port = nullptr;
 } *line = nullptr;
@@ -137,7 +136,7 @@ void mcu(const QByteArray &bytes)
         line->link.serialPortProcessData();
     askEverything(handler);
     QCoreApplication::processEvents();
-    line->mcu.clear();
+    line->mcu.take();
 }
 
 // Content of the commands file, which the unit's web page writes.

@@ -41,8 +41,6 @@ private slots:
     void init()
     {
         testsupport::freshWorld();
-        recorders::install(paths::gpioReadScript);
-        recorders::install("/home/pi/KT6120/bin/KT6120_bb_read.sh");
         restart();
     }
 

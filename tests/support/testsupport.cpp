@@ -1,6 +1,12 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "testsupport.h"
 
+#include "paths.h"
+
+#include <array>
+#include <fcntl.h>
+#include <pty.h>
+
 namespace
 {
 
@@ -27,11 +33,7 @@ namespace recorders
 
 void install(const QString &path)
 {
-    const QString real = "/run/bench/real/" + QFileInfo(path).fileName();
-    QDir().mkpath("/run/bench/real");
     QDir().mkpath(QFileInfo(path).path());
-    QFile::rename(path, real);
-    QFile::remove(path); // a link to nothing, or a recorder that was there already
     if (!QFile::copy(BENCH_RECORDER, path))
         qFatal("cannot install a recorder at %s", qPrintable(path));
 }
@@ -75,6 +77,9 @@ void freshWorld()
         QDir().mkpath(folder);
     }
     recorders::clearCalls();
+    for (const char *script :
+         {"bb_read", "gpio_read", "gpio_write", "shutdown", "stream_start", "stream_stop"})
+        recorders::install(QString("/home/pi/KT6120/bin/KT6120_%1.sh").arg(script));
 }
 
 QByteArray readFile(const QString &path)
@@ -100,10 +105,29 @@ int openDescriptors()
     return QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size();
 }
 
-double residentMiB()
+Pty::Pty()
 {
-    return readFile("/proc/self/statm").split(' ').value(1).toDouble()
-           * double(sysconf(_SC_PAGESIZE)) / (1 << 20);
+    termios raw{};
+    cfmakeraw(&raw);
+    if (openpty(&farEnd, &unitsEnd, nullptr, &raw, nullptr) != 0
+        || !QFile::link(ttyname(unitsEnd), paths::mcuSerialDevice))
+        qFatal("no pseudo-terminal at %s: not in the sandbox?", paths::mcuSerialDevice);
+    fcntl(farEnd, F_SETFL, O_NONBLOCK);
+}
+
+void Pty::send(const QByteArray &bytes) const
+{
+    if (write(farEnd, bytes.constData(), size_t(bytes.size())) != bytes.size())
+        qFatal("the unit does not read");
+}
+
+QByteArray Pty::take() const
+{
+    QByteArray taken;
+    std::array<char, 4096> piece{};
+    for (ssize_t count = 0; (count = read(farEnd, piece.data(), piece.size())) > 0;)
+        taken.append(piece.data(), int(count));
+    return taken;
 }
 
 LogCapture::LogCapture()

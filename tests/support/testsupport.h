@@ -9,9 +9,8 @@
 namespace recorders
 {
 
-// Installs one at an absolute path. Without a reply it runs the program that was there before.
 void install(const QString &path);
-// What it prints instead; the key is its name alone or with arguments, the delay is in seconds.
+// What it prints; the key is its name alone or with arguments, the delay is in seconds.
 void setReply(const QString &key, const QByteArray &output, double delay = 0, int status = 0);
 // Every call so far, "name argument argument", and the time of one, in seconds since boot.
 QStringList calls();
@@ -29,7 +28,8 @@ constexpr int patience = 60000; // ms
 #define TRY_COMPARE(actual, expected)                                                              \
     QTRY_COMPARE_WITH_TIMEOUT(actual, expected, testsupport::patience)
 
-// Empties the install directory, the commands file's folder, replies and recorded calls.
+// Empties the commands file's folder, replies, recorded calls and the install directory, which then
+// holds recorders in the place of the unit's scripts.
 void freshWorld();
 
 // The whole file; empty when it is missing.
@@ -46,14 +46,24 @@ inline void setStandIn(const QString &name, const QByteArray &word)
 }
 
 int openDescriptors();
-double residentMiB();
+
+// A pseudo-terminal in the place of the unit's serial port, and its far end.
+class Pty
+{
+public:
+    Pty();
+    // Writes all bytes at once, as one arrival at the unit.
+    void send(const QByteArray &bytes) const;
+    // What has come since the last call.
+    QByteArray take() const;
+
+private:
+    int farEnd = -1;
+    int unitsEnd = -1; // kept open: it stays raw
+};
 
 // Collects what any thread logs, instead of printing it.
-class LogCapture
-{
-    Q_DISABLE_COPY(LogCapture)
-
-public:
+struct LogCapture {
     LogCapture();
     ~LogCapture();
     // Texts of one message type, in order.

@@ -48,7 +48,6 @@ private slots:
     void sleepyTimeRunsTheShutdownScript()
     {
         VideoLibrary video;
-        recorders::install("/home/pi/KT6120/bin/KT6120_shutdown.sh");
         video.sleepyTime();
         QCOMPARE(recorders::calls(), QStringList("KT6120_shutdown.sh"));
     }
