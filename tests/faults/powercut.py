@@ -10,6 +10,7 @@ line. A killed process shows what the program and the system calls do. It does n
 device's cache loses when the power goes: the kernel lives on and completes what it was handed.
 """
 
+import configparser
 import os
 import pathlib
 import random
@@ -27,11 +28,9 @@ LOG, CSV = FOLDER / "commands_log.log", FOLDER / "status_log.csv"
 STAMP = r"\d\d-\d\d-\d{4} \d\d:\d\d:\d\d,"
 LONGEST_WAIT = 0.03  # seconds; a round takes a millisecond or two
 
-foreign = {"Other/Text": '"a, b"', "Other/Number": "12.5", "Other/Empty": ""}
-kept = {
-    STORE: {**foreign, "Camera/CoilerOffset": "1.25"},
-    CONFIGURATION: {**foreign, "Coiler/EncoderScalar": "0.25", "Lamp/MaxCurrent": "20"},
-}
+OTHERS = '[Other]\nText="a, b"\nNumber=12.5\nEmpty=\n'  # which the program does not know
+STORE.write_text(OTHERS + "[Camera]\nCoilerOffset=1.25\n")
+CONFIGURATION.write_text(OTHERS + "[Coiler]\nEncoderScalar=0.25\n[Lamp]\nMaxCurrent=20\n")
 
 
 def check(condition, what):
@@ -40,26 +39,11 @@ def check(condition, what):
 
 
 def parse(path):
-    values: dict[str, str] = {}
-    group = None
-    for line in path.read_text(encoding="ascii").splitlines():
-        if match := re.fullmatch(r"\[(\w+)\]", line):
-            group = match[1]
-        elif line:
-            match = re.fullmatch(r"(\w+)=(.*)", line)
-            if not (match and group):
-                sys.exit(f"kill {kill}: {path} does not parse: {line!r}")
-            check(f"{group}/{match[1]}" not in values, f"{path} repeats {line!r}")
-            values[f"{group}/{match[1]}"] = match[2]
-    return values
-
-
-def write(path, values):
-    groups: dict[str, list[str]] = {}
-    for key, value in values.items():
-        group, entry = key.split("/")
-        groups.setdefault(group, []).append(f"{entry}={value}")
-    path.write_text("".join(f"[{g}]\n" + "\n".join(e) + "\n\n" for g, e in groups.items()))
+    """Its keys and values. What is torn or repeated is an error."""
+    ini = configparser.RawConfigParser(delimiters="=", comment_prefixes=())
+    ini.optionxform = str  # type: ignore[assignment,method-assign]
+    ini.read(path, encoding="ascii")
+    return {f"{group}/{key}": ini[group][key] for group in ini.sections() for key in ini[group]}
 
 
 def check_ini(path, written, before, begun):
@@ -80,8 +64,7 @@ def whole_lines(path):
 
 kill = 0
 os.environ["PATH"] = "/nowhere"  # no log rotation
-for path, values in kept.items():
-    write(path, values)
+kept = {path: parse(path) for path in (STORE, CONFIGURATION)}
 rounds = 0
 for kill in range(1, KILLS + 1):
     LOG.unlink(missing_ok=True)
