@@ -143,14 +143,9 @@ private slots:
         commsInternal mcu;
         commsExternal app;
         VideoLibrary video;
-        const OutputCapture printed;
-        std::vector<QMetaObject::Connection> made;
-        log([&] { made = connectComponents({&events, &mcu, &app, &video}); });
-        QCOMPARE(int(made.size()), 13);
-        QVERIFY(std::all_of(made.begin(), made.end(), [](const auto &one) { return bool(one); }));
-        QCOMPARE(printed.text(), QByteArray("stop connection state: true\n"));
-        QVERIFY(QMetaType::type("EVENT_TYPE_t") != QMetaType::UnknownType);
-        QVERIFY(QMetaType::type("SOURCE_TYPE_t") != QMetaType::UnknownType);
+        const auto made = connectComponents({&events, &mcu, &app, &video});
+        QCOMPARE(std::count_if(made.begin(), made.end(), [](const auto &one) { return bool(one); }),
+                 13);
     }
 
     // Notifications come with the event loop's first iteration, then every tenth of the period as

@@ -43,13 +43,8 @@ private slots:
         const auto processes = [] { return QDir("/proc").entryList({"[1-9]*"}).size(); };
         const int before = processes();
         const std::pair<QString, QByteArray> rows[] = {
-            {"echo 1", "1\n"},
-            {"true", ""},
             {"echo part; exit 3", "part\n"},
-            {"echo wrong >&2", ""},
-            {"head -c 65536 /dev/zero", QByteArray(65536, '\0')}, // as much as a pipe holds
-            {"exec cat /dev/zero", QByteArray(65536, '\0')},      // a flood, ended
-            {"echo early; exec sleep 600", "early\n"},
+            {"exec cat /dev/zero", QByteArray(65536, '\0')}, // as much as a pipe holds
             {"echo early; sleep 600 | exec cat", "early\n"},
             {"sleep 600 & echo 1", "1\n"},
         };

