@@ -13,7 +13,6 @@
 #include "readings.h"
 #include "testsupport.h"
 
-#include <QProcess>
 #include <QSerialPort>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -21,7 +20,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <sys/ioctl.h>
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
@@ -55,22 +53,18 @@ void askEverything(eventHandler &handler)
 struct Phone {
     QTcpServer server;
     commsExternal link;
+    QTcpSocket *near = link.findChild<QTcpSocket *>();
     QTcpSocket *far = nullptr;
-    QTcpSocket *near = nullptr;
 } *phone = nullptr;
 
 void startApp()
 {
-    const QStringList network = {"usb0", "192.168.42.10/24", "192.168.42.1"};
-    require(QProcess::execute(BENCH_PLUG, network) == 0, "the network is made");
     phone = new Phone;
-    phone->server.listen(QHostAddress("192.168.42.1"), 8082);
     phone->link.commsExternalInit();
     for (QTimer *timer : phone->link.findChildren<QTimer *>())
         timer->stop(); // the ticks
-    phone->near = phone->link.findChild<QTcpSocket *>();
-    phone->link.commsExternaldelayedStart();
-    phone->link.commsExternalTCPConnect();
+    phone->server.listen(QHostAddress::LocalHost);
+    phone->near->connectToHost(QHostAddress::LocalHost, phone->server.serverPort());
     require(phone->server.waitForNewConnection(5000), "the link connects");
     phone->far = phone->server.nextPendingConnection();
 }
@@ -80,10 +74,9 @@ void deliver(const QByteArray &bytes)
 {
     phone->far->write(bytes);
     phone->far->flush();
-    int arrived = 0;
-    while (arrived < bytes.size())
-        ioctl(int(phone->near->socketDescriptor()), FIONREAD, &arrived);
-    QCoreApplication::processEvents();
+    while (phone->near->bytesAvailable() < bytes.size())
+        phone->near->waitForReadyRead();
+    phone->link.commsExternalReadyRead();
 }
 
 void app(const QByteArray &bytes)
@@ -95,14 +88,12 @@ void app(const QByteArray &bytes)
                      &commsExternal::commsExternalSendCmd);
     deliver(bytes);
     deliver("*IDN?\r\n");
-    QElapsedTimer waited;
-    waited.start();
     QByteArray heard;
     while (!heard.endsWith("KT6120 v" PROGRAM_VERSION "\r\n")) {
-        require(waited.elapsed() < 10000, "an answer comes after the input");
-        phone->far->waitForReadyRead(1);
+        require(phone->far->waitForReadyRead(10000), "an answer comes after the input");
         heard += phone->far->readAll();
     }
+    QCoreApplication::processEvents();
 }
 
 // Bytes from the microcontroller, over a pseudo-terminal, down to the store.
@@ -197,8 +188,8 @@ const struct {
     void (*start)(); // once, in a fresh world
     void (*input)(const QByteArray &bytes);
 } targets[] = {
-    {"app", startApp, app}, {"commandsfile", nullptr, commandsfile}, {"ini", nullptr, ini},
-    {"mcu", startMcu, mcu}, {"network", nullptr, interfaces},        {"request", nullptr, request},
+    {"app", startApp, app}, {"commandsfile", [] {}, commandsfile}, {"ini", [] {}, ini},
+    {"mcu", startMcu, mcu}, {"network", [] {}, interfaces},        {"request", [] {}, request},
 };
 void (*input)(const QByteArray &bytes) = nullptr;
 
@@ -210,11 +201,10 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
     testsupport::freshWorld();
     for (const auto &target : targets) {
-        if (!QString(**argv).endsWith("fuzz_" + target.name))
-            continue;
-        if (target.start)
+        if (QString(**argv).endsWith("fuzz_" + target.name)) {
             target.start();
-        input = target.input;
+            input = target.input;
+        }
     }
     // No programs of this machine, such as the log rotation.
     qputenv("PATH", "/run/bench/bin");

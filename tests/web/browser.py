@@ -1,0 +1,177 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: LicenseRef-KT6120
+"""What a real browser keeps of the page's picture, and who may watch it.
+
+Usage, in the sandbox with an installed tree: browser.py BUILD. The browser saves the files; ffmpeg reads
+them. The first failure ends it.
+"""
+
+import csv
+import http.client
+import json
+import os
+import re
+import signal
+import socket
+import subprocess
+import sys
+import time
+from functools import partial
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
+
+from bench.desk import Desk
+from bench.page import SAVED
+
+ASKS = (
+    "(e => (dispatchEvent(e), e.defaultPrevented))(new Event('beforeunload', {cancelable: true}))"
+)
+# While the picture is there: a busy machine may miss two seconds of it.
+PRESS = (
+    "expect script \"byId('video').videoWidth > 0 && byId('video-state').textContent === ''"
+    " && (byId('{}').click(), true)\""
+)
+FORGOTTEN = 20  # s: ten, on a machine that is busy
+PAL, USB = 8083, 49152
+OWN = {"Host": "127.0.0.1", "Origin": "http://127.0.0.1", "Content-Type": "application/sdp"}
+# Three more windows beside the page.
+OPEN = "window.all = [window]; for (let n = 0; n < 3; ++n) all.push(open('/', '', 'popup'))"
+FRAMES = """return all.map(({ document }) => {
+  const video = document.getElementById("video");
+  return video ? video.getVideoPlaybackQuality().totalVideoFrames : 0;
+})"""
+OFFER = """
+const connection = new RTCPeerConnection();
+connection.addTransceiver("video", { direction: "recvonly" });
+connection.setLocalDescription().then(() => arguments[0](connection.localDescription.sdp));
+"""
+
+
+def run(*command):
+    return subprocess.run(command, check=True, capture_output=True).stdout
+
+
+def saved(desk, ending, count):
+    def files():
+        return sorted(Path(SAVED).glob(f"*.{ending}"), key=os.path.getmtime)
+
+    assert desk.loop.until(lambda: len(files()) == count, 60), f"saved: {files()}"
+    return files()[-1]
+
+
+def keep_still(desk, count, counter, distance):
+    """The bright pixels in the corner where the distance is drawn."""
+    desk.run(f"mcu COILER:VALUE {counter}")
+    desk.run(f'expect page "Distance {distance} m"')
+    desk.run(PRESS.format("still"))
+    still = saved(desk, "png", count)
+    name = rf"\d{{4}}-\d\d-\d\d_\d\d-\d\d-\d\d_{re.escape(distance)}m(_2)?\.png"
+    assert re.fullmatch(name, still.name), still.name
+    grey = run("ffmpeg", "-v", "error", "-i", still, "-f", "rawvideo", "-pix_fmt", "gray", "-")
+    assert len(grey) == 720 * 576, f"{still.name}: {len(grey)} pixels"
+    assert len(set(grey[72000:72720])) > 5, "no picture"
+    return [pixel > 128 for row in range(530, 576) for pixel in grey[row * 720 : row * 720 + 90]]
+
+
+def unlike(one, other):
+    return sum(a != b for a, b in zip(one, other))
+
+
+def record(desk):
+    desk.run(PRESS.format("record"))
+    began = time.monotonic()
+    desk.run(
+        "expect script \"/^recording \\\\d+:(0[4-9]|[1-9]\\\\d), [1-9]/.test(byId('recording').textContent) || byId('recording').textContent + byId('answer').textContent\""
+    )
+    desk.run(f'expect script "{ASKS}"')
+    desk.run('page click "Stop recording"')
+    took = time.monotonic() - began
+    recording = saved(desk, "mp4", 1)
+    run("ffmpeg", "-v", "error", "-xerror", "-i", recording, "-f", "null", "-")
+    seen = json.loads(run("ffprobe", "-v", "error", "-of", "json", "-show_format", recording))
+    length = float(seen["format"]["duration"])
+    assert abs(length - took) < 1 + took / 3, f"{length} s of {took} s"
+
+
+def try_kept(desk):
+    """Stills and a recording, with the list of where they were taken."""
+    record(desk)
+    desk.run(f'expect script "{ASKS}"')
+    first = keep_still(desk, 1, 100, "12.5")
+    same = keep_still(desk, 2, 100, "12.5")
+    other = keep_still(desk, 3, 84, "10.5")
+    seen = unlike(first, same), unlike(first, other)
+    assert seen[0] * 2 < seen[1], f"the distance is not in the picture: {seen}"
+    desk.run("expect script \"document.querySelectorAll('#kept input')[2].focus() === undefined\"")
+    desk.run("page press =joint")
+    desk.run('page click "Download the list"')
+    desk.run(f'expect script "!{ASKS}"')
+    with saved(desk, "csv", 1).open(encoding="utf-8-sig", newline="") as file:
+        rows = list(csv.DictReader(file))
+    assert [row["distance [m]"] for row in rows] == ["0", "12.5", "12.5", "10.5"], rows
+    assert [row["note"] for row in rows] == ["", "'=joint", "", ""], rows
+    assert {row["file"] for row in rows} == {file.name for file in Path(SAVED).glob("2*")}, rows
+    desk.run("expect console clean")
+    desk.run("unit signal 19")
+    desk.run("expect script \"byId('video-state').textContent !== ''\"")
+    desk.run("page click Still")
+    desk.run('expect page "There is no picture to keep"')
+    desk.run("unit signal 18")
+
+
+def post(offer):
+    line = http.client.HTTPConnection("127.0.0.1", timeout=60)
+    line.request("POST", "/api/picture", offer, OWN)
+    return line.getresponse().status
+
+
+def send(packets, stream):
+    """To the port of the phone's picture, as a stream of that number."""
+    with socket.socket(type=socket.SOCK_DGRAM) as end:
+        for packet in packets:
+            end.sendto(packet[2:10] + stream + packet[14:], ("192.168.42.10", USB))
+
+
+def try_viewers(desk):
+    """Four see it, and only the unit's own packets. Those that vanish are forgotten."""
+
+    def until(condition, what):
+        assert desk.loop.until(condition, 60), what
+
+    def ask(work, *arguments):
+        return desk.loop.apart(partial(work, *arguments))
+
+    def frames():
+        return ask(browser.execute_script, FRAMES)
+
+    browser = desk.page.driver
+    ask(browser.execute_script, OPEN)
+    offer = ask(browser.execute_async_script, OFFER)
+    until(lambda: all(count > 50 for count in frames()), "not all four see it")
+    assert ask(post, offer) == 503, "a fifth viewer"
+
+    desk.run("camera lost")
+    desk.run("usb up")
+    desk.run("expect call KT6120_stream_start.sh 192.168.42.255 49152")
+    before, packets = frames(), list(desk.video.tap(PAL).kept)
+    with desk.network.in_phone():
+        send(packets, b"1111")
+    assert not desk.loop.until(lambda: bool(frames() != before), 2), "another sender's are shown"
+    send(packets, b"2222")
+    until(lambda: frames() != before, "the unit's own are not shown")
+
+    for one in subprocess.check_output(["pidof", "chromium"]).split():
+        os.kill(int(one), signal.SIGKILL)
+    began = time.monotonic()
+    until(lambda: ask(post, offer) == 201, "no place is free again")
+    assert time.monotonic() - began < FORGOTTEN, f"only after {time.monotonic() - began:.0f} s"
+    desk.run("expect processes kt6120-picture 0")
+
+
+with Desk(sys.argv[1]) as desk_with_page:
+    desk_with_page.run("unit start")
+    desk_with_page.run("expect rtp 8083 rate 20..30")
+    desk_with_page.run("page open")
+    try_kept(desk_with_page)
+    try_viewers(desk_with_page)
