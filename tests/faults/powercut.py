@@ -41,7 +41,7 @@ def check(condition, what):
 def parse(path):
     """Its keys and values. What is torn or repeated is an error."""
     ini = configparser.RawConfigParser(delimiters="=", comment_prefixes=())
-    ini.optionxform = str  # type: ignore[assignment,method-assign]
+    ini.optionxform = str  # type: ignore[assignment]
     ini.read(path, encoding="ascii")
     return {f"{group}/{key}": ini[group][key] for group in ini.sections() for key in ini[group]}
 

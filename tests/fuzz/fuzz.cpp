@@ -51,83 +51,81 @@ void askEverything(eventHandler &handler)
 
 // Bytes from the phone app, over TCP, down to the event handler and back.
 struct Phone {
+    Phone()
+    {
+        link.commsExternalInit();
+        for (QTimer *timer : link.findChildren<QTimer *>())
+            timer->stop(); // the ticks
+        server.listen(QHostAddress::LocalHost);
+        near->connectToHost(QHostAddress::LocalHost, server.serverPort());
+        require(server.waitForNewConnection(5000), "the link connects");
+        far = server.nextPendingConnection();
+    }
+    // Sends the bytes as one read of the link, which ignores what follows a NUL byte.
+    void deliver(const QByteArray &bytes)
+    {
+        far->write(bytes);
+        far->flush();
+        while (near->bytesAvailable() < bytes.size())
+            near->waitForReadyRead();
+        link.commsExternalReadyRead();
+    }
+
     QTcpServer server;
     commsExternal link;
     QTcpSocket *near = link.findChild<QTcpSocket *>();
     QTcpSocket *far = nullptr;
-} *phone = nullptr;
-
-void startApp()
-{
-    phone = new Phone;
-    phone->link.commsExternalInit();
-    for (QTimer *timer : phone->link.findChildren<QTimer *>())
-        timer->stop(); // the ticks
-    phone->server.listen(QHostAddress::LocalHost);
-    phone->near->connectToHost(QHostAddress::LocalHost, phone->server.serverPort());
-    require(phone->server.waitForNewConnection(5000), "the link connects");
-    phone->far = phone->server.nextPendingConnection();
-}
-
-// Sends the bytes as one read of the link, which ignores what follows a NUL byte.
-void deliver(const QByteArray &bytes)
-{
-    phone->far->write(bytes);
-    phone->far->flush();
-    while (phone->near->bytesAvailable() < bytes.size())
-        phone->near->waitForReadyRead();
-    phone->link.commsExternalReadyRead();
-}
+};
 
 void app(const QByteArray &bytes)
 {
+    static auto &phone = *new Phone;
     eventHandler handler;
-    QObject::connect(&phone->link, &commsExternal::commsExternalEvent, &handler,
+    QObject::connect(&phone.link, &commsExternal::commsExternalEvent, &handler,
                      &eventHandler::eventHandlerProcess);
-    QObject::connect(&handler, &eventHandler::eventHandlerSendExternalCmd, &phone->link,
+    QObject::connect(&handler, &eventHandler::eventHandlerSendExternalCmd, &phone.link,
                      &commsExternal::commsExternalSendCmd);
-    deliver(bytes);
-    deliver("*IDN?\r\n");
+    phone.deliver(bytes);
+    phone.deliver("*IDN?\r\n");
     QByteArray heard;
     while (!heard.endsWith("KT6120 v" PROGRAM_VERSION "\r\n")) {
-        require(phone->far->waitForReadyRead(10000), "an answer comes after the input");
-        heard += phone->far->readAll();
+        require(phone.far->waitForReadyRead(10000), "an answer comes after the input");
+        heard += phone.far->readAll();
     }
     QCoreApplication::processEvents();
 }
 
 // Bytes from the microcontroller, over a pseudo-terminal, down to the store.
 struct Line {
+    Line()
+    {
+        link.commsInternalInit();
+        link.findChild<QTimer *>()->stop(); // the polls
+    }
+
     testsupport::Pty mcu;
     commsInternal link;
-    QSerialPort *port = nullptr;
-} *line = nullptr;
-
-void startMcu()
-{
-    line = new Line;
-    line->link.commsInternalInit();
-    line->link.findChild<QTimer *>()->stop(); // the polls
-    line->port = line->link.findChild<QSerialPort *>();
-}
+};
 
 void mcu(const QByteArray &bytes)
 {
+    static auto &line = *new Line;
+    static auto *port = line.link.findChild<QSerialPort *>();
     eventHandler handler;
-    QObject::connect(&line->link, &commsInternal::commsInternalEvent, &handler,
+    QObject::connect(&line.link, &commsInternal::commsInternalEvent, &handler,
                      &eventHandler::eventHandlerProcess);
-    QObject::connect(&handler, &eventHandler::eventHandlerSendInternalCmd, &line->link,
+    QObject::connect(&handler, &eventHandler::eventHandlerSendInternalCmd, &line.link,
                      &commsInternal::commsInternalSendCommand);
     // The next input starts on a new line, with an empty error queue.
     const QByteArray sent = bytes + "\n*CLS\n";
-    line->mcu.send(sent);
-    while (line->port->waitForReadyRead(0)) {
+    line.mcu.send(sent);
+    while (port->waitForReadyRead(0)) {
     }
     for (int i = sent.count('\n'); i > 0; --i)
-        line->link.serialPortProcessData();
+        line.link.serialPortProcessData();
     askEverything(handler);
     QCoreApplication::processEvents();
-    line->mcu.take();
+    line.mcu.take();
 }
 
 // Content of the commands file, which the unit's web page writes.
@@ -183,13 +181,9 @@ void request(const QByteArray &bytes)
     require(command.count(' ') <= 1, "a line is a word and an argument");
 }
 
-const struct {
-    QString name;
-    void (*start)(); // once, in a fresh world
-    void (*input)(const QByteArray &bytes);
-} targets[] = {
-    {"app", startApp, app}, {"commandsfile", [] {}, commandsfile}, {"ini", [] {}, ini},
-    {"mcu", startMcu, mcu}, {"network", [] {}, interfaces},        {"request", [] {}, request},
+const QHash<QString, void (*)(const QByteArray &)> targets = {
+    {"app", app}, {"commandsfile", commandsfile}, {"ini", ini},
+    {"mcu", mcu}, {"network", interfaces},        {"request", request},
 };
 void (*input)(const QByteArray &bytes) = nullptr;
 
@@ -200,12 +194,7 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
     static QCoreApplication application(*argc, *argv);
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
     testsupport::freshWorld();
-    for (const auto &target : targets) {
-        if (QString(**argv).endsWith("fuzz_" + target.name)) {
-            target.start();
-            input = target.input;
-        }
-    }
+    input = targets.value(QString(**argv).section("fuzz_", -1));
     // No programs of this machine, such as the log rotation.
     qputenv("PATH", "/run/bench/bin");
     return 0;

@@ -10,7 +10,6 @@
 #include <memory>
 #include <tuple>
 
-using testsupport::LogCapture;
 using testsupport::readFile;
 using testsupport::writeFile;
 
@@ -44,25 +43,6 @@ private slots:
         restart();
     }
 
-    void usbFault()
-    {
-        const std::pair<QByteArray, bool> rows[] = {
-            {"0\n", false},
-            {"1 fault\n", false},
-            {" \t1 \r\n", true},
-            {"1\n", false}, // logged once
-        };
-        QCOMPARE(timer(1)->interval(), 5000);
-        QCOMPARE(timer(2)->interval(), 10000); // the temperature's, played by a scenario
-        for (const auto &[printed, logged] : rows) {
-            const LogCapture log;
-            recorders::setReply("KT6120_gpio_read.sh 26", printed);
-            check(1);
-            QCOMPARE(LogCapture::texts(QtWarningMsg).size(), int(logged));
-        }
-        QVERIFY(!timer(1)->isActive());
-    }
-
     void row()
     {
         const std::pair<QByteArray, QByteArray> rows[] = {
@@ -86,7 +66,8 @@ private slots:
             writeFile(paths::statusStore, stored);
             QFile::remove(paths::statusCsv);
             restart();
-            QCOMPARE(timer(0)->interval(), 1800000);
+            for (const auto &[index, interval] : {std::pair(0, 1800000), {1, 5000}, {2, 10000}})
+                QCOMPARE(timer(index)->interval(), interval);
             const QDateTime before = QDateTime::currentDateTime().addSecs(-1);
             check(0);
             const QByteArray content = readFile(paths::statusCsv);

@@ -24,12 +24,9 @@ with webdriver.Chrome(options=options) as driver:
     driver.execute_cdp_cmd("Network.enable", {})
     driver.execute_cdp_cmd("Network.setExtraHTTPHeaders", {"headers": {"Authorization": secret}})
     driver.get(sys.argv[1])
+    shown = "return document.querySelector('video').getVideoPlaybackQuality().totalVideoFrames"
     end = time.monotonic() + 60
-    while (
-        frames := driver.execute_script(
-            "return document.querySelector('video').getVideoPlaybackQuality().totalVideoFrames"
-        )
-    ) < 50:
+    while driver.execute_script(shown) < 50:
         if time.monotonic() > end:
-            sys.exit(f"{frames} frames\n" + driver.find_element("tag name", "body").text)
+            sys.exit(driver.find_element("tag name", "body").text)
         time.sleep(0.1)

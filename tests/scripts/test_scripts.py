@@ -101,7 +101,6 @@ class AmongTools(Scripts):
         set_2 = "gpioset --daemonize --chip gpiochip0 "
         for gpiod, command, call, answer, tool_status, status in (
             ("1.6.3", "gpio_write 21 1", set_1 + "21=1", "", 0, 0),
-            ("2.2.1", "gpio_write 25 0", set_2 + "25=0", "", 0, 0),
             ("2.2.1", "gpio_write 19 1", set_2 + "19=1", "busy", 3, 1),
             ("1.6.3", "sonde_en_write 43 0", set_1 + "43=0", "", 0, 0),
             ("1.6.3", "gpio_read 0", "gpioget gpiochip0 0", "1\n", 0, 0),
@@ -110,7 +109,6 @@ class AmongTools(Scripts):
             ("", "bb_read 0x10", "i2cget -y 1 0x48 0x10", "0x64\n", 0, 0),
             ("", "bb_read 0x7", "i2cget -y 1 0x48 0x7", "0x00\n", 2, 1),
             ("", "bb_read 0x07", "i2cget -y 1 0x48 0x07", "Warning\n", 0, 1),
-            ("", "shutdown", "systemctl poweroff", "", 0, 0),
             ("", "shutdown", "systemctl poweroff", "", 5, 5),
         ):
             with self.subTest(command=command, gpiod=gpiod, status=tool_status):

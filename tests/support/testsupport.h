@@ -39,12 +39,6 @@ void writeFile(const QString &path, const QByteArray &content);
 // The value of "Group/Entry" in an INI file; null if it is missing.
 QString iniValue(const QString &path, const QString &key);
 
-// What the bench's "camera" or "encoder" does from now on: "ok", or a fault.
-inline void setStandIn(const QString &name, const QByteArray &word)
-{
-    writeFile("/run/bench/" + name, word);
-}
-
 int openDescriptors();
 
 // A pseudo-terminal in the place of the unit's serial port, and its far end.

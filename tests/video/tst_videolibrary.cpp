@@ -67,7 +67,7 @@ private slots:
         struct Inside : GStreamerPipeline {
             static std::mutex GStreamerPipeline::*place() { return &Inside::lock; }
         };
-        testsupport::setStandIn("camera", "ok");
+        testsupport::writeFile("/run/bench/camera", "ok");
         OutputCapture output;
         capture camera;
         std::thread grabbing([&] { camera.startCapture(); });
@@ -78,7 +78,7 @@ private slots:
             output.take();
             TRY_VERIFY(output.text().contains("Wait for record lock timed out\n"));
         }
-        testsupport::setStandIn("camera", "lost");
+        testsupport::writeFile("/run/bench/camera", "lost");
         grabbing.join();
         QCOMPARE(camera.palPipeline.getPosition(), std::uint64_t(0));
         QVERIFY(output.text().endsWith("Cannot read frame from video\n"));

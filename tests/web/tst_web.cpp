@@ -25,17 +25,6 @@ class tst_web : public QObject
 private slots:
     void init() { testsupport::freshWorld(); }
 
-    // requests.py has the commands that are refused.
-    void commandsAreChecked()
-    {
-        for (const QByteArray line : {"LAMPUP", "LAMPDOWN", "LAMPOFF", "RESET", "LOGRST", "SONDE 0",
-                                      "SONDE 1", "MODEL x60_B.2-a"}) {
-            QByteArray body = "{\"command\":\"" + line + "\"}";
-            body.replace(" ", "\",\"argument\":\"");
-            QCOMPARE(commandwriter::parse(body).line, line);
-        }
-    }
-
     void levels()
     {
         const struct {
