@@ -32,7 +32,6 @@ PRESS = (
     "expect script \"byId('video').videoWidth > 0 && byId('video-state').textContent === ''"
     " && (byId('{}').click(), true)\""
 )
-FORGOTTEN = 20  # s: ten, on a machine that is busy
 PAL, USB = 8083, 49152
 OWN = {"Host": "127.0.0.1", "Origin": "http://127.0.0.1", "Content-Type": "application/sdp"}
 # Three more windows beside the page.
@@ -165,7 +164,8 @@ def try_viewers(desk):
         os.kill(int(one), signal.SIGKILL)
     began = time.monotonic()
     until(lambda: ask(post, offer) == 201, "no place is free again")
-    assert time.monotonic() - began < FORGOTTEN, f"only after {time.monotonic() - began:.0f} s"
+    # Ten seconds, on a machine that is busy.
+    assert time.monotonic() - began < 20, f"only after {time.monotonic() - began:.0f} s"
     desk.run("expect processes kt6120-picture 0")
 
 
