@@ -43,6 +43,18 @@ private slots:
         restart();
     }
 
+    void usbFault()
+    {
+        const testsupport::LogCapture log;
+        const std::pair<QByteArray, int> rows[] = {{"1 fault\n", 0}, {" \t1 \r\n", 1}, {"1\n", 1}};
+        for (const auto &[printed, logged] : rows) {
+            recorders::setReply("KT6120_gpio_read.sh 26", printed);
+            check(1);
+            QCOMPARE(log.texts(QtWarningMsg).size(), logged);
+        }
+        QVERIFY(!timer(1)->isActive());
+    }
+
     void row()
     {
         const std::pair<QByteArray, QByteArray> rows[] = {
