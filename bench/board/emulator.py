@@ -66,11 +66,8 @@ class Emulator:
     def seconds(self) -> float:
         """The board's time since its start, up to its end."""
         if self.running and monotonic() > self._next_look:
-            try:
+            with suppress(Failure):  # it has just ended
                 self._now = self._register(TIMER)
-            except Failure:
-                if self.running:  # else it has just ended
-                    raise
             self._next_look = monotonic() + LOOK_INTERVAL
         return (self._now - self._begin) / 1e6
 
@@ -108,7 +105,7 @@ class Emulator:
     def command(self, name: str, **arguments: object) -> object:
         """A command of QEMU's monitor (QMP)."""
         assert self._monitor
-        with suppress(OSError):
+        try:
             self._monitor.write(json.dumps({"execute": name, "arguments": arguments}) + "\n")
             self._monitor.flush()
             for answer in map(json.loads, self._monitor):  # events too
@@ -116,6 +113,10 @@ class Emulator:
                     return answer["return"]
                 if "error" in answer:
                     raise Failure(f"the board's emulator: {answer['error']['desc']}")
+        except TimeoutError:
+            self.kill()
+        except OSError:
+            pass
         raise Failure("the board's emulator does not answer")
 
     def human_command(self, line: str) -> str:
