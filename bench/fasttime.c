@@ -31,10 +31,12 @@ static const char glib[] = "/libglib-2.0.so";
 
 // A page shared with the bench, which sets it (world.py).
 struct Pace {
-    _Atomic int64_t speed; // seconds of the unit's time for each that the program rests; at least 1
-    _Atomic int64_t
-        stride; // ns of the unit's time that a rest lasts at least, unless something happens
-    _Atomic int64_t skipped; // ns by which the unit's clocks are ahead of the wall clock's
+    // Seconds of the unit's time for each that the program rests; at least 1.
+    _Atomic int64_t speed;
+    // ns of the unit's time that a rest lasts at least, unless something happens.
+    _Atomic int64_t stride;
+    // ns by which the unit's clocks are ahead of the wall clock's.
+    _Atomic int64_t skipped;
 };
 static struct Pace ordinary = {.speed = 1};
 static struct Pace *pace = &ordinary;

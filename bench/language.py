@@ -211,7 +211,9 @@ class Commands:
     def _happened(
         self, kind: str, text: bytes, none: bool, count: int | None
     ) -> tuple[Condition, Callable[[], str]]:
-        """Whether it has, and what did instead. Texts of a kind are met in order. A call, a line with its first arguments, is met once."""
+        """Whether it has, and what did instead. Texts of a kind are met in order. A call, a line with its
+        first arguments, is met once.
+        """
         call, pattern = kind == "call", re.escape(text)
         stream = self._history.of("calls" if call else kind)
         wanted = re.compile(rb"(?m)^" + pattern + rb"(?=[ \n])" if call else pattern)
