@@ -4,7 +4,7 @@
 import os
 import socket
 from collections.abc import Callable, Iterator
-from contextlib import contextmanager
+from contextlib import contextmanager, suppress
 from functools import cached_property, partial
 
 from bench import Failure, number, to_bytes
@@ -114,6 +114,7 @@ class App:
         self._network, self._expect = network, expect
         self._server: socket.socket | None = None
         self._line: socket.socket | None = None  # the unit's connection
+        self._unsent = b""
         self._accepts = self._talks = True
         self._stream: list[socket.socket] = []
         self._heart = loop.timer(self._beat)
@@ -149,10 +150,17 @@ class App:
     def _send(self, content: bytes) -> None:
         line = self._connected()
         self._history.note("phone", content)
-        try:
-            line.sendall(content)
-        except OSError:
+        self._unsent += content  # a heartbeat meanwhile comes after it
+        sent = self._loop.until(
+            partial(self._flush, line), PATIENCE, lambda: self._line is not line
+        )
+        if not sent and self._line is line:
             self._end(line)
+
+    def _flush(self, line: socket.socket) -> bool:
+        with suppress(OSError):  # it takes no more now, or the connection has ended
+            self._unsent = self._unsent[line.send(self._unsent) :]
+        return not self._unsent
 
     def _beat(self) -> None:
         self._heart.start(HEARTBEAT / self._clock.speed)
@@ -192,9 +200,8 @@ class App:
 
     def _take_connection(self, server: socket.socket) -> None:
         line, (address, _) = server.accept()
-        self._line = line
+        self._line, self._unsent = line, b""
         self._heart.start(HEARTBEAT / self._clock.speed)
-        line.settimeout(PATIENCE)
         line.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         self._history.note("network", f"app: the unit has connected from {address}\n")
         self._loop.hears(line.fileno(), partial(self._history.note, "app"), lambda: self._end(line))

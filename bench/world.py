@@ -8,7 +8,7 @@ import selectors
 import subprocess
 from collections.abc import Callable, Sequence
 from time import monotonic
-from typing import Any
+from typing import IO, Any
 
 from bench import Failure, number, to_text
 
@@ -154,19 +154,20 @@ def run(*command: str) -> str:
 
 
 class Process:
-    """A child process beside the bench; functions take what it prints."""
+    """A child process beside the bench; functions or a file take what it prints."""
 
     def __init__(
         self,
         loop: Loop,
         command: Sequence[str],
-        stdout: Heard | None = None,
+        stdout: Heard | IO[bytes] | None = None,
         stderr: Heard | None = None,
         ended: Callable[[int], object] = lambda status: None,  # its exit status, or minus a signal
         **options: object,  # of Popen
     ) -> None:
-        heard = {name: act for name, act in (("stdout", stdout), ("stderr", stderr)) if act}
-        options = {"stdin": subprocess.DEVNULL, **options, **dict.fromkeys(heard, subprocess.PIPE)}
+        streams = {"stdin": subprocess.DEVNULL, "stdout": stdout, "stderr": stderr}
+        heard = {name: act for name, act in streams.items() if callable(act)}
+        options = {**streams, **options, **dict.fromkeys(heard, subprocess.PIPE)}
         self.child: Any = subprocess.Popen(command, bufsize=0, **options)  # type: ignore[call-overload]
         self.id: int = self.child.pid
         self._loop, self._ended = loop, ended

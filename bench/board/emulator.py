@@ -2,6 +2,7 @@
 """The emulated board: a BCM2837 board in QEMU, with its monitor, registers and console."""
 
 import fcntl
+import io
 import json
 import os
 import shutil
@@ -13,7 +14,7 @@ from time import monotonic
 from typing import IO
 
 from bench import Failure
-from bench.world import Heard, Loop, Process
+from bench.world import CHECK_INTERVAL, Heard, Loop, Process
 
 from .agent import by_line
 
@@ -45,14 +46,16 @@ LEVELS = 0x3F200034  # of the GPIO lines, one bit each
 
 
 class Emulator:
-    """Keeps card and sockets in a folder. `heard` gets the lines of the console.
+    """Keeps card, sockets and console in a folder. `heard` gets the lines of the console.
 
-    QEMU stands still while nobody reads the console.
+    The console is a file: QEMU would wait for the reader of a full pipe, which may wait for its monitor.
     """
 
     def __init__(self, loop: Loop, folder: str, heard: Heard, card: str = "card.qcow2") -> None:
         self._loop, self._folder, self._card = loop, folder, Path(folder, card)
-        self._heard = heard
+        self._heard = by_line(heard)
+        self._console: IO[bytes] = io.BytesIO()
+        loop.timer(self._read_console).start(CHECK_INTERVAL, CHECK_INTERVAL)
         self._process: Process | None = None
         self._monitor: IO[str] | None = None
         self._begin = self._now = 0  # microseconds
@@ -85,8 +88,10 @@ class Emulator:
         places = {"root": ROOT, "repo": REPO, "made": MADE, "folder": self._folder}
         command = COMMAND.format(**places, card=self._card, cache=cache, pace=pace).split()
         command += ["-append", KERNEL.replace("\n", " ")]
-        heard = by_line(self._heard)
-        self._process = Process(self._loop, command, stdout=heard, stdin=PIPE, pass_fds=[lock])
+        place = f"{self._folder}/console"
+        with open(place, "wb") as console:
+            self._process = Process(self._loop, command, console, stdin=PIPE, pass_fds=[lock])
+        self._console = open(place, "rb")
         os.close(lock)
         self._connect()
         self._begin = self._now = self._register(TIMER)
@@ -95,6 +100,11 @@ class Emulator:
         """Ends it as a power cut does."""
         if self._process:
             self._process.stop()
+            self._read_console()
+
+    def _read_console(self) -> None:
+        if content := self._console.read():
+            self._heard(content)
 
     def say(self, content: bytes) -> None:
         """To the console."""
