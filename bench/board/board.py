@@ -2,6 +2,7 @@
 """The virtual unit on an emulated board: program, hardware, picture, networks and power."""
 
 import ipaddress
+import re
 from functools import partial
 from typing import cast
 
@@ -95,7 +96,7 @@ class BoardSurroundings(Surroundings):
         self.clear_reply(FAULT_LINE)  # the line itself reads 0
 
     def set_channel(self, number: str, reading: str) -> None:
-        if not reading.startswith("0x"):  # the EEPROM holds bytes only
+        if not re.fullmatch("0x[0-9a-f]{1,2}", reading):  # the EEPROM holds bytes only
             return super().set_channel(number, reading)
         self.clear_reply(f"KT6120_bb_read.sh {number}")
         self._machine.run("i2cset", "-y", "1", "0x48", number, reading, "b")
