@@ -88,16 +88,13 @@ for kill in range(1, KILLS + 1):
     log = [line for line in whole_lines(LOG) if "Battery State" in line]
     check(all(re.match(STAMP + "[124],", line) for line in whole_lines(LOG)), "a torn log line")
     states = [int(line.rsplit(" ", 1)[1]) for line in log]
-    check(
-        states in ([*range(1, begun)], [*range(1, begun + 1)]), f"log of {begun} rounds: {states}"
-    )
+    whole = [*range(1, begun)], [*range(1, begun + 1)]
+    check(states in whole, f"log of {begun} rounds: {states}")
 
     rows = whole_lines(CSV) if CSV.exists() else []
     check(not rows or rows[0].startswith("timestamp,"), "no CSV header")
     check(all(re.fullmatch(STAMP + "([^,]*,){11}[^,]*", row) for row in rows[1:]), "a torn row")
     volts_written = [row.split(",")[1] for row in rows[1:]]
-    check(
-        volts_written in ([volts(n) for n in range(1, last)] for last in (begun, begun + 1)),
-        f"CSV of {begun} rounds: {volts_written}",
-    )
+    rows_of = [[volts(n) for n in states] for states in whole]
+    check(volts_written in rows_of, f"CSV of {begun} rounds: {volts_written}")
 print(f"{kill} kills in {rounds} rounds of writing: nothing lost")

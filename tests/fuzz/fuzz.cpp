@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// The kinds of input from outside as libFuzzer targets, one row of the table each, built as
-// fuzz_NAME.
+// Input from outside as libFuzzer targets, one row of the table each, built as fuzz_NAME.
 
 #include "commandwriter.h"
 #include "commsexternal.h"
 #include "commsinternal.h"
 #include "eventhandler.h"
 #include "monitor.h"
-#include "network.h"
 #include "paths.h"
 #include "readings.h"
 #include "testsupport.h"
@@ -159,15 +157,6 @@ void ini(const QByteArray &bytes)
     QFile::remove(paths::statusCsv);
 }
 
-// The kernel's route table and the list of the network interfaces. The results become arguments of
-// a script and the address of a connection.
-void interfaces(const QByteArray &bytes)
-{
-    for (const QString &address :
-         {network::broadcastAddress(bytes), network::defaultGateway(bytes)})
-        require(address.isEmpty() || network::isIPv4(address), "an address is IPv4");
-}
-
 // Bodies of the page's requests, each of which becomes one line of the commands file or none. As a
 // store, the same bytes only have to be readable.
 void request(const QByteArray &bytes)
@@ -182,8 +171,7 @@ void request(const QByteArray &bytes)
 }
 
 const QHash<QString, void (*)(const QByteArray &)> targets = {
-    {"app", app}, {"commandsfile", commandsfile}, {"ini", ini},
-    {"mcu", mcu}, {"network", interfaces},        {"request", request},
+    {"app", app}, {"commandsfile", commandsfile}, {"ini", ini}, {"mcu", mcu}, {"request", request},
 };
 void (*input)(const QByteArray &bytes) = nullptr;
 

@@ -43,18 +43,6 @@ private slots:
         restart();
     }
 
-    void usbFault()
-    {
-        const testsupport::LogCapture log;
-        const std::pair<QByteArray, int> rows[] = {{"1 fault\n", 0}, {" \t1 \r\n", 1}, {"1\n", 1}};
-        for (const auto &[printed, logged] : rows) {
-            recorders::setReply("KT6120_gpio_read.sh 26", printed);
-            check(1);
-            QCOMPARE(log.texts(QtWarningMsg).size(), logged);
-        }
-        QVERIFY(!timer(1)->isActive());
-    }
-
     void row()
     {
         const std::pair<QByteArray, QByteArray> rows[] = {
@@ -114,22 +102,6 @@ private slots:
             QCOMPARE(BusyBee::convertCurrentLEDs(raw), leds);
             QCOMPARE(BusyBee::convertCurrentIntersage(raw), interstage);
         }
-    }
-
-    void readings()
-    {
-        const std::pair<QByteArray, unsigned> rows[] = {
-            {"64", 100},   {" \t0xFF \r\n\n", 255}, {QByteArray("64\0zz", 5), 100},
-            {"0x6g\n", 0}, {"0x1ffffffff\n", 0},
-        };
-        BusyBee board(nullptr, store.get());
-        for (const auto &[printed, reading] : rows) {
-            recorders::setReply("KT6120_bb_read.sh 0x12", printed, 0, 1);
-            TRY_COMPARE(board.read_i2c(18), reading); // a busy machine may take its second
-        }
-        recorders::setReply("KT6120_bb_read.sh 0x12", "0x64\n", 2); // too slow
-        QCOMPARE(board.read_i2c(18), 0u);
-        TRY_COMPARE(board.findChildren<QProcess *>().size(), 0);
     }
 };
 

@@ -36,10 +36,8 @@ PAL, USB = 8083, 49152
 OWN = {"Host": "127.0.0.1", "Origin": "http://127.0.0.1", "Content-Type": "application/sdp"}
 # Three more windows beside the page.
 OPEN = "window.all = [window]; for (let n = 0; n < 3; ++n) all.push(open('/', '', 'popup'))"
-FRAMES = """return all.map(({ document }) => {
-  const video = document.getElementById("video");
-  return video ? video.getVideoPlaybackQuality().totalVideoFrames : 0;
-})"""
+VIDEOS = "all.map((one) => one.document.getElementById('video'))"
+FRAMES = f"return {VIDEOS}.map((one) => one?.getVideoPlaybackQuality().totalVideoFrames ?? 0)"
 OFFER = """
 const connection = new RTCPeerConnection();
 connection.addTransceiver("video", { direction: "recvonly" });

@@ -27,7 +27,7 @@ from bench.desk import Desk
 COMMANDS = "/var/www/html/commands.txt"
 LAMP = '{"command":"LAMPUP"}'
 OWN = {"Host": "127.0.0.1", "Origin": "http://127.0.0.1", "Content-Type": "application/json"}
-OFFER = """v=0
+OFFER = f"""v=0
 o=- 1 2 IN IP4 127.0.0.1
 s=-
 t=0 0
@@ -36,16 +36,14 @@ m=video 9 UDP/TLS/RTP/SAVPF 108
 c=IN IP4 0.0.0.0
 a=ice-ufrag:abcd
 a=ice-pwd:abcdefghijklmnopqrstuvwx
-a=fingerprint:sha-256 00{}
+a=fingerprint:sha-256 00{":00" * 31}
 a=setup:actpass
 a=mid:0
 a=recvonly
 a=rtcp-mux
 a=rtpmap:108 H264/90000
 a=fmtp:108 packetization-mode=1;profile-level-id=42e01f
-""".format(
-    ":00" * 31
-)
+"""
 
 
 def get(path, method="GET", host="127.0.0.1"):

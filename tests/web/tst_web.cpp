@@ -10,9 +10,6 @@
 #include "readings.h"
 #include "testsupport.h"
 
-#include <QFile>
-#include <QtTest>
-
 #include <algorithm>
 #include <sys/stat.h>
 

@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
+#include "capture.h"
 #include "gstreamerpalpipeline.h"
 #include "gstreamerstreampipeline.h"
 #include "testsupport.h"
+#include "videoCapture.h"
+#include "videolibrary.h"
 
 #include <QUdpSocket>
 
+#include <stdexcept>
 #include <thread>
 
 using testsupport::OutputCapture;
@@ -44,7 +48,7 @@ struct Stream : GstreamerStreamPipeline {
 
 } // namespace
 
-class tst_gstreamerpipeline : public QObject
+class tst_video : public QObject
 {
     Q_OBJECT
 
@@ -96,6 +100,12 @@ class tst_gstreamerpipeline : public QObject
     }
 
 private slots:
+    void initTestCase()
+    {
+        qputenv("OPENCV_VIDEOIO_PRIORITY_GPHOTO2", "0"); // not a desk's photo cameras
+        testsupport::freshWorld();
+    }
+
     // A run ends when it is stopped or by an error, which is reported with the element's own text;
     // it leaves the pipeline idle: it runs again.
     void runsEndIdle()
@@ -208,7 +218,68 @@ private slots:
         report(3);
         QCOMPARE(listener.notes.size(), 6 + 2000);
     }
+
+    void facadesShareOneCapture()
+    {
+        OutputCapture output;
+        VideoLibrary first;
+        capture *const shared = capturePipeline;
+        {
+            VideoLibrary second;
+            QCOMPARE(capturePipeline, shared);
+            second.startVideo();
+            second.startStreaming(QString::fromLatin1("127.0.0.1\0 and more", 18), QString("5004"));
+            QVERIFY(output.text().endsWith("# Started Video Stream\n"));
+        }
+        TRY_VERIFY(output.text().contains("unref pipeline\n"));
+        TRY_VERIFY(output.text().contains("unref pipeline stream\n"));
+
+        // A failed start is the caller's to handle.
+        QVERIFY_EXCEPTION_THROWN(first.startStreaming(std::string("127.0.0.1"), std::string("x")),
+                                 std::runtime_error);
+        first.startStreaming(std::string("127.0.0.1"), std::string("5004"));
+        QVERIFY(output.text().endsWith("# Started Video Stream\n"));
+    }
+
+    void sleepyTimeRunsTheShutdownScript()
+    {
+        VideoLibrary video;
+        video.sleepyTime();
+        QCOMPARE(recorders::calls(), QStringList("KT6120_shutdown.sh"));
+    }
+
+    void saysSoWhenNobodyServesGLib()
+    {
+        const testsupport::LogCapture log;
+        VideoLibrary served;
+        QCOMPARE(log.texts(QtWarningMsg), QStringList());
+        std::thread([] { VideoLibrary unserved; }).join(); // a thread without an event loop
+        QCOMPARE(log.texts(QtWarningMsg).size(), 1);
+    }
+
+    // Both pipelines are offered the frames, and idle, take none.
+    void grabsUntilTheCameraIsLost()
+    {
+        struct Inside : GStreamerPipeline {
+            static std::mutex GStreamerPipeline::*place() { return &Inside::lock; }
+        };
+        testsupport::writeFile("/run/bench/camera", "ok");
+        OutputCapture output;
+        capture camera;
+        std::thread grabbing([&] { camera.startCapture(); });
+        for (GStreamerPipeline *pipeline :
+             {static_cast<GStreamerPipeline *>(&camera.palPipeline),
+              static_cast<GStreamerPipeline *>(&camera.streamPipeline)}) {
+            const std::lock_guard<std::mutex> busy(pipeline->*Inside::place());
+            output.take();
+            TRY_VERIFY(output.text().contains("Wait for record lock timed out\n"));
+        }
+        testsupport::writeFile("/run/bench/camera", "lost");
+        grabbing.join();
+        QCOMPARE(camera.palPipeline.getPosition(), std::uint64_t(0));
+        QVERIFY(output.text().endsWith("Cannot read frame from video\n"));
+    }
 };
 
-QTEST_GUILESS_MAIN(tst_gstreamerpipeline)
-#include "tst_gstreamerpipeline.moc"
+QTEST_GUILESS_MAIN(tst_video)
+#include "tst_video.moc"
