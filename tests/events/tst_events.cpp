@@ -74,14 +74,16 @@ private slots:
         QCOMPARE(unit.app, once + once + QStringList("Temp:Compute -250\r"));
     }
 
+    // Whatever the priority; before the MCU's first report, answers are 0.
     void theQueueIsFirstInFirstOut()
     {
         const UnitUnderEvents unit;
-        unit.handler->eventHandlerAddtoQueue(EVENT_SondeStateRequest, SOURCE_APP, nullptr, 9);
-        unit.handler->eventHandlerAddtoQueue(EVENT_BatteryStateRequest, SOURCE_APP, nullptr, 1);
-        for (int i = 0; i < 3; ++i) // once more than there is
+        for (const EVENT_TYPE_t request :
+             {EVENT_SondeStateRequest, EVENT_TallwickDetectRequest, EVENT_BatteryLevelRequest})
+            unit.handler->eventHandlerAddtoQueue(request, SOURCE_APP, nullptr, uint8_t(request));
+        for (int i = 0; i < 4; ++i) // once more than there is
             unit.handler->eventHandlerProcessQueue();
-        QCOMPARE(unit.app, QStringList({"SondeState 0\r\n", "BatteryState 0\r"}));
+        QCOMPARE(unit.app, QStringList({"SondeState 0\r\n", "TWK 0\r", "BatteryLevel 0\r"}));
     }
 
     // A warning on entering a state; none while it lasts or at a limit.
