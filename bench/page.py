@@ -174,9 +174,10 @@ class Page:
         return self.driver.find_element("xpath", place.format(*names))
 
     def _pointer(self) -> Any:
-        from selenium.webdriver import ActionChains
+        from selenium import webdriver
 
-        return ActionChains(self.driver)  # type: ignore[no-untyped-call]
+        actions: Any = webdriver.ActionChains  # typed in some releases only
+        return actions(self.driver)
 
     def _type(self, label: str, text: str) -> None:
         element = self._find(INPUT, label)
