@@ -197,7 +197,7 @@ private slots:
         for (const SOURCE_TYPE_t other : {SOURCE_DEBUG, SOURCE_APP, SOURCE_FIFO})
             link->commsInternalSendCommand("not for the line", other);
         link->commsInternalSendCommand("next", SOURCE_MCU);
-        TRY_VERIFY((received += mcu->take()).endsWith("xnext"));
+        TRY_VERIFY(received.append(mcu->take()).endsWith("xnext"));
         QVERIFY(received.size() < 100'000);
     }
 };

@@ -56,7 +56,7 @@ private slots:
             const readings::Values values = readings::read();
             const auto reading = std::find_if(
                 readings::all().begin(), readings::all().end(),
-                [key = key](const auto &candidate) { return candidate.key.name == key; });
+                [name = key](const auto &candidate) { return candidate.key.name == name; });
             QCOMPARE(readings::text(*reading, values) + ", " + readings::level(*reading, values),
                      shown);
         }

@@ -36,7 +36,7 @@ struct EncoderClass {
     GstBinClass parent;
 };
 
-enum { PropertyTargetBitrate = 1, PropertyControlRate, PropertyBFrames, PropertyCaps };
+enum Property { PropertyTargetBitrate = 1, PropertyControlRate, PropertyBFrames, PropertyCaps };
 
 GstStaticPadTemplate sinkTemplate = GST_STATIC_PAD_TEMPLATE(
     "sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS("video/x-raw,format={I420,NV12}"));
@@ -91,7 +91,7 @@ void control(Encoder *encoder)
 void setProperty(GObject *object, guint id, const GValue *value, GParamSpec *)
 {
     Encoder *encoder = self(object);
-    switch (id) {
+    switch (Property(id)) {
     case PropertyTargetBitrate:
         encoder->targetBitrate = g_value_get_uint(value);
         break;
@@ -111,7 +111,7 @@ void setProperty(GObject *object, guint id, const GValue *value, GParamSpec *)
 void getProperty(GObject *object, guint id, GValue *value, GParamSpec *)
 {
     const Encoder *encoder = self(object);
-    switch (id) {
+    switch (Property(id)) {
     case PropertyTargetBitrate:
         g_value_set_uint(value, encoder->targetBitrate);
         break;
