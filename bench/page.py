@@ -47,6 +47,18 @@ TEXT = "return document.body.innerText.replace(/\\s+/g, ' ')"
 VALUE = "const done = arguments[0]; Promise.resolve(({})).then(done, error => done(String(error)))"
 
 
+def start_browser() -> Any:
+    from selenium import webdriver  # takes its time to load
+    from selenium.webdriver.chrome.service import Service
+
+    options: Any = webdriver.ChromeOptions()
+    for option in BROWSER_OPTIONS:
+        options.add_argument(option)
+    options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+    # Without a path, Debian 13's Selenium asks a program of its own that Debian leaves out.
+    return webdriver.Chrome(options=options, service=Service("/usr/bin/chromedriver"))
+
+
 class Page:
     """Each call of the browser's driver blocks, so a thread makes it while the loop runs."""
 
@@ -132,13 +144,7 @@ class Page:
 
     @cached_property
     def driver(self) -> Any:
-        from selenium import webdriver  # takes its time to load
-
-        options: Any = webdriver.ChromeOptions()
-        for option in BROWSER_OPTIONS:
-            options.add_argument(option)
-        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-        driver = webdriver.Chrome(options=options)
+        driver = start_browser()
         driver.implicitly_wait(FIND_LIMIT)
         driver.set_script_timeout(PATIENCE)
         saving = {"behavior": "allow", "downloadPath": SAVED}

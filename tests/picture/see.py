@@ -12,14 +12,9 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
 
-from selenium import webdriver
+from bench.page import start_browser
 
-from bench.page import BROWSER_OPTIONS
-
-options = webdriver.ChromeOptions()
-for option in BROWSER_OPTIONS:
-    options.add_argument(option)
-with webdriver.Chrome(options=options) as driver:
+with start_browser() as driver:
     secret = "Basic " + b64encode(sys.argv[2].encode()).decode()
     driver.execute_cdp_cmd("Network.enable", {})
     driver.execute_cdp_cmd("Network.setExtraHTTPHeaders", {"headers": {"Authorization": secret}})
