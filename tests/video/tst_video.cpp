@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
+
+// The pipelines, their reports, the facade over them and the capture behind it.
+
 #include "capture.h"
 #include "gstreamerpalpipeline.h"
 #include "gstreamerstreampipeline.h"
