@@ -48,6 +48,7 @@ VALUE = "const done = arguments[0]; Promise.resolve(({})).then(done, error => do
 
 
 def start_browser() -> Any:
+    """Chromium without a window, through its driver, which blocks."""
     from selenium import webdriver  # takes its time to load
     from selenium.webdriver.chrome.service import Service
 

@@ -114,7 +114,7 @@ class App:
         self._network, self._expect = network, expect
         self._server: socket.socket | None = None
         self._line: socket.socket | None = None  # the unit's connection
-        self._unsent = b""
+        self._unsent = b""  # of what the app says
         self._accepts = self._talks = True
         self._stream: list[socket.socket] = []
         self._heart = loop.timer(self._beat)
