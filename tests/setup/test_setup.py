@@ -45,7 +45,7 @@ desk() { # takes the desk's files away
     for file in /proc/cmdline /proc/consoles; do : >/tmp/${file##*/}; mount --bind /tmp/${file##*/} $file; done
     for uart in /dev/ttyAMA0 /dev/ttyS0; do : >$uart; mount --bind /dev/null $uart; done
     mkdir -p $tools /sys/fs/ext4/mmcblk0p2 /sys/block/mmcblk0/device $drm $bin/gstreamer-1.0
-    for tool in i2cget gpioinfo v4l2-ctl gst-inspect-1.0 ifconfig timedatectl systemctl; do
+    for tool in i2cget gpioinfo v4l2-ctl gst-inspect-1.0 ifconfig timedatectl systemctl nft; do
         cp $tree/bench/recorder $tools/$tool
     done
     cp $tree/bench/recorder /opt/vc/bin/vcgencmd
@@ -140,6 +140,7 @@ service | fault | disabled at boot | answer "$service" s/=enabled/=disabled/
 service | warning | 7 times | answer "$service" s/=0/=7/
 page | ok | not installed | answer "$page" s/=loaded/=not-found/
 page | fault | does not run | answer "$page" s/=active/=failed/
+page | warning | no limit to the connections | says nft '' 1
 """
 
 
