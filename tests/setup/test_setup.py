@@ -225,9 +225,8 @@ class Check(unittest.TestCase):
         with open("/dev/ttyAMA0", "rb"):
             self.changes("serial users", "fault", f"process {os.getpid()}, uses")
         self.start("sleep", "60", env={**os.environ, "KT6120_GPIO": "26=1"})
-        shell(
-            """answer gpioinfo '/GPIO26/s/unused/"gpioset" [used]/; /GPIO21/s/unused/"gpioget" [used]/'"""
-        )
+        held = '/GPIO26/s/unused/"gpioset" [used]/; /GPIO21/s/unused/"gpioget" [used]/'
+        shell(f"answer gpioinfo '{held}'")
         self.changes("GPIO lines", "ok", "holds 26")
 
 
@@ -237,10 +236,8 @@ RASPIOS = ["-dtoverlay=vc4-kms-v3d", COMPOSITE, *TITLE]
 RASPIOS += ["+enable_uart=1", "+dtparam=i2c_arm=on", "+enable_tvout=1"]
 DEBIAN = ["+dtparam=i2c_arm=on", "+enable_tvout=1", COMPOSITE]
 SOURCES = ['+CONSOLES="tty0"', *TITLE, "+enable_uart=1", *DEBIAN]
-SOURCES += [
-    "+net.ifnames=0 video=Composite-1:720x576@50ie",
-    '+KERNEL=="ttyAMA0", SYMLINK+="serial0"',
-]
+SOURCES += ["+net.ifnames=0 video=Composite-1:720x576@50ie"]
+SOURCES += ['+KERNEL=="ttyAMA0", SYMLINK+="serial0"']
 # The lines that change, but for those of the network and of cmdline.txt.
 SYSTEMS = {
     "raspios12": RASPIOS,

@@ -131,17 +131,19 @@ private slots:
             runEndsIdle(standIn, fault, atStart, stopped, reported);
     }
 
-    // A start is refused until the end of the stopped run is reported.
+    // A start is refused until the stopped run's end is reported. The destructor stops again.
     void endOfStreamThatNeverComes()
     {
         NotingHandler handler;
-        Pal pal(&handler);
         OutputCapture output;
-        pal.start("videotestsrc is-live=true name=v4lsrc ! fakesink async=false "
-                  "videotestsrc is-live=true ! fakesink async=false");
-        pal.stopVideo();
-        pal.startVideo();
-        QVERIFY(output.text().endsWith("# Stopped PAL Video\nStarting PAL Video\n"));
+        {
+            Pal pal(&handler);
+            pal.start("videotestsrc is-live=true name=v4lsrc ! fakesink async=false "
+                      "videotestsrc is-live=true ! fakesink async=false");
+            pal.stopVideo();
+            pal.startVideo();
+        }
+        QVERIFY(output.text().endsWith("Starting PAL Video\n# Stopping PAL Video\n"));
     }
 
     void lateMessageDoesNotTouchTheNextRun()
@@ -191,6 +193,7 @@ private slots:
             TRY_VERIFY(!stream.pipeline);
         }
         TRY_COMPARE(alive, 0);
+        QCOMPARE(output.text().count("unref src stream\n"), 6); // its own stop, or the destructor's
     }
 
     // Once for each observer, and for one of two threads at a time.
