@@ -59,8 +59,6 @@ void commsInternal::commsInternalInit()
     addCommands();
 
     // QSerialPort reserves 32 KiB for each pending read, so take the bytes out at once.
-    rxBuffer.clear();
-    rxBegin = rxSearched = 0;
     connect(serialPort, &QSerialPort::readyRead, this,
             [this] { rxBuffer.append(serialPort->read(serialPort->bytesAvailable())); });
     // QSerialPort also emits readyRead inside waitForBytesWritten. With a queued connection, the
@@ -79,7 +77,6 @@ void commsInternal::commsInternalInit()
     requestTimer->setTimerType(Qt::PreciseTimer);
     for (const char *query : requests)
         requestList.append(query);
-    requestIndex = 0;
     connect(requestTimer, &QTimer::timeout, this, &commsInternal::commsInternalProcessRequest);
     requestTimer->start(requestInterval);
 }
