@@ -144,11 +144,9 @@ private slots:
     void aRunThatExceedsItsTimeoutGoesOn()
     {
         QObject parent;
-        QVERIFY(!childprocess::run(&parent,
-                                   {"/bin/sh",
-                                    {"-c", "while [ ! -e /tmp/go ]; do sleep 0.01; done; "
-                                           "head -c 1000000 /dev/zero; touch /tmp/done"}},
-                                   1ms));
+        const QString script = "while [ ! -e /tmp/go ]; do sleep 0.01; done; "
+                               "head -c 1000000 /dev/zero; touch /tmp/done";
+        QVERIFY(!childprocess::run(&parent, {"/bin/sh", {"-c", script}}, 1ms));
         testsupport::writeFile("/tmp/go", {});
         TRY_VERIFY(QFile::exists("/tmp/done"));
         TRY_VERIFY(!parent.findChild<QProcess *>()->isOpen()); // it stays, and holds little

@@ -167,9 +167,8 @@ class AmongTools(Scripts):
         ids = [int(line) for line in holders.read_text().split()]
         until(lambda: [is_running(id) for id in ids] == [True, False, True, True])
         self.assertLess(max(map(float, SLEPT.read_text().split())), 0.1)
-        for holder in ids:
-            if is_running(holder):
-                os.kill(holder, signal.SIGKILL)
+        for holder in filter(is_running, ids):
+            os.kill(holder, signal.SIGKILL)
 
     def test_sysfs_instead(self):
         """Without the tools lines go through sysfs, which creates a line's folder on export."""

@@ -141,7 +141,7 @@ private slots:
         QCOMPARE(texts(log), QByteArray("4cut|"));
     }
 
-    void picture()
+    void pictureAndStart()
     {
         const QByteArray start = "Starting  KT6120 - v 1 . 2 . 12",
                          stopped = "Stopping video stream";
@@ -155,13 +155,16 @@ private slots:
             {{stream, start}, "PAL"},
         };
         for (const auto &[lines, picture] : rows) {
-            QByteArray content;
-            for (const QByteArray &line : lines)
-                content += "25-11-2026 01:00:00,4," + line + '\n';
+            QByteArray content, started;
+            for (const QByteArray &line : lines) {
+                const auto time = "25-11-2026 01:00:0" + QByteArray::number(content.count('\n'));
+                started = line == start ? time : started;
+                content += time + ",4," + line + '\n';
+            }
             writeFile(paths::programLog, content);
             ProgramLog log(1000);
             log.take();
-            QCOMPARE(QByteArray(log.picture()), picture);
+            QCOMPARE(log.picture() + log.started(), picture + started);
         }
     }
 
