@@ -96,7 +96,7 @@ function draw() {
   chart.append(element("path", undefined, { class: "line", d: path }));
   for (const point of points) {
     const dot = element("circle", undefined,
-      { cx: x(point[0]), cy: y(point[1]), r: points.length > 100 ? 1 : 3, "data-value": point[1] });
+      { cx: x(point[0]), cy: y(point[1]), r: points.length > 100 ? 1 : 3 });
     dot.append(element("title", `${when(point[0]).full}: ${point[1]}`));
     chart.append(dot);
   }
