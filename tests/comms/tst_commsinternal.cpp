@@ -40,7 +40,6 @@ class tst_commsInternal : public QObject
 {
     Q_OBJECT
 
-private:
     // The link under test, its far end and what it raised; created once, since the announcements
     // take two seconds.
     std::optional<LogCapture> log; // installed after QtTest's own handler

@@ -17,7 +17,6 @@ class tst_health : public QObject
 {
     Q_OBJECT
 
-private:
     // Store and monitor anew, from the files.
     void restart()
     {
