@@ -182,6 +182,8 @@ void commsExternal::commsExternalMonitorTethering()
     const bool found = !address.isEmpty();
     if (found)
         broadcastAddress = address;
+    else
+        streamStarted = false; // also where the delayed start came after the loss
     if (found == tetheringState)
         return;
 
@@ -193,17 +195,14 @@ void commsExternal::commsExternalMonitorTethering()
         commsExternalStartStream();
     } else {
         qInfo() << messages::streamStopping;
-        streamStarted = false;
         commsExternalStopStream();
     }
 }
 
 void commsExternal::commsExternalBootUSB()
 {
-    QProcess *script = childprocess::start(this, {paths::gpioWriteScript, {gpio::usbBoot, "1"}});
-    script->waitForFinished(int(gpioWait.count()));
-    script->start(paths::gpioWriteScript, {gpio::usbBoot, "0"}, QIODevice::ReadWrite);
-    script->waitForFinished(int(gpioWait.count()));
+    for (const char *level : {"1", "0"})
+        childprocess::run(this, {paths::gpioWriteScript, {gpio::usbBoot, level}}, gpioWait);
 }
 
 // The stream switch

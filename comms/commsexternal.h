@@ -25,8 +25,8 @@ enum MOBILE_TYPE_t {
 // TCP connection to the app, which listens on the unit's default gateway. Emits commsExternalEvent
 // for the lines of the app; commsExternalSendCmd sends the answers.
 //
-// Failures are logged and retried at the next tick. Waiting for a program or for the connection
-// blocks the event loop.
+// A failed connection is logged and retried at the next tick; a program that fails is not reported.
+// Waiting for a program or for the connection blocks the event loop.
 class commsExternal : public QObject
 {
     Q_OBJECT

@@ -16,15 +16,6 @@ using testsupport::LogCapture;
 namespace
 {
 
-void sh(const QString &commands)
-{
-    if (QProcess::execute("sh", {"-ec", commands}) != 0)
-        qFatal("failed: %s", qPrintable(commands));
-}
-
-// A phone on USB; the server is in this process.
-const QString plugPhone = BENCH_PLUG " usb0 192.168.42.10/24 192.168.42.1";
-
 // The app's side: a server and the connection taken last.
 struct Phone : QTcpServer {
     Phone() { open(); }
@@ -88,7 +79,9 @@ private slots:
         recorders::install("/run/bench/bin/killall");
         qputenv("PATH", "/run/bench/bin:" + qgetenv("PATH"));
         qputenv("http_proxy", "http://127.0.0.1:1"); // not for the phone
-        sh(plugPhone);
+        // A phone on USB; the server is in this process.
+        const QStringList usb = {"usb0", "192.168.42.10/24", "192.168.42.1"};
+        QCOMPARE(QProcess::execute(BENCH_PLUG, usb), 0);
     }
     void init()
     {
@@ -181,7 +174,9 @@ private slots:
 
     void usbBootPulse()
     {
+        recorders::setReply("KT6120_gpio_write.sh 25 1", "", 2); // it exceeds its timeout
         link->commsExternalBootUSB();
+        QCOMPARE(LogCapture::texts(QtWarningMsg), QStringList());
         QCOMPARE(calls(), QStringList({"KT6120_gpio_write.sh 25 1", "KT6120_gpio_write.sh 25 0"}));
     }
 
