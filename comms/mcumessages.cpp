@@ -6,6 +6,8 @@
 
 #include "mculog.h"
 
+#include <QRegularExpression>
+
 namespace
 {
 
@@ -40,8 +42,11 @@ void commsInternal::addCommands()
 // Reads a decimal 32-bit integer. Otherwise adds an error to the queue and returns false.
 bool commsInternal::readNumber(const QString &word, int &number)
 {
+    // toInt() alone would also take white space around the digits and other minus signs than ASCII's.
+    static const QRegularExpression integer("\\A[+-]?[0-9]+\\z");
     bool ok = false;
     number = word.toInt(&ok, 10);
+    ok = ok && integer.match(word).hasMatch();
     if (!ok)
         commsInternalAddtoFifo(syntaxError);
     return ok;
@@ -103,7 +108,7 @@ int commsInternal::commsInternalUpdateCameraType(QStringList words, SOURCE_TYPE_
     return updateNumber<EVENT_CameraType, uint8_t>(words, source, cameraType);
 }
 
-// Over- and under-temperature of the MCU's supply: accepted without effect.
+// Accepted without effect.
 int commsInternal::commsInternalPowerOT(QStringList, SOURCE_TYPE_t)
 {
     return 0;

@@ -78,7 +78,7 @@ void eventHandler::eventHandlerFIFOChanged(QString path)
     QByteArray line = file.readLine(longestLine);
     if (line.endsWith('\n'))
         line.chop(1);
-    eventHandlerParseFIFO(QString::fromUtf8(line));
+    eventHandlerParseFIFO(QString::fromUtf8(line.constData(), line.size())); // also behind a NUL
 }
 
 void eventHandler::eventHandlerParseFIFO(QString line)

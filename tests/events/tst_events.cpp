@@ -140,6 +140,7 @@ private slots:
             {"31", invalid, 45, {up}, "50", "45", "0"},
             {"0", invalid, 45, {up}, "50", "45", "0"},
             {"much", invalid, 45, {up}, "50", "45", "0"},
+            {"4294967326", invalid, 45, {up}, "50", "45", "0"},
             // clang-format on
         };
         for (const auto &row : rows) {
