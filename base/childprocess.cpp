@@ -6,7 +6,6 @@
 #include <QHash>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -24,7 +23,7 @@ namespace
 // Capacity of the pipes that collect a reader's output. A child that prints more blocks.
 constexpr int outputLimit = 65'536; // bytes
 
-// How much of its timeout a call may spend waiting for a killed predecessor to exit.
+// How long a call waits for a killed predecessor to exit, in addition to its timeout.
 constexpr std::chrono::milliseconds predecessorWait(100);
 
 class Pipe
@@ -246,11 +245,9 @@ std::string exec(const char *command)
     const std::unique_ptr<FILE, int (*)(FILE *)> pipe(popen(command, "r"), pclose);
     if (!pipe)
         throw std::runtime_error("popen() failed!");
-    std::array<char, 128> piece;
-    std::string printed;
-    while (fgets(piece.data(), int(piece.size()), pipe.get()))
-        printed += piece.data();
-    return printed;
+    QFile output; // unlike stdio, it reads on after a signal, such as that of another child's end
+    output.open(fileno(pipe.get()), QIODevice::ReadOnly);
+    return output.readAll().toStdString();
 }
 
 } // namespace childprocess

@@ -152,6 +152,17 @@ private slots:
         TRY_VERIFY(!parent.findChild<QProcess *>()->isOpen()); // it stays, and holds little
     }
 
+    // However long its lines are, and though another child ends meanwhile.
+    void execReadsToTheEnd()
+    {
+        QObject parent;
+        const QString other = "until [ -e /tmp/begun ]; do sleep 0.01; done";
+        const qint64 id = childprocess::start(&parent, {"sh", {"-c", other}})->processId();
+        const QString wait = "touch /tmp/begun; while kill -0 %1; do sleep 0.01; done 2>/dev/null";
+        const QString command = "printf %300d 1; " + wait.arg(id) + "; echo 2";
+        QCOMPARE(childprocess::exec(command.toLatin1()), std::string(299, ' ') + "12\n");
+    }
+
     void childrenInheritNoDescriptor()
     {
         QObject parent;
