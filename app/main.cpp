@@ -48,7 +48,7 @@ int main(int argc, char *argv[])
     unit.mcu->commsInternalInit();
     unit.video->initCapture();
     // Gives the network time to come up.
-    QTimer::singleShot(2500ms, unit.app, &commsExternal::commsExternalInit);
+    QTimer::singleShot(2500ms, Qt::PreciseTimer, unit.app, &commsExternal::commsExternalInit);
 
     childprocess::start(nullptr, childprocess::fromLine(paths::palReceiverCommand));
     childprocess::start(nullptr, childprocess::fromLine(paths::usbMonitorCommand));
@@ -58,6 +58,6 @@ int main(int argc, char *argv[])
         if (fatalSignalHandled())
             QCoreApplication::exit(fatalSignalExitCode);
     });
-    const Watchdog watchdog(*unit.app);
+    Watchdog watchdog(*unit.app);
     return QCoreApplication::exec();
 }

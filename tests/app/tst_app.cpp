@@ -153,7 +153,7 @@ private slots:
             return reports;
         };
         commsExternal app;
-        const Watchdog watchdog(app);
+        Watchdog watchdog(app);
         QCOMPARE(heard(), QByteArray());
         TRY_VERIFY(heard().startsWith("READY=1 WATCHDOG=1 WATCHDOG=1 "));
         const QByteArray before = heard();
