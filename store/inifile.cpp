@@ -128,10 +128,12 @@ void IniFile::write()
     writeTimer.stop();
     if (changes.isEmpty())
         return;
-    if (isRegular() && isUnlocked() && hasRoom() && writeChanges())
+    if (isRegular() && isUnlocked() && hasRoom() && writeChanges()) {
         changes.clear();
-    else
+        lastStatus.st_ino = 0; // a second write within a tick of the disk's clock may leave it as it was
+    } else {
         writeTimer.start(retryInterval);
+    }
 }
 
 void IniFile::writeSoon()
