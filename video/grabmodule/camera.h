@@ -28,7 +28,7 @@ public:
 };
 
 // The plug-in's only exported function: opens the camera with the given index. The caller deletes
-// the object. Returns null if out of memory.
+// the object.
 using OpenCameraFunction = Camera *(*)(int index);
 inline constexpr char openCameraSymbol[] = "openCamera";
 inline constexpr char grabModuleFile[] = "KT6120_grab.so"; // in the program's folder
