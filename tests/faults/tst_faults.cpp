@@ -182,6 +182,7 @@ private slots:
             for (int32_t number = 2; number < 200; ++number)
                 write(handler, number);
             QVERIFY(!readFile(store).contains("State=199")); // it was full
+            QVERIFY(printed.text().contains("Error Creating File\n"));
             for (const QString &path : appended)
                 QVERIFY2(readFile(path).startsWith(old[path]), qPrintable(path));
             for (const QString &path : rewritten)
