@@ -6,7 +6,7 @@
 
 #include "mculog.h"
 
-#include <QRegularExpression>
+#include <algorithm>
 
 namespace
 {
@@ -42,11 +42,14 @@ void commsInternal::addCommands()
 // Reads a decimal 32-bit integer. Otherwise adds an error to the queue and returns false.
 bool commsInternal::readNumber(const QString &word, int &number)
 {
-    // toInt() alone would also take white space around the digits and other minus signs than ASCII's.
-    static const QRegularExpression integer("\\A[+-]?[0-9]+\\z");
+    // toInt() alone would also take white space around the digits and other minus signs than
+    // ASCII's.
+    const auto isPlain = [](QChar letter) {
+        return QLatin1String("+-0123456789").contains(letter);
+    };
     bool ok = false;
     number = word.toInt(&ok, 10);
-    ok = ok && integer.match(word).hasMatch();
+    ok = ok && std::all_of(word.begin(), word.end(), isPlain);
     if (!ok)
         commsInternalAddtoFifo(syntaxError);
     return ok;
