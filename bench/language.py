@@ -29,8 +29,8 @@ TEXT_SHOWN = 2000  # bytes
 HELP = r"""
 
 In a scenario the lines from "repeat N" to "end" are played N times. Words are separated by blanks;
-"..." may hold blanks and \r \n \t \0 \xNN; @VERSION@ is the program's version, @MAJOR@, @MINOR@ and
-@PATCH@ its parts."""
+"..." may hold blanks and \r \n \t \0 \xNN; the word # begins a remark; @VERSION@ is the program's
+version, @MAJOR@, @MINOR@ and @PATCH@ its parts."""
 
 EXPECT_HELP = """expect [none|count N] WHAT [within SECONDS] [for SECONDS]
 
@@ -46,7 +46,8 @@ Without more, waits up to a minute for it. "none": it is not so for the whole ti
 
 
 def split(line: str) -> list[str]:
-    found = [match[0] for match in WORD.finditer(line)]
+    words = (match[0] for match in WORD.finditer(line))
+    found = list(itertools.takewhile(lambda word: word != "#", words))
     if '"' in found:
         raise Failure("a quote is not closed")
     return [QUOTED.sub(_unescaped, word) for word in found]

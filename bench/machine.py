@@ -104,7 +104,7 @@ class Machine:
                 heard(last)
 
         self._loop.hears(queue, look)
-        # A folder goes away, and comes, without a word.
+        # No event tells that a folder is removed or made.
         self._loop.timer(look).start(LOOKUP_INTERVAL, LOOKUP_INTERVAL)
         look()
 

@@ -81,7 +81,7 @@ class Network:
             libc.setns(unit, CLONE_NEWNET)
 
     def set_reachable(self, reachable: bool) -> None:
-        """The phone vanishes without a word: its end has no address any more; or it is back."""
+        """Without an address the phone's end vanishes, and no connection is closed; or it is back."""
         for name, peer in self._peers.items():
             if peer:
                 self.phone_ip("addr", "replace" if reachable else "del", peer, "dev", name)
@@ -125,7 +125,7 @@ class App:
         raw "BYTES"|big COUNT - it sends any bytes; a line of so many bytes
         silent|talk - no heartbeat; every 5 s again
         refuse|accept - its port is closed; open and reachable again
-        close|halfclose|drop - ends the connection; vanishes without a word"""
+        close|halfclose|drop - ends the connection; vanishes without ending it"""
         acts: dict[tuple[str, int], Callable[..., object]] = {
             ("refuse", 0): self._refuse,
             ("accept", 0): self._accept,

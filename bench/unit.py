@@ -83,7 +83,8 @@ class Unit:
 
         seconds = uniform(*span(time))
         end = self._clock.seconds() + seconds
-        bound = seconds if self.id() else seconds / self._clock.speed  # none that rests skips time
+        # Without a program no time is skipped.
+        bound = seconds if self.id() else seconds / self._clock.speed
         self._clock.until(lambda: self._clock.seconds() >= end, bound, self.lost)
 
     def expect_exit(self, *status: str) -> State:

@@ -126,7 +126,7 @@ class Clock:
         self.set_pace(number(speed), number(stride))
 
     def set_pace(self, speed: float, stride: float = 0) -> None:
-        """The program is faster only while it rests. One that was started at speed 1 stays there."""
+        """The program is faster only while it is idle. One that was started at speed 1 stays there."""
         self.speed = max(1, int(speed))
         self._pace[STRIDE], self._pace[SPEED] = int(stride * SECOND), self.speed
 

@@ -40,7 +40,7 @@ SETTLED = 3  # s, in which all that the program starts has come up
 DRAINED = 0.2  # s, in which all arrives that an ended process had sent
 SHARE_TIME = 60  # s
 PATIENCE = 60  # s
-ANNOUNCEMENTS = 5 * 400  # ms: a pause after each line that greets the microcontroller
+ANNOUNCEMENTS = 5 * 400  # ms: a pause after each announcement to the microcontroller
 CYCLE, CYCLES = 14, 5  # queries
 CALLGRIND = (
     "valgrind --tool=callgrind --callgrind-out-file=/tmp/callgrind.out --collect-atstart=no "
@@ -123,7 +123,7 @@ def processor_share(*command: str) -> float:
 
 
 def in_turn(*acts: Callable[[], object]) -> list[list[float]]:
-    """Sorted microseconds that each act takes; all meet the same moods of the machine."""
+    """Sorted microseconds that each act takes; in turn, so that the machine's load is the same for all."""
     taken: list[list[float]] = [[] for _ in acts]
     for _ in range(SAMPLES):
         for act, times in zip(acts, taken):
