@@ -54,7 +54,10 @@ make_root() {
     # One at a time: mmdebstrap mounts the machine's /proc and /sys in the root.
     exec {lock}>"$root.lock"
     flock "$lock"
-    [ "${*:2}" != "$(cat "$root.made" 2>/dev/null)" ] || { exec {lock}>&-; return 0; }
+    if [ -d "$root" ] && [ "${*:2}" = "$(cat "$root.made" 2>/dev/null)" ]; then
+        exec {lock}>&-
+        return
+    fi
     lines=$(sources)
     echo "making a root of Debian $release in ${root#"$repo"/}"
     rm -rf --one-file-system "$root.made" "$root" "$root.part"
