@@ -330,7 +330,8 @@ Outcome carryOut(const QByteArray &line, Freshness &freshness)
         if (!events.haveRead())
             file.write({}); // or the unit would carry it out whenever it runs again
         events.haveClosed(withdrawal, never);
-        if (!events.haveRead())
+        // What was read after the withdrawal was the blank line.
+        if (!events.haveRead() || events.writesBeforeReading() > 1)
             return isOvertaken() ? overtaken : Outcome::NotTaken;
     } else if (!events.writtenSince() && !file.begins(line)) {
         return Outcome::Overwritten;
