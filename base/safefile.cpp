@@ -58,6 +58,17 @@ bool open(QFile &file, QIODevice::OpenMode mode)
     return false;
 }
 
+QByteArray readEnd(const QString &path, qint64 most)
+{
+    QFile file(path);
+    if (most <= 0 || !open(file, QIODevice::ReadOnly))
+        return {};
+    const bool isWhole = file.size() <= most;
+    file.seek(isWhole ? 0 : file.size() - most);
+    const QByteArray bytes = file.read(most);
+    return isWhole ? bytes : bytes.mid(bytes.indexOf('\n') + 1);
+}
+
 bool append(const QString &path, const QByteArray &bytes)
 {
     QFile file(path);

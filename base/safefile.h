@@ -14,6 +14,10 @@ namespace safefile
 // writes creates a missing file.
 bool open(QFile &file, QIODevice::OpenMode mode);
 
+// The end of a file, at most so many bytes, from the beginning of a line on; empty if the file
+// cannot be opened.
+QByteArray readEnd(const QString &path, qint64 most);
+
 // Appends lines. On failure, returns false and leaves neither a partial line nor a new, empty file.
 // First repairs the end of the file after a power cut: removes zeros, completes a partial line.
 bool append(const QString &path, const QByteArray &bytes);

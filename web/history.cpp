@@ -19,7 +19,6 @@ namespace
 
 constexpr qint64 secondsPerDay = 86400;
 constexpr qint64 longest = 524'288; // bytes: more than two months of rows
-constexpr qint64 longestLine = 4096;
 constexpr int digits = 12;
 
 // Seconds since 1970 of a row; 0 for a malformed line.
@@ -41,7 +40,10 @@ QByteArray read(int days)
 {
     static std::mutex turn;
     const std::lock_guard lock(turn);
+    const QString older = QString(paths::statusCsv) + paths::rotated;
     QFile file(paths::statusCsv);
+    if (!file.exists()) // just rotated
+        file.setFileName(older);
     if (!safefile::open(file, QIODevice::ReadOnly))
         return R"({"columns":[],"rows":[]})";
     QList<QByteArray> header = file.readLine(longest).trimmed().split(',');
@@ -50,23 +52,20 @@ QByteArray read(int days)
     for (const QByteArray &name : qAsConst(header))
         columns.append(QString::fromUtf8(name));
 
-    if (file.size() - longest > file.pos()) {
-        file.seek(file.size() - longest);
-        file.readLine();
-    }
-    QVector<std::pair<qint64, qint64>> found; // time, offset in the file
-    for (qint64 place = file.pos(); !file.atEnd(); place = file.pos()) {
-        if (const qint64 time = timeOf(file.readLine(longestLine).trimmed(), header.size()))
-            found.append({time, place});
+    QByteArray content = safefile::readEnd(paths::statusCsv, longest);
+    content.prepend(safefile::readEnd(older, longest - content.size()));
+    QVector<std::pair<qint64, QByteArray>> found; // time and line
+    const QList<QByteArray> lines = content.split('\n');
+    for (const QByteArray &line : lines) {
+        if (const qint64 time = timeOf(line, header.size()))
+            found.append({time, line});
     }
     // Counted back from the last row, not from now: the unit's clock may have been wrong.
     const qint64 last = found.isEmpty() ? 0 : found.last().first;
     QByteArray rows;
-    for (const auto &[time, place] : qAsConst(found)) {
+    for (const auto &[time, line] : qAsConst(found)) {
         if (time <= last - days * secondsPerDay || time > last)
             continue;
-        file.seek(place);
-        const QByteArray line = file.readLine(longestLine).trimmed();
         rows += (rows.isEmpty() ? "[" : ",[") + QByteArray::number(time);
         for (const QByteArray &field : line.mid(line.indexOf(',') + 1).split(',')) {
             bool ok = false;

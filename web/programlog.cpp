@@ -83,6 +83,9 @@ QList<ProgramLog::Line> ProgramLog::take()
         isThere && !(isHeld && there.st_ino == held.st_ino && there.st_dev == held.st_dev);
     QByteArray bytes;
     bool amidst = false;
+    if (!begun) // what was logged before a rotation; empty if the present file is long enough
+        bytes =
+            safefile::readEnd(QString(paths::programLog) + paths::rotated, start - there.st_size);
     if (isHeld && held.st_size < position)
         position = 0;
     if (isHeld && held.st_size > position)

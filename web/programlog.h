@@ -20,7 +20,8 @@ struct LogMessage {
 inline constexpr LogMessage logMessages[] = {LOG_MESSAGES(ROW)};
 #undef ROW
 
-// Follows the program log, starting at its last so many bytes, across rotations.
+// Follows the program log across rotations, starting with its last so many bytes, of which some may
+// be in the rotated file.
 class ProgramLog
 {
 public:

@@ -93,17 +93,19 @@ private slots:
 
     void rowsOfTheStatusFile()
     {
-        writeFile(paths::statusCsv, "timestamp,battery voltage [mV],lamp value [%]\n"
-                                    "01-11-2026 12:00:00,7000,0\n"
-                                    "30-10-2031 12:00:00,7100,0\n" // the clock was wrong
-                                    "06-11-2026 12:00:00,7200,15\n"
-                                    "07-11-2026 11:59:59,7300,0\n"
-                                    "07-11-2026 12:00:00,74\n" // incomplete
-                                    "07-11-2026 12:00:00,,0\n"
-                                    "\n"
-                                    "99-99-2026 12:00:00,1,2\n"
-                                    "07-11-2026 12:30:00,error,-1\n"
-                                    "07-11-2026 13");
+        const QByteArray header = "timestamp,battery voltage [mV],lamp value [%]\n";
+        writeFile(QString(paths::statusCsv) + ".1",
+                  header
+                      + "01-11-2026 12:00:00,7000,0\n"
+                        "30-10-2031 12:00:00,7100,0\n"); // the clock was wrong
+        writeFile(paths::statusCsv, header
+                                        + "06-11-2026 12:00:00,7200,15\n"
+                                          "07-11-2026 11:59:59,7300,0\n"
+                                          "07-11-2026 12:00:00,74\n" // incomplete
+                                          "07-11-2026 12:00:00,,0\n"
+                                          "99-99-2026 12:00:00,1,2\n"
+                                          "07-11-2026 12:30:00,error,-1\n"
+                                          "07-11-2026 13");
         const QByteArray columns =
             "{\"columns\":[\"battery voltage [mV]\",\"lamp value [%]\"],\"rows\":[";
         const QByteArray day = "[1794052799,7300,0],[1794052800,null,0],[1794054600,null,-1]]}";
@@ -155,12 +157,14 @@ private slots:
             {{stream, start}, "PAL"},
         };
         for (const auto &[lines, picture] : rows) {
-            QByteArray content, started;
+            QByteArray rotated, content, started;
             for (const QByteArray &line : lines) {
-                const auto time = "25-11-2026 01:00:0" + QByteArray::number(content.count('\n'));
+                rotated += content;
+                const auto time = "25-11-2026 01:00:0" + QByteArray::number(rotated.count('\n'));
                 started = line == start ? time : started;
-                content += time + ",4," + line + '\n';
+                content = time + ",4," + line + '\n';
             }
+            writeFile(QString(paths::programLog) + ".1", rotated);
             writeFile(paths::programLog, content);
             ProgramLog log(1000);
             log.take();
