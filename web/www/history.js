@@ -112,15 +112,18 @@ function showColumns() {
 }
 
 async function loadHistory() {
-  const reply = await fetch(`api/history?range=${byId("range").value}`);
-  if (!reply.ok) return;
-  past = inUnits(await reply.json());
+  const range = byId("range").value;
+  const reply = await fetch(`api/history?range=${range}`).catch(() => ({ ok: false }));
+  const found = reply.ok && inUnits(await reply.json());
+  if (range !== byId("range").value) return; // another one is asked for
+  if (found) past = found;
   showColumns();
+  if (!found) byId("caption").textContent = `the ${range} could not be loaded; before: ${byId("caption").textContent}`;
 }
 
 byId("history").addEventListener("submit", (event) => event.preventDefault());
 byId("column").addEventListener("change", draw);
 byId("range").addEventListener("change", loadHistory);
-setInterval(() => { if (!document.hidden) loadHistory().catch(() => {}); }, 15 * 60 * 1000);
+setInterval(() => { if (!document.hidden) loadHistory(); }, 15 * 60 * 1000);
 setInterval(sample, sampling);
-loadHistory().catch(() => {});
+loadHistory();

@@ -119,6 +119,7 @@ function showOther() {
 function showUnit(text, since) {
   if (byId("unit").textContent !== text) byId("unit").textContent = text; // a screen reader reads each change
   byId("unit").className = since === undefined ? "normal" : "fault";
+  if (since !== undefined) byId("picture").textContent = "unknown";
   document.body.classList.toggle("stale", since !== undefined);
   const [date, time] = (since || "").split(" ");
   byId("old").textContent = time ? `as of ${time}` : "";
@@ -182,10 +183,13 @@ function connect() {
   if (!window.SharedWorker) return makeStream(hear);
   const { port } = new SharedWorker("stream.js");
   port.onmessage = ({ data: { type, data } }) => hear(type, data);
-  return (looks) => port.postMessage(looks);
+  return (looks) => {
+    port.postMessage(looks);
+    if (looks === null) port.close();
+  };
 }
 
-let look = connect();
+let look = connect(); // called with true; false, hidden; null, for ever
 
 // Hidden tabs close their stream.
 function follow() {
@@ -205,7 +209,7 @@ function remind() {
 function watch() {
   if (document.hidden || performance.now() - heard < silence) return;
   hearers.lost();
-  look(false);
+  look(null);
   look = connect();
   heard = performance.now();
   look(true);
@@ -215,11 +219,14 @@ function watch() {
 
 const longest = 45000; // ms; the API answers sooner
 const pause = 250; // ms before a retry after 429 or 503
+const patience = 5000; // ms of retries; Lamp off has as long as an answer
 const mostSteps = 20; // of the lamp to a level; the whole way down and up takes fourteen
 let taps = []; // waiting for the command before them
 let working = false;
 let wish = null; // the level that the lamp steps to
+let dark = false; // lamp off was sent, maybe not yet answered
 
+const highestLevel = () => unit.lampLevels[unit.lampLevels.length - 1];
 const lampIs = (store) => (store["Camera/Lamp"] > 0 ? `Lamp ${store["Camera/Lamp"]} %` : "Lamp off");
 
 // What a command is called, and what it did.
@@ -232,17 +239,19 @@ const vocabulary = {
     (store) => `The sonde is ${store["Sonde/Enabled"] === "1" ? "on" : "off"}`],
   RESET: [() => "Zero the reel", () => "The reel is at zero"],
   MODEL: [(model) => `Reel model ${model}`, (store) => `The reel model is ${store["Coiler/Model"]}`],
-  LOGRST: [() => "Reset MCU log", () => "The MCU log is reset"],
+  LOGRST: [() => "Reset MCU log", () => "The reset of the MCU log is sent"],
 };
 const called = ({ name, argument }) => vocabulary[name][0](argument);
 
 // The API's errors in the operator's words.
+const unchanged = "the unit read the command, but its store does not show it";
 const reasons = {
   "the unit is silent; the command is withdrawn": "the unit is silent; nothing was done",
   "the unit did not take the command; it is withdrawn": "the unit does not listen; nothing was done",
   "lamp off came first; the command is withdrawn": "lamp off came first",
   "another writer replaced the command": "somebody else gave a command; try again",
-  "the unit read the command, but its store does not show it": "the unit heard it, but nothing changed",
+  "the unit is busy with another command": "somebody else gives commands; try again",
+  [unchanged]: "the unit heard it, but nothing changed",
 };
 
 function say(text, level = "normal") {
@@ -265,6 +274,7 @@ async function ask(body) {
       body: JSON.stringify(body),
       signal: abort.signal,
     });
+    if (reply.status === 401) return { error: "this user may not control the unit" };
     // Not JSON: lighttpd answers while kt6120-web restarts.
     return { status: reply.status, ...await reply.json() };
   } catch (error) {
@@ -279,13 +289,14 @@ async function ask(body) {
 async function command({ name, argument, label = called({ name, argument }) }) {
   say(`${label}: waiting for the unit`);
   const lamp = stored("Camera/Lamp");
+  const end = performance.now() + (name === "LAMPOFF" ? longest : patience);
   let said = await ask({ command: name, argument });
-  while (said.status === 429 || said.status === 503) {
+  while ((said.status === 429 || said.status === 503) && performance.now() < end) {
     await new Promise((resolve) => { setTimeout(resolve, pause); });
     said = await ask({ command: name, argument });
   }
   if (said.error) {
-    const locked = said.status === 504 && name.startsWith("LAMP") && !byId("locked").hidden;
+    const locked = said.error === unchanged && name.startsWith("LAMP") && !byId("locked").hidden;
     const reason = locked ? "a Tallwick probe locks the lamp" : reasons[said.error] || said.error;
     say(`${label}: ${reason}`, "fault");
     return said.status === 409; // the unit runs
@@ -304,11 +315,14 @@ async function setLevel(target) {
   wish = target;
   const lamp = () => Number(stored("Camera/Lamp"));
   const [step] = unit.lampLevels;
-  const highest = unit.lampLevels[unit.lampLevels.length - 1];
   for (let steps = 0; lamp() !== target && wish === target && steps < mostSteps; steps++) {
     const before = lamp();
+    if (steps > 0 && before < 0) { // somebody else's; another step would switch the lamp on again
+      say(`${called({ name: "LEVEL", argument: target })}: lamp off came first`, "warning");
+      return true;
+    }
     const up = before >= 0 && before < target
-      && (target === highest || (target - before) % step === 0);
+      && (target === highestLevel() || (target - before) % step === 0);
     if (!await command({ name: up ? "LAMPUP" : "LAMPDOWN", label: called({ name: "LEVEL", argument: target }) }))
       return false;
     if (up ? lamp() < Math.min(before + step, target) : lamp() >= before && before >= 0) break; // its limit
@@ -327,6 +341,7 @@ async function tap(name, argument) {
     showTaps();
   }
   if (name === "LAMPOFF") {
+    dark = true;
     await command({ name });
     showLevel();
     return;
@@ -339,7 +354,12 @@ async function tap(name, argument) {
     const next = taps.shift();
     if (typeof next.argument === "function") next.argument = next.argument();
     showTaps();
+    const off = dark || stored("Camera/Lamp") === "-1";
+    if (next.name.startsWith("LAMP") || next.name === "LEVEL") dark = false;
     const answered = next.name === "LEVEL" ? await setLevel(next.argument) : await command(next);
+    // After lamp off at the highest level the unit has no step up to send: a step down and up lights it.
+    if (answered && next.name === "LAMPUP" && off && Number(stored("Camera/Lamp")) === highestLevel())
+      taps.unshift({ name: "LAMPDOWN" }, next);
     showLevel();
     if (!answered && taps.length > 0) {
       byId("answer").textContent += `; not sent: ${taps.map(called).join(", ")}`;

@@ -44,7 +44,8 @@
       body: connection.localDescription.sdp,
       signal: AbortSignal.timeout(answerLimit),
     });
-    if (response.status !== 201) return (await response.json()).error;
+    if (response.status !== 201)
+      return (await response.json().catch(() => ({ error: "the picture's program does not run" }))).error;
     Object.assign(mine, { path: response.headers.get("Location") });
     if (mine === viewing) await connection.setRemoteDescription({ type: "answer", sdp: await response.text() });
     else leave(mine); // in the meantime
@@ -95,7 +96,7 @@
     setInterval(look, interval);
     addEventListener("pagehide", () => end("", 0));
     // Hidden tabs leave their place to others.
-    document.addEventListener("visibilitychange", () => { if (document.hidden) end("", 0); });
+    document.addEventListener("visibilitychange", () => { if (document.hidden) end("connecting to the picture", 0); });
   } else {
     show("no picture: this browser lacks WebRTC");
   }

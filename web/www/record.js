@@ -51,7 +51,8 @@ function save(blob, name) {
 // 2026-11-26_03-00-01_12.5m.png; a second one of the same second has a number.
 function keep(blob, { distance, time, model }, type) {
   const [day, month, year, clockTime = ""] = time.split(/[- ]/);
-  const base = `${year}-${month}-${day}_${clockTime.replace(/:/g, "-")}_${distance || "unknown"}m`;
+  const when = time ? `${year}-${month}-${day}_${clockTime.replace(/:/g, "-")}` : "time-unknown";
+  const base = `${when}_${distance || "unknown"}m`;
   const others = kept.filter((one) => one.base === base && one.type === type).length;
   const name = `${base}${others ? `_${others + 1}` : ""}.${type}`;
   const entry = { base, type, name, distance, time, model, note: "" };
