@@ -277,9 +277,11 @@ Command parse(const QByteArray &body)
     const QString command = request.value("command").toString();
     const auto word = std::find_if(std::begin(vocabulary), std::end(vocabulary),
                                    [&](const Word &known) { return command == known.command; });
-    if (word == std::end(vocabulary) || request.size() != (word->argument ? 2 : 1))
+    const bool isConditional = command.startsWith("LAMP") && request.contains("from");
+    if (word == std::end(vocabulary)
+        || request.size() != 1 + int(word->argument != nullptr) + int(isConditional))
         return {};
-    Command found = {word->command, {}};
+    Command found = {word->command, {}, request.value("from").toString()};
     if (word->argument) {
         const QString argument = request.value("argument").toString();
         if (!fits(argument, word->argument))
@@ -293,8 +295,9 @@ Command parse(const QByteArray &body)
     return found;
 }
 
-Outcome carryOut(const QByteArray &line, Freshness &freshness)
+Outcome carryOut(const Command &command, Freshness &freshness)
 {
+    const QByteArray &line = command.line;
     const CommandsFile file;
     if (!file.isThere())
         return Outcome::Unwritable;
@@ -311,6 +314,8 @@ Outcome carryOut(const QByteArray &line, Freshness &freshness)
         return overtaken;
     file.letAnothersLinePass();
     const Values before = readings::read();
+    if (!command.from.isEmpty() && before.value(keys::lampLevel.name) != command.from)
+        return Outcome::Overwritten;
     Events events;
     if (!file.write(line))
         return Outcome::Unwritable;

@@ -282,7 +282,7 @@ void HttpApi::takeCommand(fastcgi::Exchange &exchange)
         return refuse(exchange, 429, "too many commands");
 
     const auto began = steady_clock::now();
-    switch (commandwriter::carryOut(command.line, freshness)) {
+    switch (commandwriter::carryOut(command, freshness)) {
     case commandwriter::Outcome::Taken:
         break;
     case commandwriter::Outcome::NotTaken:

@@ -184,7 +184,8 @@ private slots:
         QVERIFY(ProgramLog(1).take().isEmpty());
         QVERIFY(!history::read(1).contains("1"));
         Freshness freshness;
-        QCOMPARE(commandwriter::carryOut("LAMPUP", freshness), commandwriter::Outcome::Unwritable);
+        QCOMPARE(commandwriter::carryOut({"LAMPUP", {}, {}}, freshness),
+                 commandwriter::Outcome::Unwritable);
         alarm(0);
     }
 

@@ -286,14 +286,14 @@ async function ask(body) {
 }
 
 // Sends a command and says what it did; false if the unit does not answer. `label`: what it is for.
-async function command({ name, argument, label = called({ name, argument }) }) {
+async function command({ name, argument, from, label = called({ name, argument }) }) {
   say(`${label}: waiting for the unit`);
   const lamp = stored("Camera/Lamp");
   const end = performance.now() + (name === "LAMPOFF" ? longest : patience);
-  let said = await ask({ command: name, argument });
+  let said = await ask({ command: name, argument, from });
   while ((said.status === 429 || said.status === 503) && performance.now() < end) {
     await new Promise((resolve) => { setTimeout(resolve, pause); });
-    said = await ask({ command: name, argument });
+    said = await ask({ command: name, argument, from });
   }
   if (said.error) {
     const locked = said.error === unchanged && name.startsWith("LAMP") && !byId("locked").hidden;
@@ -317,14 +317,12 @@ async function setLevel(target) {
   const [step] = unit.lampLevels;
   for (let steps = 0; lamp() !== target && wish === target && steps < mostSteps; steps++) {
     const before = lamp();
-    if (steps > 0 && before < 0) { // somebody else's; another step would switch the lamp on again
-      say(`${called({ name: "LEVEL", argument: target })}: lamp off came first`, "warning");
-      return true;
-    }
     const up = before >= 0 && before < target
       && (target === highestLevel() || (target - before) % step === 0);
-    if (!await command({ name: up ? "LAMPUP" : "LAMPDOWN", label: called({ name: "LEVEL", argument: target }) }))
-      return false;
+    // Not after somebody else's lamp off: a step would switch the lamp on again.
+    const from = steps > 0 ? String(before) : undefined;
+    const label = called({ name: "LEVEL", argument: target });
+    if (!await command({ name: up ? "LAMPUP" : "LAMPDOWN", from, label })) return false;
     if (up ? lamp() < Math.min(before + step, target) : lamp() >= before && before >= 0) break; // its limit
   }
   if (wish === target && lamp() !== target && byId("answer").className !== "fault")
