@@ -99,6 +99,7 @@ class AmongTools(Scripts):
     def test_chores(self):
         set_1 = "gpioset --mode=signal --background gpiochip0 "
         set_2 = "gpioset --daemonize --chip gpiochip0 "
+        power_off = "systemctl start --no-block --job-mode=replace-irreversibly poweroff.target"
         for gpiod, command, call, answer, tool_status, status in (
             ("1.6.3", "gpio_write 21 1", set_1 + "21=1", "", 0, 0),
             ("2.2.1", "gpio_write 19 1", set_2 + "19=1", "busy", 3, 1),
@@ -109,7 +110,7 @@ class AmongTools(Scripts):
             ("", "bb_read 0x10", "i2cget -y 1 0x48 0x10", "0x0a\n", 0, 0),
             ("", "bb_read 0x7", "i2cget -y 1 0x48 0x7", "0x00\n", 2, 1),
             ("", "bb_read 0x07", "i2cget -y 1 0x48 0x07", "Warning\n", 0, 1),
-            ("", "shutdown", "systemctl poweroff", "", 5, 5),
+            ("", "shutdown", power_off, "", 5, 5),
         ):
             with self.subTest(command=command, gpiod=gpiod, status=tool_status):
                 install_gpiod(gpiod)

@@ -17,7 +17,7 @@ import unittest
 import unittest.mock
 
 TREE = pathlib.Path(__file__).resolve().parents[2]
-SBIN = TREE / "packaging/root/kt6120/usr/sbin"
+SBIN, HELPERS = (TREE / "packaging/root/kt6120/usr" / name for name in ("sbin", "lib/kt6120"))
 PROGRAM = "/home/pi/KT6120/bin/KT6120"
 PATIENCE = 60  # s
 STATES = ("ok", "warning", "fault")
@@ -45,7 +45,7 @@ desk() { # takes the desk's files away
     for file in /proc/cmdline /proc/consoles; do : >/tmp/${file##*/}; mount --bind /tmp/${file##*/} $file; done
     for uart in /dev/ttyAMA0 /dev/ttyS0; do : >$uart; mount --bind /dev/null $uart; done
     mkdir -p $tools /sys/fs/ext4/mmcblk0p2 /sys/block/mmcblk0/device $drm $bin/gstreamer-1.0
-    for tool in i2cget gpioinfo v4l2-ctl gst-inspect-1.0 ifconfig timedatectl systemctl nft; do
+    for tool in i2cget gpioinfo v4l2-ctl gst-inspect-1.0 ifconfig systemctl nft; do
         cp $tree/bench/recorder $tools/$tool
     done
     cp $tree/bench/recorder /opt/vc/bin/vcgencmd
@@ -64,7 +64,6 @@ well() { # the commands file remains the one that the program watches
         Frames per second: 25.000 (25/1)
         Width/Height : 720/576"
     says ifconfig "$(printf 'eth0: flags=4163<UP>\n  inet 10.9.0.2  broadcast 10.9.0.255\n')"
-    says timedatectl yes
     says "$service" "$(printf 'ActiveState=active\nUnitFileState=enabled\nNRestarts=0\nResult=success\n')"
     says "$page" 'LoadState=loaded ActiveState=active'
     says vcgencmd "temp=48.3'C"
@@ -134,7 +133,6 @@ card | fault | read-only | mount --bind $bin $bin; mount -o remount,ro,bind $bin
 card | fault | mmcblk0p2: 3 errors | echo 3 >/sys/fs/ext4/mmcblk0p2/errors_count
 card | warning | 80 % | echo 0x01 0x09 >/sys/block/mmcblk0/device/life_time
 card | fault | 100 % | echo 0x0b 0x01 >/sys/block/mmcblk0/device/life_time
-clock | warning | not synchronised | says timedatectl no
 service | fault | failed, last result watchdog | answer "$service" 's/=active/=failed/; s/=success/=watchdog/'
 service | fault | disabled at boot | answer "$service" s/=enabled/=disabled/
 service | warning | 7 times | answer "$service" s/=0/=7/
@@ -188,8 +186,12 @@ class Check(unittest.TestCase):
         self.addCleanup(process.wait)
         self.addCleanup(process.kill)
 
+    clock = 0  # what adjtimex() returns
+
     def lines(self):
-        status, said = run(CHECK, "--json")
+        with unittest.mock.patch("ctypes.CDLL") as library:
+            library.return_value.adjtimex.return_value = self.clock
+            status, said = run(CHECK, "--json")
         lines = {line["name"]: line for line in json.loads(said)["lines"]}
         self.assertEqual(status, max(STATES.index(line["state"]) for line in lines.values()))
         return lines
@@ -222,12 +224,31 @@ class Check(unittest.TestCase):
                 Page.status = status
                 if text:
                     self.changes("page", "fault", text)
+        self.clock = 5
+        self.changes("clock", "warning", "not synchronised")
+        self.clock = 0
         with open("/dev/ttyAMA0", "rb"):
             self.changes("serial users", "fault", f"process {os.getpid()}, uses")
         self.start("sleep", "60", env={**os.environ, "KT6120_GPIO": "26=1"})
         held = '/GPIO26/s/unused/"gpioset" [used]/; /GPIO21/s/unused/"gpioget" [used]/'
         shell(f"answer gpioinfo '{held}'")
         self.changes("GPIO lines", "ok", "holds 26")
+
+
+class Helpers(unittest.TestCase):
+    def test_devices_are_awaited_at_boot(self):
+        shell("echo 29.99 1 >/tmp/uptime; mount --bind /tmp/uptime /proc/uptime; mkdir /dev/dri")
+        waiting = subprocess.Popen([HELPERS / "await-devices"])
+        self.assertRaises(subprocess.TimeoutExpired, waiting.wait, 0.2)
+        shell("touch /dev/video0 /dev/dri/card0")
+        waiting.wait(PATIENCE)
+        shell("rm -r /dev/video0 /dev/dri; echo 30.00 1 >/tmp/uptime")
+        subprocess.run([HELPERS / "await-devices"], timeout=PATIENCE, check=True)
+
+    def test_temperature_of_the_kernel(self):
+        shell("zone=/sys/class/thermal/thermal_zone0; mkdir -p $zone; echo 48312 >$zone/temp")
+        command = [HELPERS / "vcgencmd", "measure_temp"]
+        self.assertEqual(subprocess.check_output(command), b"temp=48.3'C\n")
 
 
 TITLE = ["+", "+# The inspection camera's unit (kt6120-setup)"]
