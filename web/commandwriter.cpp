@@ -282,6 +282,8 @@ Command parse(const QByteArray &body)
         || request.size() != 1 + int(word->argument != nullptr) + int(isConditional))
         return {};
     Command found = {word->command, {}, request.value("from").toString()};
+    if (isConditional && !fits(found.from, "-1|[0-9]{1,3}"))
+        return {};
     if (word->argument) {
         const QString argument = request.value("argument").toString();
         if (!fits(argument, word->argument))

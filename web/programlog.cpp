@@ -86,6 +86,8 @@ QList<ProgramLog::Line> ProgramLog::take()
     if (!begun) // what was logged before a rotation; empty if the present file is long enough
         bytes =
             safefile::readEnd(QString(paths::programLog) + paths::rotated, start - there.st_size);
+    if (!bytes.isEmpty() && !bytes.endsWith('\n')) // cut off by a power cut
+        bytes += '\n';
     if (isHeld && held.st_size < position)
         position = 0;
     if (isHeld && held.st_size > position)

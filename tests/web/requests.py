@@ -81,6 +81,7 @@ BAD = [
     (400, command("LAMPUP", argument="1")),
     (400, command("SONDE", argument="1", also="LAMPUP")),
     (409, post('{"command":"LAMPUP","from":"45"}')),  # the lamp is at another level
+    (400, post('{"command":"LAMPUP","from":45}')),
     (413, post('{"command":"LAMPUP"' + " " * 300 + "}")),
     (413, post(" " * 5000)),
     (404, get("/api/commandsx")),

@@ -164,7 +164,7 @@ private slots:
                 started = line == start ? time : started;
                 content = time + ",4," + line + '\n';
             }
-            writeFile(QString(paths::programLog) + ".1", rotated);
+            writeFile(QString(paths::programLog) + ".1", rotated.left(rotated.size() - 1));
             writeFile(paths::programLog, content);
             ProgramLog log(1000);
             log.take();

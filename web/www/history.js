@@ -113,10 +113,10 @@ function showColumns() {
 
 async function loadHistory() {
   const range = byId("range").value;
-  const reply = await fetch(`api/history?range=${range}`).catch(() => ({ ok: false }));
-  const found = reply.ok && inUnits(await reply.json());
+  const found = await fetch(`api/history?range=${range}`)
+    .then((reply) => reply.ok && reply.json()).catch(() => false);
   if (range !== byId("range").value) return; // another one is asked for
-  if (found) past = found;
+  if (found) past = inUnits(found);
   showColumns();
   if (!found) byId("caption").textContent = `the ${range} could not be loaded; before: ${byId("caption").textContent}`;
 }

@@ -322,6 +322,10 @@ async function setLevel(target) {
     // Not after somebody else's lamp off: a step would switch the lamp on again.
     const from = steps > 0 ? String(before) : undefined;
     const label = called({ name: "LEVEL", argument: target });
+    if (from === "-1") {
+      say(`${label}: lamp off came first`, "fault");
+      return true;
+    }
     if (!await command({ name: up ? "LAMPUP" : "LAMPDOWN", from, label })) return false;
     if (up ? lamp() < Math.min(before + step, target) : lamp() >= before && before >= 0) break; // its limit
   }
@@ -356,7 +360,7 @@ async function tap(name, argument) {
     if (next.name.startsWith("LAMP") || next.name === "LEVEL") dark = false;
     const answered = next.name === "LEVEL" ? await setLevel(next.argument) : await command(next);
     // After lamp off at the highest level the unit has no step up to send: a step down and up lights it.
-    if (answered && next.name === "LAMPUP" && off && Number(stored("Camera/Lamp")) === highestLevel())
+    if (answered && next.name === "LAMPUP" && off && !dark && Number(stored("Camera/Lamp")) === highestLevel())
       taps.unshift({ name: "LAMPDOWN" }, next);
     showLevel();
     if (!answered && taps.length > 0) {
