@@ -15,7 +15,7 @@
     MESSAGE(portNotOpened, 2, "MCU Serial Port Failed to Open...", \
             "no serial line: no readings, no lamp, no sonde until a restart", "check `/dev/serial0`, restart") \
     MESSAGE(writeFailed, 2, "Failed to write command: ", \
-            "the MCU did not accept a text within a second, or the line is disconnected", "check the line; the command is lost, and so are earlier ones that were not sent yet") \
+            "the MCU did not accept a text within a second, or the line is disconnected", "check the line, then restart the program, which opens it once; the command is lost, and so are earlier ones that were not sent yet") \
     MESSAGE(shutdownRequested, 2, "Running shutdown", \
             "the MCU requests power-down", "") \
     MESSAGE(shutdownStarted, 2, "Shutdown Event Triggered", \
@@ -47,7 +47,7 @@
     MESSAGE(mcuLogReset, 4, "Resetting Microcontroller Logs", \
             "requested through the commands file", "") \
     MESSAGE(palStarted, 4, "PAL Output Started", \
-            "local picture on", "") \
+            "local picture on", "if it is dark, check the camera, then restart the program") \
     MESSAGE(palStopped, 4, "PAL Output Stopped", \
             "local picture off: a phone is connected", "") \
     MESSAGE(streamEvent, 4, "EVENT_StreamStart", \
