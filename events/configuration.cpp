@@ -20,7 +20,8 @@ void eventHandler::readConfiguration()
 
     const QVariant standard = keys::lampMaxCurrent.absent;
     // As text: a QVariant's own conversion keeps the low 32 bits of a longer number.
-    const int current = configuration->value(keys::lampMaxCurrent.name, standard).toString().toInt();
+    const int current =
+        configuration->value(keys::lampMaxCurrent.name, standard).toString().toInt();
     lampMaximum = uint8_t(lamp::highest(current));
     if (lampMaximum > 0) {
         qInfo() << messages::lampLimit << current << "mA";

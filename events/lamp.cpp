@@ -81,8 +81,8 @@ void eventHandler::lampOff(SOURCE_TYPE_t)
 
 void eventHandler::eventHandlerUpdateLamp(bool up)
 {
-    // A signed 8-bit number: a step from a high level that the MCU reported can wrap, below 0 (which
-    // gives 0) or to a small level.
+    // A signed 8-bit number: a step from a high level that the MCU reported can wrap, below 0
+    // (which gives 0) or to a small level.
     int candidate = up ? lampLevel + lamp::step : lampLevel - lamp::step;
     if (candidate > INT8_MAX)
         candidate -= 256;

@@ -167,7 +167,8 @@ void Viewer::connect(const QByteArray &offer, const QByteArray &address)
     if (type < 0)
         throw Refusal(406, "the browser cannot decode H.264, which the unit's picture is");
     if (address.startsWith("fe80:")) // without the interface's name no socket can be bound to it
-        throw Refusal(500, "not under a link-local address; open the page by the unit's IPv4 address");
+        throw Refusal(500,
+                      "not under a link-local address; open the page by the unit's IPv4 address");
     limitAddresses(address);
     addStream(type);
     gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);

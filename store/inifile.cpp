@@ -130,7 +130,9 @@ void IniFile::write()
         return;
     if (isRegular() && isUnlocked() && hasRoom() && writeChanges()) {
         changes.clear();
-        lastStatus.st_ino = 0; // a second write within a tick of the disk's clock may leave it as it was
+        // Read it again: two writes within a tick of the disk's clock may leave the status as it
+        // was.
+        lastStatus.st_ino = 0;
     } else {
         writeTimer.start(retryInterval);
     }

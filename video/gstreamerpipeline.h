@@ -33,7 +33,8 @@ struct PipelineTexts {
 // it, stops it by sending an end-of-stream event, and tears it down on the event loop when the bus
 // reports end of stream or an error. All functions but pushBuffer() and getPosition() must be
 // called on the event-loop thread, whose event loop must dispatch GLib's default main context.
-// Nothing waits for the end of stream; a change of state opens or closes the camera without a timeout.
+// Nothing waits for the end of stream; a change of state opens or closes the camera without a
+// timeout.
 class GStreamerPipeline
 {
 public:
@@ -42,8 +43,8 @@ public:
     // Releases a running pipeline without printing.
     virtual ~GStreamerPipeline();
 
-    // Copies one frame into the application source. Does not wait: drops the frame while the lock is
-    // held or if no application source runs.
+    // Copies one frame into the application source. Does not wait: drops the frame while the lock
+    // is held or if no application source runs.
     void pushBuffer(const void *data, unsigned size);
 
     // Stream time of the frames pushed since the last start, in milliseconds.

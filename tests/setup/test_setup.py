@@ -247,7 +247,7 @@ class Helpers(unittest.TestCase):
 
     def test_temperature_of_the_kernel(self):
         shell("zone=/sys/class/thermal/thermal_zone0; mkdir -p $zone; echo 48312 >$zone/temp")
-        command = [HELPERS / "vcgencmd", "measure_temp"]
+        command = [str(HELPERS / "vcgencmd"), "measure_temp"]
         self.assertEqual(subprocess.check_output(command), b"temp=48.3'C\n")
 
 

@@ -38,8 +38,8 @@ scrape_configs:
 
 
 def start(stack, *command):
-    quiet = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
-    process = subprocess.Popen(command, start_new_session=True, **quiet)
+    quiet = subprocess.DEVNULL
+    process = subprocess.Popen(command, start_new_session=True, stdout=quiet, stderr=quiet)
     stack.callback(end, process)
     return process
 
