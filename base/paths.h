@@ -10,8 +10,8 @@ inline constexpr char statusStore[] = "/home/pi/KT6120/bin/KT6120.ini";
 inline constexpr char configuration[] = "/home/pi/KT6120/bin/kestraConfig.ini";
 inline constexpr char programLog[] = "/home/pi/KT6120/bin/commands_log.log";
 inline constexpr char mcuLog[] = "/home/pi/KT6120/bin/mcu_log.log";
-inline constexpr char rotated[] = ".1"; // logrotate's ending of what a file held before
 inline constexpr char statusCsv[] = "/home/pi/KT6120/bin/status_log.csv";
+inline constexpr char rotated[] = ".1"; // logrotate's ending of program log and status CSV
 
 // Written by the unit's web page.
 inline constexpr char commandsFile[] = "/var/www/html/commands.txt";

@@ -7,9 +7,10 @@ simulators and observers go on; blocking library calls go through `loop.apart(wo
 Rooms: world (event loop, the unit's time, child processes), machine (the unit's files and processes,
 here or, through an agent, on a board), unit (the program, what it calls, what its hardware reads), mcu,
 phone and page (the far ends), watch and video (what happened), language (words, verbs, scenarios), places
-(the unit's paths), desk and board (all of it around a unit here and on the emulated board), measure, soak. A part takes what it uses in its constructor. Its methods `do_NAME`
-are verbs, which raise Failure; its methods `expect_NAME` return what is to be waited for. Their docstrings
-are the help: a line of "ARGUMENTS - help" for each form, or the help alone.
+(the unit's paths), desk and board (all of it around a unit here and on the emulated board), measure, soak.
+A part takes what it uses in its constructor. Its methods `do_NAME` are verbs, which raise Failure; its
+methods `expect_NAME` return what is to be waited for. Their docstrings are the help: a line of
+"ARGUMENTS - help" for each form, or the help alone.
 
 desk.py and board/ put the parts together; a program that steers a bench imports them:
 
