@@ -46,6 +46,9 @@ inline constexpr Key<QString> sondeFrequency{{"Sonde/Frequency", "512"}};
 inline constexpr Key<int> tallwickDetected{{"Tallwick/Detected", "false"}};
 inline constexpr Key<uint16_t> unknownCommands{{"Commands/Unknown", "0"}};
 
+// Temperature of a channel of the ADC board that cannot be read.
+inline constexpr int noTemperature = -9999;
+
 // Configuration file, paths::configuration.
 inline constexpr Key<double> encoderScalar{{"Coiler/EncoderScalar", "0.125"}}; // metres per count
 inline constexpr Key<int> lampMaxCurrent{{"Lamp/MaxCurrent", "15"}};           // milliamperes

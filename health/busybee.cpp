@@ -32,7 +32,6 @@ constexpr BusyBee::LookupTable thermistor = {241, 236, 229, 221, 212, 201, 188, 
 constexpr int thermistorTable = 0;
 constexpr int firstTemperature = -2500;
 constexpr int temperatureStep = 500;
-constexpr int noTemperature = -9999;
 
 enum class Conversion { Temperature, Voltage, LedCurrent, InterstageCurrent };
 
@@ -110,7 +109,7 @@ int BusyBee::convertTemperature(int raw, int table) const
 {
     const LookupTable &readings = lookupTables.at(size_t(table));
     const qint64 reading = quint32(raw);
-    int result = noTemperature;
+    int result = keys::noTemperature;
     int temperature = firstTemperature;
     for (size_t i = 1; i < readings.size(); ++i) {
         temperature += temperatureStep;

@@ -165,6 +165,10 @@ Values read()
     const Values configured = valuesOf(paths::configuration);
     for (auto entry = configured.begin(); entry != configured.end(); ++entry)
         values.insert(entry.key(), entry.value());
+    for (const AnyKey &key : {AnyKey(keys::boostTemperature), AnyKey(keys::ledTemperature)}) {
+        if (values.value(key.name) == QString::number(keys::noTemperature))
+            values.remove(key.name);
+    }
     for (const Reading &reading : all()) {
         if (reading.absent && !values.contains(reading.key.name))
             values.insert(reading.key.name, reading.absent);

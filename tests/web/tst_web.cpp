@@ -35,6 +35,7 @@ private slots:
             {"Temperature/Internal", "", "no reading, fault"},
             {"Temperature/Internal", "nan", "nan, fault"},
             {"Temperature/Boost", "2450", "24.5 °C, normal"},
+            {"Temperature/Boost", "-9999", "no reading, fault"},
             {"Camera/Lamp", "-1", "off, normal"},
             {"Camera/Lamp", "30", "30 %, normal"},
             {"Sonde/Enabled", "1", "on, normal"},
