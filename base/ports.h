@@ -8,7 +8,7 @@ namespace ports
 
 inline constexpr char usbStream[] = "49152";     // to a phone over USB
 inline constexpr char ethernetStream[] = "8001"; // and over Ethernet
-inline constexpr char palCopy[] = "8084";        // what KT6120_gstreamer.sh hands on, for the page
+inline constexpr char palCopy[] = "8084";        // sent by KT6120_gstreamer.sh for the page
 
 // WebRTC: one for each viewer of the page, and some for those that are just ending.
 inline constexpr unsigned firstViewer = 8090;

@@ -14,7 +14,7 @@ namespace safefile
 // writes creates a missing file.
 bool open(QFile &file, QIODevice::OpenMode mode);
 
-// The end of a file, at most so many bytes, from the beginning of a line on; empty if the file
+// The end of a file, at most `most` bytes, from the beginning of a line on; empty if the file
 // cannot be opened.
 QByteArray readEnd(const QString &path, qint64 most);
 

@@ -28,7 +28,7 @@ class Failure(Exception):
 
 
 class State(NamedTuple):
-    """What is waited for: `look` returns what is there now, which is as it should be if it `fits`."""
+    """An expected state: `look` returns the present one, `fits` whether it is the expected one."""
 
     look: Callable[[], Any]
     fits: Callable[[Any], object]
@@ -44,7 +44,7 @@ class Row(NamedTuple):
 
 
 def rows(part: object, prefix: str) -> list[Row]:
-    """Of the part's methods whose names begin so."""
+    """The rows of the part's methods whose names begin with the prefix."""
     found = []
     for name in dir(part):
         if name.startswith(prefix):
@@ -62,7 +62,7 @@ def number(word: str) -> float:
 
 
 def span(word: str) -> tuple[float, float]:
-    """Of A..B, or of one number both."""
+    """Both limits of A..B; a single number is both."""
     least, _, most = word.partition("..")
     return number(least), number(most or least)
 

@@ -34,15 +34,16 @@ version, @MAJOR@, @MINOR@ and @PATCH@ its parts."""
 
 EXPECT_HELP = """expect [none|count N] WHAT [within SECONDS] [for SECONDS]
 
-What has happened since the last "mark" or the start. Texts of one kind are met in order:
-the search for each begins behind the one before it.
+Events since the last "mark" or the start. Texts of one kind are met in order: the search
+for each begins after the text that was met before it.
 {}
-What is the case:
+States:
 {}
 
-Without more, waits up to a minute for it. "none": it is not so for the whole time of "for",
-1 s by default, and has not been since the mark. "count N": exactly N times since the last
-"mark" or the start; does not move on."""
+Waits for it, up to a minute unless "within" says otherwise. "none": it must not happen, or
+hold, for the time of "for", 1 s by default; nor may it have happened since the text that was
+met last (a call: since the mark). "count N": exactly N times since the last "mark" or the
+start; the next search does not begin after these."""
 
 
 def split(line: str) -> list[str]:
@@ -66,14 +67,14 @@ def quoted(content: bytes) -> str:
 
 
 def _figure(match: re.Match[str]) -> str:
-    """Of the program's version, so that scenarios need not repeat it."""
+    """A part of the program's version, so that scenarios need not repeat it."""
     with open(TOP) as file:
         found = re.findall(r"project\(.* VERSION ((\d+)\.(\d+)\.(\d+))", file.read())[0]
     return str(found[("VERSION", "MAJOR", "MINOR", "PATCH").index(match[1])])
 
 
 def _repeated(lines: list[str]) -> list[tuple[int, str]]:
-    """Lines with their numbers, without remarks; what stands in a "repeat", so often."""
+    """Lines with their numbers, without comments; the body of a "repeat" N times."""
     bodies: list[tuple[int, list[tuple[int, str]]]] = [(1, [])]
     for place, line in enumerate(lines, 1):
         if line.startswith("repeat "):

@@ -136,7 +136,7 @@ class Mcu:
             self._line.send(content)
 
     def do_record(self, file: str) -> None:
-        """FILE|off - writes what passes on the serial line, with times and directions; no more of it"""
+        """FILE|off - records the serial line to a capture, with times and directions; ends that"""
         if self._capture:
             self._capture.close()
         self._capture = open(places.of_caller(file), "wb", buffering=0) if file != "off" else None
@@ -150,9 +150,9 @@ class Mcu:
     def do_mcu(self, verb: str, *words: str) -> None:
         """WORD VALUE - what the MCU reports from now on: mcu BAT:V 1500
         send "LINE\\r\\n" - an unasked line, any bytes
-        silent|garbage|half|split|turn|talk - how it answers; turn counts the reel on; talk is well again
-        gone|endless BYTES - hangs up; sends so many bytes without line end
-        replay FILE - its lines of a capture, each behind the query that it answered"""
+        silent|garbage|half|split|turn|talk - how it answers; turn: the reel turns; talk: normally
+        gone|endless BYTES - closes the line; sends that number of bytes without a line end
+        replay FILE - sends its lines of a capture, each after the query that it answered"""
         value = " ".join(words)
         if verb in self._model and value:
             self._model[verb] = value
@@ -230,9 +230,9 @@ class Mcu:
     def _replayed(self, entries: list[list[str]]) -> Iterator[bytes | float]:
         """Sends the MCU's lines. Yields the query, or the seconds, to wait for before it goes on.
 
-        Each line comes as long after what stands before it as it did then, and behind a query not before
-        the unit has sent that: so a capture that begins in the middle of the poll finds its place. Other
-        lines of the unit (a lamp's step) are passed over.
+        Each line comes with its recorded delay after the entry before it. If that entry is a query, the
+        delay begins when the unit sends the query, so a capture may begin anywhere in the poll cycle. Other
+        lines of the unit (a lamp step) are ignored.
         """
         before = math.inf
         for seconds, direction, word in entries:

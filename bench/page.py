@@ -161,7 +161,7 @@ class Page:
             raise Failure(f"the browser: {error.msg}") from None
 
     def _value(self, method: str, script: str) -> object:
-        """Of a script; while the page loads, what goes wrong."""
+        """The value of a script, or the failure, for instance while the page loads."""
         try:
             result: object = self._do(getattr(self.driver, method), script)
         except Failure as failure:

@@ -25,8 +25,9 @@ enum MOBILE_TYPE_t {
 // TCP connection to the app, which listens on the unit's default gateway. Emits commsExternalEvent
 // for the lines of the app; commsExternalSendCmd sends the answers.
 //
-// A failed connection is logged and retried at the next tick; a program that fails is not reported.
-// Waiting for a program or for the connection blocks the event loop.
+// A failed connection attempt is printed as debug text, not logged, and retried at the next tick; a
+// program that fails is not reported. Waiting for a program or for the connection blocks the event
+// loop.
 class commsExternal : public QObject
 {
     Q_OBJECT

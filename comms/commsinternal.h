@@ -27,8 +27,9 @@ struct cmd_element_t {
 
 // The serial line to the microcontroller. Splits received bytes into lines, checks each line
 // against the command table and emits its event; writes command texts; polls the readings in a
-// fixed rotation. Rejected lines add SCPI error numbers to a queue that the MCU can read and clear.
-// If the port cannot be opened, this is logged once and not retried.
+// fixed rotation. A wrong number of arguments, or an argument that is not a number, adds a SCPI
+// error number to a queue that the MCU can read and clear; an unknown word adds none. If the port
+// cannot be opened, this is logged once and not retried.
 class commsInternal : public QObject
 {
     Q_OBJECT

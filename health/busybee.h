@@ -10,14 +10,15 @@ class settings;
 
 // Reads the analogue-to-digital converter board: every 20 s, runs the unit's script for each of
 // the nine channels, converts the 8-bit reading and writes it to the store: temperatures in
-// hundredths of a degree Celsius, voltages in millivolts, currents in milliamperes. A channel that
-// cannot be read counts as 0, without a log message, and is retried in the next cycle.
+// hundredths of a degree Celsius, voltages in millivolts, currents in milliamperes. For a channel
+// that cannot be read it stores 0, or -9999 for a temperature, without a log message; the next
+// cycle reads it again.
 class BusyBee : public QObject
 {
     Q_OBJECT
 
 public:
-    // Temperatures and readings of the board's thermistors.
+    // Readings of a thermistor, from -25 degrees Celsius upwards in steps of 5.
     using LookupTable = std::array<unsigned int, 29>;
 
     BusyBee(QObject *parent, settings *store);

@@ -2,7 +2,7 @@
 
 // kt6120-picture: the unit's picture for browsers, behind a web server that speaks FastCGI.
 //
-// Standard input is the listening socket. Ends when nobody has looked for some seconds.
+// Standard input is the listening socket. Exits ten seconds after the last viewer.
 
 #include "fastcgi.h"
 #include "whep.h"
@@ -18,7 +18,7 @@ namespace
 
 constexpr int lookInterval = 1000; // ms
 
-// Only these, from the system's folder: no list of all plug-ins has to be made, kept and read.
+// Loads only these plug-ins, from the system's folder, so that GStreamer needs no registry.
 void loadElements()
 {
     constexpr const char *plugins[] = {

@@ -79,8 +79,8 @@ bool hasVideo(const GstSDPMessage *offer)
     return false;
 }
 
-// Without the browser's addresses: it calls the unit, which need not call or look up any host that
-// somebody names.
+// Without the browser's addresses: the browser opens the connection, so that the unit neither
+// contacts nor looks up a host that an offer names.
 QByteArray withoutCandidates(const QByteArray &offer)
 {
     QByteArray rest;
@@ -183,7 +183,7 @@ void Viewer::limitAddresses(const QByteArray &address)
     g_autoptr(GObject) agent = get<GObject *>(ice, "agent");
     g_object_set(ice, "min-rtp-port", ports::firstViewer, "max-rtp-port", ports::lastViewer,
                  nullptr);
-    g_object_set(agent, "ice-tcp", FALSE, "upnp", FALSE, nullptr); // asks no router for a way in
+    g_object_set(agent, "ice-tcp", FALSE, "upnp", FALSE, nullptr); // no port mapping in a router
     gboolean added = FALSE;
     if (!address.isEmpty())
         g_signal_emit_by_name(ice, "add-local-ip-address", address.constData(), &added);

@@ -19,8 +19,8 @@ struct Refusal : std::runtime_error {
 class Viewer
 {
 public:
-    // `offer`: its session description. `address`: the unit's, as the browser reached it; the only
-    // one that it is sent. Throws Refusal.
+    // `offer`: the browser's session description. `address`: the unit's address at which the
+    // browser reached it; the only one in the answer. Throws Refusal.
     Viewer(const QByteArray &offer, const QByteArray &address);
     ~Viewer();
     Viewer(const Viewer &) = delete;
@@ -29,7 +29,8 @@ public:
     // The unit's session description.
     const QByteArray &answer() const { return description; }
 
-    // From the next key frame on. In any thread.
+    // Sends a frame to the browser; drops the frames before the first key frame. May be called in
+    // a thread of GStreamer.
     void show(GstBuffer *frame);
 
     // The connection has ended or is silent.

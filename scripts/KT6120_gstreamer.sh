@@ -3,7 +3,7 @@
 #
 # The PAL receiver: receives H.264 over RTP on UDP port 8083 and shows it on the video output: the
 # display controller, else the frame buffer, else a window if there is a desktop; otherwise it
-# decodes without showing. Hands a copy of the packets on to port 8084, for the page. Runs until a
+# decodes without showing. Sends a copy of the packets to UDP port 8084, for the page. Runs until a
 # signal ends it. A failing pipeline is restarted after a second, with GStreamer's message on
 # standard error. Exits with status 0 if another receiver runs, with status 1 and a message if no
 # H.264 decoder is installed.

@@ -59,8 +59,9 @@ public:
 protected:
     GStreamerPipeline(VideoCaptureStatusHandler *handler, const PipelineTexts &pipelineTexts);
 
-    // Only prints unless idle. Throws std::runtime_error, and stays idle, if the pipeline cannot
-    // be built; a pipeline that cannot run reports that on its bus later.
+    // Prints the starting text; if idle, builds and starts the pipeline. Throws std::runtime_error,
+    // and stays idle, if it cannot be built; a pipeline that cannot run reports that on its bus
+    // later.
     void start(const std::string &description);
     // Sends end of stream to a running pipeline.
     void stop();

@@ -22,7 +22,7 @@ signals:
     void startCaptureSignal();
 
 public slots:
-    void initCapture();  // arms the GPIO job
+    void initCapture();  // calls setGPIO() after 20 s
     void startCapture(); // blocks until the camera stops delivering frames
     void startVideo();
     void stopVideo();

@@ -32,8 +32,8 @@ constexpr off_t longestRest = 4096; // bytes of older content to overwrite with 
 // The longest wait of the unit's event loop is an ifconfig of half a minute.
 constexpr std::chrono::milliseconds patience = 35s;
 // For a line that the unit has not read: while the store does not change either, the event loop
-// stands still. A unit writes its store every 10 s at least, several times a second while the MCU
-// answers; one that has not done so may still be out of disk space.
+// stands still. A unit writes its store every 10 s at least, every 5 s while the MCU answers; one
+// that has not done so may still be out of disk space.
 constexpr auto storeInterval = 12s;
 constexpr auto unreadPatience = 5s;
 constexpr auto unreadPatienceAtRest = 500ms;

@@ -22,7 +22,7 @@ public:
     // The body, cut to one byte more than the limit.
     QByteArray body(int limit) const;
 
-    // Sends a complete answer; `location`: of what it has made.
+    // Sends a complete answer; `location`: value of the Location header; empty: none.
     void answer(int status, const char *type, const QByteArray &content,
                 const QByteArray &location = {});
     // Starts a stream, which send() continues.
@@ -36,8 +36,8 @@ private:
     FCGX_Request &request;
 };
 
-// Handles requests in so many threads and does not return. Throws std::runtime_error if it cannot
-// create the socket.
+// Handles requests in the given number of threads and does not return. Throws std::runtime_error if
+// it cannot create the socket.
 void serve(const QByteArray &socket, int threads, const std::function<void(Exchange &)> &handler);
 
 // Waits for the next request at a listening socket and handles it; false if there is no such

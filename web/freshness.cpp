@@ -9,8 +9,8 @@
 namespace
 {
 
-// A unit writes its store every 10 s at least, and nothing blocks its event loop for longer than
-// half a minute.
+// A unit writes its store every 10 s at least, and no single wait blocks its event loop for longer
+// than half a minute.
 constexpr double silentAfter = 60; // seconds
 
 } // namespace

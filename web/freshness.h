@@ -7,9 +7,9 @@
 #include <chrono>
 #include <mutex>
 
-// Tells whether the unit's program runs: then its status store changes. The age of the last change
-// is measured with a monotonic clock, since the unit's clock may be wrong or be set. Call look()
-// every few seconds.
+// Detects whether the unit's program runs, by the changes of its status store. The age of the last
+// change is measured with a monotonic clock, since the unit's clock may be wrong or be set. Call
+// look() every few seconds.
 class Freshness
 {
 public:

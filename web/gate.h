@@ -10,7 +10,7 @@ namespace fastcgi
 class Exchange;
 }
 
-// Who may ask what, for all programs behind the page's web server. Each function answers a request
+// Access checks, for all programs behind the page's web server. Each function answers a request
 // that it refuses.
 namespace gate
 {

@@ -20,8 +20,8 @@ struct LogMessage {
 inline constexpr LogMessage logMessages[] = {LOG_MESSAGES(ROW)};
 #undef ROW
 
-// Follows the program log across rotations, starting with its last so many bytes, of which some may
-// be in the rotated file.
+// Follows the program log across rotations, beginning with the last `lastBytes` bytes, some of
+// which may be in the rotated file.
 class ProgramLog
 {
 public:

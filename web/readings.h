@@ -29,7 +29,7 @@ struct Reading {
     const char *group;
     int due; // seconds from the program's start in which a first reading must come
     Kind kind;
-    const char *absent; // value that a missing key stands for; null: a healthy unit has it
+    const char *absent; // value of a missing key; null: a healthy unit has the key
     const char *unit;
     double scale; // stored value to unit
     int decimals;
@@ -47,8 +47,8 @@ const std::vector<Reading> &all();
 
 using Values = QMap<QString, QString>;
 
-// Store and configuration by "Group/Entry", with the values that missing keys stand for. Empty
-// without a store.
+// Store and configuration by "Group/Entry", with the default values of missing keys. Empty without
+// a store.
 Values read();
 Values parse(const QByteArray &ini);
 

@@ -114,7 +114,7 @@ def memory(process: Any) -> tuple[float, float, int]:
 
 
 def processor_share(*command: str) -> float:
-    """Of one core, in percent."""
+    """A command's processor time in percent of one core."""
     with microcontroller(), started(*command) as process:
         rest(SETTLED)
         before = gauges(process.pid)["cpu"]

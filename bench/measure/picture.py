@@ -1,10 +1,10 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: LicenseRef-KT6120
-"""Measures the picture on its ways from the camera, in the sandbox, and prints tables.
+"""Measures the delay from the camera to PAL receiver, phone and page, in the sandbox, and prints tables.
 
 Usage: picture.py BUILD SECONDS. Each frame shows when it left the camera. The PAL output and the phone's
-stream are decoded as the unit's receiver does it; the page is open in a browser at the same time. All of it
-takes so many seconds, four times.
+stream are decoded as the unit's receiver does it; the page is open in a browser at the same time. Two
+measurements of the delay and two of the cost take SECONDS each.
 """
 
 import statistics

@@ -25,9 +25,10 @@ SCENARIO = Path(__file__).with_name("month.scenario")
 Statistic = Callable[[list[float]], float]
 TABLE, PICTURE, LOG = map(of_caller, ("soak.csv", "soak.svg", "soak.log"))
 
-# By how much the last third may exceed the second (the first warms up): one more call under way, the heap's
-# noise, the child-process objects that the program keeps; in a day 48 rows, and the log of two phones that
-# come and go. Medians, but for what is less while the picture is off.
+# The limit of each figure: by how much the last third of the run may exceed the second (the first warms up),
+# for a child process that runs during a sample, variation of the heap, and the process objects that the
+# program keeps. The two files may grow by 48 rows and the log of two phones a day. Medians are compared, but
+# maxima of the figures that are smaller while the picture is off.
 FIGURES: dict[str, tuple[str, int, Statistic]] = {
     "rss": ("resident memory, MiB", 2, median),
     "descriptors": ("open descriptors", 4, max),

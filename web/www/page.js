@@ -189,7 +189,7 @@ function connect() {
   };
 }
 
-let look = connect(); // called with true; false, hidden; null, for ever
+let look = connect(); // true starts the stream anew, false ends it, null also closes the worker's port
 
 // Hidden tabs close their stream.
 function follow() {
@@ -219,7 +219,7 @@ function watch() {
 
 const longest = 45000; // ms; the API answers sooner
 const pause = 250; // ms before a retry after 429 or 503
-const patience = 5000; // ms of retries; Lamp off has as long as an answer
+const patience = 5000; // ms of retries; for Lamp off it is `longest`
 const mostSteps = 20; // of the lamp to a level; the whole way down and up takes fourteen
 let taps = []; // waiting for the command before them
 let working = false;
@@ -374,8 +374,8 @@ async function tap(name, argument) {
 
 // Zeroing the reel -----------------------------------------------------------------------------
 
-// A wet glove must not do it: the button wants to be held. A screen reader activates it without a
-// pointer or a key, and has to do so twice.
+// The button must be held, so that an accidental touch does not zero the reel. A screen reader
+// activates it without a pointer or a key, and must do so twice.
 const holding = 1000; // ms
 const again = 5000; // ms
 let held; // timer
@@ -434,7 +434,7 @@ function press(event) {
   const button = withKeys.find((one) => keyOf(one) === event.key.toUpperCase());
   if (!button) return;
   event.preventDefault();
-  // Against the sonde's state once the commands before it are done.
+  // The key switches over the state that the sonde has after the commands before this one.
   if (button.dataset.command === "SONDE") tap("SONDE", () => (stored("Sonde/Enabled") === "1" ? "0" : "1"));
   else button.click();
 }

@@ -84,7 +84,7 @@
         show(`no picture: ${reason()}`);
       }
     }
-    frames = count; // it starts anew with a connection, and the end of one counts as a black frame
+    frames = count; // a new connection resets the count; the end of one adds a black frame
     if (connection === "failed" && !viewing.connected)
       end("no picture: the browser does not reach UDP ports 8090 to 8097 of the unit", longPause);
     else if (/^(failed|disconnected|closed)$/.test(connection)) end("no picture: the connection is lost", pause);

@@ -1,6 +1,6 @@
 "use strict";
 /* global byId, element, say, stored, timeText, unit, unitTime */ // from page.js
-// Stills and recordings of the picture, made here: the unit's card has no part in it.
+// Stills and recordings of the picture, made in the browser: nothing is written to the unit's card.
 
 const video = byId("video");
 const rate = 4e6; // bit/s, of a recording
