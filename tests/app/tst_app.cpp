@@ -15,7 +15,6 @@
 #include "testsupport.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <functional>
 #include <sys/socket.h>
@@ -59,18 +58,13 @@ private slots:
     {
         const OutputCapture printed;
         log([] {
-            qInfo() << "Sonde Turned On";
-            qWarning() << "Setting Lamp Brightness to " << 15 << "% (Scaled " << 14 << "%)";
-            qCritical() << "Failed to write command: " << QString("LAMP:ON\r\n");
+            qWarning() << "Setting Lamp Brightness to " << 15 << "%";
             qDebug() << "chatter";
         });
-        const QStringList lines = QString(readFile(paths::programLog)).split('\n');
-        QCOMPARE(lines.size(), 4);
-        QCOMPARE(lines[0].mid(19), QString(",4,Sonde Turned On"));
-        const auto time = QDateTime::fromString(lines[0].left(19), "dd-MM-yyyy HH:mm:ss");
+        const QString line = readFile(paths::programLog);
+        const auto time = QDateTime::fromString(line.left(19), "dd-MM-yyyy HH:mm:ss");
         QVERIFY(qAbs(time.secsTo(QDateTime::currentDateTime())) < 60);
-        QCOMPARE(lines[1].mid(19), QString(",1,Setting Lamp Brightness to  15 % (Scaled  14 %)"));
-        QCOMPARE(lines[2].mid(19), QString(",2,Failed to write command:  \"LAMP:ON\\r\\n\""));
+        QCOMPARE(line.mid(19), QString(",1,Setting Lamp Brightness to  15 %\n"));
         QCOMPARE(printed.text(), QByteArray("chatter\n"));
     }
 
@@ -146,10 +140,9 @@ private slots:
         qputenv("WATCHDOG_USEC", "300000");
         QByteArray reports;
         const auto heard = [&] { // all so far
-            std::array<char, 64> report{};
-            ssize_t size = 0;
-            while ((size = recv(manager, report.data(), report.size(), 0)) > 0)
-                reports += QByteArray(report.data(), int(size)) + ' ';
+            char report[64];
+            for (ssize_t size = 0; (size = recv(manager, report, sizeof report, 0)) > 0;)
+                reports += QByteArray(report, int(size)) + ' ';
             return reports;
         };
         commsExternal app;
@@ -162,9 +155,6 @@ private slots:
         emit app.commsExternalEvent(EVENT_LampUp, SOURCE_APP, nullptr); // of many in that iteration
         QCOMPARE(heard(), before + "WATCHDOG=1 ");
         TRY_VERIFY(heard().size() > before.size() + 11);
-        close(manager);
-        qunsetenv("NOTIFY_SOCKET");
-        qunsetenv("WATCHDOG_USEC");
     }
 };
 

@@ -117,7 +117,6 @@ private slots:
             delete process;
             printed = childprocess::output(&parent, echo, patience);
         }
-        setrlimit(RLIMIT_NOFILE, &before);
         QVERIFY(!everybodySignalled);
         QCOMPARE(printed, QByteArray("1\n"));
         QCOMPARE(testsupport::openDescriptors(), descriptors);

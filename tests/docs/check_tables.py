@@ -98,7 +98,7 @@ compare("GPIO lines", documented, coded)
 check, setup = (f"packaging/root/kt6120/usr/sbin/kt6120-{name}" for name in ("check", "setup"))
 documented = set(re.findall(r'"(\d+)"', text(check).split("STATES")[0]))
 compare("GPIO lines of kt6120-check", documented, coded)
-absolute = found(r'= "(/(?:home|dev/s|dev/v|var/www)/[^"]+)"$', check, setup)
+absolute = found(r'= "(/(?:home|dev/s|dev/v|var/www)[^"]+)"$', check, setup)
 known = found(r'"(/[^"]+)"', "base/paths.h") | {"/home/pi/KT6120/bin"}
 compare("paths of kt6120-check and kt6120-setup", absolute, absolute & known)
 ports = dict(re.findall(r'(\w+)(?:\[\])? = "?(\d+)', text("base/ports.h")))
@@ -111,9 +111,8 @@ compare("viewers' ports", documented, {(ports["firstViewer"], ports["lastViewer"
 types = {"qWarning": "1", "qCritical": "2", "qInfo": "4"}
 message = r'MESSAGE\((\w+), (\d), "(.*)", \\\s+"(.*)",\s+(?:\\\s+)?"(.*)"\)'
 rows = found(message, "base/logmessages.h")
-section = text("docs/operating.md").split("\n## Log messages\n", 1)[1].split("\n## ", 1)[0]
-cells = re.findall(r"^\| `(.*?)` \| (\d) \| *(.*?) *\| *(.*?) *\|$", section, re.M)
-compare("log messages", {(k, first, *rest) for first, k, *rest in cells}, {r[1:] for r in rows})
+logged = table("docs/operating.md", "Log messages")
+compare("log messages", {(k, first, *rest) for first, k, *rest in logged}, {r[1:] for r in rows})
 kinds = {name: kind for name, kind, *_ in rows}
 for call, first in found(r"\b(q\w+)\(\)\s*<<\s*(.*)", *sources):
     name = re.match(r"(?:qPrintable\(QString\()?messages::(\w+)", first)
@@ -123,22 +122,17 @@ for call, first in found(r"\b(q\w+)\(\)\s*<<\s*(.*)", *sources):
 # Readings that the page shows, and alerts: those of the bands, in the words of the table of keys.
 coded = found(r"\{keys::(\w+), \"", "web/readings.cpp") - {"coilerModel"}
 compare("readings of the page", set(stored), coded)
-warnings = {row[0] for row in table("docs/operating.md", "Log messages") if "Threshold (" in row[0]}
+warnings = {row[0] for row in logged if "Threshold (" in row[0]}
 compare("alerts", warnings, found(r"message: (.* Threshold \()", "web/fleet/alerts.yml"))
-in_bands = {
-    "batteryVoltage": ("battery_voltage_volts", 1000, 1),
-    "batteryCurrent": ("battery_current_amperes", 1000, 1),
-    "computeTemperature": ("temperature_celsius", 100, 100),
-}
 limits, normal = set(), set()
 band = r"Band (\w+) = \{(-?\d+), (\d+), (\w+)"
 for key, lower, upper, under in found(band, "base/bands.h"):
-    metric, unit, scale = in_bands[key]
+    unit, scale = (100, 100) if key == "computeTemperature" else (1000, 1)
     both = [int(upper)] if under == "nullptr" else [int(lower), int(upper)]
-    limits |= {(metric, limit / unit) for limit in both}
+    limits |= {limit / unit for limit in both}
     normal |= {f"{stored[key]} {limit / scale:g}" for limit in both}
-alerts = found(r"expr: kt6120_(\w+)\S* [<>]= (-?[\d.]+)", "web/fleet/alerts.yml")
-compare("limits of the alerts", {(metric, float(limit)) for metric, limit in alerts}, limits)
+alerts = found(r"expr: kt6120_\S+ [<>]= (-?[\d.]+)", "web/fleet/alerts.yml")
+compare("limits of the alerts", {float(limit) for limit in alerts}, limits)
 documented_bands = {
     f"{key} {int(number) + {'from': -1, 'to': 1}.get(side, 0)}"
     for key, meaning, *_ in table("docs/operating.md", "Keys of the status store")

@@ -17,10 +17,7 @@
 #include <sys/stat.h>
 #include <vector>
 
-using testsupport::iniValue;
-using testsupport::OutputCapture;
-using testsupport::readFile;
-using testsupport::writeFile;
+using namespace testsupport;
 
 namespace
 {
@@ -98,8 +95,10 @@ bool clear(const QString &path)
 void write(eventHandler &handler, int32_t number)
 {
     QString text = QString("T%1").arg(number);
+    auto current = static_cast<uint16_t>(number);
     handler.eventHandlerProcess(EVENT_BatteryState, SOURCE_MCU,
                                 payloadPointer<EVENT_BatteryState>(number));
+    handler.eventHandlerProcess(EVENT_Current, SOURCE_MCU, payloadPointer<EVENT_Current>(current));
     handler.eventHandlerProcess(EVENT_CoilerModel, SOURCE_APP,
                                 payloadPointer<EVENT_CoilerModel>(text));
     handler.eventHandlerProcess(EVENT_WriteLogs, SOURCE_MCU, payloadPointer<EVENT_WriteLogs>(text));
@@ -124,6 +123,7 @@ private slots:
     {
         testsupport::freshWorld();
         QCOMPARE(mount("disk", folder, "tmpfs", 0, "size=256k"), 0);
+        qInstallMessageHandler(MessageHandler);
     }
     void cleanup()
     {
@@ -144,11 +144,9 @@ private slots:
         const ino_t first = inodeAfterWrite();
         QCOMPARE(inodeAfterWrite(), first);
         TRY_VERIFY(inodeAfterWrite() != first);
-        for (const char *content : {"[Battery]\nState=8\n", ""}) {
-            writeFile(store, content);
-            inodeAfterWrite();
-            QCOMPARE(iniValue(store, "Battery/State"), QString("7"));
-        }
+        writeFile(store, "[Battery]\nState=8\n");
+        inodeAfterWrite();
+        QCOMPARE(iniValue(store, "Battery/State"), QString("7"));
     }
 
     void diskThatTakesNothing_data()
@@ -166,7 +164,6 @@ private slots:
         QFETCH(int, blocks);
         QFETCH(bool, fresh);
         const OutputCapture printed;
-        const QtMessageHandler before = qInstallMessageHandler(MessageHandler);
         {
             eventHandler handler;
             write(handler, 1);
@@ -192,7 +189,6 @@ private slots:
             write(handler, 200);
             TRY_COMPARE(iniValue(configuration, "Coiler/Model"), QString("T200"));
         }
-        qInstallMessageHandler(before);
         QCOMPARE(iniValue(store, "Battery/State"), QString("200"));
         QCOMPARE(readFile(paths::mcuLog), QByteArray("T200"));
         // No line of the log and no row is torn or joined to another.
@@ -316,7 +312,6 @@ private slots:
         QVERIFY(clear(path) && make(path, state));
         const auto before = kinds(path);
         const OutputCapture printed;
-        const QtMessageHandler handlerBefore = qInstallMessageHandler(MessageHandler);
         {
             eventHandler handler;
             for (const int32_t round : {1, 3}) {
@@ -337,11 +332,29 @@ private slots:
                 }
             }
         }
-        qInstallMessageHandler(handlerBefore);
         QVERIFY(readFile(paths::programLog).endsWith(",4,Battery State Changed to:  4\n"));
+        QCOMPARE(readFile(paths::programLog).contains(",2,Error Creating MCU Log File\n"),
+                 path == paths::mcuLog);
         QCOMPARE(printed.text().contains("Error Creating File"), path == paths::programLog);
     }
 };
 
-QTEST_GUILESS_MAIN(tst_faults)
+// For powercut.py, with the argument "write": round N writes N to all files, until it is killed.
+// "N\n" on standard output says that the round begins.
+int main(int argc, char *argv[])
+{
+    const QCoreApplication application(argc, argv);
+    if (!QCoreApplication::arguments().contains("write")) {
+        tst_faults tests;
+        return QTest::qExec(&tests, argc, argv);
+    }
+    qInstallMessageHandler(MessageHandler);
+    eventHandler handler;
+    for (int32_t round = 1;; ++round) {
+        printf("%d\n", round);
+        fflush(stdout);
+        write(handler, round);
+    }
+}
+
 #include "tst_faults.moc"

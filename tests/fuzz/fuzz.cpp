@@ -19,9 +19,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
-
 namespace
 {
 
@@ -48,82 +45,66 @@ void askEverything(eventHandler &handler)
 }
 
 // Bytes from the phone app, over TCP, down to the event handler and back.
-struct Phone {
-    Phone()
-    {
+void app(const QByteArray &bytes)
+{
+    static auto &server = *new QTcpServer;
+    static auto &link = *new commsExternal;
+    static auto *near = link.findChild<QTcpSocket *>();
+    static auto *far = [] {
         link.commsExternalInit();
         for (QTimer *timer : link.findChildren<QTimer *>())
             timer->stop(); // the ticks
         server.listen(QHostAddress::LocalHost);
         near->connectToHost(QHostAddress::LocalHost, server.serverPort());
         require(server.waitForNewConnection(5000), "the link connects");
-        far = server.nextPendingConnection();
-    }
-    // Sends the bytes as one read of the link, which ignores what follows a NUL byte.
-    void deliver(const QByteArray &bytes)
-    {
-        far->write(bytes);
+        return server.nextPendingConnection();
+    }();
+    eventHandler handler;
+    QObject::connect(&link, &commsExternal::commsExternalEvent, &handler,
+                     &eventHandler::eventHandlerProcess);
+    QObject::connect(&handler, &eventHandler::eventHandlerSendExternalCmd, &link,
+                     &commsExternal::commsExternalSendCmd);
+    // Each is one read of the link, which ignores what follows a NUL byte.
+    for (const QByteArray &sent : {bytes, QByteArray("*IDN?\r\n")}) {
+        far->write(sent);
         far->flush();
-        while (near->bytesAvailable() < bytes.size())
+        while (near->bytesAvailable() < sent.size())
             near->waitForReadyRead();
         link.commsExternalReadyRead();
     }
-
-    QTcpServer server;
-    commsExternal link;
-    QTcpSocket *near = link.findChild<QTcpSocket *>();
-    QTcpSocket *far = nullptr;
-};
-
-void app(const QByteArray &bytes)
-{
-    static auto &phone = *new Phone;
-    eventHandler handler;
-    QObject::connect(&phone.link, &commsExternal::commsExternalEvent, &handler,
-                     &eventHandler::eventHandlerProcess);
-    QObject::connect(&handler, &eventHandler::eventHandlerSendExternalCmd, &phone.link,
-                     &commsExternal::commsExternalSendCmd);
-    phone.deliver(bytes);
-    phone.deliver("*IDN?\r\n");
     QByteArray heard;
     while (!heard.endsWith("KT6120 v" PROGRAM_VERSION "\r\n")) {
-        require(phone.far->waitForReadyRead(10000), "an answer comes after the input");
-        heard += phone.far->readAll();
+        require(far->waitForReadyRead(10000), "an answer comes after the input");
+        heard += far->readAll();
     }
     QCoreApplication::processEvents();
 }
 
 // Bytes from the microcontroller, over a pseudo-terminal, down to the store.
-struct Line {
-    Line()
-    {
-        link.commsInternalInit();
-        link.findChild<QTimer *>()->stop(); // the polls
-    }
-
-    testsupport::Pty mcu;
-    commsInternal link;
-};
-
 void mcu(const QByteArray &bytes)
 {
-    static auto &line = *new Line;
-    static auto *port = line.link.findChild<QSerialPort *>();
+    static auto &pty = *new testsupport::Pty;
+    static auto &link = *new commsInternal;
+    static auto *port = [] {
+        link.commsInternalInit();
+        link.findChild<QTimer *>()->stop(); // the polls
+        return link.findChild<QSerialPort *>();
+    }();
     eventHandler handler;
-    QObject::connect(&line.link, &commsInternal::commsInternalEvent, &handler,
+    QObject::connect(&link, &commsInternal::commsInternalEvent, &handler,
                      &eventHandler::eventHandlerProcess);
-    QObject::connect(&handler, &eventHandler::eventHandlerSendInternalCmd, &line.link,
+    QObject::connect(&handler, &eventHandler::eventHandlerSendInternalCmd, &link,
                      &commsInternal::commsInternalSendCommand);
     // The next input starts on a new line, with an empty error queue.
     const QByteArray sent = bytes + "\n*CLS\n";
-    line.mcu.send(sent);
+    pty.send(sent);
     while (port->waitForReadyRead(0)) {
     }
     for (int i = sent.count('\n'); i > 0; --i)
-        line.link.serialPortProcessData();
+        link.serialPortProcessData();
     askEverything(handler);
     QCoreApplication::processEvents();
-    line.mcu.take();
+    pty.take();
 }
 
 // Content of the commands file, which the unit's web page writes.

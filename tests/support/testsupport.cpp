@@ -21,11 +21,6 @@ void collect(QtMsgType type, const QMessageLogContext &, const QString &text)
 
 constexpr char callsFile[] = "/run/bench/calls"; // time, tab, name and arguments
 
-QStringList lines()
-{
-    return QString(testsupport::readFile(callsFile)).split('\n', Qt::SkipEmptyParts);
-}
-
 } // namespace
 
 namespace recorders
@@ -38,26 +33,10 @@ void install(const QString &path)
         qFatal("cannot install a recorder at %s", qPrintable(path));
 }
 
-void setReply(const QString &key, const QByteArray &output, double delay, int status)
-{
-    const QString place = "/run/bench/replies/" + key;
-    QDir().mkpath(place);
-    testsupport::writeFile(place + "/output", output);
-    testsupport::writeFile(place + "/delay", QByteArray::number(delay) + '\n');
-    testsupport::writeFile(place + "/status", QByteArray::number(status) + '\n');
-}
-
 QStringList calls()
 {
-    QStringList found;
-    for (const QString &line : lines())
-        found.append(line.section('\t', 1).replace('\t', ' '));
-    return found;
-}
-
-double time(int call)
-{
-    return lines().value(call).section('\t', 0, 0).toDouble();
+    QStringList lines = QString(testsupport::readFile(callsFile)).split('\n', Qt::SkipEmptyParts);
+    return lines.replaceInStrings(QRegularExpression("^.*\t"), QString());
 }
 
 void clearCalls()
@@ -72,7 +51,7 @@ namespace testsupport
 
 void freshWorld()
 {
-    for (const char *folder : {"/home/pi/KT6120/bin", "/var/www/html", "/run/bench/replies"}) {
+    for (const char *folder : {"/home/pi/KT6120/bin", "/var/www/html"}) {
         QDir(folder).removeRecursively();
         QDir().mkpath(folder);
     }

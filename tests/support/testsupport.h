@@ -10,11 +10,8 @@ namespace recorders
 {
 
 void install(const QString &path);
-// What it prints; the key is its name alone or with arguments, the delay is in seconds.
-void setReply(const QString &key, const QByteArray &output, double delay = 0, int status = 0);
-// Every call so far, "name argument argument", and the time of one, in seconds since boot.
+// Every call so far, "name argument argument".
 QStringList calls();
-double time(int call);
 void clearCalls();
 
 } // namespace recorders
@@ -28,8 +25,8 @@ constexpr int patience = 60000; // ms
 #define TRY_COMPARE(actual, expected)                                                              \
     QTRY_COMPARE_WITH_TIMEOUT(actual, expected, testsupport::patience)
 
-// Empties the commands file's folder, replies, recorded calls and the install directory, which then
-// holds recorders in the place of the unit's scripts.
+// Empties the commands file's folder, recorded calls and the install directory, which then holds
+// recorders in the place of the unit's scripts.
 void freshWorld();
 
 // The whole file; empty when it is missing.

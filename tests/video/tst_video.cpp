@@ -245,12 +245,8 @@ private slots:
                                  std::runtime_error);
         first.startStreaming(std::string("127.0.0.1"), std::string("5004"));
         QVERIFY(output.text().endsWith("# Started Video Stream\n"));
-    }
 
-    void sleepyTimeRunsTheShutdownScript()
-    {
-        VideoLibrary video;
-        video.sleepyTime();
+        first.sleepyTime();
         QCOMPARE(recorders::calls(), QStringList("KT6120_shutdown.sh"));
     }
 
@@ -273,9 +269,8 @@ private slots:
         OutputCapture output;
         capture camera;
         std::thread grabbing([&] { camera.startCapture(); });
-        for (GStreamerPipeline *pipeline :
-             {static_cast<GStreamerPipeline *>(&camera.palPipeline),
-              static_cast<GStreamerPipeline *>(&camera.streamPipeline)}) {
+        GStreamerPipeline *const both[] = {&camera.palPipeline, &camera.streamPipeline};
+        for (GStreamerPipeline *pipeline : both) {
             const std::lock_guard<std::mutex> busy(pipeline->*Inside::place());
             output.take();
             TRY_VERIFY(output.text().contains("Wait for record lock timed out\n"));

@@ -8,7 +8,6 @@ pictures would take all the processor time.
 """
 
 import json
-import math
 import os
 import pathlib
 import signal
@@ -77,9 +76,9 @@ def unit():
         desk.run("camera lost")
         desk.run("unit start")
         desk.page.serve()
-        desk.loop.until(pathlib.Path("/run/desk/low").exists, math.inf)
+        desk.loop.until(pathlib.Path("/run/desk/low").exists)
         desk.run("mcu BAT:V 1500")
-        desk.loop.until(lambda: False, math.inf)
+        desk.loop.until(lambda: False)
 
 
 def trial(folder, stack):

@@ -32,19 +32,15 @@ private slots:
             {"Battery/Voltage", "5500", "5.500 V, warning"},
             {"Battery/Current", "1500", "1.500 A, warning"},
             {"Temperature/CM3", "-10", "-10.0 °C, warning"},
-            {"Temperature/Internal", "", "no reading, fault"},
-            {"Temperature/Internal", "nan", "nan, fault"},
+            {"Temperature/Internal", "inf", "inf, fault"},
             {"Temperature/Boost", "2450", "24.5 °C, normal"},
             {"Temperature/Boost", "-9999", "no reading, fault"},
             {"Camera/Lamp", "-1", "off, normal"},
-            {"Camera/Lamp", "30", "30 %, normal"},
             {"Sonde/Enabled", "1", "on, normal"},
             {"Tallwick/Detected", "1", "attached, normal"},
             {"Sonde/Frequency", "\"x\\\"y\\\\\"", "x\"y\\, normal"},
             {"MCU/Version", "V\\x416", "V\u0416, normal"},
-            {"Sonde/Frequency", "never written", "512, normal"},
             {"Camera/Lamp", "never written", "0 %, normal"},
-            {"Battery/Voltage", "never written", "no reading, fault"},
             {"Commands/Unknown", "no store", "no reading, fault"},
         };
         for (const auto &[key, entry, shown] : rows) {
@@ -76,14 +72,12 @@ private slots:
             {"8", "1e2", "EncoderScalar=0,5", "100"},
             {"x", "7", "", "7"},
         };
+        Freshness freshness; // before there is a store
         for (const auto &[counter, offset, configuration, shown] : rows) {
             writeFile(paths::configuration, "[Coiler]\n" + configuration + '\n');
             writeFile(paths::statusStore,
                       "[Camera]\nCoiler=" + counter + "\nCoilerOffset=" + offset + '\n');
             QCOMPARE(readings::read().value(readings::distance.name), QString(shown));
-            Freshness freshness;
-            writeFile(paths::statusStore,
-                      "[Camera]\nCoilerOffset=" + offset + "\nCoiler=" + counter + '\n');
             const QByteArray metric = "\nkt6120_reel_distance_meters "
                                       + QByteArray::number(shown.toDouble(), 'g', 12) + '\n';
             QVERIFY(Metrics(freshness).text(false).contains(metric));
@@ -151,7 +145,6 @@ private slots:
         const QByteArray stream = "Starting video stream with IP  \"a\" and port  \"b\"";
         const std::pair<QByteArrayList, QByteArray> rows[] = {
             {{"Sonde Turned On"}, "unknown"},
-            {{start}, "PAL"},
             {{start, stream, "PAL Output Stopped"}, "phone"},
             {{"PAL Output Stopped", stream, stopped}, "nowhere"},
             {{stream, stopped, "PAL Output Started"}, "PAL"},
@@ -207,7 +200,7 @@ private slots:
         const QByteArray counter = "kt6120_log_messages_total{severity=\"warning\","
                                    "message=\"Battery Voltage Under Threshold (\"} ";
         writeFile(paths::programLog, low);
-        writeStore("4694");
+        writeStore("999");
         Freshness freshness;
         Metrics metrics(freshness);
         const auto compare = [&](bool openMetrics, const QByteArrayList &there,
