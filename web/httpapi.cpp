@@ -37,8 +37,9 @@ constexpr auto lookInterval = 250ms;
 // The page reconnects after three missed ones. The web server notices that a viewer is gone when it
 // sends to it for the second time.
 constexpr auto heartbeat = 2s;
-constexpr int logLines = 50;        // that a new viewer gets
-constexpr qint64 logBytes = 65'536; // searched for these and for the picture's last change
+constexpr int logLines = 50;                // that a new viewer gets
+constexpr qint64 logBytes = 65'536;         // searched for these
+constexpr qint64 logBytesAtStart = 1 << 20; // for the unit's start and the picture's last change
 
 constexpr int longestBody = 256; // bytes
 constexpr double commandsPerSecond = 5;
@@ -99,20 +100,6 @@ QJsonArray reelModels(const readings::Values &values)
     return QJsonArray::fromStringList(names);
 }
 
-QJsonObject unitState(const ProgramLog &log, const Freshness::State &program,
-                      const readings::Values &values)
-{
-    QJsonObject state = {{"silent", program.silent},
-                         {"picture", log.picture()},
-                         {"unit", QSysInfo::machineHostName()},
-                         {"started", QString::fromUtf8(log.started())},
-                         {"lampLevels", lampLevels(values)},
-                         {"reelModels", reelModels(values)}};
-    if (program.silent)
-        state["since"] = program.since;
-    return state;
-}
-
 // Heartbeat with the unit's time.
 QByteArray beat()
 {
@@ -139,6 +126,24 @@ QJsonArray described(const QList<ProgramLog::Line> &lines)
 }
 
 } // namespace
+
+HttpApi::HttpApi(Freshness &of) : freshness(of), metrics(of), log(logBytesAtStart) {}
+
+QJsonObject HttpApi::unitState(const readings::Values &values)
+{
+    const Freshness::State program = freshness.look();
+    const std::lock_guard lock(logMutex);
+    log.take();
+    QJsonObject state = {{"silent", program.silent},
+                         {"picture", log.picture()},
+                         {"unit", QSysInfo::machineHostName()},
+                         {"started", QString::fromUtf8(log.started())},
+                         {"lampLevels", lampLevels(values)},
+                         {"reelModels", reelModels(values)}};
+    if (program.silent)
+        state["since"] = program.since;
+    return state;
+}
 
 void HttpApi::handle(fastcgi::Exchange &exchange)
 {
@@ -170,11 +175,9 @@ void HttpApi::handle(fastcgi::Exchange &exchange)
 
 void HttpApi::sendState(fastcgi::Exchange &exchange)
 {
-    ProgramLog log(logBytes);
-    log.take();
     QMap<QByteArray, QString> nothing;
     const readings::Values values = readings::read();
-    QJsonObject state = unitState(log, freshness.look(), values);
+    QJsonObject state = unitState(values);
     state["readings"] = changed(values, nothing);
     exchange.answer(200, "application/json", json(state));
 }
@@ -183,21 +186,21 @@ void HttpApi::sendEvents(fastcgi::Exchange &exchange)
 {
     const quint64 viewer = beginViewing();
     exchange.begin("text/event-stream");
-    ProgramLog log(logBytes);
+    ProgramLog viewed(logBytes);
     QMap<QByteArray, QString> known;
     QJsonObject knownState;
     auto spoken = steady_clock::now() - heartbeat;
     bool first = true;
     do {
         QByteArray events;
-        QList<ProgramLog::Line> lines = log.take();
+        QList<ProgramLog::Line> lines = viewed.take();
         if (first)
             lines = lines.mid(qMax(0, int(lines.size()) - logLines));
         if (!lines.isEmpty())
             events += "event: log\ndata: " + json({{"lines", described(lines)}}) + "\n\n";
         const readings::Values values = readings::read();
         const QJsonArray rows = changed(values, known);
-        QJsonObject state = unitState(log, freshness.look(), values);
+        QJsonObject state = unitState(values);
         if (!rows.isEmpty() || state != knownState) {
             knownState = state;
             state["readings"] = rows;

@@ -3,7 +3,10 @@
 
 #include "freshness.h"
 #include "metrics.h"
+#include "programlog.h"
+#include "readings.h"
 
+#include <QJsonObject>
 #include <atomic>
 #include <chrono>
 #include <list>
@@ -18,7 +21,7 @@ class Exchange;
 class HttpApi
 {
 public:
-    explicit HttpApi(Freshness &of) : freshness(of), metrics(of) {}
+    explicit HttpApi(Freshness &of);
 
     void handle(fastcgi::Exchange &exchange);
 
@@ -30,6 +33,7 @@ private:
     void sendMetrics(fastcgi::Exchange &exchange);
     void takeCommand(fastcgi::Exchange &exchange);
 
+    QJsonObject unitState(const readings::Values &values);
     bool mayCommandNow();
     quint64 beginViewing();
     bool isViewing(quint64 viewer);
@@ -38,6 +42,9 @@ private:
     Freshness &freshness;
     Metrics metrics;
     std::atomic<int> histories = 0;
+
+    std::mutex logMutex;
+    ProgramLog log; // never ends, since a picture may last for more lines than a viewer gets
 
     std::mutex viewersMutex;
     std::list<quint64> viewers; // the oldest first

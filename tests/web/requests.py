@@ -25,6 +25,7 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
 from bench.desk import Desk
 
 COMMANDS = "/var/www/html/commands.txt"
+LOG = "/home/pi/KT6120/bin/commands_log.log"
 LAMP = '{"command":"LAMPUP"}'
 OWN = {"Host": "127.0.0.1", "Origin": "http://127.0.0.1", "Content-Type": "application/json"}
 OFFER = f"""v=0
@@ -118,6 +119,7 @@ def try_requests():
         assert os.stat(COMMANDS).st_mtime_ns == before, f"the commands file was written: {request}"
     for name in ("127.0.0.1:8080", "[::1]", "localhost", "Unit-7.local.", socket.gethostname()):
         check(200, get("/api/state", host=name))
+    assert b'"picture":"unknown"' not in answer(get("/api/state")).read(), "a long log hides it"
     headers = str(answer(get("/")).headers)
     for wanted in ("'none'; script-src 'self';", "frame-ancestors 'none'", "nosniff", "no-cache"):
         assert wanted in headers and "unsafe" not in headers, headers
@@ -207,6 +209,8 @@ def main():
         desk.run("call KT6120_gpio_write.sh takes 0.05")
         desk.run("unit start")
         desk.run('expect serial "BAT:V?"')
+        with open(LOG, "a", encoding="ascii") as log:
+            log.write("25-11-2026 01:00:00,4,Lamp Turned Off\n" * 2000)
         desk.page.serve()
         desk.loop.apart(try_requests)
         desk.loop.apart(try_picture)

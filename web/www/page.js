@@ -251,7 +251,7 @@ const reasons = {
   "lamp off came first; the command is withdrawn": "lamp off came first",
   "another writer replaced the command": "somebody else gave a command; try again",
   "the unit is busy with another command": "somebody else gives commands; try again",
-  [unchanged]: "the unit heard it, but nothing changed",
+  [unchanged]: "the unit read it, but no reading changed",
 };
 
 function say(text, level = "normal") {
