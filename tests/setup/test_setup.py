@@ -41,7 +41,7 @@ desk() { # takes the desk's files away
     for place in /sys /etc /var/lib; do mount -t tmpfs tmpfs $place; done
     for file in /proc/cmdline /proc/consoles; do : >/tmp/${file##*/}; mount --bind /tmp/${file##*/} $file; done
     for uart in /dev/ttyAMA0 /dev/ttyS0; do : >$uart; mount --bind /dev/null $uart; done
-    mkdir -p $tools /sys/fs/ext4/mmcblk0p2 /sys/block/mmcblk0/device $drm $bin/gstreamer-1.0
+    mkdir -p /run/systemd/system $tools /sys/fs/ext4/mmcblk0p2 /sys/block/mmcblk0/device $drm $bin/gstreamer-1.0
     for tool in i2cget gpioinfo v4l2-ctl gst-inspect-1.0 ifconfig systemctl nft; do
         cp $tree/bench/recorder $tools/$tool
     done
@@ -239,7 +239,7 @@ RASPIOS = ["-dtoverlay=vc4-kms-v3d", COMPOSITE, *TITLE]
 RASPIOS += ["+enable_uart=1", "+dtparam=i2c_arm=on", "+enable_tvout=1"]
 DEBIAN = ["+dtparam=i2c_arm=on", "+enable_tvout=1", COMPOSITE]
 SOURCES = ['+CONSOLES="tty0"', *TITLE, "+enable_uart=1", *DEBIAN]
-SOURCES += ["+net.ifnames=0 video=Composite-1:720x576@50ie"]
+SOURCES += ["+net.ifnames=0 video=Composite-1:720x576@50ie,tv_mode=PAL"]
 SOURCES += ['+KERNEL=="ttyAMA0", SYMLINK+="serial0"']
 # The lines that change, but for those of the network and of cmdline.txt.
 SYSTEMS = {
@@ -250,9 +250,11 @@ SYSTEMS = {
 }
 CASES = r"""
 sed -i 's/kms-v3d$/&,cma-256,composite/' $config | +dtoverlay=vc4-kms-v3d,composite,cma-256
+sed -i 's/kms-v3d$/&,composite=off/' $config | +dtoverlay=vc4-kms-v3d,composite
 echo enable_uart=0 >>$config | -enable_uart=0
 echo dtparam=i2c_arm=off,i2c_arm_baudrate=9600 >>$config | +dtparam=i2c_arm=on,i2c_arm_baudrate=9600
 echo dtparam=i2s=on >>$config | +#dtparam=i2s=on
+echo dtparam=i2c_arm=on,i2s=on >>$config | +#dtparam=i2c_arm=on,i2s=on
 echo dtoverlay=spi1-1cs >>$config | +#dtoverlay=spi1-1cs
 sed -i 's/^.all.$/[cm4]/' $config | +[all]
 sed -i '1i # \xff' $config | +enable_uart=1
@@ -337,6 +339,17 @@ class Setup(unittest.TestCase):
         self.assertNotIn("cmdline.txt", said)
         self.assertIn("config.txt: somebody else has changed it since", said)
         self.assertEqual(shell("sha256sum $config"), changed)
+        shell("echo >/var/lib/kt6120/setup.json")
+        with self.assertRaisesRegex(SETUP["LeftAlone"], "damaged"):
+            run(SETUP, "--undo")
+
+    def test_full_boot_folder(self):
+        shell("system raspios12; mv /boot/firmware /boot/kept; mkdir /boot/firmware")
+        shell("mount -t tmpfs -o size=8k tmpfs /boot/firmware; mv /boot/kept/* /boot/firmware")
+        self.addCleanup(shell, "umount /boot/firmware")
+        before = shell("sha256sum /boot/firmware/*")
+        self.assertIn("No space left", self.setup("--yes", left=True))
+        self.assertEqual(shell("sha256sum /boot/firmware/*"), before)
 
 
 if __name__ == "__main__":
