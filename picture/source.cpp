@@ -28,13 +28,19 @@ constexpr char packets[] =
 
 constexpr std::chrono::seconds recheck(1); // addresses come and go
 
-// A socket can be bound only to an address of this machine.
+// What is sent to an address of this machine comes from that address. Not so with 0.0.0.0 and
+// broadcast addresses, which the kernel accepts as senders and for bind().
 bool isOwn(GInetAddress *address)
 {
-    g_autoptr(GSocketAddress) anyPort = g_inet_socket_address_new(address, 0);
+    constexpr guint16 anyPort = 1; // connect() sends nothing
+    g_autoptr(GSocketAddress) there = g_inet_socket_address_new(address, anyPort);
     g_autoptr(GSocket) socket = g_socket_new(
         g_inet_address_get_family(address), G_SOCKET_TYPE_DATAGRAM, G_SOCKET_PROTOCOL_UDP, nullptr);
-    return socket && g_socket_bind(socket, anyPort, FALSE, nullptr);
+    if (!socket || !g_socket_connect(socket, there, nullptr, nullptr))
+        return false;
+    g_autoptr(GSocketAddress) found = g_socket_get_local_address(socket, nullptr);
+    auto *here = G_INET_SOCKET_ADDRESS(found);
+    return here && g_inet_address_equal(address, g_inet_socket_address_get_address(here));
 }
 
 // Others on the network can send to these ports too, but not from the unit's address: the kernel

@@ -70,25 +70,25 @@ int payloadType(const QByteArray &offer)
     return -1;
 }
 
-bool hasVideo(const GstSDPMessage *offer)
+// The offer's only section, which must be of video; null if it has another one. For each further
+// one webrtcbin would start threads.
+GstSDPMedia *onlyVideo(const GstSDPMessage *offer)
 {
-    for (guint i = 0; i < gst_sdp_message_medias_len(offer); ++i) {
-        if (qstrcmp(gst_sdp_media_get_media(gst_sdp_message_get_media(offer, i)), "video") == 0)
-            return true;
-    }
-    return false;
+    if (gst_sdp_message_medias_len(offer) != 1)
+        return nullptr;
+    const GstSDPMedia *media = gst_sdp_message_get_media(offer, 0);
+    const bool isVideo = qstrcmp(gst_sdp_media_get_media(media), "video") == 0;
+    return isVideo ? const_cast<GstSDPMedia *>(media) : nullptr;
 }
 
-// Without the browser's addresses: the browser opens the connection, so that the unit neither
+// Removes the browser's addresses: the browser opens the connection, so that the unit neither
 // contacts nor looks up a host that an offer names.
-QByteArray withoutCandidates(const QByteArray &offer)
+void removeCandidates(GstSDPMedia *media)
 {
-    QByteArray rest;
-    for (const QByteArray &line : offer.split('\n')) {
-        if (!line.startsWith("a=candidate:"))
-            rest += line + '\n';
+    for (guint i = gst_sdp_media_attributes_len(media); i > 0; --i) {
+        if (qstrcmp(gst_sdp_media_get_attribute(media, i - 1)->key, "candidate") == 0)
+            gst_sdp_media_remove_attribute(media, i - 1);
     }
-    return rest;
 }
 
 void waitFor(GstPromise *promise)
@@ -158,11 +158,12 @@ Viewer::~Viewer()
 void Viewer::connect(const QByteArray &offer, const QByteArray &address)
 {
     GstSDPMessage *parsed = nullptr;
-    const bool readable =
-        gst_sdp_message_new_from_text(withoutCandidates(offer).constData(), &parsed) == GST_SDP_OK;
+    const bool readable = gst_sdp_message_new_from_text(offer.constData(), &parsed) == GST_SDP_OK;
     Owned<GstSDPMessage> message(parsed);
-    if (!readable || !hasVideo(message.get()))
-        throw Refusal(400, "not an offer to receive video");
+    GstSDPMedia *media = readable ? onlyVideo(message.get()) : nullptr;
+    if (!media)
+        throw Refusal(400, "not an offer to receive only video");
+    removeCandidates(media);
     const int type = payloadType(offer);
     if (type < 0)
         throw Refusal(406, "the browser cannot decode H.264, which the unit's picture is");
