@@ -58,6 +58,12 @@ void commsExternal::commsExternalInit()
 
     auto *connectTimer = new QTimer(this);
     connect(connectTimer, &QTimer::timeout, this, &commsExternal::commsExternalAttemptConnect);
+    // A tick may wait ten seconds for the app. Without a new start, the timer would fire again at
+    // once, and the event loop would handle one event of each source between two ticks.
+    connect(connectTimer, &QTimer::timeout, this, [connectTimer] {
+        if (connectTimer->remainingTime() == 0)
+            connectTimer->start();
+    });
     connectTimer->start(tickInterval);
 
     keepAliveTimer = new QTimer(this);

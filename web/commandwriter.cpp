@@ -34,8 +34,8 @@ constexpr std::chrono::milliseconds patience = 35s;
 // For a line that the unit has not read: while the store does not change either, the event loop
 // stands still. A unit writes its store every 10 s at least, every 5 s while the MCU answers; one
 // that has not done so may still be out of disk space.
-constexpr auto storeInterval = 12s;
-constexpr auto unreadPatience = 5s;
+constexpr auto storeInterval = 15s;
+constexpr auto unreadPatience = 12s; // two attempts to connect to the app take ten
 constexpr auto unreadPatienceAtRest = 500ms;
 constexpr std::chrono::milliseconds unreadLook = 50ms;
 constexpr auto withdrawal = 100ms; // for a read that had begun before the line was withdrawn

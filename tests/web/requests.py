@@ -88,6 +88,7 @@ BAD = [
     (415, picture(Content_Type="application/json")),
     (413, picture(body=OFFER + "a=x\n" * 4096)),
     (400, picture(body=OFFER.replace("m=video", "m=audio"))),
+    (400, picture(body=OFFER + OFFER[OFFER.index("m=") :].replace("mid:0", "mid:1"))),
     (400, picture(body=OFFER.replace("a=ice-ufrag", "a=x"))),
     (406, picture(body=OFFER.replace("H264", "VP8"))),
     (406, picture(body=OFFER.replace("mode=1", "mode=0"))),

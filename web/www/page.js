@@ -225,6 +225,7 @@ let taps = []; // waiting for the command before them
 let working = false;
 let wish = null; // the level that the lamp steps to
 let dark = false; // lamp off was sent, maybe not yet answered
+let goingOff = null; // then the end of that
 
 const highestLevel = () => unit.lampLevels[unit.lampLevels.length - 1];
 const lampIs = (store) => (store["Camera/Lamp"] > 0 ? `Lamp ${store["Camera/Lamp"]} %` : "Lamp off");
@@ -334,17 +335,21 @@ async function setLevel(target) {
   return true;
 }
 
-// Sends commands one after the other. Lamp off is sent at once and cancels the waiting lamp steps.
+const lights = ({ name }) => name.startsWith("LAMP") || name === "LEVEL";
+
+// Sends commands one after the other. Lamp off is sent at once and cancels the waiting lamp steps; later
+// ones wait for its answer, as it would overtake them.
 // An argument may be a function, called when its turn comes.
 async function tap(name, argument) {
   if (name === "LAMPOFF" || name === "LEVEL") {
     wish = null;
-    taps = taps.filter((waiting) => !(waiting.name.startsWith("LAMP") || waiting.name === "LEVEL"));
+    taps = taps.filter((waiting) => !lights(waiting));
     showTaps();
   }
   if (name === "LAMPOFF") {
     dark = true;
-    await command({ name });
+    goingOff = goingOff || command({ name }).finally(() => { goingOff = null; });
+    await goingOff;
     showLevel();
     return;
   }
@@ -353,11 +358,15 @@ async function tap(name, argument) {
   if (working) return;
   working = true;
   while (taps.length > 0) {
+    if (goingOff && lights(taps[0])) {
+      await goingOff;
+      continue; // it may have been tapped again
+    }
     const next = taps.shift();
     if (typeof next.argument === "function") next.argument = next.argument();
     showTaps();
     const off = dark || stored("Camera/Lamp") === "-1";
-    if (next.name.startsWith("LAMP") || next.name === "LEVEL") dark = false;
+    if (lights(next)) dark = false;
     const answered = next.name === "LEVEL" ? await setLevel(next.argument) : await command(next);
     // After lamp off at the highest level the unit has no step up to send: a step down and up lights it.
     if (answered && next.name === "LAMPUP" && off && !dark && Number(stored("Camera/Lamp")) === highestLevel())
