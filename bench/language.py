@@ -207,8 +207,7 @@ class Commands:
         except TypeError as error:
             if error.__traceback__ and error.__traceback__.tb_next:  # not of this call's words
                 raise
-            usage = "\n".join(f"{what}{name} {row.arguments}" for row in forms)
-            raise Failure(usage) from None
+            raise Failure("\n".join(f"{what}{name} {row.arguments}" for row in forms)) from None
 
     def _happened(
         self, kind: str, text: bytes, none: bool, count: int | None

@@ -251,7 +251,7 @@ def alone(link: str) -> None:
     history.listeners.append(lambda kind, text: kind == "serial" and os.write(1, text))
     Mcu(loop, Clock(loop), history, partial(pseudo_terminal, loop, link), str)
     print("ready", flush=True)
-    loop.until(lambda: False)
+    loop.rest()
 
 
 if __name__ == "__main__":

@@ -9,7 +9,7 @@ from typing import Any
 
 from bench import Failure, State
 from bench.places import of_caller
-from bench.world import Loop, Process
+from bench.world import PATIENCE, Loop, Process
 
 SHARE = "/run/tree/usr/share/kt6120-web"
 SAVED = "/run/bench/saved"  # what the browser downloads
@@ -17,7 +17,6 @@ DESK = "/run/desk"  # where bench/run reaches the page
 SOCKET = "/run/kt6120-web/socket"
 PICTURE_SOCKET = "/run/kt6120-picture.socket"
 SETTINGS = "/run/bench/lighttpd.conf"
-PATIENCE = 60  # s
 FIND_LIMIT = 10  # s, until an element is there
 
 CONFIGURATION = f"""
@@ -163,10 +162,9 @@ class Page:
     def _value(self, method: str, script: str) -> object:
         """The value of a script, or the failure, for instance while the page loads."""
         try:
-            result: object = self._do(getattr(self.driver, method), script)
+            return self._do(getattr(self.driver, method), script)
         except Failure as failure:
             return failure
-        return result
 
     def _open(self, width: str = "1280", height: str = "900", scheme: str = "light") -> None:
         # The size of the page: a window around it has a minimum.

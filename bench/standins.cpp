@@ -25,13 +25,10 @@
 namespace
 {
 
-constexpr int bitsPerKilobit = 1000;
-constexpr char holderPlace[] = "/run/bench/camera.holder"; // locked by the user of the camera
-
 struct BenchCamera {
     GstBin base;
     const char *device; // interned
-    int holder;         // descriptor
+    int holder;         // descriptor of a file that the user of the camera locks
 };
 
 using BenchCameraClass = GstBinClass;
@@ -130,7 +127,7 @@ bool openDevice(BenchCamera *camera)
         return false;
     }
     // Outside the sandbox there is nothing to lock, and any number of users.
-    camera->holder = open(holderPlace, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    camera->holder = open("/run/bench/camera.holder", O_RDWR | O_CREAT | O_CLOEXEC, 0666);
     if (camera->holder >= 0 && flock(camera->holder, LOCK_EX | LOCK_NB) != 0) {
         close(camera->holder);
         GST_ELEMENT_ERROR(camera, RESOURCE, BUSY, ("Device '%s' is busy", camera->device),
@@ -214,7 +211,7 @@ void setControls(GObject *object, guint, const GValue *value, GParamSpec *)
     if (!controls || !x264)
         return;
     if (gst_structure_get_int(controls, "video_bitrate", &number))
-        g_object_set(x264, "bitrate", number / bitsPerKilobit, nullptr);
+        g_object_set(x264, "bitrate", number / 1000, nullptr);
     if (gst_structure_get_int(controls, "h264_i_frame_period", &number))
         g_object_set(x264, "key-int-max", number, nullptr);
 }

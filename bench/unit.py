@@ -38,7 +38,6 @@ CHANNELS = {
     "LedInter": ("0x10", "0x40"),
     "LedTallwick": ("0x16", "0x0"),
 }
-CAMERA_STATES = ("missing", "back", "lost")
 FAULT_LINE = "KT6120_gpio_read.sh 26"
 # What a reply holds, by its verb.
 TRAITS = {"prints": "output", "takes": "delay", "holds": "hold", "fails": "status"}
@@ -224,8 +223,8 @@ class Surroundings:
 
     def do_camera(self, state: str) -> None:
         """missing|back|lost - the camera"""
-        if state not in CAMERA_STATES:
-            raise Failure(" or ".join(CAMERA_STATES) + "?")
+        if state not in ("missing", "back", "lost"):
+            raise Failure("camera missing, back or lost?")
         self.set_camera(state)
 
     def set_camera(self, state: str) -> None:

@@ -3,17 +3,17 @@
 
 import os
 import socket
-import subprocess
 from collections import deque
 from collections.abc import Callable
 from contextlib import nullcontext
+from functools import partial
 from struct import pack, unpack_from
 from time import monotonic
 
-from bench import Failure, State, number, places, span, to_text
+from bench import Failure, State, number, places, span
 from bench.phone import Network
 from bench.watch import History
-from bench.world import Clock, Loop
+from bench.world import PATIENCE, Clock, Loop, run
 
 PORTS = {"pal": 8083, "phone": 49152, "ethernet": 8001}
 ETH_P_IP = 0x0800
@@ -23,7 +23,6 @@ PORT, RTP = 22, 28  # where a UDP packet of IPv4 holds its port and its content
 TIME, PAYLOAD = 4, 12  # where RTP holds its time and what it carries
 SEQUENCE_PARAMETERS, AGGREGATE = 7, 24  # types of packets; the first leads a key frame
 MARKER = 0x80  # the last packet of a frame
-PATIENCE = 60  # s
 
 # Takes packets that are each led by their length in two bytes.
 DECODER = (
@@ -79,16 +78,14 @@ class Tap:
         if not clock.until(is_there, PATIENCE):
             raise Failure(f"nothing comes at port {self._port}")
         command = [*(DECODER + TO_PNG).split(), f"location={file}"]
-        stream = b"".join(self.kept)
-        done = loop.apart(
-            lambda: subprocess.run(command, input=stream, capture_output=True, timeout=PATIENCE)
-        )
-        if done.returncode != 0 or not os.path.getsize(file):
-            raise Failure(to_text(done.stdout + done.stderr))
+        said = loop.apart(partial(run, *command, stdin=b"".join(self.kept)))
+        if not os.path.getsize(file):
+            raise Failure(said)
 
 
-def listen(loop: Loop, tap: Tap) -> None:
-    """To all that passes in this network namespace."""
+def listen(loop: Loop, port: int) -> Tap:
+    """To what passes for that port in this network namespace."""
+    tap = Tap(port)
     wire = socket.socket(socket.AF_PACKET, socket.SOCK_DGRAM, socket.htons(ETH_P_IP))
 
     def read() -> None:
@@ -97,6 +94,7 @@ def listen(loop: Loop, tap: Tap) -> None:
             tap.take(packet)
 
     loop.reads(wire.fileno(), read)
+    return tap
 
 
 class Video:
@@ -107,9 +105,8 @@ class Video:
     def tap(self, port: int) -> Tap:
         """Listens in from its first use on: at the phone, or for the PAL picture in the unit's world."""
         if port not in self.taps:
-            self.taps[port] = Tap(port)
             with nullcontext() if port == PORTS["pal"] else self._network.in_phone():
-                listen(self._loop, self.taps[port])
+                self.taps[port] = listen(self._loop, port)
         return self.taps[port]
 
     def expect_rtp(self, port: str, _: str, rates: str) -> State:

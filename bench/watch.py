@@ -61,7 +61,6 @@ class History:
         return self._streams[kind]
 
     def mark(self) -> None:
-        """Later expects look only at what happens from now on."""
         for stream in self._streams.values():
             stream.found = stream.mark = len(stream.content)
         self.when_marked()

@@ -90,6 +90,9 @@ class Loop:
             self._turn(min(left, CHECK_INTERVAL))
         return True
 
+    def rest(self, seconds: float = math.inf) -> None:
+        self.until(lambda: False, seconds)
+
     def apart(self, work: Callable[[], Any]) -> Any:
         """The result of blocking work, which a thread does while the loop runs."""
         from concurrent.futures import ThreadPoolExecutor  # takes its time to load
@@ -142,10 +145,10 @@ class Clock:
         return self._loop.until(condition, seconds, lost)
 
 
-def run(*command: str) -> str:
+def run(*command: str, stdin: bytes = b"") -> str:
     """What a command has printed. Raises Failure with that when it fails."""
     done = subprocess.run(
-        command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=PATIENCE
+        command, input=stdin, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=PATIENCE
     )
     said = to_text(done.stdout).strip()
     if done.returncode != 0:

@@ -16,26 +16,20 @@ packages=(
     logrotate gpiod lighttpd socat python3
 )
 
-# ./dev lint also needs these.
+# Beside these, ./dev lint, test --web, package, board and fuzz also need:
 lint_packages=(clang-format clang-tidy shellcheck black eslint mypy pyflakes3)
 
-# ./dev test --web also needs these.
 web_packages=(chromium chromium-driver curl ffmpeg prometheus python3-selenium)
 command -v npm >/dev/null || web_packages+=(npm) # a node.js from elsewhere includes it
 
-# ./dev package also needs these.
 root_packages=(mmdebstrap debhelper dpkg-dev)
 
-# ./dev board also needs these.
 board_packages=("${root_packages[@]}" kmod cpio xz-utils device-tree-compiler e2fsprogs dnsmasq-base)
 
-# ./dev fuzz also needs these.
 fuzz_packages=(clang libclang-rt-dev)
 
 # A root that compiles for another architecture also needs these. The qemu-user of Debian 12 lacks the
 # system call with which Qt starts processes.
-case ${release-} in
-bookworm) backports=/bookworm-backports ;;
-*) backports= ;;
-esac
+backports=
+[ "${release-}" != bookworm ] || backports=/bookworm-backports
 cross_packages=(qtbase5-dev-tools "qemu-user$backports" "qemu-user-binfmt$backports")

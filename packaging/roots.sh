@@ -48,16 +48,13 @@ sources() {
 
 # make_root NAME OPTION...: makes the root unless it was made with the same options, which go to
 # mmdebstrap.
-make_root() {
-    local root=$repo/build/roots/$1 lines lock
+make_root() ( # in a process of its own, which holds the lock
+    root=$repo/build/roots/$1
     mkdir -p "$repo/build/roots"
     # One at a time: mmdebstrap mounts the machine's /proc and /sys in the root.
-    exec {lock}>"$root.lock"
-    flock "$lock"
-    if [ -d "$root" ] && [ "${*:2}" = "$(cat "$root.made" 2>/dev/null)" ]; then
-        exec {lock}>&-
-        return
-    fi
+    exec 9>"$root.lock"
+    flock 9
+    [ ! -d "$root" ] || [ "${*:2}" != "$(cat "$root.made" 2>/dev/null)" ] || exit 0
     lines=$(sources)
     echo "making a root of Debian $release in ${root#"$repo"/}"
     rm -rf --one-file-system "$root.made" "$root" "$root.part"
@@ -66,8 +63,7 @@ make_root() {
         --dpkgopt='path-exclude=/usr/share/man/*' "${@:2}" "$release" "$root.part" - <<<"$lines"
     mv "$root.part" "$root"
     echo "${*:2}" >"$root.made"
-    exec {lock}>&-
-}
+)
 
 # make_build_root: makes the root `name`, which compiles for `arch` and runs the result, under an
 # emulator if need be. Compiler, build tools and the programs that the unit's scripts call are of this
@@ -100,15 +96,12 @@ compile() {
 
 # in_root NAME COMMAND...: runs a command in the root, read-only, with the source tree at its path.
 in_root() {
-    local root=$repo/build/roots/$1 folder mounts=()
-    for folder in bin lib lib64 sbin; do
-        mounts+=(--symlink "usr/$folder" "/$folder")
-    done
-    local cache=${CCACHE_DIR-$HOME/.cache/ccache}
+    local root=$repo/build/roots/$1 cache=${CCACHE_DIR-$HOME/.cache/ccache}
     mkdir -p "$cache"
     bwrap --unshare-user-try --unshare-pid --unshare-net --die-with-parent \
         --ro-bind "$root/usr" /usr --ro-bind "$root/etc" /etc --ro-bind "$root/var" /var \
-        "${mounts[@]}" --proc /proc --dev /dev --tmpfs /tmp --dir /root \
+        --symlink usr/bin /bin --symlink usr/lib /lib --symlink usr/lib64 /lib64 \
+        --symlink usr/sbin /sbin --proc /proc --dev /dev --tmpfs /tmp --dir /root \
         --bind "$cache" /tmp/ccache --setenv CCACHE_DIR /tmp/ccache \
         --bind "$repo" "$repo" --setenv HOME /root --setenv KT6120_ROOT "$1" --chdir "$repo" "${@:2}"
 }

@@ -1,4 +1,3 @@
-#!/usr/bin/python3
 # SPDX-License-Identifier: LicenseRef-KT6120
 """The agent: runs on the board and does there what the bench asks for over the console.
 
@@ -56,9 +55,7 @@ class Unit(Machine):
 
     @cached_property
     def _tap(self) -> Tap:
-        tap = Tap(PORTS["pal"])
-        listen(self._loop, tap)
-        return tap
+        return listen(self._loop, PORTS["pal"])
 
     def rate(self) -> float:
         return self._tap.rate()
@@ -98,4 +95,4 @@ class Agent:
 if __name__ == "__main__":
     main_loop = Loop()
     Agent(main_loop, sys.argv[1])
-    main_loop.until(lambda: False)
+    main_loop.rest()

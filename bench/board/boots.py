@@ -52,5 +52,4 @@ def boot(stage: str, card: str) -> None:
         sys.exit(f"{failed}, see build/board/console.log")
 
 
-if __name__ == "__main__":
-    boot(*sys.argv[1:])
+boot(*sys.argv[1:])

@@ -1,11 +1,10 @@
-#!/usr/bin/python3
 # SPDX-License-Identifier: LicenseRef-KT6120
 """Measures the real program beside a floor, in the sandbox, and prints one table.
 
-Usage: measure.py BUILD ROUNDS. The floor is a bare process of the same libraries (bench/measure/floor.cpp),
-measured in turn with the program. A row shows the median of each over the rounds, half of their range, and
-the median of the ratios round by round, which holds when the machine's speed drifts. One round before
-these fills the caches and does not count. The pauses that the unit prescribes at start are subtracted.
+Usage: python3 -m bench.measure.measure BUILD ROUNDS. The floor is a bare process of the same libraries
+(floor.cpp), measured in turn with the program. A row shows the median of each over the rounds, half of their
+range, and the median of the ratios round by round, which holds when the machine's speed drifts. One round
+before these fills the caches and does not count. The pauses that the unit prescribes at start are subtracted.
 """
 
 import os
@@ -21,13 +20,11 @@ from functools import partial
 from pathlib import Path
 from typing import Any
 
-sys.path.insert(0, str(Path(__file__).parents[2]))
-
 from bench import places
 from bench.machine import Machine
 from bench.mcu import Line, Mcu, pseudo_terminal
 from bench.phone import PLUG
-from bench.video import PORTS, Tap, listen
+from bench.video import PORTS, listen
 from bench.watch import History
 from bench.world import Clock, Loop, run
 
@@ -66,10 +63,6 @@ def note(name: str, unit: str, program: float, floor: float) -> None:
 def wait(condition: Callable[[], bool], what: str) -> None:
     if not loop.until(condition, PATIENCE):
         sys.exit(f"no {what}")
-
-
-def rest(seconds: float) -> None:
-    loop.until(lambda: False, seconds)
 
 
 def milliseconds(since: float) -> float:
@@ -116,9 +109,9 @@ def memory(process: Any) -> tuple[float, float, int]:
 def processor_share(*command: str) -> float:
     """A command's processor time in percent of one core."""
     with microcontroller(), started(*command) as process:
-        rest(SETTLED)
+        loop.rest(SETTLED)
         before = gauges(process.pid)["cpu"]
-        rest(SHARE_TIME)
+        loop.rest(SHARE_TIME)
         return 100 * (gauges(process.pid)["cpu"] - before) / SHARE_TIME
 
 
@@ -130,7 +123,7 @@ def in_turn(*acts: Callable[[], object]) -> list[list[float]]:
             begin = time.perf_counter()
             act()
             times.append(milliseconds(begin) * 1e3)
-            rest(0.002)
+            loop.rest(0.002)
     return [sorted(times) for times in taken]
 
 
@@ -168,7 +161,7 @@ def measure_without_picture(listener: socket.socket) -> None:
             wait(lambda: b"BOOT:READY" in heard, "first byte")
             note("start to first serial byte", "ms", milliseconds(begin), floor_start)
             wait(lambda: b"COILER:VALUE?" in heard, "query")
-            rest(SETTLED)
+            loop.rest(SETTLED)
             names = ("resident memory", "written memory", "mapped shared objects")
             for name, size, *sizes in zip(names, ("MiB", "MiB", ""), memory(unit), memory(floor)):
                 note(f"{name}, idle", size, *sizes)
@@ -205,13 +198,13 @@ def measure_with_picture(packets: list[bytes]) -> None:
     figures = []
     for command, pause in (([places.PROGRAM], ANNOUNCEMENTS), (PIPELINE, 0)):
         with microcontroller():
-            rest(DRAINED)
+            loop.rest(DRAINED)
             packets.clear()
             begin = time.perf_counter()
             with started(*command) as process:
                 wait(lambda: bool(packets), "picture")
                 first = milliseconds(begin) - pause
-                rest(SETTLED)
+                loop.rest(SETTLED)
                 figures.append((first, memory(process)[0]))
     firsts, memories = zip(*figures)
     note("start to first RTP packet, beside gst-launch", "ms", *firsts)
@@ -229,7 +222,7 @@ def instructions_per_cycle() -> float:
             loop.until(lambda: queries() >= CYCLE * CYCLES, 10 * PATIENCE)
             unit.terminate()
             unit.wait()
-        rest(DRAINED)
+        loop.rest(DRAINED)
         total = Path("/tmp/callgrind.out").read_text().split("\ntotals: ")[1].split()[0]
         return int(total) * CYCLE / queries()
 
@@ -249,9 +242,7 @@ cycle = instructions_per_cycle()  # first: each write costs more in a longer sto
 socket.setdefaulttimeout(PATIENCE)
 phone = socket.create_server(("", 8082))
 packets: list[bytes] = []
-tap = Tap(PORTS["pal"])
-tap.listeners.append(packets.append)
-listen(loop, tap)
+listen(loop, PORTS["pal"]).listeners.append(packets.append)
 for number in range(ROUNDS + 1):
     set_camera("missing")
     measure_without_picture(phone)

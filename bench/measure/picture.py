@@ -1,10 +1,9 @@
-#!/usr/bin/python3
 # SPDX-License-Identifier: LicenseRef-KT6120
 """Measures the delay from the camera to PAL receiver, phone and page, in the sandbox, and prints tables.
 
-Usage: picture.py BUILD SECONDS. Each frame shows when it left the camera. The PAL output and the phone's
-stream are decoded as the unit's receiver does it; the page is open in a browser at the same time. Two
-measurements of the delay and two of the cost take SECONDS each.
+Usage: python3 -m bench.measure.picture BUILD SECONDS. Each frame shows when it left the camera. The PAL
+output and the phone's stream are decoded as the unit's receiver does it; the page is open in a browser at
+the same time. Two measurements of the delay and two of the cost take SECONDS each.
 """
 
 import statistics
@@ -13,8 +12,6 @@ import sys
 import time
 from functools import partial
 from pathlib import Path
-
-sys.path.insert(0, str(Path(__file__).parents[2]))
 
 from bench.desk import Desk
 from bench.video import DECODER, PORTS
@@ -74,18 +71,15 @@ def main() -> None:
     seconds = float(sys.argv[2])
     with Desk(sys.argv[1]) as desk:
 
-        def rest(time_: float) -> None:
-            desk.loop.until(lambda: False, time_)
-
         def on_page(script: str) -> list[tuple[float, list[int]]]:
             value = desk.loop.apart(partial(desk.page.driver.execute_script, script))
             return value or []
 
         def ways(name: str, receiver: Receiver) -> None:
-            rest(SETTLED)
+            desk.loop.rest(SETTLED)
             receiver.delays.clear()
             on_page("measured.length = 0")
-            rest(seconds)
+            desk.loop.rest(seconds)
             page = [delay(*frame) for frame in on_page("return measured")]
             for way, delays in ((name, receiver.delays), ("the page", page)):
                 ordered = sorted(delays)
@@ -96,16 +90,16 @@ def main() -> None:
             """The longest time between two frames on the page."""
             on_page("measured.length = 0")
             desk.run(verb)
-            rest(2 * SETTLED)
+            desk.loop.rest(2 * SETTLED)
             times = [now for now, _ in on_page("return measured")]
             longest = max(after - before for before, after in zip(times, times[1:]))
             print(f"{verb:<28}{longest / 1000:>8.1f}")
 
         def costs(viewers: str) -> None:
-            rest(SETTLED)
+            desk.loop.rest(SETTLED)
             gauges = partial(desk.machine.gauges, int(run("pidof", "kt6120-picture")))
             before, lost = gauges()["cpu"], dropped(PORTS["pal"])
-            rest(seconds)
+            desk.loop.rest(seconds)
             used, lost = gauges()["cpu"] - before, dropped(PORTS["pal"]) - lost
             share = 100 * used / seconds
             print(f"{viewers:<28}{share:>8.1f}{gauges()['rss']:>8.1f}{lost:>12}")

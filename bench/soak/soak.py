@@ -1,10 +1,9 @@
-#!/usr/bin/python3
 # SPDX-License-Identifier: LicenseRef-KT6120
 """Plays month.scenario and shows whether the program's use of resources grows.
 
-Usage, in the sandbox: soak.py BUILD DAYS. Writes into the caller's folder soak.csv (two samples a day),
-soak.svg (each figure over time) and soak.log (the whole view). Prints a verdict; status 1 when
-something grows or the scenario fails.
+Usage, in the sandbox: python3 -m bench.soak.soak BUILD DAYS. Writes into the caller's folder soak.csv (two
+samples a day), soak.svg (each figure over time) and soak.log (the whole view). Prints a verdict; status 1
+when something grows or the scenario fails.
 """
 
 import csv
@@ -13,8 +12,6 @@ import sys
 from collections.abc import Callable
 from pathlib import Path
 from statistics import median
-
-sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
 
 from bench import Failure
 from bench.desk import Desk
