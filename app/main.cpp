@@ -41,8 +41,7 @@ int main(int argc, char *argv[])
             << version::minor << "." << version::build;
 
     // Never destroyed.
-    const Components unit{new eventHandler(nullptr), new commsInternal(nullptr),
-                          new commsExternal(nullptr), new VideoLibrary};
+    const Components unit{new eventHandler, new commsInternal, new commsExternal, new VideoLibrary};
     connectComponents(unit);
 
     unit.mcu->commsInternalInit();

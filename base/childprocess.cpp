@@ -38,8 +38,10 @@ public:
     }
     ~Pipe()
     {
-        closeEnd(ends[0]);
-        closeEnd(ends[1]);
+        if (!isOpen())
+            return;
+        close(ends[0]);
+        close(ends[1]);
     }
     Pipe(const Pipe &) = delete;
     Pipe &operator=(const Pipe &) = delete;
@@ -55,12 +57,6 @@ public:
     }
 
 private:
-    static void closeEnd(int end)
-    {
-        if (end >= 0)
-            close(end);
-    }
-
     int ends[2] = {-1, -1};
 };
 
@@ -84,11 +80,6 @@ public:
         setStandardOutputFile(QProcess::nullDevice());
     }
 
-    void launch(const Command &command)
-    {
-        start(command.program, command.arguments, QIODevice::ReadWrite);
-    }
-
 protected:
     void setupChildProcess() override { closeAtExec(); }
 };
@@ -105,7 +96,7 @@ public:
     // Returns the id of the process group; 0 if the program could not be started.
     pid_t launchGroup(const Command &command)
     {
-        launch(command);
+        start(command.program, command.arguments);
         const auto group = pid_t(processId());
         // Parent and child both set the group, because either may run first.
         if (group > 0)
@@ -184,9 +175,8 @@ void forwardErrors(const QString &line, const QByteArray &text)
 
 Command fromLine(const QString &line)
 {
-    QStringList words = QProcess::splitCommand(line);
-    const QString program = words.isEmpty() ? QString() : words.takeFirst();
-    return {program, words};
+    const QStringList words = QProcess::splitCommand(line);
+    return {words.value(0), words.mid(1)};
 }
 
 QProcess *start(QObject *parent, const Command &command)
@@ -195,7 +185,7 @@ QProcess *start(QObject *parent, const Command &command)
     // A closed QProcess uses a third of the memory.
     QObject::connect(process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), process,
                      &QProcess::close);
-    process->launch(command);
+    process->start(command.program, command.arguments);
     return process;
 }
 

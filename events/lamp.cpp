@@ -86,13 +86,7 @@ void eventHandler::eventHandlerUpdateLamp(bool up)
     int candidate = up ? lampLevel + lamp::step : lampLevel - lamp::step;
     if (candidate > INT8_MAX)
         candidate -= 256;
-    if (candidate > lampMaximum) {
-        candidate = lampMaximum;
-    } else if (candidate < 0) {
-        if (lampLevel == 0)
-            return;
-        candidate = 0;
-    }
+    candidate = qBound(0, candidate, int(lampMaximum));
     if (candidate == lampLevel)
         return;
     lampLevel = static_cast<uint8_t>(candidate);

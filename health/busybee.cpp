@@ -109,19 +109,16 @@ int BusyBee::convertTemperature(int raw, int table) const
 {
     const LookupTable &readings = lookupTables.at(size_t(table));
     const qint64 reading = quint32(raw);
-    int result = keys::noTemperature;
     int temperature = firstTemperature;
     for (size_t i = 1; i < readings.size(); ++i) {
         temperature += temperatureStep;
         const qint64 entry = readings[i];
-        if (entry == reading)
-            result = temperature;
-        if (entry < reading) {
+        if (entry <= reading) {
             const qint64 step = temperatureStep * (reading - entry) / (readings[i - 1] - entry);
             return toInt(double(temperature - step));
         }
     }
-    return result;
+    return keys::noTemperature;
 }
 
 int BusyBee::convertCurrentIntersage(int millivolts)

@@ -74,11 +74,6 @@ GstPadProbeReturn onPacket(GstPad *, GstPadProbeInfo *info, gpointer gate)
                                                                               : GST_PAD_PROBE_DROP;
 }
 
-void deleteGate(gpointer gate)
-{
-    delete static_cast<Gate *>(gate);
-}
-
 GstFlowReturn onFrame(GstAppSink *sink, gpointer taker)
 {
     g_autoptr(GstSample) sample = gst_app_sink_pull_sample(sink);
@@ -138,7 +133,8 @@ void Source::start()
         gst_util_set_object_arg(G_OBJECT(receiver.get()), "port", port);
         g_object_set(receiver.get(), "caps", caps, nullptr);
         g_autoptr(GstPad) pad = gst_element_get_static_pad(receiver.get(), "src");
-        gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, onPacket, new Gate, deleteGate);
+        gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, onPacket, new Gate,
+                          [](gpointer gate) { delete static_cast<Gate *>(gate); });
     }
     const Element frames = find(pipeline, "frames");
     GstAppSinkCallbacks callbacks = {};

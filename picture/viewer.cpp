@@ -29,17 +29,6 @@ constexpr auto gatherLimit = 2s;  // the addresses are the machine's own
 constexpr auto silenceLimit = 6s; // a browser reports once a second what it receives
 constexpr auto connectLimit = 9s;
 
-struct Free {
-    void operator()(GstPromise *promise) const { gst_promise_unref(promise); }
-    void operator()(GstSDPMessage *message) const { gst_sdp_message_free(message); }
-    void operator()(GstWebRTCSessionDescription *description) const
-    {
-        gst_webrtc_session_description_free(description);
-    }
-};
-template <typename T>
-using Owned = std::unique_ptr<T, Free>;
-
 // Of a session description: "a=NAME:TYPE VALUE", for all types.
 QMap<int, QByteArray> attributes(const QByteArray &lines, const QByteArray &name)
 {
@@ -101,9 +90,9 @@ void waitFor(GstPromise *promise)
 
 void set(GstElement *webrtc, const char *which, GstWebRTCSessionDescription *description)
 {
-    const Owned<GstPromise> promise(gst_promise_new());
-    g_signal_emit_by_name(webrtc, which, description, promise.get());
-    waitFor(promise.get());
+    g_autoptr(GstPromise) promise = gst_promise_new();
+    g_signal_emit_by_name(webrtc, which, description, promise);
+    waitFor(promise);
 }
 
 template <typename T>
@@ -114,21 +103,21 @@ T get(gconstpointer object, const char *property)
     return value;
 }
 
-void negotiate(GstElement *webrtc, Owned<GstSDPMessage> offer)
+// Takes the offer.
+void negotiate(GstElement *webrtc, GstSDPMessage *offer)
 {
-    const Owned<GstWebRTCSessionDescription> remote(
-        gst_webrtc_session_description_new(GST_WEBRTC_SDP_TYPE_OFFER, offer.release()));
-    set(webrtc, "set-remote-description", remote.get());
-    const Owned<GstPromise> created(gst_promise_new());
-    g_signal_emit_by_name(webrtc, "create-answer", nullptr, created.get());
-    waitFor(created.get());
-    GstWebRTCSessionDescription *made = nullptr;
-    gst_structure_get(gst_promise_get_reply(created.get()), "answer",
-                      GST_TYPE_WEBRTC_SESSION_DESCRIPTION, &made, nullptr);
-    const Owned<GstWebRTCSessionDescription> local(made);
+    g_autoptr(GstWebRTCSessionDescription) remote =
+        gst_webrtc_session_description_new(GST_WEBRTC_SDP_TYPE_OFFER, offer);
+    set(webrtc, "set-remote-description", remote);
+    g_autoptr(GstPromise) created = gst_promise_new();
+    g_signal_emit_by_name(webrtc, "create-answer", nullptr, created);
+    waitFor(created);
+    g_autoptr(GstWebRTCSessionDescription) local = nullptr;
+    gst_structure_get(gst_promise_get_reply(created), "answer", GST_TYPE_WEBRTC_SESSION_DESCRIPTION,
+                      &local, nullptr);
     if (!local)
         throw Refusal(400, "not a usable offer");
-    set(webrtc, "set-local-description", local.get());
+    set(webrtc, "set-local-description", local);
     const auto end = steady_clock::now() + gatherLimit;
     while (get<GstWebRTCICEGatheringState>(webrtc, "ice-gathering-state")
                != GST_WEBRTC_ICE_GATHERING_STATE_COMPLETE
@@ -157,10 +146,9 @@ Viewer::~Viewer()
 
 void Viewer::connect(const QByteArray &offer, const QByteArray &address)
 {
-    GstSDPMessage *parsed = nullptr;
-    const bool readable = gst_sdp_message_new_from_text(offer.constData(), &parsed) == GST_SDP_OK;
-    Owned<GstSDPMessage> message(parsed);
-    GstSDPMedia *media = readable ? onlyVideo(message.get()) : nullptr;
+    g_autoptr(GstSDPMessage) message = nullptr;
+    const bool readable = gst_sdp_message_new_from_text(offer.constData(), &message) == GST_SDP_OK;
+    GstSDPMedia *media = readable ? onlyVideo(message) : nullptr;
     if (!media)
         throw Refusal(400, "not an offer to receive only video");
     removeCandidates(media);
@@ -173,7 +161,7 @@ void Viewer::connect(const QByteArray &offer, const QByteArray &address)
     limitAddresses(address);
     addStream(type);
     gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
-    negotiate(webrtc.get(), std::move(message));
+    negotiate(webrtc.get(), g_steal_pointer(&message));
     describe(type, attributes(offer, "fmtp").value(type));
     listen();
 }
@@ -213,8 +201,8 @@ void Viewer::addStream(int type)
 // The library leaves out the profile: the format has the browser's own parameters.
 void Viewer::describe(int type, const QByteArray &parameters)
 {
-    const Owned<GstWebRTCSessionDescription> local(
-        get<GstWebRTCSessionDescription *>(webrtc.get(), "local-description"));
+    g_autoptr(GstWebRTCSessionDescription) local =
+        get<GstWebRTCSessionDescription *>(webrtc.get(), "local-description");
     g_autofree char *lines = gst_sdp_message_as_text(local->sdp);
     const QByteArray format = "a=fmtp:" + QByteArray::number(type) + ' ';
     for (const QByteArray &line : QByteArray(lines).trimmed().split('\n'))

@@ -4,8 +4,6 @@
 #include "fastcgi.h"
 #include "gate.h"
 
-#include <iterator>
-
 using namespace std::chrono_literals;
 using gate::refuse;
 using std::chrono::steady_clock;
@@ -82,14 +80,13 @@ void Whep::end(fastcgi::Exchange &exchange, const QByteArray &name)
 bool Whep::look()
 {
     source.look();
-    for (auto viewer = viewers.begin(); viewer != viewers.end();) {
-        const auto next = std::next(viewer);
+    for (auto next = viewers.begin(); next != viewers.end();) {
+        const auto viewer = next++;
         if (viewer->second->isGone()) {
             std::unique_lock lock(mutex);
             const auto gone = viewers.extract(viewer);
             lock.unlock();
         }
-        viewer = next;
     }
     if (!viewers.empty())
         used = steady_clock::now();

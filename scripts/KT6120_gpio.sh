@@ -21,10 +21,7 @@ is_gpio_line() {
 }
 
 is_gpio_level() {
-    case $1 in
-    0 | 1) ;;
-    *) return 1 ;;
-    esac
+    [ "$1" = 0 ] || [ "$1" = 1 ]
 }
 
 # wait_until COMMAND: waits until the command succeeds, at most two seconds.

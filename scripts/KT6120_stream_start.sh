@@ -14,11 +14,6 @@
 # to the address of a single viewer on a connected network.
 set -u
 
-usage() {
-    echo "usage: ${0##*/} ADDRESS PORT (an IPv4 address, a UDP port)" >&2
-    exit 2
-}
-
 is_address() (
     case $1 in '' | *[!0-9.]* | .* | *. | *..*) exit 1 ;; esac
     IFS=.
@@ -36,7 +31,8 @@ is_port() {
 }
 
 if ! { [ $# -eq 2 ] && is_address "$1" && is_port "$2"; }; then
-    usage
+    echo "usage: ${0##*/} ADDRESS PORT (an IPv4 address, a UDP port)" >&2
+    exit 2
 fi
 
 # Run in a new process group, so that one signal ends all of it.

@@ -20,10 +20,6 @@ fi
 newline='
 '
 
-say() {
-    logger -t KT6120 -- "$1"
-}
-
 # attribute FILE: sets value to the first line of a device attribute, empty if there is none.
 attribute() {
     value=
@@ -57,7 +53,7 @@ say_missing() {
     while IFS= read -r text; do
         case $newline$2 in
         *"$newline$text$newline"*) ;;
-        *) [ -z "$text" ] || say "USB device $3: $text" ;;
+        *) [ -z "$text" ] || logger -t KT6120 -- "USB device $3: $text" ;;
         esac
     done <<END
 $1

@@ -37,15 +37,14 @@ Freshness::State Freshness::look()
     const Mark found = markOfStore();
     const bool exists = found != Mark();
     if (exists && found != mark) {
-        seen = true;
         changed = now;
         since = timestamp::now();
     }
     mark = found;
     State state;
     state.since = since;
-    if (seen) {
-        state.age = std::chrono::duration<double>(now - changed).count();
+    if (changed) {
+        state.age = std::chrono::duration<double>(now - *changed).count();
         state.silent = !exists || state.age > silentAfter;
     }
     return state;

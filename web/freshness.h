@@ -6,6 +6,7 @@
 #include <array>
 #include <chrono>
 #include <mutex>
+#include <optional>
 
 // Detects whether the unit's program runs, by the changes of its status store. The age of the last
 // change is measured with a monotonic clock, since the unit's clock may be wrong or be set. Call
@@ -29,7 +30,6 @@ private:
 
     std::mutex mutex;
     Mark mark;
-    bool seen = false;
-    std::chrono::steady_clock::time_point changed;
+    std::optional<std::chrono::steady_clock::time_point> changed; // seen by look()
     QString since;
 };

@@ -248,13 +248,12 @@ void HttpApi::sendHistory(fastcgi::Exchange &exchange)
     const QMap<QByteArray, int> ranges = {{"range=day", 1}, {"range=week", 7}, {"range=month", 31}};
     const int days = ranges.value(exchange.variable("QUERY_STRING"));
     if (days == 0)
-        refuse(exchange, 400, "range=day, week or month");
-    else if (++histories > mostHistories)
+        return refuse(exchange, 400, "range=day, week or month");
+    if (++histories > mostHistories)
         refuse(exchange, 503, "too many histories at once");
     else
         exchange.answer(200, "application/json", history::read(days));
-    if (days != 0)
-        --histories;
+    --histories;
 }
 
 void HttpApi::sendCheck(fastcgi::Exchange &exchange)

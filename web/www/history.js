@@ -48,9 +48,8 @@ function when(seconds) {
 }
 const round = (value) => String(Number(value.toPrecision(4)));
 
-function ticks(low, high, count) {
-  return Array.from({ length: count + 1 }, (_, at) => low + (high - low) * at / count);
-}
+// Four equal parts.
+const ticks = (low, high) => [0, 1, 2, 3, 4].map((part) => low + (high - low) * part / 4);
 
 function draw() {
   const at = byId("column").selectedIndex;
@@ -72,13 +71,13 @@ function draw() {
     : frame.left + (frame.right - frame.left) * (time - begin) / (end - begin);
   const y = (value) => frame.bottom - (frame.bottom - frame.top) * (value - low) / (high - low);
 
-  for (const value of ticks(low, high, 4)) {
+  for (const value of ticks(low, high)) {
     chart.append(element("line", undefined,
       { class: "grid", x1: frame.left, x2: frame.right, y1: y(value), y2: y(value) }));
     chart.append(element("text", round(value), { x: frame.left - 6, y: y(value) + 4, "text-anchor": "end" }));
   }
   const days = end - begin > 86400;
-  for (const time of end === begin ? [begin] : ticks(begin, end, 4)) {
+  for (const time of end === begin ? [begin] : ticks(begin, end)) {
     const label = days ? when(time).date : end - begin < 600 ? when(time).exact : when(time).time;
     chart.append(element("text", label, {
       x: x(time), y: 234,
