@@ -12,6 +12,7 @@ import http.client
 import json
 import os
 import re
+import select
 import signal
 import socket
 import subprocess
@@ -127,13 +128,19 @@ def try_requests():
 
 
 def try_picture():
-    """Four may watch. One that ends, and all that never connect, leave their places to others."""
+    """Four may watch. One that ends, and all that never connect, leave their places to others.
+
+    Nothing is sent to a host that an offer names.
+    """
+    host = socket.socket(type=socket.SOCK_DGRAM)
+    host.bind(("127.0.0.1", 0))
+    offer = f"{OFFER}a= candidate:1 1 udp 9 127.0.0.1 {host.getsockname()[1]} typ host\n"
     began = time.monotonic()
 
     def check_full():  # a slow machine forgets the first, which never connects, after 6 s
         assert answer(picture()).status == 503 or time.monotonic() - began > 6, "five watch"
 
-    answers = [answer(picture()) for _ in range(4)]
+    answers = [answer(picture(body=offer)) for _ in range(4)]
     for given in answers:
         text = given.read().decode()
         assert given.status == 201 and re.search(r" 127\.0\.0\.1 809[0-7] typ host", text), text
@@ -144,6 +151,7 @@ def try_picture():
     check(201, picture())
     check_full()
     until(lambda: answer(picture()).status == 201)
+    assert not select.select([host], [], [], 0)[0], "the host was called"
 
 
 def try_another_writer():
