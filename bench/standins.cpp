@@ -139,7 +139,8 @@ bool openDevice(BenchCamera *camera)
         addElements(camera, "videotestsrc is-live=true horizontal-speed=2 "
                             "! timeoverlay font-desc=\"Sans, 24\" "
                             "! video/x-raw,format=I420,width=720,height=576,framerate=25/1 "
-                            "! capssetter caps=video/x-raw,interlace-mode=interleaved");
+                            "! capssetter caps=\"video/x-raw,interlace-mode=interleaved,"
+                            "colorimetry=2:4:5:1\""); // as USB grabbers report it
     return true;
 }
 
@@ -234,7 +235,7 @@ void bench_encoder_init(BenchEncoder *encoder)
 {
     GstPad *frames = addPad(encoder, "sink");
     addPad(encoder, "src");
-    addElements(encoder, "capsfilter caps=video/x-raw,format={I420,NV12} "
+    addElements(encoder, "capsfilter caps=video/x-raw,format={I420,NV12},colorimetry={bt601,bt709} "
                          "! x264enc name=x264 tune=zerolatency speed-preset=ultrafast "
                          "! capsfilter caps=video/x-h264,stream-format=byte-stream");
     gst_pad_add_probe(frames, GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, onCaps, encoder, nullptr);

@@ -208,7 +208,10 @@ void encoder_init(Encoder *encoder)
     // Like the board's element, encode interlaced pictures as whole frames: neither the kernel's
     // encoder nor the baseline profile supports fields.
     gst_util_set_object_arg(G_OBJECT(fields), "caps", "video/x-raw,interlace-mode=progressive");
-    gst_element_link_many(input, fields, encoder->inner, format, encoder->output, nullptr);
+    // The kernel's encoder accepts some colorimetries only, which a capssetter hides from what is
+    // before it.
+    GstElement *colors = add(encoder, "videoconvert");
+    gst_element_link_many(input, fields, colors, encoder->inner, format, encoder->output, nullptr);
     addGhostPad(encoder, "sink", input);
     addGhostPad(encoder, "src", encoder->output);
 }
