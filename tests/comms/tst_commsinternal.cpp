@@ -104,6 +104,19 @@ private slots:
         QCOMPARE(temperatures, sent);
     }
 
+    // The poll timer starts again.
+    void theLogRequestTakesAPollsPlace()
+    {
+        auto *polls = link->findChild<QTimer *>();
+        TRY_VERIFY(polls->remainingTime() < polls->interval() / 2);
+        const QSignalSpy polled(polls, &QTimer::timeout);
+        QElapsedTimer waited;
+        waited.start();
+        link->commsInternalRequestLogs();
+        TRY_COMPARE(polled.size(), 1);
+        QVERIFY(waited.elapsed() >= polls->interval() - 1);
+    }
+
     // Only commands to the MCU are written. A write may take a second; then its rest is discarded.
     void aWriteToADeafMcuIsGivenUp()
     {
