@@ -69,7 +69,7 @@ well() { # the commands file remains the one that the program watches
     echo 720x576i >$drm/modes
     echo 0 >/sys/fs/ext4/mmcblk0p2/errors_count
     echo 0x01 0x02 >/sys/block/mmcblk0/device/life_time
-    echo root=/dev/mmcblk0p2 net.ifnames=0 >/tmp/cmdline
+    echo root=/dev/mmcblk0p2 net.ifnames=0 video=Composite-1:720x576@50ie,tv_mode=PAL >/tmp/cmdline
     echo tty1 >/tmp/consoles
     echo 401 >/tmp/status
     echo www-data:x:0: >/etc/group
@@ -114,8 +114,9 @@ encoder | fault | no element | lacks omxh264enc; rm $bin/gstreamer-1.0/*
 TV output | fault | no composite output | rm -r $drm
 TV output | fault | is off | echo disconnected >$drm/status
 TV output | fault | no mode | echo 720x480i >$drm/modes
+TV output | fault | not set to PAL | echo net.ifnames=0 >/tmp/cmdline
 network | fault | enx1 instead | mkdir -p /sys/class/net/enx1/device
-network | fault | the next interface | echo root=LABEL=root >/tmp/cmdline
+network | fault | the next interface | echo root=LABEL=root tv_mode=PAL >/tmp/cmdline
 network | warning | eth0 and wlan0 | answer ifconfig '1h; 1!H; $!d; x; p; s/eth0/wlan0/'
 commands file | fault | is missing | mv $commands /var/www/kept
 commands file | fault | regular | mv $commands /var/www/kept; mkfifo $commands
@@ -254,7 +255,7 @@ sed -i 's/kms-v3d$/&,composite=off/' $config | +dtoverlay=vc4-kms-v3d,composite
 echo enable_uart=0 >>$config | -enable_uart=0
 echo dtparam=i2c_arm=off,i2c_arm_baudrate=9600 >>$config | +dtparam=i2c_arm=on,i2c_arm_baudrate=9600
 echo dtparam=i2s=on >>$config | +#dtparam=i2s=on
-echo dtparam=i2c_arm=on,i2s=on >>$config | +#dtparam=i2c_arm=on,i2s=on
+echo dtparam=i2s,i2c_arm=off,i2s=on,audio=on >>$config | +dtparam=i2c_arm=on,audio=on
 echo dtoverlay=spi1-1cs >>$config | +#dtoverlay=spi1-1cs
 sed -i 's/^.all.$/[cm4]/' $config | +[all]
 sed -i '1i # \xff' $config | +enable_uart=1
