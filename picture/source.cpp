@@ -28,8 +28,9 @@ constexpr char packets[] =
 
 constexpr std::chrono::seconds recheck(1); // addresses come and go
 
-// What is sent to an address of this machine comes from that address. Not so with 0.0.0.0 and
-// broadcast addresses, which the kernel accepts as senders and for bind().
+// What is sent to an interface's first address comes from it; the unit's packets have such a
+// sender. Not so with 0.0.0.0 and broadcast addresses, which the kernel accepts as senders and for
+// bind().
 bool isOwn(GInetAddress *address)
 {
     constexpr guint16 anyPort = 1; // connect() sends nothing

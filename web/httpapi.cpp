@@ -129,6 +129,14 @@ QJsonArray described(const QList<ProgramLog::Line> &lines)
 
 HttpApi::HttpApi(Freshness &of) : freshness(of), metrics(of), log(logBytesAtStart) {}
 
+void HttpApi::look()
+{
+    freshness.look();
+    metrics.count();
+    const std::lock_guard lock(logMutex);
+    log.take();
+}
+
 QJsonObject HttpApi::unitState(const readings::Values &values)
 {
     const Freshness::State program = freshness.look();

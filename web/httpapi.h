@@ -24,6 +24,8 @@ public:
     explicit HttpApi(Freshness &of);
 
     void handle(fastcgi::Exchange &exchange);
+    // Follows store and log without viewers, too. Call it every few seconds.
+    void look();
 
 private:
     void sendState(fastcgi::Exchange &exchange);
@@ -44,7 +46,7 @@ private:
     std::atomic<int> histories = 0;
 
     std::mutex logMutex;
-    ProgramLog log; // never ends, since a picture may last for more lines than a viewer gets
+    ProgramLog log; // a picture may last for more lines than a viewer gets
 
     std::mutex viewersMutex;
     std::list<quint64> viewers; // the oldest first

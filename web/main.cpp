@@ -31,11 +31,11 @@ int main(int argc, char *argv[])
     }
     try {
         Freshness freshness;
-        std::thread([&freshness] {
-            for (;; std::this_thread::sleep_for(lookInterval))
-                freshness.look();
-        }).detach();
         HttpApi api(freshness);
+        std::thread([&api] {
+            for (;; std::this_thread::sleep_for(lookInterval))
+                api.look();
+        }).detach();
         fastcgi::serve(argv[1], threads,
                        [&api](fastcgi::Exchange &exchange) { api.handle(exchange); });
     } catch (const std::runtime_error &error) {

@@ -100,7 +100,7 @@ Metrics::Metrics(Freshness &of) : freshness(of)
     log.take();
 }
 
-QByteArray Metrics::text(bool openMetrics)
+void Metrics::count()
 {
     const std::lock_guard lock(mutex);
     const QList<ProgramLog::Line> lines = log.take();
@@ -108,7 +108,12 @@ QByteArray Metrics::text(bool openMetrics)
         if (line.message)
             ++logged[size_t(line.message - logMessages)];
     }
+}
 
+QByteArray Metrics::text(bool openMetrics)
+{
+    count();
+    const std::lock_guard lock(mutex);
     Exposition exposition(openMetrics);
     const Freshness::State state = freshness.look();
     exposition.family("program_up", "1 while the unit's program writes its status store, else 0.");

@@ -15,6 +15,8 @@ public:
     explicit Metrics(Freshness &of);
 
     QByteArray text(bool openMetrics);
+    // Counts new messages of the log.
+    void count();
 
 private:
     Freshness &freshness;

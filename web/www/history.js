@@ -9,8 +9,9 @@ const mostSamples = 720; // an hour
 let past = { columns: [], rows: [] };
 let since = { columns: [], rows: [] }; // the page was opened
 
-// Units of the CSV, and of the table with the factor.
+// Units of the CSV, and of the table with the factor. A temperature that was not read is -99.99.
 const units = { mV: ["V", 0.001], mA: ["A", 0.001], "Deg C": ["°C", 1] };
+const unread = -99.99;
 
 function inUnits({ columns, rows: given }) {
   const found = columns.map((name) => {
@@ -20,7 +21,7 @@ function inUnits({ columns, rows: given }) {
   return {
     columns: found.map(([name]) => name),
     rows: given.map(([time, ...values]) => [time, ...values.map((value, at) => (
-      value === null ? null : Number((value * found[at][1]).toPrecision(12))))]),
+      value === null || value === unread ? null : Number((value * found[at][1]).toPrecision(12))))]),
   };
 }
 
@@ -37,6 +38,7 @@ function sample() {
     if (!since.columns.includes(column)) since.columns.push(column);
     row[since.columns.indexOf(column) + 1] = Number(number);
   }
+  if (since.rows.some(([time]) => time > row[0])) since = { columns: since.columns, rows: [] }; // a clock set back
   since.rows = [...since.rows, row].slice(-mostSamples);
   if (shown() === since) showColumns();
 }

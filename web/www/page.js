@@ -224,8 +224,8 @@ const mostSteps = 20; // of the lamp to a level; the whole way down and up takes
 let taps = []; // waiting for the command before them
 let working = false;
 let wish = null; // the level that the lamp steps to
-let dark = false; // lamp off was sent, maybe not yet answered
-let goingOff = null; // then the end of that
+let dark = false; // lamp off was sent
+const offs = new Set(); // those that were not answered yet
 
 const highestLevel = () => unit.lampLevels[unit.lampLevels.length - 1];
 const lampIs = (store) => (store["Camera/Lamp"] > 0 ? `Lamp ${store["Camera/Lamp"]} %` : "Lamp off");
@@ -348,8 +348,10 @@ async function tap(name, argument) {
   }
   if (name === "LAMPOFF") {
     dark = true;
-    goingOff = goingOff || command({ name }).finally(() => { goingOff = null; });
-    await goingOff;
+    const off = command({ name });
+    offs.add(off);
+    await off;
+    offs.delete(off);
     showLevel();
     return;
   }
@@ -358,8 +360,8 @@ async function tap(name, argument) {
   if (working) return;
   working = true;
   while (taps.length > 0) {
-    if (goingOff && lights(taps[0])) {
-      await goingOff;
+    if (offs.size > 0 && lights(taps[0])) {
+      await Promise.all(offs);
       continue; // it may have been tapped again
     }
     const next = taps.shift();

@@ -65,6 +65,7 @@
 
   function reason() {
     const unit = document.getElementById("unit").textContent;
+    if (video.paused) return "the browser has stopped it; tap it"; // to save power
     return unit === "live" ? "nothing comes from the camera" : unit;
   }
 
@@ -95,6 +96,7 @@
     show("connecting to the picture");
     setInterval(look, interval);
     addEventListener("pagehide", () => end("", 0));
+    video.parentElement.addEventListener("click", () => { if (video.paused) video.play().catch(() => {}); });
     // Hidden tabs leave their place to others.
     document.addEventListener("visibilitychange", () => { if (document.hidden) end("connecting to the picture", 0); });
   } else {

@@ -4,6 +4,7 @@
 
 const video = byId("video");
 const rate = 4e6; // bit/s, of a recording
+const frameTime = 40; // ms
 const containers = ["video/mp4;codecs=avc1.42E01F", "video/mp4", "video/webm"]; // the best first
 const kept = []; // what the list downloads
 let unsaved = false; // the list has what its last download had not
@@ -99,16 +100,19 @@ function startRecording() {
   recorder = own;
   const next = window.HTMLVideoElement.prototype.requestVideoFrameCallback
     ? (act) => video.requestVideoFrameCallback(act) : requestAnimationFrame;
+  let drawn = 0;
   const draw = () => {
     if (recorder !== own) return;
     drawPicture(canvas);
+    drawn = performance.now();
     next(draw);
   };
   const shows = setInterval(() => {
     if (media.state !== "recording") return;
-    drawPicture(canvas); // time goes on without a picture
+    // No callback comes while the video is scrolled out of sight, or without a picture: time goes on.
+    if (performance.now() - drawn > 2 * frameTime) drawPicture(canvas);
     showRecording(own);
-  }, 500);
+  }, frameTime);
   media.addEventListener("dataavailable", ({ data }) => {
     parts.push(data);
     own.size += data.size;
