@@ -225,7 +225,7 @@ let taps = []; // waiting for the command before them
 let working = false;
 let wish = null; // the level that the lamp steps to
 let dark = false; // lamp off was sent
-const offs = new Set(); // those that were not answered yet
+const offs = new Set(); // promises of each lamp off that is not answered yet
 
 const highestLevel = () => unit.lampLevels[unit.lampLevels.length - 1];
 const lampIs = (store) => (store["Camera/Lamp"] > 0 ? `Lamp ${store["Camera/Lamp"]} %` : "Lamp off");
@@ -337,8 +337,8 @@ async function setLevel(target) {
 
 const lights = ({ name }) => name.startsWith("LAMP") || name === "LEVEL";
 
-// Sends commands one after the other. Lamp off is sent at once and cancels the waiting lamp steps; later
-// ones wait for its answer, as it would overtake them.
+// Sends commands one after the other. Lamp off is sent at once and cancels the waiting lamp steps. Later
+// steps wait for its answer: the API withdraws a step while a Lamp off waits.
 // An argument may be a function, called when its turn comes.
 async function tap(name, argument) {
   if (name === "LAMPOFF" || name === "LEVEL") {
@@ -348,10 +348,10 @@ async function tap(name, argument) {
   }
   if (name === "LAMPOFF") {
     dark = true;
-    const off = command({ name });
-    offs.add(off);
-    await off;
-    offs.delete(off);
+    const sent = command({ name });
+    offs.add(sent);
+    await sent;
+    offs.delete(sent);
     showLevel();
     return;
   }

@@ -65,8 +65,8 @@
 
   function reason() {
     const unit = document.getElementById("unit").textContent;
-    if (video.paused) return "the browser has stopped it; tap it"; // to save power
-    return unit === "live" ? "nothing comes from the camera" : unit;
+    if (unit !== "live") return unit;
+    return video.paused ? "the browser has stopped it; tap it" : "nothing comes from the camera"; // to save power
   }
 
   // Without a frame the connection stays: the picture comes back by itself.
