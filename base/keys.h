@@ -46,7 +46,7 @@ inline constexpr Key<QString> sondeFrequency{{"Sonde/Frequency", "512"}};
 inline constexpr Key<int> tallwickDetected{{"Tallwick/Detected", "false"}};
 inline constexpr Key<uint16_t> unknownCommands{{"Commands/Unknown", "0"}};
 
-// Temperature of a channel of the ADC board that cannot be read.
+// Boost and LED temperature of a channel that cannot be read; hundredths of a degree, as theirs.
 inline constexpr int noTemperature = -9999;
 
 // Configuration file, paths::configuration.

@@ -17,7 +17,9 @@ namespace fastcgi
 class Exchange;
 }
 
-// Answers the requests of the unit's page and of Prometheus.
+// Answers the requests of the unit's page and of Prometheus, in any number of threads. A file of
+// the unit that cannot be read counts as missing; a refused request gets a status and its reason in
+// JSON.
 class HttpApi
 {
 public:

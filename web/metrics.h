@@ -15,7 +15,8 @@ public:
     explicit Metrics(Freshness &of);
 
     QByteArray text(bool openMetrics);
-    // Counts new messages of the log.
+    // Counts new messages of the log; text() does so, too. A rotation loses what was not counted
+    // before the next one.
     void count();
 
 private:
