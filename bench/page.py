@@ -152,10 +152,12 @@ class Page:
         return driver
 
     def _do(self, act: Callable[..., Any], *arguments: Any) -> Any:
-        from selenium.common.exceptions import WebDriverException
+        from selenium.common.exceptions import StaleElementReferenceException, WebDriverException
 
         try:
             return self._loop.apart(partial(act, *arguments))
+        except StaleElementReferenceException:  # the page has replaced the element meanwhile
+            return self._do(act, *arguments)
         except WebDriverException as error:
             raise Failure(f"the browser: {error.msg}") from None
 
