@@ -37,6 +37,7 @@
     const { receiver } = connection.addTransceiver("video", { direction: "recvonly" });
     receiver.jitterBufferTarget = receiver.playoutDelayHint = 0;
     video.srcObject = new MediaStream([receiver.track]);
+    video.play().catch(() => {}); // by the attribute alone, Chromium pauses it while it is out of sight
     await connection.setLocalDescription();
     const response = await fetch("api/picture", {
       method: "POST",

@@ -109,7 +109,7 @@ function startRecording() {
   };
   const shows = setInterval(() => {
     if (media.state !== "recording") return;
-    // No callback comes while the video is scrolled out of sight, or without a picture: time goes on.
+    // Time goes on where no callback comes: without a picture, and in some browsers out of sight.
     if (performance.now() - drawn > 2 * frameTime) drawPicture(canvas);
     showRecording(own);
   }, frameTime);
