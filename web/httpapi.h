@@ -37,6 +37,7 @@ private:
     void sendMetrics(fastcgi::Exchange &exchange);
     void takeCommand(fastcgi::Exchange &exchange);
 
+    readings::Values readUnit();
     QJsonObject unitState(const readings::Values &values);
     bool mayCommandNow();
     quint64 beginViewing();
@@ -48,7 +49,7 @@ private:
     std::atomic<int> histories = 0;
 
     std::mutex logMutex;
-    ProgramLog log; // a picture may last for more lines than a viewer gets
+    ProgramLog log; // picture and sonde may last for more lines than a viewer gets
 
     std::mutex viewersMutex;
     std::list<quint64> viewers; // the oldest first

@@ -110,7 +110,7 @@ void Metrics::count()
     }
 }
 
-QByteArray Metrics::text(bool openMetrics)
+QByteArray Metrics::text(bool openMetrics, const readings::Values &values)
 {
     count();
     const std::lock_guard lock(mutex);
@@ -123,7 +123,7 @@ QByteArray Metrics::text(bool openMetrics)
         exposition.sample("store_age_seconds", {}, state.age);
     }
     if (!state.silent)
-        addReadings(exposition, readings::read());
+        addReadings(exposition, values);
     exposition.family("log_messages_total",
                       "Messages in the program log since this exporter started.");
     for (const LogMessage &message : logMessages) {

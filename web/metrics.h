@@ -3,6 +3,7 @@
 
 #include "freshness.h"
 #include "programlog.h"
+#include "readings.h"
 
 #include <QByteArray>
 #include <array>
@@ -14,7 +15,7 @@ class Metrics
 public:
     explicit Metrics(Freshness &of);
 
-    QByteArray text(bool openMetrics);
+    QByteArray text(bool openMetrics, const readings::Values &values);
     // Counts new messages of the log; text() does so, too. A rotation loses what was not counted
     // before the next one.
     void count();

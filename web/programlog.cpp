@@ -4,7 +4,6 @@
 #include "paths.h"
 #include "safefile.h"
 
-#include <optional>
 #include <sys/stat.h>
 
 namespace
@@ -16,13 +15,16 @@ struct Sign {
     const char *message;
     std::optional<bool> pal;
     std::optional<bool> stream;
+    std::optional<bool> sonde;
 };
 constexpr Sign signs[] = {
-    {messages::starting, true, false},
-    {messages::palStarted, true, std::nullopt},
-    {messages::palStopped, false, std::nullopt},
-    {messages::streamStarting, std::nullopt, true},
-    {messages::streamStopping, std::nullopt, false},
+    {messages::starting, true, false, false},
+    {messages::palStarted, true, std::nullopt, std::nullopt},
+    {messages::palStopped, false, std::nullopt, std::nullopt},
+    {messages::streamStarting, std::nullopt, true, std::nullopt},
+    {messages::streamStopping, std::nullopt, false, std::nullopt},
+    {messages::sondeOn, std::nullopt, std::nullopt, true},
+    {messages::sondeOff, std::nullopt, std::nullopt, false},
 };
 
 // The longest match: some texts are the beginning of others.
@@ -55,9 +57,9 @@ ProgramLog::ProgramLog(qint64 lastBytes) : start(lastBytes) {}
 
 const char *ProgramLog::picture() const
 {
-    if (!known)
+    if (!pal && !stream)
         return "unknown";
-    return stream ? "phone" : pal ? "PAL" : "nowhere";
+    return stream.value_or(false) ? "phone" : pal.value_or(false) ? "PAL" : "nowhere";
 }
 
 // The bytes of complete lines from the position on. A rotated file's last line may lack its line
@@ -115,9 +117,9 @@ QList<ProgramLog::Line> ProgramLog::take()
         for (const Sign &sign : signs) {
             if (!found.last().message || found.last().message->text != sign.message)
                 continue;
-            known = true;
-            pal = sign.pal.value_or(pal);
-            stream = sign.stream.value_or(stream);
+            pal = sign.pal ? sign.pal : pal;
+            stream = sign.stream ? sign.stream : stream;
+            sondeOn = sign.sonde ? sign.sonde : sondeOn;
         }
     }
     return found;

@@ -8,6 +8,7 @@
 #include <QList>
 
 #include <memory>
+#include <optional>
 
 struct LogMessage {
     const char *text; // its beginning
@@ -40,6 +41,9 @@ public:
     // Where the picture goes according to the lines so far: "PAL", "phone", "nowhere" or "unknown".
     const char *picture() const;
 
+    // Whether the sonde is on; null if the lines so far do not tell.
+    std::optional<bool> sonde() const { return sondeOn; }
+
     // When the program started; empty if the lines so far do not tell.
     QByteArray started() const { return startTime; }
 
@@ -50,8 +54,8 @@ private:
     bool begun = false;
     std::unique_ptr<QFile> file; // open across a rotation, for the last lines before it
     qint64 position = 0;
-    bool known = false; // whether the next two are
-    bool pal = false;
-    bool stream = false;
+    std::optional<bool> pal;
+    std::optional<bool> stream;
+    std::optional<bool> sondeOn;
     QByteArray startTime;
 };

@@ -80,7 +80,7 @@ private slots:
             QCOMPARE(readings::read().value(readings::distance.name), QString(shown));
             const QByteArray metric = "\nkt6120_reel_distance_meters "
                                       + QByteArray::number(shown.toDouble(), 'g', 12) + '\n';
-            QVERIFY(Metrics(freshness).text(false).contains(metric));
+            QVERIFY(Metrics(freshness).text(false, readings::read()).contains(metric));
         }
         writeFile(paths::statusStore, "[Camera]\nCoilerOffset=7\n");
         QVERIFY(!readings::read().contains(readings::distance.name));
@@ -138,19 +138,19 @@ private slots:
         QCOMPARE(texts(log), QByteArray("4cut|"));
     }
 
-    void pictureAndStart()
+    void pictureSondeAndStart()
     {
         const QByteArray start = "Starting  KT6120 - v 1 . 2 . 12",
                          stopped = "Stopping video stream";
         const QByteArray stream = "Starting video stream with IP  \"a\" and port  \"b\"";
         const std::pair<QByteArrayList, QByteArray> rows[] = {
-            {{"Sonde Turned On"}, "unknown"},
-            {{start, stream, "PAL Output Stopped"}, "phone"},
-            {{"PAL Output Stopped", stream, stopped}, "nowhere"},
-            {{stream, stopped, "PAL Output Started"}, "PAL"},
-            {{stream, start}, "PAL"},
+            {{"Sonde Turned On"}, "unknown, on"},
+            {{start, stream, "PAL Output Stopped"}, "phone, off"},
+            {{"PAL Output Stopped", stream, stopped}, "nowhere, unknown"},
+            {{stream, stopped, "PAL Output Started", "Sonde Turned Off"}, "PAL, off"},
+            {{"Sonde Turned On", stream, start}, "PAL, off"},
         };
-        for (const auto &[lines, picture] : rows) {
+        for (const auto &[lines, state] : rows) {
             QByteArray rotated, content, started;
             for (const QByteArray &line : lines) {
                 rotated += content;
@@ -162,7 +162,8 @@ private slots:
             writeFile(paths::programLog, content);
             ProgramLog log(1000);
             log.take();
-            QCOMPARE(log.picture() + log.started(), picture + started);
+            const char *sonde = !log.sonde() ? "unknown" : *log.sonde() ? "on" : "off";
+            QCOMPARE(QByteArray(log.picture()) + ", " + sonde + log.started(), state + started);
         }
     }
 
@@ -205,7 +206,7 @@ private slots:
         Metrics metrics(freshness);
         const auto compare = [&](bool openMetrics, const QByteArrayList &there,
                                  const QByteArrayList &missing) {
-            const QByteArray text = metrics.text(openMetrics);
+            const QByteArray text = metrics.text(openMetrics, readings::read());
             for (const QByteArray &line : there)
                 QVERIFY2(text.contains(line), line.constData());
             for (const QByteArray &part : missing)

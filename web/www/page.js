@@ -328,7 +328,8 @@ async function setLevel(target) {
       return true;
     }
     if (!await command({ name: up ? "LAMPUP" : "LAMPDOWN", from, label })) return false;
-    if (up ? lamp() < Math.min(before + step, target) : lamp() >= before && before >= 0) break; // its limit
+    // Its limit. A step up that leads lower is the first one after a restart.
+    if (up ? lamp() >= before && lamp() < Math.min(before + step, target) : lamp() >= before && before >= 0) break;
   }
   if (wish === target && lamp() !== target && byId("answer").className !== "fault")
     say(`Lamp ${lamp()} %: it does not reach ${target} %`, "warning");
