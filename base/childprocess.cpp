@@ -2,6 +2,7 @@
 #include "childprocess.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QHash>
 
@@ -25,6 +26,8 @@ constexpr int outputLimit = 65'536; // bytes
 
 // How long a call waits for a killed predecessor to exit, in addition to its timeout.
 constexpr std::chrono::milliseconds predecessorWait(100);
+
+constexpr std::chrono::milliseconds repetitionInterval = std::chrono::hours(1);
 
 class Pipe
 {
@@ -148,19 +151,20 @@ QString toLine(const Command &command)
     return (QStringList(command.program) + command.arguments).join(' ');
 }
 
-// Forwards what a command wrote to standard error, unless it repeats the command's last message:
-// readers run every few seconds, and a fault may last for months.
+// Forwards what a command wrote to standard error, but a message that repeats the command's last
+// one only once an hour: readers run every few seconds, and a fault may last for months.
 void forwardErrors(const QString &line, const QByteArray &text)
 {
     struct Message {
         QByteArray text;
         int repeated = 0;
+        QElapsedTimer forwarded;
     };
     static QHash<QString, Message> lastMessages;
     if (text.isEmpty())
         return;
     Message &last = lastMessages[line];
-    if (last.text == text) {
+    if (last.text == text && !last.forwarded.hasExpired(repetitionInterval.count())) {
         ++last.repeated;
         return;
     }
@@ -168,7 +172,8 @@ void forwardErrors(const QString &line, const QByteArray &text)
         fprintf(stderr, "%s: the last message came %d times more\n", qPrintable(line),
                 last.repeated);
     fwrite(text.constData(), 1, size_t(text.size()), stderr);
-    last = {text, 0};
+    last = {text, 0, {}};
+    last.forwarded.start();
 }
 
 } // namespace

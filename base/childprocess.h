@@ -36,7 +36,7 @@ bool run(QObject *parent, const Command &command, std::chrono::milliseconds wait
 // most 64 KiB. The child leads a process group, which is then killed as a whole, so that hanging
 // commands do not accumulate. While any process of a killed group still runs, the same command is
 // not started again and the result is empty. The process object is deleted when the child exits,
-// at the latest with parent. Standard error is forwarded if it differs from the last time.
+// at the latest with parent. Standard error is forwarded; a repeated message once an hour.
 QByteArray output(QObject *parent, const Command &command, std::chrono::milliseconds wait);
 
 // Runs a shell command and returns its whole standard output. Ignores the exit status. Throws

@@ -113,14 +113,19 @@ void commsExternal::commsExternalTCPConnect()
     }
 }
 
-// A vanished peer does not close the connection; only its silence shows.
+// A vanished peer does not close the connection; only its silence shows. A script may block the
+// event loop for as long as the app may be silent, and the timer may be handled before the socket:
+// so lines that have arrived are read first.
 void commsExternal::commsExternalKeepAliveTimeout()
 {
+    keepAliveTimer->stop();
+    tcpSocket->waitForReadyRead(0);
+    if (keepAliveTimer->isActive()) // a line has restarted it
+        return;
     qWarning() << messages::appSilent;
     tcpSocket->disconnectFromHost();
     closeSocket();
     socketState = QAbstractSocket::UnconnectedState;
-    keepAliveTimer->stop();
 }
 
 void commsExternal::restartKeepAlive()

@@ -151,6 +151,21 @@ private slots:
         QCOMPARE(link->events, QVector<int>(24, EVENT_LampUp));
     }
 
+    // After a script that blocked the event loop for ten seconds.
+    void linesThatWaitKeepTheConnection()
+    {
+        phone->socket->write("KestraApp\n\n");
+        QVERIFY(phone->socket->waitForBytesWritten(testsupport::patience));
+        link->commsExternalKeepAliveTimeout();
+        QVERIFY(link->isConnected() && link->keepAlive->isActive());
+        phone->socket->write("\n");
+        QVERIFY(phone->socket->waitForBytesWritten(testsupport::patience));
+        QCOMPARE(LogCapture::texts(QtWarningMsg), QStringList());
+        link->commsExternalKeepAliveTimeout();
+        QCOMPARE(LogCapture::texts(QtWarningMsg), QStringList("TCP Connected Timed Out"));
+        QVERIFY(!link->isConnected() && !link->keepAlive->isActive());
+    }
+
     // Answers that are not read are kept up to a bound.
     void aPhoneThatNeverReadsIsDropped()
     {
