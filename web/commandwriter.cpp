@@ -47,6 +47,8 @@ constexpr auto storeLook = 20ms;
 
 using readings::Values;
 
+constexpr char modelName[] = "[A-Za-z0-9._-]{1,32}";
+
 constexpr auto never = [] { return false; };
 
 int lamp(const Values &values)
@@ -96,7 +98,7 @@ constexpr Word vocabulary[] = {
      }},
     {"LOGRST", nullptr, {nullptr, nullptr}, nullptr},
     {"MODEL",
-     "[A-Za-z0-9._-]{1,32}",
+     modelName,
      {keys::coilerModel.name, nullptr},
      [](const Values &, const Values &after, const QString &argument) {
          return after.value(keys::coilerModel.name) == argument;
@@ -294,6 +296,11 @@ Command parse(const QByteArray &body)
             found.shows.append(key);
     }
     return found;
+}
+
+bool isModel(const QString &name)
+{
+    return fits(name, modelName);
 }
 
 Outcome carryOut(const Command &command, Freshness &freshness)

@@ -20,6 +20,9 @@ struct Command {
 // "15"}. An unknown command, a wrong argument or any other member gives an empty line.
 Command parse(const QByteArray &body);
 
+// Whether MODEL takes this name.
+bool isModel(const QString &name);
+
 enum class Outcome {
     Taken,       // carried out; the store shows it if the command has a key
     NotTaken,    // not read by the unit; withdrawn

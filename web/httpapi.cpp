@@ -91,11 +91,12 @@ QJsonArray lampLevels(const readings::Values &values)
 // Names for the reel model: the standard one, those of the configuration, the one in use.
 QJsonArray reelModels(const readings::Values &values)
 {
-    QStringList names = values.value(keys::coilerModels.name).split(',');
-    names.prepend(keys::coilerModel.absent);
-    names.append(values.value(keys::coilerModel.name));
-    for (QString &name : names)
-        name = name.trimmed();
+    QStringList names(keys::coilerModel.absent);
+    for (const QString &name : values.value(keys::coilerModels.name).split(',')) {
+        if (commandwriter::isModel(name.trimmed()))
+            names.append(name.trimmed());
+    }
+    names.append(values.value(keys::coilerModel.name)); // an app may set any text
     names.removeAll({});
     names.removeDuplicates();
     return QJsonArray::fromStringList(names);

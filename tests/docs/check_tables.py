@@ -121,7 +121,7 @@ for call, first in found(r"\b(q\w+)\(\)\s*<<\s*(.*)", *sources):
 
 # Readings that the page shows, and alerts: those of the bands, in the words of the table of keys.
 coded = found(r"\{keys::(\w+), \"", "web/readings.cpp") - {"coilerModel"}
-compare("readings of the page", set(stored), coded)
+compare("readings of the page; documentation is base/keys.h", set(stored), coded)
 warnings = {row[0] for row in logged if "Threshold (" in row[0]}
 compare("alerts", warnings, found(r"message: (.* Threshold \()", "web/fleet/alerts.yml"))
 limits, normal = set(), set()

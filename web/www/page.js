@@ -248,7 +248,7 @@ const called = ({ name, argument }) => vocabulary[name][0](argument);
 const unchanged = "the unit read the command, but its store does not show it";
 const reasons = {
   "the unit is silent; the command is withdrawn": "the unit is silent; nothing was done",
-  "the unit did not take the command; it is withdrawn": "the unit does not listen; nothing was done",
+  "the unit did not take the command; it is withdrawn": "the unit has not read it; nothing was done. If it happens again, restart the unit",
   "lamp off came first; the command is withdrawn": "lamp off came first",
   "another writer replaced the command": "somebody else gave a command; try again",
   "the unit is busy with another command": "somebody else gives commands; try again",

@@ -67,7 +67,8 @@
   function reason() {
     const unit = document.getElementById("unit").textContent;
     if (unit !== "live") return unit;
-    return video.paused ? "the browser has stopped it; tap it" : "nothing comes from the camera"; // to save power
+    return video.paused ? "the browser has stopped it; tap it" // to save power
+      : "nothing comes from the camera; when it is connected, restart the unit";
   }
 
   // Without a frame the connection stays: the picture comes back by itself.
