@@ -175,7 +175,7 @@ class View:
         now = self._clock.seconds()
         for kind, count in self._more.items():
             seconds = now - self._rated
-            self._print(kind, f"... {count} more in {seconds:.0f} s that say nothing new")
+            self._print(kind, f"... {count} more in {seconds:.0f} s, unchanged")
         self._more.clear()
         self._rated = now
 

@@ -43,7 +43,7 @@ here=$(dirname "$0")
 take_turn start
 [ -z "$overtaken" ] || exit 0
 if [ ! -e "$marks/$own.$$.start" ]; then
-    echo "${0##*/}: cannot leave a mark in $marks" >&2
+    echo "${0##*/}: cannot create a file in $marks" >&2
     exit 1
 fi
 . "$here/KT6120_video.sh"

@@ -8,6 +8,6 @@ first_of() {
     for element; do
         gst-inspect-1.0 --exists --atleast-version=1.0 "$element" && echo "$element" && return
     done
-    echo "${0##*/}: needs one of: $*" >&2
+    echo "${0##*/}: needs one of these GStreamer elements: $*" >&2
     return 1
 }

@@ -135,7 +135,7 @@ service | fault | disabled at boot | answer "$service" s/=enabled/=disabled/
 service | warning | 7 times | answer "$service" s/=0/=7/
 page | ok | not installed | answer "$page" s/=loaded/=not-found/
 page | fault | does not run | answer "$page" s/=active/=failed/
-page | fault | no password | echo 200 >/tmp/status
+page | warning | no password | echo 200 >/tmp/status
 page | fault | status 500 | echo 500 >/tmp/status
 page | warning | no limit to the connections | says nft '' 1
 """
