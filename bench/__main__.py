@@ -11,7 +11,7 @@ Exit status 0 when every expectation was met.
 import os
 import signal
 import sys
-from threading import Event, Thread
+from functools import partial
 from time import monotonic
 
 sys.path[0] = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
@@ -29,47 +29,43 @@ class Prompt:
     def __init__(self, desk: Around) -> None:
         import readline  # takes its time to load, and changes the terminal
 
-        self._commands, self._line, self._idle = desk.commands, "", Event()
-        self._idle.set()
-        wake, self._waker = os.pipe()
-        desk.loop.hears(wake, self._work)
+        self._desk, self._typing = desk, False
         View(desk.loop, desk.clock, desk.history, self._write)
         readline.parse_and_bind("set enable-bracketed-paste off")
         readline.parse_and_bind("tab: complete")
         readline.set_completer(self._complete)
         self._typed = readline.get_line_buffer
-        Thread(target=self._read, daemon=True).start()  # input() blocks
+
+    def take(self) -> None:
+        """The commands, up to the end."""
+        while not self._desk.commands.ended:
+            self._typing = True
+            try:
+                line = self._desk.loop.apart(partial(input, PROMPT))
+            except EOFError:
+                return
+            self._typing = False
+            self._work(line)
 
     def _write(self, line: str) -> None:
-        if self._idle.is_set():
+        if self._typing:
             line = f"\r\033[K{line}\n{PROMPT}{self._typed()}"
         else:
             line += "\n"
         sys.stdout.write(line)
 
-    def _read(self) -> None:
-        while True:
-            try:
-                self._line = input(PROMPT)
-            except EOFError:
-                self._line = "quit"
-            self._idle.clear()
-            os.write(self._waker, b"\n")
-            self._idle.wait()
-
-    def _work(self, _: bytes) -> None:
+    def _work(self, line: str) -> None:
         start = monotonic()
         try:
-            self._commands.run(self._line)
-            if self._line.lstrip().startswith("expect"):
+            self._desk.run(line)
+            if line.lstrip().startswith("expect"):
                 print(f"met after {monotonic() - start:.3g} s")
         except Failure as failure:
             print(failure)
         sys.stdout.flush()
-        self._idle.set()
 
     def _complete(self, start: str, index: int) -> str | None:
-        names = sorted({row.name + " " for row in self._commands.verbs})
+        names = sorted({row.name + " " for row in self._desk.commands.verbs})
         return [*filter(lambda name: name.startswith(start), names), None][index]
 
 
@@ -87,8 +83,7 @@ def steer(desk: Around, address: str) -> None:
         desk.page.serve()
         print(f"The unit's page: {address}")
     print('The unit runs. "help" lists the commands, "quit" or Ctrl-C ends it.')
-    Prompt(desk)
-    desk.loop.until(lambda: desk.commands.ended)
+    Prompt(desk).take()
 
 
 def main() -> int:
@@ -111,6 +106,4 @@ def main() -> int:
     return 0
 
 
-status = main()
-sys.stdout.flush()
-os._exit(status)  # does not wait for the thread that reads from the terminal
+sys.exit(main())
