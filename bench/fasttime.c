@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
 // Makes time run fast for a Qt program while it rests. It is preloaded into the program; BENCH_PACE
-// in the environment names the file of the pace. While the main loop rests (GLib waits in poll,
-// from 2.84 in ppoll) or sleeps, `speed` seconds pass for every second of the wall clock: the wait
-// is shortened, and the skipped time is added to every clock that Qt reads afterwards. With a
+// in the environment names the file of the pace. While the main loop rests (GLib waits in its poll
+// function) or sleeps, `speed` seconds pass for every second of the wall clock: the wait is
+// shortened, and the skipped time is added to every clock that Qt reads afterwards. With a
 // `stride`, a rest of the main loop lasts at least that long, so that shorter timers fire once in
 // it. Qt's own waits for children and connections, GStreamer's clock and the program's working time
 // do not change.
@@ -11,9 +11,9 @@
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <glib.h>
 #include <link.h>
 #include <poll.h>
-#include <signal.h>
 #include <stdatomic.h>
 #include <stdint.h>
 #include <stdlib.h>
@@ -26,8 +26,6 @@
 
 static const int64_t second = 1000000000;
 static const int64_t millisecond = 1000000;
-static const char qt[] = "/libQt5Core.so";
-static const char glib[] = "/libglib-2.0.so";
 
 // A page shared with the bench, which sets it (world.py).
 struct Pace {
@@ -41,21 +39,11 @@ struct Pace {
 static struct Pace ordinary = {.speed = 1};
 static struct Pace *pace = &ordinary;
 
-__attribute__((constructor)) static void prepare(void)
-{
-    const char *given = getenv("BENCH_PACE");
-    const int file = given ? open(given, O_RDWR | O_CLOEXEC) : -1;
-    void *page = mmap(NULL, sizeof *pace, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-    if (page != MAP_FAILED)
-        pace = page;
-    close(file);
-    unsetenv("LD_PRELOAD"); // the program's children have ordinary time
-}
-
-static int isFrom(const char *library, void *caller)
+static int is_qt(void *caller)
 {
     struct dl_find_object found;
-    return _dl_find_object(caller, &found) == 0 && strstr(found.dlfo_link_map->l_name, library);
+    return _dl_find_object(caller, &found) == 0
+           && strstr(found.dlfo_link_map->l_name, "/libQt5Core.so");
 }
 
 static int64_t nanoseconds(const struct timespec *time)
@@ -73,7 +61,7 @@ static int64_t read_clock(clockid_t clock, void *caller)
 {
     struct timespec now;
     syscall(SYS_clock_gettime, clock, &now);
-    return nanoseconds(&now) + (isFrom(qt, caller) ? pace->skipped : 0);
+    return nanoseconds(&now) + (is_qt(caller) ? pace->skipped : 0);
 }
 
 int clock_gettime(clockid_t clock, struct timespec *now)
@@ -92,20 +80,16 @@ int gettimeofday(struct timeval *restrict now, void *restrict zone)
     return 0;
 }
 
-// How fast a wait of that caller passes: only the main thread's are shortened.
-static int64_t speed_of(const char *library, void *caller)
-{
-    return isFrom(library, caller) && syscall(SYS_gettid) == getpid() ? pace->speed : 1;
-}
-
 static void skip(int64_t begin, int64_t speed)
 {
     pace->skipped += (read_clock(CLOCK_MONOTONIC, NULL) - begin) * (speed - 1);
 }
 
+// Only the main thread's sleep is shortened.
 int nanosleep(const struct timespec *asked, struct timespec *left)
 {
-    const int64_t speed = speed_of(qt, __builtin_return_address(0));
+    const int is_main = syscall(SYS_gettid) == getpid();
+    const int64_t speed = is_main && is_qt(__builtin_return_address(0)) ? pace->speed : 1;
     const struct timespec limit = timespec(nanoseconds(asked) / speed);
     const int64_t begin = read_clock(CLOCK_MONOTONIC, NULL);
     const int result = (int)syscall(SYS_nanosleep, &limit, left);
@@ -113,28 +97,27 @@ int nanosleep(const struct timespec *asked, struct timespec *left)
     return result;
 }
 
-// A wait of so many ns, without end if negative.
-static int wait_for(struct pollfd *descriptors, nfds_t count, int64_t asked, const sigset_t *mask,
-                    void *caller)
+// The poll function of the main loop; `timeout` in milliseconds, without end if negative.
+static int rest(GPollFD *files, guint count, int timeout)
 {
-    const int64_t speed = asked == 0 ? 1 : speed_of(glib, caller);
+    const int64_t speed = timeout == 0 ? 1 : pace->speed;
     const int64_t stride = speed > 1 ? pace->stride : 0;
+    const int64_t asked = timeout * millisecond;
     const struct timespec limit = timespec((asked > stride ? asked : stride) / speed);
     const int64_t begin = read_clock(CLOCK_MONOTONIC, NULL);
-    const int result =
-        (int)syscall(SYS_ppoll, descriptors, count, asked < 0 ? NULL : &limit, mask, _NSIG / 8);
+    const int result = ppoll((struct pollfd *)files, count, timeout < 0 ? NULL : &limit, NULL);
     skip(begin, speed);
     return result;
 }
 
-int poll(struct pollfd *descriptors, nfds_t count, int timeout)
+__attribute__((constructor)) static void prepare(void)
 {
-    return wait_for(descriptors, count, timeout * millisecond, NULL, __builtin_return_address(0));
-}
-
-int ppoll(struct pollfd *descriptors, nfds_t count, const struct timespec *timeout,
-          const sigset_t *mask)
-{
-    return wait_for(descriptors, count, timeout ? nanoseconds(timeout) : -1, mask,
-                    __builtin_return_address(0));
+    const char *given = getenv("BENCH_PACE");
+    const int file = given ? open(given, O_RDWR | O_CLOEXEC) : -1;
+    void *page = mmap(NULL, sizeof *pace, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    if (page != MAP_FAILED)
+        pace = page;
+    close(file);
+    unsetenv("LD_PRELOAD"); // the program's children have ordinary time
+    g_main_context_set_poll_func(NULL, rest);
 }
