@@ -8,7 +8,8 @@
 //
 //   missing   the device cannot be opened
 //   lost      the device vanishes while it runs, and cannot be opened
-//   timed     each frame shows when it leaves the camera (drawTime)
+//   timed     each frame shows when it leaves the camera: the low 24 bits of the time of day in
+//             milliseconds as squares, the highest at the top left; white is 1
 //
 // v4l2h264enc is x264enc with the controls and raw formats of the compute module's encoder. Like
 // that one, it needs an explicit level. It fails at the next frame when /run/bench/encoder holds
@@ -84,33 +85,13 @@ GstPadProbeReturn failFlow(GstPadProbeInfo *info)
     return GST_PAD_PROBE_HANDLED;
 }
 
-// The low bits of the time of day in milliseconds as squares, the lowest at the top left; white
-// is 1.
-void drawTime(GstPadProbeInfo *info)
+// Before the frame is marked.
+GstPadProbeReturn onCameraFrame(GstPad *pad, GstPadProbeInfo *info, gpointer camera)
 {
-    constexpr gsize bits = 24;
-    constexpr gsize side = 16;
-    constexpr gsize width = 720;
-    constexpr gsize height = 576;
-    constexpr guint8 white = 235;
-    constexpr guint8 black = 16;
-    constexpr guint8 noColour = 128;
-    GstBuffer *frame = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
-    info->data = frame;
-    const gint64 now = g_get_real_time() / 1000;
-    for (gsize square = 0; square < bits * side; ++square) {
-        const gsize bit = square / side;
-        const gsize row = square % side;
-        gst_buffer_memset(frame, row * width + bit * side, now >> bit & 1 ? white : black, side);
-    }
-    for (gsize plane = 0; plane < 2; ++plane) // of colours, at half the resolution
-        gst_buffer_memset(frame, width * height * (4 + plane) / 4, noColour, width / 2 * side / 2);
-}
-
-GstPadProbeReturn onCameraFrame(GstPad *, GstPadProbeInfo *info, gpointer camera)
-{
-    if (controlSays("camera", "timed"))
-        drawTime(info);
+    const gboolean timed = controlSays("camera", "timed");
+    const gint64 milliseconds = g_get_real_time() / 1000;
+    g_autoptr(GstElement) mark = gst_pad_get_parent_element(pad);
+    g_object_set(mark, "enabled", timed, "pattern-data", milliseconds, nullptr);
     if (!controlSays("camera", "lost"))
         return GST_PAD_PROBE_OK;
     GST_ELEMENT_ERROR(camera, RESOURCE, READ, ("Could not read from resource."),
@@ -135,12 +116,18 @@ bool openDevice(BenchCamera *camera)
         return false;
     }
     // The elements of the picture use memory: a missing camera lacks them.
-    if (camera->base.numchildren == 0)
+    if (camera->base.numchildren == 0) {
         addElements(camera, "videotestsrc is-live=true horizontal-speed=2 "
                             "! timeoverlay font-desc=\"Sans, 24\" "
+                            "! simplevideomark name=mark pattern-count=0 pattern-data-count=24 "
+                            "pattern-width=16 pattern-height=16 bottom-offset=560 "
                             "! video/x-raw,format=I420,width=720,height=576,framerate=25/1 "
                             "! capssetter caps=\"video/x-raw,interlace-mode=interleaved,"
                             "colorimetry=2:4:5:1\""); // as USB grabbers report it
+        g_autoptr(GstElement) mark = gst_bin_get_by_name(GST_BIN(camera), "mark");
+        g_autoptr(GstPad) frames = gst_element_get_static_pad(mark, "sink");
+        gst_pad_add_probe(frames, GST_PAD_PROBE_TYPE_BUFFER, onCameraFrame, camera, nullptr);
+    }
     return true;
 }
 
@@ -177,8 +164,7 @@ void bench_camera_class_init(BenchCameraClass *type)
 
 void bench_camera_init(BenchCamera *camera)
 {
-    gst_pad_add_probe(addPad(camera, "src"), GST_PAD_PROBE_TYPE_BUFFER, onCameraFrame, camera,
-                      nullptr);
+    addPad(camera, "src");
 }
 
 // The device's default level is too low for a camera's picture.

@@ -29,7 +29,7 @@ video.requestVideoFrameCallback(function onFrame() {{
   const now = Date.now();
   context.drawImage(video, 0, {SIDE // 2}, {BITS * SIDE}, 1, 0, 0, {BITS * SIDE}, 1);
   const {{ data }} = context.getImageData(0, 0, {BITS * SIDE}, 1);
-  measured.push([now, [...Array({BITS}).keys()].map((bit) => data[4 * (bit * {SIDE} + {SIDE // 2})])]);
+  measured.push([now, [...Array({BITS}).keys()].map((bit) => data[4 * (bit * {SIDE} + {SIDE // 2}) + 1])]);
   video.requestVideoFrameCallback(onFrame);
 }});
 """
@@ -39,7 +39,7 @@ MORE = "for (let count = 0; count < 3; ++count) open('/', '', 'popup')"
 
 def delay(now: float, squares: list[int]) -> float:
     """Milliseconds since the frame left the camera."""
-    left = sum((value > 127) << bit for bit, value in enumerate(squares))
+    left = sum((value > 127) << bit for bit, value in enumerate(reversed(squares)))
     return float((int(now) - left) % 2**BITS)
 
 
