@@ -1,9 +1,8 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
-"""Plays month.scenario and shows whether the program's use of resources grows.
+"""Shows whether the program's use of resources has grown while month.scenario was played.
 
-Usage, in the sandbox: python3 -m bench.soak.soak BUILD DAYS. Writes into the caller's folder soak.csv (two
-samples a day), soak.svg (each figure over time) and soak.log (the whole view). Prints a verdict; status 1
-when something grows or the scenario fails.
+Usage: soak.py FOLDER. Reads soak.csv in it (two samples a day), draws soak.svg (each figure over time) and
+prints a verdict; status 1 when something grows.
 """
 
 import csv
@@ -13,14 +12,8 @@ from collections.abc import Callable
 from pathlib import Path
 from statistics import median
 
-from bench import Failure
-from bench.desk import Desk
-from bench.places import of_caller
-from bench.watch import View
-
-SCENARIO = Path(__file__).with_name("month.scenario")
 Statistic = Callable[[list[float]], float]
-TABLE, PICTURE, LOG = map(of_caller, ("soak.csv", "soak.svg", "soak.log"))
+TABLE, PICTURE = (Path(sys.argv[1], name) for name in ("soak.csv", "soak.svg"))
 
 # The limit of each figure: by how much the last third of the run may exceed the second (the first warms up),
 # for a child process that runs during a sample, variation of the heap, and the process objects that the
@@ -36,27 +29,6 @@ FIGURES: dict[str, tuple[str, int, Statistic]] = {
     "csv": ("status rows, KiB", 4, median),
 }
 A_DAY = ("log", "csv")
-
-
-def play(build: str, days: str) -> bool:
-    """Whether the scenario passes."""
-    Path(TABLE).unlink(missing_ok=True)
-    scenario = Path("/tmp/soak.scenario")
-    scenario.write_text(SCENARIO.read_text().replace("\nrepeat 30\n", f"\nrepeat {days}\n"))
-
-    def show_sample(kind: str, text: bytes) -> None:
-        if kind == "bench" and text.startswith(b"day "):
-            print(text.decode(), end="", flush=True)
-
-    with open(LOG, "w", buffering=1) as log, Desk(build) as desk:
-        View(desk.loop, desk.clock, desk.history, lambda line: log.write(line + "\n"))
-        desk.history.listeners.append(show_sample)
-        try:
-            desk.commands.play(str(scenario))
-        except Failure as failure:
-            print(f"the scenario fails (build/soak/soak.log): {failure}")
-            return False
-    return True
 
 
 def draw(columns: dict[str, list[float]]) -> None:
@@ -93,12 +65,11 @@ def judge(columns: dict[str, list[float]]) -> bool:
     return passed
 
 
-passed = play(*sys.argv[1:])
 with open(TABLE) as table:
     rows = list(csv.DictReader(table))
 columns = {name: [float(row[name]) for row in rows] for name in rows[0]}
 draw(columns)
-passed = judge(columns) and passed
+passed = judge(columns)
 print(f"verdict: {'nothing grows' if passed else 'not passed'} in", end=" ")
 print(f"{columns['day'][-1]:.0f} days; build/soak/soak.svg shows it")
 sys.exit(not passed)
