@@ -78,12 +78,13 @@ def around(given: dict[str, str]) -> Around:
 
 
 def steer(desk: Around, address: str) -> None:
+    prompt = Prompt(desk)
     desk.run("unit start")
     if isinstance(desk, Desk) and address:
         desk.page.serve()
         print(f"The unit's page: {address}")
     print('The unit runs. "help" lists the commands, "quit" or Ctrl-C ends it.')
-    Prompt(desk).take()
+    prompt.take()
 
 
 def main() -> int:
