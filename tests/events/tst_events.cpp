@@ -130,7 +130,7 @@ private slots:
             // clang-format off
             {"15", limit.arg(15), 0, {up, up, up, up, up}, "15 30 45 50 50", "14 27 41 45", "0 0 0 0 0"},
             {"15", limit.arg(15), 50, {down, down, down, down, down}, "35 20 5 0 0", "32 18 5 0", "0 0 0 0 1"},
-            {"15", limit.arg(15), 30, {off, up}, "-1 45", "41", "1 0"},
+            {"15", limit.arg(15), 31, {off, up}, "-1 46", "41", "1 0"},
             {"15", limit.arg(15), 100, {up, down}, "50 35", "45 32", "0 0"},
             {"15", limit.arg(15), 120, {up}, "0", "0", "0 1"}, // an 8-bit step wraps
             {"30", limit.arg(30), 75, {up, up, up}, "90 100 100", "81 90", "0 0 0"},
