@@ -22,7 +22,6 @@ NETS = {
 }
 
 APP_PORT = 8082
-STREAM_PORTS = (49152, 8001)  # open, so that the stream arrives; nothing reads it
 HEARTBEAT = 5.0  # s
 PATIENCE = 60  # s, for a unit that reads nothing
 
@@ -100,7 +99,7 @@ class Network:
 
 
 class App:
-    """A TCP server at port 8082, a heartbeat every 5 s, and open ports for the video stream."""
+    """A TCP server at port 8082, and a heartbeat every 5 s."""
 
     def __init__(
         self,
@@ -116,7 +115,6 @@ class App:
         self._line: socket.socket | None = None  # the unit's connection
         self._unsent = b""  # of what the app says
         self._accepts = self._talks = True
-        self._stream: list[socket.socket] = []
         self._heart = loop.timer(self._beat)
         network.when_up = self._open
 
@@ -173,16 +171,12 @@ class App:
         return self._line
 
     def _open(self) -> None:
-        """Binds its ports before the unit can come."""
-        with self._network.in_phone():
-            if not self._stream:
-                self._stream = [socket.socket(type=socket.SOCK_DGRAM) for _ in STREAM_PORTS]
-                for end, port in zip(self._stream, STREAM_PORTS):
-                    end.bind(("", port))
-            if self._accepts and not self._server:
+        """Binds its port before the unit can come."""
+        if self._accepts and not self._server:
+            with self._network.in_phone():
                 self._server = socket.create_server(("", APP_PORT))
-                take = partial(self._take_connection, self._server)
-                self._loop.reads(self._server.fileno(), take)
+            take = partial(self._take_connection, self._server)
+            self._loop.reads(self._server.fileno(), take)
 
     def _accept(self) -> None:
         self._accepts = True
