@@ -155,9 +155,10 @@ class Page:
         from selenium.common.exceptions import StaleElementReferenceException, WebDriverException
 
         try:
-            return self._loop.apart(partial(act, *arguments))
-        except StaleElementReferenceException:  # the page has replaced the element meanwhile
-            return self._do(act, *arguments)
+            try:
+                return self._loop.apart(partial(act, *arguments))
+            except StaleElementReferenceException:  # the page has replaced the element meanwhile
+                return self._loop.apart(partial(act, *arguments))
         except WebDriverException as error:
             raise Failure(f"the browser: {error.msg}") from None
 

@@ -8,6 +8,7 @@
 #include <QTcpSocket>
 
 #include <optional>
+#include <poll.h>
 #include <sys/socket.h>
 
 using recorders::calls;
@@ -156,6 +157,8 @@ private slots:
     {
         phone->socket->write("KestraApp\n\n");
         QVERIFY(phone->socket->waitForBytesWritten(testsupport::patience));
+        pollfd arrived = {int(link->socket()->socketDescriptor()), POLLIN, 0};
+        QCOMPARE(poll(&arrived, 1, testsupport::patience), 1);
         link->commsExternalKeepAliveTimeout();
         QVERIFY(link->isConnected() && link->keepAlive->isActive());
         link->commsExternalKeepAliveTimeout();

@@ -115,6 +115,7 @@ def until(condition):
 
 
 def try_requests():
+    check(200, command("LAMPUP"))  # from 0 to 15: the store had the last run's level
     for status, request in BAD:
         before = os.stat(COMMANDS).st_mtime_ns
         check(status, request)
@@ -216,6 +217,7 @@ def main():
     with Desk(sys.argv[1]) as desk:
         desk.run("camera missing")
         desk.run("call KT6120_gpio_write.sh takes 0.05")
+        desk.run(r'file /home/pi/KT6120/bin/KT6120.ini "[Camera]\nLamp=46\n"')
         desk.run("unit start")
         desk.run('expect serial "BAT:V?"')
         with open(LOG, "a", encoding="ascii") as log:

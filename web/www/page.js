@@ -305,7 +305,8 @@ async function command({ name, argument, from, label = called({ name, argument }
   for (const [key, value] of Object.entries(said.store)) {
     if (readings.has(key)) readings.get(key).stored = value;
   }
-  const stays = (name === "LAMPUP" || name === "LAMPDOWN") && stored("Camera/Lamp") === lamp;
+  const stays = (name === "LAMPUP" || name === "LAMPDOWN") && stored("Camera/Lamp") === lamp
+    && [0, highestLevel()].includes(Number(lamp));
   say(vocabulary[name][1](said.store) + (stays ? ", as far as it goes" : ""));
   return true;
 }
@@ -328,8 +329,8 @@ async function setLevel(target) {
       return true;
     }
     if (!await command({ name: up ? "LAMPUP" : "LAMPDOWN", from, label })) return false;
-    // Its limit. A step up that leads lower is the first one after a restart.
-    if (up ? lamp() >= before && lamp() < Math.min(before + step, target) : lamp() >= before && before >= 0) break;
+    // Its limit. Before the first step the store may have the last run's level.
+    if (up ? steps > 0 && lamp() < Math.min(before + step, target) : lamp() >= before && before >= 0) break;
   }
   if (wish === target && lamp() !== target && byId("answer").className !== "fault")
     say(`Lamp ${lamp()} %: it does not reach ${target} %`, "warning");

@@ -5,6 +5,7 @@
   const state = document.getElementById("video-state");
   const interval = 250; // ms
   const frameLimit = 2000; // ms without a frame, until the page says so
+  const remedyLimit = 20000; // ms without a frame: the program has not just restarted
   const answerLimit = 10000; // ms
   const pause = 1000; // ms before the next attempt
   const longPause = 5000; // ms: after a refusal
@@ -64,11 +65,13 @@
     if (refusal && mine === viewing) end(`no picture: ${refusal}`, longPause);
   }
 
-  function reason() {
+  function reason(silence) {
     const unit = document.getElementById("unit").textContent;
     if (unit !== "live") return unit;
-    return video.paused ? "the browser has stopped it; tap it" // to save power
-      : "nothing comes from the camera; when it is connected, restart the unit";
+    if (video.paused) return "the browser has stopped it; tap it"; // to save power
+    // The unit opens the camera once for the local output; its stream to the phone tries again.
+    const local = document.getElementById("picture").textContent === "PAL";
+    return `nothing comes from the camera${local && silence > remedyLimit ? "; when it is connected, restart the unit" : ""}`;
   }
 
   // Without a frame the connection stays: the picture comes back by itself.
@@ -84,7 +87,7 @@
         framed = now;
         show("");
       } else if (now - framed > frameLimit) {
-        show(`no picture: ${reason()}`);
+        show(`no picture: ${reason(now - framed)}`);
       }
     }
     frames = count; // a new connection resets the count; the end of one adds a black frame

@@ -31,7 +31,8 @@ function drawPicture(canvas) {
   context.fillRect(0, height - 1.6 * size, width, 1.6 * size);
   context.fillStyle = "#fff";
   context.font = `${size}px sans-serif`;
-  const texts = [distance ? `${distance} m` : "distance unknown", time, model, byId("video-state").textContent];
+  const [fault] = byId("video-state").textContent.split(";"); // without the remedy
+  const texts = [distance ? `${distance} m` : "distance unknown", time, model, fault];
   context.fillText(texts.join("   "), size / 2, height - size / 2, width - size);
 }
 
