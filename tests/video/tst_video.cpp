@@ -154,6 +154,13 @@ private slots:
         OutputCapture output;
         pal.flushPath = "/run/bench/camera";
         pal.startVideo();
+        gboolean syncs = TRUE; // it would delay the picture
+        GValue sink = G_VALUE_INIT;
+        g_autoptr(GstIterator) sinks = gst_bin_iterate_sinks(GST_BIN(pal.pipeline.get()));
+        QCOMPARE(gst_iterator_next(sinks, &sink), GST_ITERATOR_OK);
+        g_object_get(g_value_get_object(&sink), "sync", &syncs, nullptr);
+        g_value_unset(&sink);
+        QVERIFY(!syncs);
         g_autoptr(GstBus) old = gst_element_get_bus(pal.pipeline.get());
         pal.stopVideo();
         TRY_VERIFY(output.text().endsWith("unref pipeline\n"));
