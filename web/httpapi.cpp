@@ -37,10 +37,9 @@ constexpr auto lookInterval = 250ms;
 // The page reconnects after three missed ones. The web server notices that a viewer is gone when it
 // sends to it for the second time.
 constexpr auto heartbeat = 2s;
-constexpr int logLines = 50;        // that a new viewer gets
-constexpr qint64 logBytes = 65'536; // searched for these
-constexpr qint64 logBytesAtStart = 1
-                                   << 20; // for the start and the last change of picture and sonde
+constexpr int logLines = 50;                // that a new viewer gets
+constexpr qint64 logBytes = 65'536;         // searched for these
+constexpr qint64 logBytesAtStart = 1 << 20; // searched for the start, picture and sonde
 
 constexpr int longestBody = 256; // bytes
 constexpr double commandsPerSecond = 5;
@@ -150,6 +149,7 @@ readings::Values HttpApi::readUnit()
     return values;
 }
 
+// The values are those of readUnit(), which has also read the log up to now.
 QJsonObject HttpApi::unitState(const readings::Values &values)
 {
     const Freshness::State program = freshness.look();

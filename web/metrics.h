@@ -15,6 +15,7 @@ class Metrics
 public:
     explicit Metrics(Freshness &of);
 
+    // The values are the unit's readings now; those that are missing or not a number are left out.
     QByteArray text(bool openMetrics, const readings::Values &values);
     // Counts new messages of the log; text() does so, too. A rotation loses what was not counted
     // before the next one.

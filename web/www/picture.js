@@ -5,7 +5,7 @@
   const state = document.getElementById("video-state");
   const interval = 250; // ms
   const frameLimit = 2000; // ms without a frame, until the page says so
-  const remedyLimit = 20000; // ms without a frame: the program has not just restarted
+  const remedyLimit = 20000; // ms without a frame: longer than a restart of the program
   const answerLimit = 10000; // ms
   const pause = 1000; // ms before the next attempt
   const longPause = 5000; // ms: after a refusal
