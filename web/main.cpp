@@ -25,7 +25,7 @@ constexpr std::chrono::seconds lookInterval(5);
 
 int main(int argc, char *argv[])
 {
-    if (argc != 2) {
+    if (argc != 2 || argv[1][0] == '-') {
         fprintf(stderr, "usage: kt6120-web SOCKET\n");
         return 2;
     }
