@@ -217,6 +217,15 @@ bool IniFile::writeChanges()
 {
     const struct stat before = status(path);
     QSettings file(QFile::decodeName(path), QSettings::IniFormat);
+    // QSettings keeps the content of a file by its size and its time in milliseconds, and would write
+    // the old one back over that of another program. So give it what is in the file now.
+    if (!isSameFile(before, writtenStatus)) {
+        read();
+        for (auto one = values.cbegin(); one != values.cend(); ++one) {
+            if (file.value(one.key()) != one.value())
+                file.setValue(one.key(), one.value());
+        }
+    }
     for (auto change = changes.cbegin(); change != changes.cend(); ++change)
         file.setValue(change.key(), change.value());
     file.sync();
