@@ -32,6 +32,10 @@ int main(int argc, char *argv[])
     mallopt(M_ARENA_MAX, 1);
     mallopt(M_MMAP_THRESHOLD, 131'072); // bytes; the default, but fixed
 
+    // Words are looked for in what ifconfig prints, which it translates, into Czech for instance.
+    qputenv("LC_ALL", "C.UTF-8");
+    qunsetenv("LANGUAGE"); // LC_ALL does not override it
+
     QCoreApplication application(argc, argv);
     XInitThreads();
     installFatalSignalHandler();
