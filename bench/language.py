@@ -10,6 +10,7 @@ import codecs
 import itertools
 import os
 import re
+import subprocess
 from collections.abc import Callable, Iterable, Sequence
 from typing import Any
 
@@ -130,7 +131,7 @@ class Commands:
         try:
             if words:
                 self._act("", self.verbs, words)
-        except OSError as error:
+        except (OSError, ValueError, subprocess.SubprocessError) as error:
             raise Failure(str(error)) from None
 
     def play(self, path: str) -> None:
@@ -143,6 +144,8 @@ class Commands:
         place, text = len(lines), ""
         try:
             for place, text in [*_repeated(lines), (len(lines), "unit check")]:
+                if self.ended:
+                    break
                 self._history.note("bench", text + "\n")
                 self.run(text)
         except Failure as failure:
@@ -162,6 +165,8 @@ class Commands:
         bound = _take(words, "within", USUAL_BOUND)
         quiet = _take(words, "for", 1)
         if words and words[0] in (*KINDS, "call"):
+            if len(words) < 2:
+                raise Failure(f"expect {words[0]} TEXT")
             met, seen = self._happened(words[0], to_bytes(" ".join(words[1:])), none, count)
         else:
             look, fits = self._act("expect ", self.expects, words)

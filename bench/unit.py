@@ -122,6 +122,7 @@ class Program(Unit):
             ended=self._finished,
             env={
                 **os.environ,
+                "LANGUAGE": "cs",  # in which ifconfig prints other words
                 "PATH": f"{places.PROGRAMS}:/usr/sbin:/usr/bin:/sbin:/bin",
                 "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + SANITIZER,
                 MARK: "1",
@@ -162,6 +163,11 @@ class Surroundings:
 
     recorder = os.path.join(os.path.dirname(__file__), "recorder")
     real = ["killall"]  # of SEARCHED; behind the stand-ins of the others nothing runs
+    healthy = {
+        "vcgencmd": ("output", "temp=48.3'C\n"),
+        "pngview": ("delay", "3600\n"),  # shows its image until it is killed
+        FAULT_LINE: ("output", "0\n"),
+    }
 
     def __init__(self, machine: Machine) -> None:
         """As with a healthy unit."""
@@ -169,9 +175,8 @@ class Surroundings:
         machine.run("cp", self.recorder, RECORDER)
         for name in [*FIXED, *SEARCHED]:
             self._install(name, name in self.real)
-        self.set_reply("vcgencmd", "output", "temp=48.3'C\n")
-        self.set_reply("pngview", "delay", "3600\n")  # shows its image until it is killed
-        self.set_reply(FAULT_LINE, "output", "0\n")
+        for key in self.healthy:
+            self.set_reply(key, *self.healthy[key])
         for place, healthy in CHANNELS.values():
             self.set_channel(place, healthy)
         machine.write(places.COMMANDS, b"")
@@ -203,11 +208,16 @@ class Surroundings:
             raise Failure(f"call NAME [ARGUMENT...] {', '.join(verbs)}?")
         name, verb, place = words[0], words[at], place_of(words[0])
         key, value = " ".join(words[:at]), " ".join(words[at + 1 :])
-        if verb == "missing":
+        if verb == "missing" and name in FIXED:
             self._machine.run("rm", "-f", place)
+        elif verb == "missing":  # the desk's own remains on the search path
+            self._install(name)
+            self.set_reply(key, "status", "127\n")
         elif verb == "real":
             self._install(name)
             self.clear_reply(key)
+            if key in self.healthy:
+                self.set_reply(key, *self.healthy[key])
         else:
             # Programs of the search path are taken up when first asked for.
             if self._machine.read(place) is None:
@@ -238,11 +248,12 @@ class Surroundings:
         """PATH TEXT - makes a file with that content"""
         self._machine.write(path, to_bytes(" ".join(words)))
 
-    def do_run(self, *command: str) -> None:
+    def do_run(self, program: str, *arguments: str) -> None:
         """COMMAND [ARGUMENT...] - runs a command on the unit: run mount -o bind,ro FOLDER FOLDER"""
-        self._machine.run(*command)
+        if said := self._machine.run(program, *arguments):
+            self._history.note("bench", said + "\n")
 
-    def expect_file(self, path: str, *words: str) -> State:
+    def expect_file(self, path: str, word: str, *words: str) -> State:
         """PATH TEXT - the file holds the text"""
-        text = to_bytes(" ".join(words))
-        return State(lambda: self._machine.read(path) or b"", lambda content: text in content)
+        text = to_bytes(" ".join((word, *words)))
+        return State(lambda: self._machine.read(path), lambda found: found is not None and text in found)

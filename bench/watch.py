@@ -91,9 +91,9 @@ class Store:
             if (old := before.get(key, "-")) != value:
                 self._history.note("change", f"{key}: {old} -> {value}\n")
 
-    def expect_store(self, key: str, *value: str) -> State:
+    def expect_store(self, key: str, value: str, *more: str) -> State:
         """KEY VALUE - the status store on disk"""
-        return State(lambda: self.values.get(key, ""), lambda now: now == " ".join(value))
+        return State(lambda: self.values.get(key), lambda now: now == " ".join((value, *more)))
 
 
 class Gauges:

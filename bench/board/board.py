@@ -27,6 +27,7 @@ PICTURE = "/tmp/picture.png"
 # The last byte of an adapter's address is its number here; root/ has the udev rule that names it.
 ADAPTERS = ("usb0", "eth0", "wlan0")
 DEVICE = "/sys/class/net/{}/device/../{}"
+QUIET = 3  # s, in which the hub's polls, one in 255 ms, pass through all eight USB channels
 PLUG_LIMIT = 60  # s, until the kernel has named an adapter
 SERVER = """dnsmasq --no-daemon --conf-file=/dev/null --port=0 --pid-file= --leasefile-ro --no-ping
 --dhcp-authoritative --bind-interfaces --interface={0} --dhcp-range={1},{1},{2} --dhcp-option=3{3}"""
@@ -91,9 +92,7 @@ class BoardSurroundings(Surroundings):
     # The others would end the board or have no device.
     real = ["killall", "logrotate", "gpioset", "gpioget", "gpioinfo", "i2cget"]
 
-    def __init__(self, machine: Machine) -> None:
-        super().__init__(machine)
-        self.clear_reply(FAULT_LINE)  # the line itself reads 0
+    healthy = {key: reply for key, reply in Surroundings.healthy.items() if key != FAULT_LINE}
 
     def set_channel(self, number: str, reading: str) -> None:
         if not re.fullmatch("0x[0-9a-f]{1,2}", reading):  # the EEPROM holds bytes only
@@ -153,8 +152,10 @@ class BoardNetwork(Network):
             raise Failure(f"dnsmasq has ended, which serves {name}")
 
     def unplug(self, name: str) -> None:
-        # The kernel releases it first: QEMU crashes when an adapter vanishes during a read.
+        # The kernel releases it first: QEMU crashes when an adapter vanishes during a read, which it
+        # repeats until the kernel uses the same channel again.
         self._board.write(DEVICE.format(name, "remove"), b"1")
+        self._loop.rest(QUIET)
         self._board.emulator.command("device_del", id=f"usb-{name}")
         self._board.emulator.command("netdev_del", id=name)
         self._servers.pop(name).stop()
