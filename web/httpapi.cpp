@@ -297,6 +297,10 @@ void HttpApi::takeCommand(fastcgi::Exchange &exchange)
     const std::optional<QByteArray> body = gate::ownBody(exchange, "application/json", longestBody);
     if (!body)
         return;
+    // Not left to lighttpd, which answers 401: browsers forget the password then.
+    const QByteArray user = exchange.variable("REMOTE_USER"); // empty: no password is required
+    if (!user.isEmpty() && user != "operator")
+        return refuse(exchange, 403, "this user may not control the unit");
     const commandwriter::Command command = commandwriter::parse(*body);
     if (command.line.isEmpty())
         return refuse(exchange, 400, "not a command");

@@ -30,6 +30,7 @@ constexpr int measured = 20;
 constexpr int converted = 40;
 
 constexpr qint64 longestFile = 1 << 16; // bytes
+constexpr char byteOrderMark[] = "\xef\xbb\xbf";
 
 // Removes the quotes and escapes that QSettings writes.
 QString plain(const QByteArray &written)
@@ -57,6 +58,21 @@ QString plain(const QByteArray &written)
         }
     }
     return text;
+}
+
+// As QSettings: a semicolon outside quotes begins a comment.
+QByteArray withoutComment(const QByteArray &line)
+{
+    bool quoted = false;
+    for (int at = 0; at < line.size(); ++at) {
+        if (line[at] == '\\')
+            ++at; // the next character is escaped
+        else if (line[at] == '"')
+            quoted = !quoted;
+        else if (line[at] == ';' && !quoted)
+            return line.left(at);
+    }
+    return line;
 }
 
 readings::Values valuesOf(const char *path)
@@ -142,12 +158,12 @@ Values parse(const QByteArray &ini)
 {
     Values values;
     QByteArray section;
-    const QList<QByteArray> lines = ini.split('\n');
+    const QList<QByteArray> lines = ini.mid(ini.startsWith(byteOrderMark) ? 3 : 0).split('\n');
     for (const QByteArray &written : lines) {
-        const QByteArray line = written.trimmed();
+        const QByteArray line = withoutComment(written).trimmed();
         const int equals = int(line.indexOf('='));
-        if (line.startsWith('[') && line.endsWith(']'))
-            section = line.mid(1, line.size() - 2) + '/';
+        if (line.startsWith('['))
+            section = line.mid(1, line.indexOf(']') - 1).trimmed() + '/';
         else if (equals > 0)
             values.insert(QString::fromLatin1(section + line.left(equals).trimmed()),
                           plain(line.mid(equals + 1).trimmed()));

@@ -70,11 +70,12 @@ private slots:
             {"32767", "0.25", "EncoderScalar=12345", "4.04509e+08"},
             {"8", "x", "EncoderScalar = \"0.5\" \r", "4"},
             {"8", "1e2", "EncoderScalar=0,5", "100"},
+            {"8", "0", "; here\nEncoderScalar=\"0.25\" ; measured", "2"},
             {"x", "7", "", "7"},
         };
         Freshness freshness; // before there is a store
         for (const auto &[counter, offset, configuration, shown] : rows) {
-            writeFile(paths::configuration, "[Coiler]\n" + configuration + '\n');
+            writeFile(paths::configuration, "\xef\xbb\xbf[ Coiler ] ; reel\n" + configuration + '\n');
             writeFile(paths::statusStore,
                       "[Camera]\nCoiler=" + counter + "\nCoilerOffset=" + offset + '\n');
             QCOMPARE(readings::read().value(readings::distance.name), QString(shown));

@@ -2,6 +2,13 @@
 /* global makeStream */ // from stream.js
 /* exported timeText, offer, byId, element */ // for history.js and record.js
 
+// Under an address with user and password, fetch() throws. The browser has them by now.
+const address = new URL(document.URL);
+if (address.username) {
+  address.username = address.password = "";
+  location.replace(address);
+}
+
 const byId = (id) => document.getElementById(id);
 
 function element(name, text, attributes = {}) {
@@ -251,6 +258,7 @@ const reasons = {
   "the unit did not take the command; it is withdrawn": "the unit has not read it; nothing was done. If it happens again, restart the unit",
   "lamp off came first; the command is withdrawn": "lamp off came first",
   "another writer replaced the command": "somebody else gave a command; try again",
+  "the commands file cannot be written": "it cannot write the commands file: restart kt6120-web",
   "the unit is busy with another command": "somebody else gives commands; try again",
   [unchanged]: "the unit read it, but no reading changed",
 };
@@ -275,7 +283,6 @@ async function ask(body) {
       body: JSON.stringify(body),
       signal: abort.signal,
     });
-    if (reply.status === 401) return { error: "this user may not control the unit" };
     // Not JSON: lighttpd answers while kt6120-web restarts.
     return { status: reply.status, ...await reply.json() };
   } catch (error) {

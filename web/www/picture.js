@@ -40,11 +40,13 @@
     video.srcObject = new MediaStream([receiver.track]);
     video.play().catch(() => {}); // by the attribute alone, Chromium pauses it while it is out of sight
     await connection.setLocalDescription();
+    const abort = new AbortController(); // iOS 15 has no AbortSignal.timeout()
+    setTimeout(() => abort.abort(), answerLimit);
     const response = await fetch("api/picture", {
       method: "POST",
       headers: { "Content-Type": "application/sdp" },
       body: connection.localDescription.sdp,
-      signal: AbortSignal.timeout(answerLimit),
+      signal: abort.signal,
     });
     if (response.status !== 201)
       return (await response.json().catch(() => ({ error: "the picture's program does not run" }))).error;
