@@ -120,7 +120,7 @@ network | fault | the next interface | echo root=LABEL=root tv_mode=PAL >/tmp/cm
 network | warning | eth0 and wlan0 | answer ifconfig '1h; 1!H; $!d; x; p; s/eth0/wlan0/'
 commands file | fault | is missing | mv $commands /var/www/kept
 commands file | fault | regular | mv $commands /var/www/kept; mkfifo $commands
-commands file | fault | not writable | chmod g-w $commands
+commands file | fault | not writable | mv $commands /var/www/kept; ln -s ../kept $commands; chmod g-w $commands
 commands file | fault | not writable | echo root:x:0: >/etc/group
 commands file | fault | does not watch | mv $commands /var/www/kept; cp -p /var/www/kept $commands
 vcgencmd | fault | VCHI | says vcgencmd 'VCHI failed'
@@ -141,7 +141,7 @@ page | warning | no limit to the connections | says nft '' 1
 """
 
 
-os.environ["PATH"] = "/tmp/tools:/usr/bin:/usr/sbin"
+os.environ |= {"PATH": "/tmp/tools:/usr/bin:/usr/sbin", "http_proxy": "http://127.0.0.1:9"}
 CHECK, SETUP = (runpy.run_path(str(SBIN / f"kt6120-{name}")) for name in ("check", "setup"))
 
 
@@ -277,6 +277,7 @@ says 'systemctl is-active --quiet systemd-networkd' '' | +DHCP=yes
 echo 'iface eth0 inet static' >/etc/network/interfaces | +allow-hotplug usb0
 rm /tmp/tools/ifup | left alone: /etc/network/interfaces.d/kt6120: neither NetworkManager nor systemd-networkd runs, and ifupdown is missing
 rm $commands | /var/www/html/commands.txt: new, mode 664
+mv $commands /var/www/kept; ln -s ../kept $commands; chmod 644 $commands | /var/www/kept: group and mode www-data 644 -> www-data 664
 chmod 644 $commands | /var/www/html/commands.txt: group and mode www-data 644 -> www-data 664
 """
 
@@ -294,6 +295,7 @@ class Setup(unittest.TestCase):
         said = self.setup("--dry-run", left=left)
         self.assertEqual(shell("files"), before)
         done = self.setup("--yes", left=left)
+        shell("echo LAMPUP >$commands")
         self.assertEqual(done.split("done; ")[0], said.split("left alone: ")[0])
         after = shell("files")
         self.assertIn("nothing to change", self.setup("--yes", left=left))
