@@ -68,8 +68,8 @@ bool make(const QString &path, const QString &state)
     } else {
         writeFile(path, state == "garbled" ? QByteArray(40, '\0') : QByteArray());
     }
-    // Older than the unit's start, or newer than a clock that was set back by an hour.
-    const timespec made = {state == "garbled" ? time(nullptr) + 3600 : 0, 0};
+    // As old as a unit needs to start again, or newer than a clock that was set back by an hour.
+    const timespec made = {time(nullptr) + (state == "garbled" ? 3600 : -10), 0};
     const timespec times[] = {made, made};
     return state == "new" || utimensat(AT_FDCWD, name, times, 0) == 0;
 }
