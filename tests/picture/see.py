@@ -1,16 +1,12 @@
-#!/usr/bin/python3
 # SPDX-License-Identifier: LicenseRef-KT6120
 """Opens the unit's page in a browser until its picture moves.
 
-Usage: see.py ADDRESS USER:PASSWORD. Exit status 1 and what the page shows after a minute without.
+Usage: python3 -m tests.picture.see ADDRESS USER:PASSWORD. Exit status 1 and what the page shows after a minute without.
 """
 
 import sys
 import time
 from base64 import b64encode
-from pathlib import Path
-
-sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
 
 from bench.page import start_browser
 

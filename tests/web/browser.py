@@ -1,9 +1,8 @@
-#!/usr/bin/python3
 # SPDX-License-Identifier: LicenseRef-KT6120
 """What a real browser keeps of the page's picture, and who may watch it.
 
-Usage, in the sandbox with an installed tree: browser.py BUILD. The browser saves the files; ffmpeg reads
-them. The first failure ends it.
+Usage, in the sandbox with an installed tree: python3 -m tests.web.browser BUILD. The browser saves the
+files; ffmpeg reads them. The first failure ends it.
 """
 
 import csv
@@ -19,8 +18,6 @@ import sys
 import time
 from functools import partial
 from pathlib import Path
-
-sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
 
 from bench.desk import Desk
 from bench.page import SAVED

@@ -1,10 +1,9 @@
-#!/usr/bin/python3
 # SPDX-License-Identifier: LicenseRef-KT6120
 """Runs ten virtual units under a real Prometheus, lowers the battery of one and kills another.
 
-Usage: fleet.py BUILD. Ends with 0 when promtool accepts the metrics and only these two units' alerts
-fire. Each unit is a bench with the real program, page and web server. Their cameras are lost: encoding ten
-pictures would take all the processor time.
+Usage: python3 -m tests.web.fleet BUILD. Ends with 0 when promtool accepts the metrics and only these two
+units' alerts fire. Each unit is a bench with the real program, page and web server. Their cameras are lost:
+encoding ten pictures would take all the processor time.
 """
 
 import json
@@ -17,11 +16,9 @@ import tempfile
 import time
 from contextlib import ExitStack
 
-TOP = pathlib.Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(TOP))
-
 from bench.desk import Desk
 
+TOP = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(sys.argv[1]).resolve()
 NAMES = [f"127.0.0.1:{port}" for port in range(19101, 19111)]
 LOW, KILLED = NAMES[3], NAMES[7]
@@ -90,7 +87,8 @@ def trial(folder, stack):
         listen = f"TCP-LISTEN:{port},bind=127.0.0.1,reuseaddr,fork"
         start(stack, "socat", listen, f"UNIX-CONNECT:{desk}/page")
         sandbox = (TOP / "bench/sandbox", "--tree", BUILD / "tree", "--desk", desk)
-        benches[name] = start(stack, *sandbox, "/usr/bin/python3", __file__, BUILD, "unit"), desk
+        unit_alone = ("/usr/bin/python3", "-m", "tests.web.fleet", BUILD, "unit")
+        benches[name] = start(stack, *sandbox, *unit_alone), desk
     (folder / "prometheus.yml").write_text(SCRAPE)
     places = (f"--storage.tsdb.path={folder}/data", f"--web.listen-address={PROMETHEUS}")
     start(stack, "prometheus", f"--config.file={folder}/prometheus.yml", *places)

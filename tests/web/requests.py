@@ -1,9 +1,8 @@
-#!/usr/bin/python3
 # SPDX-License-Identifier: LicenseRef-KT6120
 """Sends the unit's page bad requests, good ones faster than it allows, and commands beside another writer.
 
-Usage, in the sandbox with an installed tree: requests.py BUILD. The bench runs the real program, and the
-page behind the real web server. The first failure ends it.
+Usage, in the sandbox with an installed tree: python3 -m tests.web.requests BUILD. The bench runs the real
+program, and the page behind the real web server. The first failure ends it.
 """
 
 import concurrent.futures
@@ -19,9 +18,6 @@ import subprocess
 import sys
 import time
 from functools import partial
-from pathlib import Path
-
-sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
 
 from bench.desk import Desk
 
