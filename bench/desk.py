@@ -63,7 +63,7 @@ class Desk(Around):
         self.video = Video(self.loop, self.clock, self.history, self.network)
         self.page = Page(self.loop)
         line = partial(pseudo_terminal, self.loop, places.SERIAL)
-        self.assemble(line, Surroundings(self.machine), self.page)
+        self.assemble(line, Surroundings(self.machine, self.history), self.page)
         program.when_ended = self.mcu.renew_line
 
     def __exit__(self, *_: object) -> None:

@@ -101,7 +101,7 @@ def _take(words: list[str], name: str, otherwise: float) -> float:
 
 def _text_of(seen: object) -> str:
     text = to_text(seen[-TEXT_SHOWN:]) if isinstance(seen, bytes) else str(seen)
-    return text or "nothing"
+    return text if text and seen is not None else "nothing"
 
 
 def _shown(table: Iterable[Sequence[Any]], width: int) -> str:

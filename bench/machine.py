@@ -131,8 +131,8 @@ class Machine:
 
     def processes_with(self, text: str) -> int:
         """How many have the text in their command line, its words with blanks between."""
-        lines = self._of_all("cmdline").items()
-        return sum(text in to_text(line.replace(b"\0", b" ")) for pid, line in lines if pid not in BENCH)
+        lines = [line for pid, line in self._of_all("cmdline").items() if pid not in BENCH]
+        return sum(text in to_text(line.replace(b"\0", b" ")) for line in lines)
 
     def end_all(self, variable: str) -> None:
         """Kills every process that has this in its environment, and waits until none is left."""

@@ -169,9 +169,9 @@ class Surroundings:
         FAULT_LINE: ("output", "0\n"),
     }
 
-    def __init__(self, machine: Machine) -> None:
+    def __init__(self, machine: Machine, history: History) -> None:
         """As with a healthy unit."""
-        self._machine = machine
+        self._machine, self._history = machine, history
         machine.run("cp", self.recorder, RECORDER)
         for name in [*FIXED, *SEARCHED]:
             self._install(name, name in self.real)
@@ -256,4 +256,8 @@ class Surroundings:
     def expect_file(self, path: str, word: str, *words: str) -> State:
         """PATH TEXT - the file holds the text"""
         text = to_bytes(" ".join((word, *words)))
-        return State(lambda: self._machine.read(path), lambda found: found is not None and text in found)
+
+        def fits(content: bytes | None) -> bool:
+            return content is not None and text in content
+
+        return State(lambda: self._machine.read(path), fits)

@@ -217,8 +217,8 @@ bool IniFile::writeChanges()
 {
     const struct stat before = status(path);
     QSettings file(QFile::decodeName(path), QSettings::IniFormat);
-    // QSettings keeps the content of a file by its size and its time in milliseconds, and would write
-    // the old one back over that of another program. So give it what is in the file now.
+    // QSettings keeps the content of a file by its size and its time in milliseconds, and would
+    // write the old one back over that of another program. So give it what is in the file now.
     if (!isSameFile(before, writtenStatus)) {
         read();
         for (auto one = values.cbegin(); one != values.cend(); ++one) {

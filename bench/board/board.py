@@ -175,7 +175,7 @@ class Board(Around):
         self.video = Video(loop, self.clock, history, self.network)
         self.video.taps[PORTS["pal"]] = PalTap(board)
         line = partial(to_socket, loop, f"{folder}/mcu")
-        self.assemble(line, BoardSurroundings(self.machine), self)
+        self.assemble(line, BoardSurroundings(self.machine, history), self)
 
     def __exit__(self, *_: object) -> None:
         self._emulator.kill()

@@ -75,7 +75,8 @@ private slots:
         };
         Freshness freshness; // before there is a store
         for (const auto &[counter, offset, configuration, shown] : rows) {
-            writeFile(paths::configuration, "\xef\xbb\xbf[ Coiler ] ; reel\n" + configuration + '\n');
+            writeFile(paths::configuration,
+                      "\xef\xbb\xbf[ Coiler ] ; reel\n" + configuration + '\n');
             writeFile(paths::statusStore,
                       "[Camera]\nCoiler=" + counter + "\nCoilerOffset=" + offset + '\n');
             QCOMPARE(readings::read().value(readings::distance.name), QString(shown));
