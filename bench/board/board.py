@@ -27,7 +27,7 @@ PICTURE = "/tmp/picture.png"
 # The last byte of an adapter's address is its number here; root/ has the udev rule that names it.
 ADAPTERS = ("usb0", "eth0", "wlan0")
 DEVICE = "/sys/class/net/{}/device/../{}"
-QUIET = 3  # s, in which the hub's polls, one in 255 ms, pass through all eight USB channels
+QUIET = 3  # s of the board's time, in which the hub's polls, one in 255 ms, pass through all eight USB channels
 PLUG_LIMIT = 60  # s, until the kernel has named an adapter
 SERVER = """dnsmasq --no-daemon --conf-file=/dev/null --port=0 --pid-file= --leasefile-ro --no-ping
 --dhcp-authoritative --bind-interfaces --interface={0} --dhcp-range={1},{1},{2} --dhcp-option=3{3}"""
@@ -155,7 +155,7 @@ class BoardNetwork(Network):
         # The kernel releases it first: QEMU crashes when an adapter vanishes during a read, which it
         # repeats until the kernel uses the same channel again.
         self._board.write(DEVICE.format(name, "remove"), b"1")
-        self._loop.rest(QUIET)
+        BoardClock(self._loop, self._board.emulator).until(lambda: False, QUIET)
         self._board.emulator.command("device_del", id=f"usb-{name}")
         self._board.emulator.command("netdev_del", id=name)
         self._servers.pop(name).stop()
