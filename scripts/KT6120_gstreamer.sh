@@ -5,8 +5,9 @@
 # display controller, else the frame buffer, else a window if there is a desktop; otherwise it
 # decodes without showing. Sends a copy of the packets to UDP port 8084, for the page. Runs until a
 # signal ends it. A failing pipeline is restarted after a second, with GStreamer's message on
-# standard error. Exits with status 0 if another receiver runs, with status 1 and a message if no
-# H.264 decoder is installed.
+# standard error; a display that cannot be used is left out for half a minute, so that the page has
+# its picture. Exits with status 0 if another receiver runs, with status 1 and a message if no H.264
+# decoder is installed.
 set -u
 . "$(dirname "$0")/KT6120_video.sh"
 
@@ -32,17 +33,25 @@ run() {
     wait "$child"
 }
 
-# A signal ends the running command and the script.
+# A signal ends the running command and the script. One that comes before the command's exec is lost.
 child=
-trap 'trap "" TERM INT HUP; kill "$child" 2>/dev/null; wait; exit 0' TERM INT HUP
+trap 'trap "" TERM INT HUP; while kill "$child" 2>/dev/null; do sleep 0.1; done; exit 0' TERM INT HUP
 
-while :; do
-    run timeout -k 2 0 gst-launch-1.0 -q \
+receive() { # SECONDS SINK; 0: without end
+    run timeout -k 2 "$1" gst-launch-1.0 -q \
         udpsrc port=8083 address=127.0.0.1 \
         caps="application/x-rtp,media=video,encoding-name=H264,clock-rate=90000,payload=96" ! \
         tee name=packets ! queue ! \
-        rtph264depay ! h264parse ! "$decoder" ! videoconvert ! "$sink" sync=false \
+        rtph264depay ! h264parse ! "$decoder" ! videoconvert ! "$2" sync=false \
         packets. ! queue leaky=downstream ! \
         udpsink host=127.0.0.1 port=8084 sync=false async=false
+}
+
+seconds() { read -r uptime _ </proc/uptime; echo "${uptime%.*}"; }
+
+while :; do
+    began=$(seconds)
+    receive 0 "$sink"
+    [ $(($(seconds) - began)) -ge 5 ] || receive 30 fakesink
     run sleep 1
 done

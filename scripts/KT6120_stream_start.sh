@@ -13,6 +13,9 @@
 # only while the program would consider the unit connected, and exits otherwise. It always streams
 # to the address of a single viewer on a connected network.
 set -u
+# The PATH of an ordinary user lacks the folder of ifconfig, which translates what it prints.
+PATH=$PATH:/usr/sbin:/sbin
+export LC_ALL=C
 
 is_address() (
     case $1 in '' | *[!0-9.]* | .* | *. | *..*) exit 1 ;; esac
@@ -80,7 +83,7 @@ pause() {
 is_viewer() {
     case $1 in 127.*) return 0 ;; esac
     case $(ip -4 route get "$1" 2>/dev/null) in
-    '' | *' via '* | broadcast* | unreachable*) return 1 ;;
+    '' | *' via '* | broadcast* | multicast* | unreachable*) return 1 ;;
     esac
 }
 
