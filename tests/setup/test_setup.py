@@ -277,7 +277,7 @@ says 'systemctl is-active --quiet systemd-networkd' '' | +DHCP=yes
 echo 'iface eth0 inet static' >/etc/network/interfaces | +allow-hotplug usb0
 rm /tmp/tools/ifup | left alone: /etc/network/interfaces.d/kt6120: neither NetworkManager nor systemd-networkd runs, and ifupdown is missing
 rm $commands | /var/www/html/commands.txt: new, mode 664
-mv $commands /var/www/kept; ln -s ../kept $commands; chmod 644 $commands | /var/www/kept: group and mode www-data 644 -> www-data 664
+mv $commands /var/www/kept; ln -s ../kept $commands; chmod 644 $commands | left alone: /var/www/html/commands.txt: a symlink, whose target the web server's group cannot write
 chmod 644 $commands | /var/www/html/commands.txt: group and mode www-data 644 -> www-data 664
 """
 

@@ -283,6 +283,7 @@ async function ask(body) {
       body: JSON.stringify(body),
       signal: abort.signal,
     });
+    if (reply.status === 401) return { error: "the password has changed: reload the page" };
     // Not JSON: lighttpd answers while kt6120-web restarts.
     return { status: reply.status, ...await reply.json() };
   } catch (error) {
