@@ -18,9 +18,8 @@ namespace
 // then takes his page for ours. lighttpd passes the name in lower case without the final dot.
 bool isOwnName(QByteArray host)
 {
-    const int bracket = int(host.indexOf(']'));
-    if (host.startsWith('[') && bracket > 0)
-        host = host.mid(1, bracket - 1);
+    if (host.startsWith('['))
+        host = host.mid(1, host.indexOf(']') - 1);
     else
         host.truncate(host.contains(':') ? int(host.indexOf(':')) : int(host.size()));
     in6_addr address = {};
