@@ -4,6 +4,8 @@
 #include <fcgiapp.h>
 
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <poll.h>
 #include <stdexcept>
 #include <thread>
@@ -30,6 +32,8 @@ void work(int socket, const std::function<void(fastcgi::Exchange &)> &handler)
         handler(exchange);
         FCGX_Finish_r(&request);
     }
+    fprintf(stderr, "cannot accept a connection\n");
+    std::_Exit(1); // the service restarts with all threads
 }
 
 } // namespace

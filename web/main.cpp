@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <malloc.h>
 #include <stdexcept>
 #include <thread>
 
@@ -29,6 +30,8 @@ int main(int argc, char *argv[])
         fprintf(stderr, "usage: kt6120-web SOCKET\n");
         return 2;
     }
+    // With an arena each, every thread keeps the memory of the longest history that it has sent.
+    mallopt(M_ARENA_MAX, 1);
     try {
         Freshness freshness;
         HttpApi api(freshness);

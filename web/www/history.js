@@ -6,6 +6,9 @@ const frame = { left: 52, right: 630, top: 10, bottom: 214 };
 const gap = 3600; // seconds; rows come every half hour
 const sampling = 5000; // ms
 const mostSamples = 720; // an hour
+const validity = 15 * 60 * 1000; // ms
+const pauseAfterFailure = 10000; // ms
+let due = 0; // when the history is loaded again
 let past = { columns: [], rows: [] };
 let since = { columns: [], rows: [] }; // the page was opened
 
@@ -114,17 +117,22 @@ function showColumns() {
 
 async function loadHistory() {
   const range = byId("range").value;
+  due = performance.now() + validity;
   const found = await fetch(`api/history?range=${range}`)
     .then((reply) => reply.ok && reply.json()).catch(() => false);
   if (range !== byId("range").value) return; // another one is asked for
   if (found) past = inUnits(found);
   showColumns();
-  if (!found) byId("caption").textContent = `the ${range} could not be loaded; before: ${byId("caption").textContent}`;
+  if (found) return;
+  due = performance.now() + pauseAfterFailure;
+  byId("caption").textContent = `the ${range} could not be loaded; before: ${byId("caption").textContent}`;
 }
 
 byId("history").addEventListener("submit", (event) => event.preventDefault());
 byId("column").addEventListener("change", draw);
 byId("range").addEventListener("change", loadHistory);
-setInterval(() => { if (!document.hidden) loadHistory(); }, 15 * 60 * 1000);
-setInterval(sample, sampling);
+setInterval(() => {
+  sample();
+  if (!document.hidden && performance.now() >= due) loadHistory();
+}, sampling);
 loadHistory();

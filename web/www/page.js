@@ -186,9 +186,23 @@ function hear(type, data) {
   if (!document.hidden) hearers[type](data);
 }
 
+let shares = Boolean(window.SharedWorker);
+
+// The stream's worker; none in a browser that blocks the site's data.
+function startWorker() {
+  try {
+    const worker = new SharedWorker("stream.js");
+    worker.onerror = () => { shares = false; }; // watch() connects again
+    return worker;
+  } catch (error) {
+    return undefined;
+  }
+}
+
 function connect() {
-  if (!window.SharedWorker) return makeStream(hear);
-  const { port } = new SharedWorker("stream.js");
+  const worker = shares ? startWorker() : undefined;
+  if (!worker) return makeStream(hear);
+  const { port } = worker;
   port.onmessage = ({ data: { type, data } }) => hear(type, data);
   return (looks) => {
     port.postMessage(looks);
