@@ -9,6 +9,7 @@ const mostSamples = 720; // an hour
 const validity = 15 * 60 * 1000; // ms
 const pauseAfterFailure = 10000; // ms
 let due = 0; // when the history is loaded again
+let missing = ""; // what could not be loaded
 let past = { columns: [], rows: [] };
 let since = { columns: [], rows: [] }; // the page was opened
 
@@ -64,7 +65,7 @@ function draw() {
   chart.replaceChildren();
   byId("points").replaceChildren();
   if (points.length === 0) {
-    byId("caption").textContent = "no readings yet";
+    byId("caption").textContent = `${missing}no readings yet`;
     return;
   }
   const values = points.map((point) => point[1]);
@@ -104,7 +105,7 @@ function draw() {
     dot.append(element("title", `${when(point[0]).full}: ${point[1]}`));
     chart.append(dot);
   }
-  byId("caption").textContent = `${columns[at]}: ${points.length} `
+  byId("caption").textContent = `${missing}${columns[at]}: ${points.length} `
     + `${rows === past.rows ? "rows" : "readings since the page was opened,"} from ${when(begin).full} to `
     + `${when(end).full}, lowest ${round(least)}, highest ${round(most)}, last ${round(values[values.length - 1])}`;
 }
@@ -121,11 +122,10 @@ async function loadHistory() {
   const found = await fetch(`api/history?range=${range}`)
     .then((reply) => reply.ok && reply.json()).catch(() => false);
   if (range !== byId("range").value) return; // another one is asked for
+  missing = found ? "" : `the ${range} could not be loaded; before: `;
   if (found) past = inUnits(found);
+  else due = performance.now() + pauseAfterFailure;
   showColumns();
-  if (found) return;
-  due = performance.now() + pauseAfterFailure;
-  byId("caption").textContent = `the ${range} could not be loaded; before: ${byId("caption").textContent}`;
 }
 
 byId("history").addEventListener("submit", (event) => event.preventDefault());
