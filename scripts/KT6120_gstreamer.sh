@@ -5,8 +5,8 @@
 # display controller, else the frame buffer, else a window if there is a desktop; otherwise it
 # decodes without showing. Sends a copy of the packets to UDP port 8084, for the page. Runs until a
 # signal ends it. A failing pipeline is restarted after a second, with GStreamer's message on
-# standard error; a display that cannot be used is left out for half a minute, so that the page has
-# its picture. Exits with status 0 if another receiver runs, with status 1 and a message if no H.264
+# standard error; after three failures in a row the display is left out for half a minute, so that the
+# page has its picture. Exits with status 0 if another receiver runs, with status 1 and a message if no H.264
 # decoder is installed.
 set -u
 . "$(dirname "$0")/KT6120_video.sh"
@@ -29,13 +29,18 @@ fi
 # Runs a command so that a signal interrupts the wait for it.
 run() {
     "$@" &
-    child=$!
-    wait "$child"
+    wait "$!"
 }
 
-# A signal ends the running command and the script. One that comes before the command's exec is lost.
-child=
-trap 'trap "" TERM INT HUP; while kill "$child" 2>/dev/null; do sleep 0.1; done; exit 0' TERM INT HUP
+# A signal ends the running command and the script. One that comes before the command's exec is lost;
+# timeout, which has a process group of its own, leaves its command if one comes while it forks.
+stop() {
+    trap '' TERM INT HUP
+    while kill "${!-}" 2>/dev/null; do sleep 0.1; done
+    kill -KILL "-${!-}" 2>/dev/null
+    exit 0
+}
+trap stop TERM INT HUP
 
 receive() { # SECONDS SINK; 0: without end
     run timeout -k 2 "$1" gst-launch-1.0 -q \
@@ -49,9 +54,12 @@ receive() { # SECONDS SINK; 0: without end
 
 seconds() { read -r uptime _ </proc/uptime; echo "${uptime%.*}"; }
 
+failures=0 # in a row, each within five seconds
 while :; do
     began=$(seconds)
     receive 0 "$sink"
-    [ $(($(seconds) - began)) -ge 5 ] || receive 30 fakesink
+    failures=$((failures + 1))
+    [ $(($(seconds) - began)) -lt 5 ] || failures=0
     run sleep 1
+    [ "$failures" -lt 3 ] || receive 30 fakesink
 done
