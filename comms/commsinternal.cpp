@@ -148,8 +148,6 @@ void commsInternal::commsInternalSendCommand(QString command, SOURCE_TYPE_t eSou
 // True if all bytes were written within the timeout, also for an empty text.
 bool commsInternal::writeAll(const QByteArray &bytes)
 {
-    if (bytes.isEmpty())
-        return true;
     if (!serialPort || !serialPort->isOpen())
         return false;
     QElapsedTimer waited;
