@@ -32,7 +32,7 @@ void work(int socket, const std::function<void(fastcgi::Exchange &)> &handler)
         handler(exchange);
         FCGX_Finish_r(&request);
     }
-    fprintf(stderr, "cannot accept a connection\n");
+    fprintf(stderr, "kt6120-web: cannot accept a connection\n");
     std::_Exit(1); // the service restarts with all threads
 }
 

@@ -36,8 +36,8 @@ private:
     FCGX_Request &request;
 };
 
-// Handles requests in the given number of threads and does not return. Throws std::runtime_error if
-// it cannot create the socket.
+// Handles requests in the given number of threads and does not return; ends the process when it
+// cannot accept a connection. Throws std::runtime_error if it cannot create the socket.
 void serve(const QByteArray &socket, int threads, const std::function<void(Exchange &)> &handler);
 
 // Waits for the next request at a listening socket and handles it; false if there is no such

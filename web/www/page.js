@@ -192,7 +192,7 @@ let shares = Boolean(window.SharedWorker);
 function startWorker() {
   try {
     const worker = new SharedWorker("stream.js");
-    worker.onerror = () => { shares = false; }; // watch() connects again
+    worker.onerror = () => { shares = false; }; // watch() connects again, and shares at the next time
     return worker;
   } catch (error) {
     return undefined;
@@ -201,6 +201,7 @@ function startWorker() {
 
 function connect() {
   const worker = shares ? startWorker() : undefined;
+  shares = Boolean(window.SharedWorker);
   if (!worker) return makeStream(hear);
   const { port } = worker;
   port.onmessage = ({ data: { type, data } }) => hear(type, data);

@@ -48,6 +48,7 @@
       body: connection.localDescription.sdp,
       signal: abort.signal,
     });
+    if (response.status === 401) return "the password has changed: reload the page";
     if (response.status !== 201)
       return (await response.json().catch(() => ({ error: "the picture's program does not run" }))).error;
     Object.assign(mine, { path: response.headers.get("Location") });
