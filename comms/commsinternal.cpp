@@ -145,7 +145,7 @@ void commsInternal::commsInternalSendCommand(QString command, SOURCE_TYPE_t eSou
         qCritical() << messages::writeFailed << command;
 }
 
-// True if all bytes were written within the timeout, also for an empty text.
+// True if all bytes were written within the timeout.
 bool commsInternal::writeAll(const QByteArray &bytes)
 {
     if (!serialPort || !serialPort->isOpen())

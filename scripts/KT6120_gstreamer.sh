@@ -5,9 +5,9 @@
 # display controller, else the frame buffer, else a window if there is a desktop; otherwise it
 # decodes without showing. Sends a copy of the packets to UDP port 8084, for the page. Runs until a
 # signal ends it. A failing pipeline is restarted after a second, with GStreamer's message on
-# standard error; after three failures in a row the display is left out for half a minute, so that the
-# page has its picture. Exits with status 0 if another receiver runs, with status 1 and a message if no H.264
-# decoder is installed.
+# standard error; after three failures in a row the display is left out for half a minute, so that
+# the page has its picture. Exits with status 0 if another receiver runs, with status 1 and a message
+# if no H.264 decoder is installed.
 set -u
 . "$(dirname "$0")/KT6120_video.sh"
 

@@ -27,7 +27,8 @@ PICTURE = "/tmp/picture.png"
 # The last byte of an adapter's address is its number here; root/ has the udev rule that names it.
 ADAPTERS = ("usb0", "eth0", "wlan0")
 DEVICE = "/sys/class/net/{}/device/../{}"
-QUIET = 3  # s of the board's time, in which the hub's polls, one in 255 ms, pass through all eight USB channels
+# s of the board's time, in which the hub's polls, one in 255 ms, pass through all eight USB channels.
+QUIET = 3
 PLUG_LIMIT = 60  # s, until the kernel has named an adapter
 SERVER = """dnsmasq --no-daemon --conf-file=/dev/null --port=0 --pid-file= --leasefile-ro --no-ping
 --dhcp-authoritative --bind-interfaces --interface={0} --dhcp-range={1},{1},{2} --dhcp-option=3{3}"""

@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 """Opens the unit's page in a browser until its picture moves.
 
-Usage: python3 -m tests.picture.see ADDRESS USER:PASSWORD. Exit status 1 and what the page shows after a minute without.
+Usage: python3 -m tests.picture.see ADDRESS USER:PASSWORD. Exit status 1 and what the page shows after a
+minute without.
 """
 
 import sys

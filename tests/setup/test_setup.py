@@ -342,9 +342,10 @@ class Setup(unittest.TestCase):
         self.assertNotIn("cmdline.txt", said)
         self.assertIn("config.txt: somebody else has changed it since", said)
         self.assertEqual(shell("sha256sum $config"), changed)
-        shell("echo >/var/lib/kt6120/setup.json")
-        with self.assertRaisesRegex(SETUP["LeftAlone"], "damaged"):
-            run(SETUP, "--undo")
+        for damaged in "", "[1]":
+            shell(f"echo '{damaged}' >/var/lib/kt6120/setup.json")
+            with self.assertRaisesRegex(SETUP["LeftAlone"], "damaged"):
+                run(SETUP, "--undo")
 
     def test_full_boot_folder(self):
         shell("system raspios12; mv /boot/firmware /boot/kept; mkdir /boot/firmware")

@@ -186,13 +186,13 @@ function hear(type, data) {
   if (!document.hidden) hearers[type](data);
 }
 
-let shares = Boolean(window.SharedWorker);
+let shares = true; // false: the next stream is the tab's own
 
-// The stream's worker; none in a browser that blocks the site's data.
+// The stream's worker; none in a browser that has no shared workers or blocks the site's data.
 function startWorker() {
   try {
     const worker = new SharedWorker("stream.js");
-    worker.onerror = () => { shares = false; }; // watch() connects again, and shares at the next time
+    worker.onerror = () => { shares = false; }; // watch() connects again
     return worker;
   } catch (error) {
     return undefined;
@@ -201,7 +201,7 @@ function startWorker() {
 
 function connect() {
   const worker = shares ? startWorker() : undefined;
-  shares = Boolean(window.SharedWorker);
+  shares = true;
   if (!worker) return makeStream(hear);
   const { port } = worker;
   port.onmessage = ({ data: { type, data } }) => hear(type, data);
