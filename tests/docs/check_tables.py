@@ -95,7 +95,7 @@ coded = found(r'"(\d+)"', "base/gpio.h")
 compare("GPIO lines", documented, coded)
 
 # What programs in other languages repeat of base/: kt6120-check and kt6120-setup, the scripts, the page.
-check, setup = (f"packaging/root/kt6120/usr/sbin/kt6120-{name}" for name in ("check", "setup"))
+check, setup = (f"scripts/sbin/kt6120-{name}" for name in ("check", "setup"))
 documented = set(re.findall(r'"(\d+)"', text(check).split("STATES")[0]))
 compare("GPIO lines of kt6120-check", documented, coded)
 absolute = found(r'= "(/(?:home|dev/s|dev/v|var/www)[^"]+)"$', check, setup)

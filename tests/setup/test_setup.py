@@ -17,7 +17,7 @@ import unittest
 import unittest.mock
 
 TREE = pathlib.Path(__file__).resolve().parents[2]
-SBIN, HELPERS = (TREE / "packaging/root/kt6120/usr" / name for name in ("sbin", "lib/kt6120"))
+SBIN, HELPERS = (TREE / "scripts" / name for name in ("sbin", "service"))
 PROGRAM = "/home/pi/KT6120/bin/KT6120"
 PATIENCE = 60  # s
 STATES = ("ok", "warning", "fault")
