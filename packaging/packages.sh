@@ -13,7 +13,7 @@ packages=(
     build-essential ccache gstreamer1.0-tools gstreamer1.0-plugins-base
     gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly
     gstreamer1.0-libav gstreamer1.0-nice gstreamer1.0-x bubblewrap iproute2 net-tools psmisc util-linux procps
-    logrotate gpiod lighttpd socat python3
+    logrotate gpiod lighttpd libfaketime socat python3
 )
 
 # Beside these, ./dev lint, test --web, package, board and fuzz also need:

@@ -4,7 +4,10 @@
 #include "keys.h"
 #include "readings.h"
 
+#include <chrono>
 #include <cmath>
+
+using std::chrono::steady_clock;
 
 namespace
 {
@@ -124,6 +127,9 @@ QByteArray Metrics::text(bool openMetrics, const readings::Values &values)
     }
     if (!state.silent)
         addReadings(exposition, values);
+    exposition.family("exporter_age_seconds", "Since this exporter started.");
+    exposition.sample("exporter_age_seconds", {},
+                      std::chrono::duration<double>(steady_clock::now() - began).count());
     exposition.family("log_messages_total",
                       "Messages in the program log since this exporter started.");
     for (const LogMessage &message : logMessages) {

@@ -7,6 +7,7 @@
 
 #include <QByteArray>
 #include <array>
+#include <chrono>
 #include <mutex>
 
 // The unit's metrics in Prometheus' text format or in OpenMetrics.
@@ -23,6 +24,7 @@ public:
 
 private:
     Freshness &freshness;
+    const std::chrono::steady_clock::time_point began = std::chrono::steady_clock::now();
     std::mutex mutex;
     ProgramLog log = ProgramLog(0); // counts only what is logged after the start of this process
     std::array<quint64, std::size(logMessages)> logged = {};

@@ -8,6 +8,7 @@ program, and the page behind the real web server. The first failure ends it.
 import concurrent.futures
 import fcntl
 import http.client
+import itertools
 import json
 import os
 import re
@@ -21,6 +22,14 @@ from functools import partial
 
 from bench.desk import Desk
 
+CLOCK = "/run/bench/clock"  # its step
+FAKED = dict(
+    LD_PRELOAD="/usr/$LIB/faketime/libfaketime.so.1",
+    FAKETIME_TIMESTAMP_FILE=CLOCK,
+    FAKETIME_NO_CACHE="1",
+    FAKETIME_DONT_FAKE_MONOTONIC="1",
+    NO_FAKE_STAT="1",
+)
 COMMANDS = "/var/www/html/commands.txt"
 LOG = "/home/pi/KT6120/bin/commands_log.log"
 LAMP = '{"command":"LAMPUP"}'
@@ -211,6 +220,18 @@ def try_locked_lamp():
     assert status == 504, f"a lamp that stays off: {status}"
 
 
+def try_clock():
+    """A step of the unit's clock cuts no stream; a web server that restarts itself does, after 5 s."""
+    with answer(get("/api/events")) as stream:
+        with open(CLOCK, "w", encoding="ascii") as clock:
+            clock.write("+40d")
+        until(lambda: answer(get("/")).headers["Date"][:16] != stream.headers["Date"][:16])
+        beats = itertools.islice(
+            (line for line in stream if b'"zone"' in line), 6
+        )  # in ten seconds
+        assert len(list(beats)) == 6, "the stream has ended"
+
+
 def main():
     with Desk(sys.argv[1]) as desk:
         desk.run("camera missing")
@@ -220,13 +241,17 @@ def main():
         desk.run('expect serial "BAT:V?"')
         with open(LOG, "a", encoding="ascii") as log:
             log.write("25-11-2026 01:00:00,4,Lamp Turned Off\n" * 2000)
+        desk.run(f"file {CLOCK} +0")
+        os.environ |= FAKED
         desk.page.serve()
+        del os.environ["LD_PRELOAD"]
         desk.loop.apart(try_requests)
         desk.loop.apart(try_picture)
         desk.loop.apart(try_another_writer)
         desk.loop.apart(partial(try_many, desk.history))
         desk.run("mcu TWK 1")
         desk.loop.apart(try_locked_lamp)
+        desk.loop.apart(try_clock)
 
 
 main()

@@ -93,21 +93,21 @@ private slots:
         const QByteArray header = "timestamp,battery voltage [mV],lamp value [%]\n";
         writeFile(QString(paths::statusCsv) + ".1",
                   header
-                      + "01-11-2026 12:00:00,7000,0\n"
+                      + "02-03-2026 12:00:00,7000,0\n"
                         "30-10-2031 12:00:00,7100,0\n"); // the clock was wrong
         writeFile(paths::statusCsv, header
-                                        + "06-11-2026 12:00:00,7200,15\n"
-                                          "07-11-2026 11:59:59,7300,0\n"
-                                          "07-11-2026 12:00:00,74\n" // incomplete
-                                          "07-11-2026 12:00:00,,0\n"
+                                        + "08-03-2026 02:29:59,7300,0\n"
+                                          "07-03-2026 03:30:00,7200,15\n" // it was set back
+                                          "08-03-2026 02:30:00,74\n"      // incomplete
+                                          "08-03-2026 02:30:00,,0\n"      // not in this zone's time
                                           "99-99-2026 12:00:00,1,2\n"
-                                          "07-11-2026 12:30:00,error,-1\n"
-                                          "07-11-2026 13");
+                                          "08-03-2026 03:30:00,error,-1\n"
+                                          "08-03-2026 13");
         const QByteArray columns =
             "{\"columns\":[\"battery voltage [mV]\",\"lamp value [%]\"],\"rows\":[";
-        const QByteArray day = "[1794052799,7300,0],[1794052800,null,0],[1794054600,null,-1]]}";
+        const QByteArray day = "[1772936999,7300,0],[1772937000,null,0],[1772940600,null,-1]]}";
         QCOMPARE(history::read(1), columns + day);
-        QCOMPARE(history::read(7), columns + "[1793534400,7000,0],[1793966400,7200,15]," + day);
+        QCOMPARE(history::read(7), columns + "[1772452800,7000,0],[1772854200,7200,15]," + day);
     }
 
     void logIsFollowedThroughRotation()
@@ -214,7 +214,8 @@ private slots:
             for (const QByteArray &part : missing)
                 QVERIFY2(!text.contains(part), part.constData());
         };
-        compare(false, {"kt6120_program_up 0\n", counter + "0\n"}, {"voltage"});
+        compare(false, {"kt6120_program_up 0\n", "\nkt6120_exporter_age_seconds ", counter + "0\n"},
+                {"voltage"});
         writeStore("4695");
         compare(false,
                 {"kt6120_program_up 1\n", "kt6120_battery_voltage_volts 4.695\n",
