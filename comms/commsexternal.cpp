@@ -31,6 +31,10 @@ constexpr auto splashWait = 1000ms;
 constexpr auto gpioWait = 1000ms;
 constexpr auto connectWait = 5000ms;
 
+// Received bytes that are handled at once, in two seconds at most: an app that sends without pause must not
+// keep everything else waiting. What comes further waits in the kernel.
+constexpr qint64 readLimit = 32'768;
+
 // Unsent answers beyond which the connection is dropped: the phone does not read them.
 constexpr qint64 unsentLimit = 1'048'576; // bytes
 
@@ -49,6 +53,7 @@ commsExternal::commsExternal(QObject *parent) : QObject(parent), tcpSocket(new Q
 {
     // The phone is the next hop: ignore a proxy of the environment.
     tcpSocket->setProxy(QNetworkProxy::NoProxy);
+    tcpSocket->setReadBufferSize(readLimit);
 }
 
 void commsExternal::commsExternalInit()

@@ -149,7 +149,9 @@ void Viewer::connect(const QByteArray &offer, const QByteArray &address)
     g_autoptr(GstSDPMessage) message = nullptr;
     const bool readable = gst_sdp_message_new_from_text(offer.constData(), &message) == GST_SDP_OK;
     GstSDPMedia *media = readable ? onlyVideo(message) : nullptr;
-    if (!media)
+    // The library would take missing ones from the session, and aborts if one is there twice.
+    if (!media || !gst_sdp_media_get_attribute_val(media, "ice-ufrag")
+        || !gst_sdp_media_get_attribute_val(media, "ice-pwd"))
         throw Refusal(400, "not an offer to receive only video");
     removeCandidates(media);
     const int type = payloadType(offer);

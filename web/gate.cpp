@@ -54,7 +54,9 @@ bool isHostAllowed(fastcgi::Exchange &exchange)
 // Against cross-site requests: another site's page cannot omit or change its Origin.
 bool isFromPage(fastcgi::Exchange &exchange)
 {
-    const QByteArray origin = exchange.variable("HTTP_ORIGIN");
+    QByteArray origin = exchange.variable("HTTP_ORIGIN");
+    if (origin.endsWith('.')) // lighttpd removes the host's
+        origin.chop(1);
     const QByteArray host = exchange.variable("HTTP_HOST");
     if (!host.isEmpty() && (origin == "http://" + host || origin == "https://" + host))
         return true;

@@ -29,7 +29,8 @@ constexpr int polled = 10;
 constexpr int measured = 20;
 constexpr int converted = 40;
 
-constexpr qint64 longestFile = 1 << 16; // bytes
+// Bytes. The longest text that an app can set is 32 KiB, and takes up to four bytes for each in the file.
+constexpr qint64 longestFile = 1 << 18;
 constexpr char byteOrderMark[] = "\xef\xbb\xbf";
 
 // Removes the quotes and escapes that QSettings writes.

@@ -152,15 +152,17 @@ private slots:
         QCOMPARE(link->events, QVector<int>(24, EVENT_LampUp));
     }
 
-    // After a script that blocked the event loop for ten seconds.
+    // After a script that blocked the event loop for ten seconds. Not all that waits is read at once.
     void linesThatWaitKeepTheConnection()
     {
-        phone->socket->write("KestraApp\n\n");
+        phone->socket->write(QByteArray(50'000, 'x') + '\n');
         QVERIFY(phone->socket->waitForBytesWritten(testsupport::patience));
+        QCOMPARE(phone->socket->bytesToWrite(), 0);
         pollfd arrived = {int(link->socket()->socketDescriptor()), POLLIN, 0};
         QCOMPARE(poll(&arrived, 1, testsupport::patience), 1);
         link->commsExternalKeepAliveTimeout();
         QVERIFY(link->isConnected() && link->keepAlive->isActive());
+        TRY_COMPARE(LogCapture::texts(QtCriticalMsg).size(), 2);
         link->commsExternalKeepAliveTimeout();
         QCOMPARE(LogCapture::texts(QtWarningMsg), QStringList("TCP Connected Timed Out"));
     }

@@ -97,6 +97,7 @@ BAD = [
     (400, picture(body=OFFER.replace("m=video", "m=audio"))),
     (400, picture(body=OFFER + OFFER[OFFER.index("m=") :].replace("mid:0", "mid:1"))),
     (400, picture(body=OFFER.replace("a=ice-ufrag", "a=x"))),
+    (400, picture(body=re.sub("(m=.*)(a=ice-ufrag.*)(a=ice-pwd)", r"\2\2\1\3", OFFER, flags=re.S))),
     (406, picture(body=OFFER.replace("H264", "VP8"))),
     (406, picture(body=OFFER.replace("mode=1", "mode=0"))),
 ]
@@ -128,6 +129,10 @@ def try_requests():
         assert os.stat(COMMANDS).st_mtime_ns == before, f"the commands file was written: {request}"
     for name in ("127.0.0.1:8080", "[::1]", "localhost", "Unit-7.local.", socket.gethostname()):
         check(200, get("/api/state", host=name))
+    check(400, post("", Host="unit.local.", Origin="http://unit.local."))  # not 403
+    with socket.create_connection(("127.0.0.1", 80), 60) as line:
+        line.send(b"PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n")
+        assert line.recv(4) == b"HTTP", "it speaks HTTP/2"
     assert b'"picture":"unknown"' not in answer(get("/api/state")).read(), "a long log hides it"
     headers = str(answer(get("/")).headers)
     for wanted in ("'none'; script-src 'self';", "frame-ancestors 'none'", "nosniff", "no-cache"):
