@@ -11,6 +11,7 @@
 #include <poll.h>
 #include <stdexcept>
 #include <string>
+#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
 namespace
@@ -44,6 +45,7 @@ int main()
         Whep whep;
         pollfd listening = {STDIN_FILENO, POLLIN, 0};
         while (whep.look()) {
+            sd_notify(0, "WATCHDOG=1");
             if (poll(&listening, 1, lookInterval) == 0)
                 continue;
             if (!fastcgi::serveNext(listening.fd,

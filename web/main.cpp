@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <malloc.h>
 #include <stdexcept>
+#include <systemd/sd-daemon.h>
 #include <thread>
 
 namespace
@@ -36,8 +37,10 @@ int main(int argc, char *argv[])
         Freshness freshness;
         HttpApi api(freshness);
         std::thread([&api] {
-            for (;; std::this_thread::sleep_for(lookInterval))
-                api.look();
+            for (;; std::this_thread::sleep_for(lookInterval)) {
+                api.look(); // takes the locks of all requests
+                sd_notify(0, "WATCHDOG=1");
+            }
         }).detach();
         fastcgi::serve(argv[1], threads,
                        [&api](fastcgi::Exchange &exchange) { api.handle(exchange); });

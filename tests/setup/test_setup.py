@@ -25,9 +25,9 @@ WORLD = r"""
 replies=/run/bench/replies tools=/tmp/tools
 bin=/home/pi/KT6120/bin commands=/var/www/html/commands.txt drm=/sys/class/drm/card0-Composite-1
 config=/boot/firmware/config.txt cmdline=/boot/firmware/cmdline.txt
-wants=/etc/systemd/system/getty.target.wants
+wants=/etc/systemd/system/getty.target.wants page=/etc/lighttpd/conf-enabled
 service='systemctl show kt6120 -p ActiveState,UnitFileState,NRestarts,Result'
-page='systemctl show kt6120-web -p LoadState,ActiveState'
+web='systemctl show kt6120-web -p LoadState,ActiveState'
 # What a tool answers from now on, its exit status.
 says() { mkdir -p "$replies/$1"; echo "$2" >"$replies/$1/output"; echo "${3-0}" >"$replies/$1/status"; }
 answer() { sed -i "$2" "$replies/$1/output"; }
@@ -52,7 +52,8 @@ desk() { # takes the desk's files away
 well() { # the commands file remains the one that the program watches
     umount -q $bin || true
     [ ! -e /var/www/kept ] || mv /var/www/kept $commands
-    rm -rf $replies /sys/class/net
+    rm -rf $replies /sys/class/net /etc/lighttpd
+    : >$bin/KT6120.ini
     says i2cget 0x64
     says gpioinfo "$(seq 0 53 | sed 's/.*/\tline &: "GPIO&" unused output active-high/')"
     says 'gpioinfo --version' 'gpioinfo (libgpiod) v1.6.3'
@@ -62,7 +63,7 @@ well() { # the commands file remains the one that the program watches
         Width/Height : 720/576"
     says ifconfig "$(printf 'eth0: flags=4163<UP>\n  inet 10.9.0.2  broadcast 10.9.0.255\n')"
     says "$service" "$(printf 'ActiveState=active\nUnitFileState=enabled\nNRestarts=0\nResult=success\n')"
-    says "$page" 'LoadState=loaded ActiveState=active'
+    says "$web" 'LoadState=loaded ActiveState=active'
     says vcgencmd "temp=48.3'C"
     mkdir -p /sys/class/net/eth0/device /sys/class/net/wlan0/device /sys/class/net/wlan0/phy80211 $drm
     echo connected >$drm/status
@@ -122,6 +123,7 @@ commands file | fault | is missing | mv $commands /var/www/kept
 commands file | fault | regular | mv $commands /var/www/kept; mkfifo $commands
 commands file | fault | not writable | mv $commands /var/www/kept; ln -s ../kept $commands; chmod g-w $commands
 commands file | fault | not writable | echo root:x:0: >/etc/group
+commands file | fault | its group is pi | mkdir -p $page; : >$page/90-kt6120.conf; sed -i 's/www-data/pi/' /etc/group
 commands file | fault | does not watch | mv $commands /var/www/kept; cp -p /var/www/kept $commands
 vcgencmd | fault | VCHI | says vcgencmd 'VCHI failed'
 disk | warning | MiB free | room 50m
@@ -131,10 +133,11 @@ card | fault | mmcblk0p2: 3 errors | echo 3 >/sys/fs/ext4/mmcblk0p2/errors_count
 card | warning | 80 % | echo 0x01 0x09 >/sys/block/mmcblk0/device/life_time
 card | fault | 100 % | echo 0x0b 0x01 >/sys/block/mmcblk0/device/life_time
 service | fault | failed, last result watchdog | answer "$service" 's/=active/=failed/; s/=success/=watchdog/'
+service | fault | has not written | touch -d '70 seconds ago' $bin/KT6120.ini
 service | fault | disabled at boot | answer "$service" s/=enabled/=disabled/
 service | warning | 7 times | answer "$service" s/=0/=7/
-page | ok | not installed | answer "$page" s/=loaded/=not-found/
-page | fault | does not run | answer "$page" s/=active/=failed/
+page | ok | not installed | answer "$web" s/=loaded/=not-found/
+page | fault | does not run | answer "$web" s/=active/=failed/
 page | warning | no password | echo 200 >/tmp/status
 page | fault | status 500 | echo 500 >/tmp/status
 page | warning | no limit to the connections | says nft '' 1
