@@ -15,7 +15,7 @@ struct Band {
     const char *overWarning;
 };
 
-// Raw reading times 3.13.
+// Millivolts: raw reading times 3.13.
 inline constexpr Band batteryVoltage = {5500, 8600, messages::batteryUnder, messages::batteryOver};
 // Milliamperes.
 inline constexpr Band batteryCurrent = {0, 1500, nullptr, messages::currentOver};

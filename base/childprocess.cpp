@@ -15,6 +15,8 @@
 #include <stdexcept>
 #include <unistd.h>
 
+using namespace std::chrono_literals;
+
 namespace childprocess
 {
 
@@ -25,9 +27,9 @@ namespace
 constexpr int outputLimit = 65'536; // bytes
 
 // How long a call waits for a killed predecessor to exit, in addition to its timeout.
-constexpr std::chrono::milliseconds predecessorWait(100);
+constexpr auto predecessorWait = 100ms;
 
-constexpr std::chrono::milliseconds repetitionInterval = std::chrono::hours(1);
+constexpr std::chrono::milliseconds repetitionInterval = 1h;
 
 class Pipe
 {
@@ -207,7 +209,8 @@ QByteArray output(QObject *parent, const Command &command, std::chrono::millisec
     static QHash<QString, pid_t> killedGroups;
     if (const auto before = killedGroups.find(line); before != killedGroups.end()) {
         if (auto *process = parent->findChild<QProcess *>(line, Qt::FindDirectChildrenOnly))
-            process->waitForFinished(int(std::min(wait, predecessorWait).count()));
+            process->waitForFinished(
+                int(std::min<std::chrono::milliseconds>(wait, predecessorWait).count()));
         if (isRunning(*before))
             return {};
         killedGroups.erase(before);

@@ -23,7 +23,7 @@ namespace keys
 // Status store, paths::statusStore.
 inline constexpr Key<QString> softwareVersion{{"Compute/SoftwareVersion", nullptr}};
 inline constexpr Key<QString> mcuVersion{{"MCU/Version", nullptr}};
-inline constexpr Key<uint16_t> batteryVoltage{{"Battery/Voltage", "0"}}; // raw reading times 3.13
+inline constexpr Key<uint16_t> batteryVoltage{{"Battery/Voltage", "0"}}; // millivolts
 inline constexpr Key<uint16_t> batteryCurrent{{"Battery/Current", "0"}}; // milliamperes
 inline constexpr Key<int> batteryState{{"Battery/State", nullptr}};
 inline constexpr Key<double> computeTemperature{{"Temperature/CM3", "0"}}; // degrees Celsius

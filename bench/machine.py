@@ -25,7 +25,7 @@ GAUGES = {
     "zombies": "children that have ended and were not reaped",
     "threads": "of the program",
     "cpu": "seconds of processor since its start",
-    "family": "the same, with its ended children",
+    "family": "the same, with its children that have exited",
 }
 
 # The first process of a sandbox and this one name the unit's programs as well.

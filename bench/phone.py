@@ -120,7 +120,7 @@ class App:
 
     def do_app(self, verb: str, *words: str) -> None:
         """LINE - the app sends the line with CR LF: app LampUp
-        raw "BYTES"|big COUNT - it sends any bytes; a line of so many bytes
+        raw "BYTES"|big COUNT - it sends any bytes; a line of COUNT bytes
         silent|talk - no heartbeat; every 5 s again
         refuse|accept - its port is closed; open and reachable again
         close|halfclose|drop - ends the connection; vanishes without ending it"""
@@ -141,7 +141,7 @@ class App:
             self._send(to_bytes(" ".join((verb, *words))) + b"\r\n")
 
     def do_ask(self, *words: str) -> None:
-        """LINE ANSWER - it hears the answer too: ask TWK? "TWK 0\\r\" """
+        """LINE ANSWER - sends the line and waits for the answer: ask TWK? "TWK 0\\r\" """
         self.do_app(*words[:-1])
         self._expect("app", words[-1])
 

@@ -128,7 +128,7 @@ class Gauges:
                 table.write(",".join(map(str, values.values())) + "\n")
 
     def expect_processes(self, text: str, count: str) -> State:
-        """TEXT N - so many have it in their command line"""
+        """TEXT N - N processes have TEXT in their command line"""
         running = partial(self._machine.processes_with, text)
         return State(running, lambda now: now == number(count))
 

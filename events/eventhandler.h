@@ -143,8 +143,8 @@ private:
     std::unique_ptr<IniFile> configuration;
     QFileSystemWatcher *commandsFileWatcher = nullptr;
 
-    uint16_t batteryVoltage = 0; // raw reading times 3.13
-    uint16_t batteryCurrent = 0;
+    uint16_t batteryVoltage = 0; // millivolts: raw reading times 3.13
+    uint16_t batteryCurrent = 0; // milliamperes
     int32_t batteryState = 0;
     int16_t coilerCount = 0;
     double coilerOffset = 0;   // metres

@@ -119,6 +119,19 @@ for call, first in found(r"\b(q\w+)\(\)\s*<<\s*(.*)", *sources):
     if call in types and (first.startswith('"') or name and kinds[name[1]] != types[call]):
         differences.append(f"log message not as in base/logmessages.h: {call}() << {first}")
 
+# The default configuration is the defaults of the program.
+default = "packaging/root/kt6120/usr/share/kt6120/kestraConfig.ini.default"
+coded = found(r'\{"(?:Coiler|Lamp)/(\w+)", "([^"]+)"\}\}', "base/keys.h")
+compare("default configuration", found(r"^(\w+)=(.+)$", default), coded - {("Offset", "0")})
+
+# Groups of the page's readings, each a part of its table.
+groups = found(r'^constexpr char \w+\[\] = "([A-Z][a-z ]+)";', "web/readings.cpp")
+compare(
+    "groups of readings",
+    found(r'rowgroup">(\w[\w ]*)<', "web/www/index.html") - {"Attention"},
+    groups,
+)
+
 # Readings that the page shows, and alerts: those of the bands, in the words of the table of keys.
 coded = found(r"\{keys::(\w+), \"", "web/readings.cpp") - {"coilerModel"}
 compare("readings of the page; documentation is base/keys.h", set(stored), coded)
