@@ -163,8 +163,6 @@ int commsInternal::commsInternalTallwickDetected(QStringList words, SOURCE_TYPE_
 
 int commsInternal::commsInternalMCULogs(QStringList words, SOURCE_TYPE_t)
 {
-    if (words.size() < 2)
-        return 1;
     mcuLogs = words.at(1);
     writeMcuLog(mcuLogs);
     return 0;

@@ -84,22 +84,15 @@ void GStreamerPipeline::stop()
         return;
 
     GstElementPointer camera;
-    bool ending = false;
     {
         const std::lock_guard<std::mutex> guard(lock);
         camera = std::move(source);
-        ending = pipeline != nullptr;
-        if (ending)
-            state = stopping;
+        state = stopping;
     }
-    if (ending) {
-        print(texts.endOfStream);
-        gst_element_send_event(camera.get(), gst_event_new_eos());
-    }
-    if (camera) {
-        camera.reset();
-        print(texts.sourceReleased);
-    }
+    print(texts.endOfStream);
+    gst_element_send_event(camera.get(), gst_event_new_eos());
+    camera.reset();
+    print(texts.sourceReleased);
     print(texts.stopped);
 }
 

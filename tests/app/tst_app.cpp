@@ -127,6 +127,7 @@ private slots:
         const auto made = connectComponents({&events, &mcu, &app, &video});
         QCOMPARE(std::count_if(made.begin(), made.end(), [](const auto &one) { return bool(one); }),
                  13);
+        QVERIFY(QMetaType::type("EVENT_TYPE_t") != 0 && QMetaType::type("SOURCE_TYPE_t") != 0);
     }
 
     // Notifications come with the event loop's first iteration, then every tenth of the period as

@@ -144,10 +144,11 @@ private slots:
     {
         QObject parent;
         const QString script = "while [ ! -e /tmp/go ]; do sleep 0.01; done; "
-                               "head -c 1000000 /dev/zero; touch /tmp/done";
+                               "head -c 1000000 /dev/zero; touch /tmp/done; sleep 0.1";
         QVERIFY(!childprocess::run(&parent, {"/bin/sh", {"-c", script}}, 1ms));
         testsupport::writeFile("/tmp/go", {});
         TRY_VERIFY(QFile::exists("/tmp/done"));
+        QCOMPARE(parent.findChild<QProcess *>()->bytesAvailable(), 0);
         TRY_VERIFY(!parent.findChild<QProcess *>()->isOpen()); // it stays, and holds little
     }
 

@@ -118,6 +118,7 @@ private slots:
         const QVector<int> before = held();
         QCOMPARE(link->ticks->interval(), 1000);
         QCOMPARE(link->keepAlive->interval(), 10000);
+        QCOMPARE(link->keepAlive->timerType(), Qt::PreciseTimer);
         for (int round = 0; round < 24; ++round) {
             LogCapture::clear();
             phone->socket->write("LampUp\r\n");

@@ -44,6 +44,8 @@ private slots:
         QVERIFY(events.isEmpty());
         TRY_COMPARE(temperatures, QVector<int>{77});
         QCOMPARE(link->findChild<QTimer *>()->interval(), 150);
+        QCOMPARE(link->findChild<QTimer *>()->timerType(), Qt::PreciseTimer);
+        QCOMPARE(link->findChild<QSerialPort *>()->baudRate(), 115200);
     }
 
     void init()

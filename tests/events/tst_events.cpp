@@ -72,6 +72,17 @@ private slots:
         unit.report<EVENT_Thermistor>(-250);
         unit.raise(EVENT_ComputeTemperatureRequest);
         QCOMPARE(unit.app, once + once + QStringList("Temp:Compute -250\r"));
+        unit.handler->eventHandlerSetIPAddress("10.0.0.9");
+        unit.raise(EVENT_StreamStart);
+        unit.raise(EVENT_StreamStop); // none is active
+        QCOMPARE(LogCapture::texts(QtInfoMsg).mid(3),
+                 QStringList({"EVENT_StreamStart", "Stream Started at  \"10.0.0.9\" : \"8001\""}));
+        QDir::setCurrent("/tmp");
+        unit.handler->eventHandlerParseSettingsFile();
+        QCOMPARE(testsupport::readFile("KT6120.ini"),
+                 QByteArray("[Battery]\nCurrent=0\nState=0\nVoltage=0\n\n[Camera]\nCoiler=0\n"
+                            "Lamp=20\nType=0\n\n[Commands]\nUnknown=0\n\n[MCU]\nVersion=VX.Y.Z\n\n"
+                            "[Sonde]\nState=0\n\n[Video]\nIP=10.0.0.9\nPort=8001\n"));
     }
 
     // Whatever the priority; before the MCU's first report, answers are 0.
@@ -132,7 +143,7 @@ private slots:
             {"15", limit.arg(15), 50, {down, down, down, down, down}, "35 20 5 0 0", "32 18 5 0", "0 0 0 0 1"},
             {"15", limit.arg(15), 31, {off, up}, "-1 46", "41", "1 0"},
             {"15", limit.arg(15), 100, {up, down}, "50 35", "45 32", "0 0"},
-            {"15", limit.arg(15), 120, {up}, "0", "0", "0 1"}, // an 8-bit step wraps
+            {"15", limit.arg(15), 250, {up}, "9", "8", "0"}, // an 8-bit step wraps
             {"30", limit.arg(30), 75, {up, up, up}, "90 100 100", "81 90", "0 0 0"},
             {"2", limit.arg(2), 0, {up, up, down}, "7 7 0", "6 0", "0 0 0 1"},
             {"1", limit.arg(1), 0, {up}, "3", "3", "0"},
@@ -178,10 +189,11 @@ private slots:
         }
         unit.report<EVENT_CoilerModel>("own"); // not yet in the file
         testsupport::writeFile(paths::configuration, "[Coiler]\nModel=of another\nOther=kept\n");
+        QFile::remove(paths::statusStore);
         ask();
         QCOMPARE(unit.app, QStringList({"Model x40\r\n", "CoilerValue 0\r", "Model x7\r\n",
                                         "CoilerValue 7\r", "Model x12.5\r\n", "CoilerValue 12.5\r",
-                                        "Model own\r\n", "CoilerValue 12.5\r"}));
+                                        "Model own\r\n", "CoilerValue 0\r"}));
         QCOMPARE(testsupport::iniValue(paths::configuration, "Coiler/Other"), QString("kept"));
     }
 };

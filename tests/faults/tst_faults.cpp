@@ -128,6 +128,7 @@ private slots:
     void cleanup()
     {
         heldLocks.clear();
+        QVERIFY(openDescriptors() < 40); // none is left open
         QCOMPARE(umount2(folder, MNT_DETACH), 0); // a child may still end
     }
 
@@ -144,9 +145,13 @@ private slots:
         const ino_t first = inodeAfterWrite();
         QCOMPARE(inodeAfterWrite(), first);
         TRY_VERIFY(inodeAfterWrite() != first);
-        writeFile(store, "[Battery]\nState=8\n");
-        inodeAfterWrite();
-        QCOMPARE(iniValue(store, "Battery/State"), QString("7"));
+        for (const int others : {0, 1}) {
+            writeFile(store, "[Battery]\nState=8\n");
+            for (int i = 0; i < others; ++i)
+                values.settingsSetValue(keys::cameraType, 1);
+            inodeAfterWrite();
+            QCOMPARE(iniValue(store, "Battery/State"), QString("7"));
+        }
     }
 
     void diskThatTakesNothing_data()

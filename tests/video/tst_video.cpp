@@ -163,7 +163,8 @@ private slots:
         QVERIFY(!syncs);
         g_autoptr(GstBus) old = gst_element_get_bus(pal.pipeline.get());
         pal.stopVideo();
-        TRY_VERIFY(output.text().endsWith("unref pipeline\n"));
+        QVERIFY(output.text().endsWith("\nalsa EOS\nunref src\n# Stopped PAL Video\n"));
+        TRY_VERIFY(output.text().endsWith("Got gstreamer event: eos\nunref pipeline\n"));
         QCOMPARE(errors.text(), QByteArray()); // there was a file to flush
         pal.startVideo();
         output.take();
@@ -200,6 +201,7 @@ private slots:
             TRY_VERIFY(!stream.pipeline);
         }
         TRY_COMPARE(alive, 0);
+        QVERIFY(output.text().contains("\nSTREAM:Got gstreamer event: eos\n"));
         QCOMPARE(output.text().count("unref src stream\n"), 6); // its own stop, or the destructor's
     }
 
