@@ -220,6 +220,7 @@ class Check(unittest.TestCase):
         held = '/GPIO26/s/unused/"gpioset" [used]/; /GPIO21/s/unused/"gpioget" [used]/'
         shell(f"answer gpioinfo '{held}'")
         self.changes("GPIO lines", "ok", "holds 26")
+        self.assertIn("\nok       camera: UYVY 720 x 576", run(CHECK)[1])
 
 
 class Helpers(unittest.TestCase):
@@ -349,6 +350,13 @@ class Setup(unittest.TestCase):
             shell(f"echo '{damaged}' >/var/lib/kt6120/setup.json")
             with self.assertRaisesRegex(SETUP["LeftAlone"], "damaged"):
                 run(SETUP, "--undo")
+
+    def test_group_of_the_web_server(self):
+        """The sandbox has root's only."""
+        shell("system raspios12; echo www-data:x:33: >/etc/group")
+        with unittest.mock.patch("os.chown") as chown:
+            self.setup("--yes")
+        chown.assert_called_once_with("/var/www/html/commands.txt", -1, 33)
 
     def test_full_boot_folder(self):
         shell("system raspios12; mv /boot/firmware /boot/kept; mkdir /boot/firmware")

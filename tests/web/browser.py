@@ -101,7 +101,7 @@ def try_kept(desk):
     desk.run(f'expect script "{ASKS}"')
     first = keep_still(desk, 1, 100, "12.5")
     same = keep_still(desk, 2, 100, "12.5")
-    other = keep_still(desk, 3, 84, "10.5")
+    other = keep_still(desk, 3, -84, "-10.5")
     seen = unlike(first, same), unlike(first, other)
     assert seen[0] * 2 < seen[1], f"the distance is not in the picture: {seen}"
     desk.run("expect script \"document.querySelectorAll('#kept input')[2].focus() === undefined\"")
@@ -110,7 +110,7 @@ def try_kept(desk):
     desk.run(f'expect script "!{ASKS}"')
     with saved(desk, "csv", 1).open(encoding="utf-8-sig", newline="") as file:
         rows = list(csv.DictReader(file))
-    assert [row["distance [m]"] for row in rows] == ["0", "12.5", "12.5", "10.5"], rows
+    assert [row["distance [m]"] for row in rows] == ["0", "12.5", "12.5", "-10.5"], rows
     assert [row["note"] for row in rows] == ["", "'=joint", "", ""], rows
     assert {row["file"] for row in rows} == {file.name for file in Path(SAVED).glob("2*")}, rows
     desk.run("expect console clean")

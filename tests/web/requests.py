@@ -32,6 +32,7 @@ FAKED = dict(
 )
 COMMANDS = "/var/www/html/commands.txt"
 LOG = "/home/pi/KT6120/bin/commands_log.log"
+STORE = "/home/pi/KT6120/bin/KT6120.ini"
 LAMP = '{"command":"LAMPUP"}'
 OWN = {"Host": "127.0.0.1", "Origin": "http://127.0.0.1", "Content-Type": "application/json"}
 OFFER = f"""v=0
@@ -75,7 +76,7 @@ BAD = [
     (403, post(Origin="")),
     (403, post(User_Agent="reader")),  # the bench's web server takes it for the user
     (403, post(Origin="http://127.0.0.1.example.org")),
-    (415, post(Content_Type="text/plain")),  # as a form can send
+    (415, post(Content_Type="text/plain", Origin="https://127.0.0.1")),  # as a form can send
     (400, command("LAMPUP\nLAMPOFF")),
     (400, command("MODEL", argument="x\n")),
     (400, command("MODEL", argument="x" * 33)),
@@ -128,11 +129,13 @@ def try_requests():
         check(status, request)
         assert os.stat(COMMANDS).st_mtime_ns == before, f"the commands file was written: {request}"
     for name in ("127.0.0.1:8080", "[::1]", "localhost", "Unit-7.local.", socket.gethostname()):
-        check(200, get("/api/state", host=name))
+        check(200, get("/api/history?range=week", host=name))
     check(400, post("", Host="unit.local.", Origin="http://unit.local."))  # not 403
     with socket.create_connection(("127.0.0.1", 80), 60) as line:
         line.send(b"PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n")
         assert line.recv(4) == b"HTTP", "it speaks HTTP/2"
+    named = answer(("GET", "/metrics", None, {"Host": "unit.example.org", "User-Agent": "reader"}))
+    assert str(named.headers["Content-Type"]).startswith("text/plain"), named.headers
     assert b'"picture":"unknown"' not in answer(get("/api/state")).read(), "a long log hides it"
     headers = str(answer(get("/")).headers)
     for wanted in ("'none'; script-src 'self';", "frame-ancestors 'none'", "nosniff", "no-cache"):
@@ -223,6 +226,9 @@ def try_locked_lamp():
     while (status := answer(command("LAMPUP")).status) == 429:  # after the forty
         time.sleep(0.05)
     assert status == 504, f"a lamp that stays off: {status}"
+    os.kill(int(subprocess.check_output(["pidof", "KT6120"])), signal.SIGSTOP)
+    until(lambda: time.time() - os.stat(STORE).st_mtime > 6)  # nobody asks
+    assert b"store_age_seconds 0\n" not in answer(get("/metrics")).read(), "old values are new"
 
 
 def try_clock():

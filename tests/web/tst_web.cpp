@@ -9,6 +9,7 @@
 #include "programlog.h"
 #include "readings.h"
 #include "testsupport.h"
+#include "timestamp.h"
 
 #include <algorithm>
 #include <sys/stat.h>
@@ -38,7 +39,7 @@ private slots:
             {"Camera/Lamp", "-1", "off, normal"},
             {"Sonde/Enabled", "1", "on, normal"},
             {"Tallwick/Detected", "1", "attached, normal"},
-            {"Sonde/Frequency", "\"x\\\"y\\\\\"", "x\"y\\, normal"},
+            {"Sonde/Frequency", "\"x\\\";y\\\\\"", "x\";y\\, normal"},
             {"MCU/Version", "V\\x416", "V\u0416, normal"},
             {"Camera/Lamp", "never written", "0 %, normal"},
             {"Commands/Unknown", "no store", "no reading, fault"},
@@ -56,6 +57,11 @@ private slots:
                 [name = key](const auto &candidate) { return candidate.key.name == name; });
             QCOMPARE(readings::text(*reading, values) + ", " + readings::level(*reading, values),
                      shown);
+        }
+        for (const readings::Reading &one : readings::all()) { // stored in thousandths
+            if (qstrcmp(one.unit, "V") == 0 || qstrcmp(one.unit, "A") == 0)
+                QCOMPARE(readings::text(one, {{one.key.name, "1500"}}),
+                         QByteArray("1.500 ") + one.unit);
         }
     }
 
@@ -78,11 +84,12 @@ private slots:
             writeFile(paths::configuration,
                       "\xef\xbb\xbf[ Coiler ] ; reel\n" + configuration + '\n');
             writeFile(paths::statusStore,
-                      "[Camera]\nCoiler=" + counter + "\nCoilerOffset=" + offset + '\n');
+                      "[Camera]\nLamp=15\nCoiler=" + counter + "\nCoilerOffset=" + offset + '\n');
             QCOMPARE(readings::read().value(readings::distance.name), QString(shown));
             const QByteArray metric = "\nkt6120_reel_distance_meters "
                                       + QByteArray::number(shown.toDouble(), 'g', 12) + '\n';
-            QVERIFY(Metrics(freshness).text(false, readings::read()).contains(metric));
+            const QByteArray text = Metrics(freshness).text(false, readings::read());
+            QVERIFY(text.contains(metric) && text.contains("\nkt6120_lamp_ratio 0.15\n"));
         }
         writeFile(paths::statusStore, "[Camera]\nCoilerOffset=7\n");
         QVERIFY(!readings::read().contains(readings::distance.name));
@@ -108,6 +115,8 @@ private slots:
         const QByteArray day = "[1772936999,7300,0],[1772937000,null,0],[1772940600,null,-1]]}";
         QCOMPARE(history::read(1), columns + day);
         QCOMPARE(history::read(7), columns + "[1772452800,7000,0],[1772854200,7200,15]," + day);
+        QFile::remove(paths::statusCsv); // just rotated
+        QCOMPARE(history::read(1), columns + "[1951128000,7100,0]]}");
     }
 
     void logIsFollowedThroughRotation()
@@ -205,6 +214,8 @@ private slots:
         writeFile(paths::programLog, low);
         writeStore("999");
         Freshness freshness;
+        QCOMPARE(freshness.look().since,
+                 timestamp::text(QFileInfo(paths::statusStore).lastModified()));
         Metrics metrics(freshness);
         const auto compare = [&](bool openMetrics, const QByteArrayList &there,
                                  const QByteArrayList &missing) {
@@ -224,7 +235,11 @@ private slots:
                  "# TYPE kt6120_log_messages_total "},
                 {"processor", "# EOF"});
         writeFile(paths::programLog, low + low + low);
-        compare(true, {counter + "2\n", "# TYPE kt6120_log_messages counter\n", "# EOF\n"}, {});
+        compare(true,
+                {counter + "2\n",
+                 "{severity=\"critical\",message=\"Error Creating MCU Log File\"} 0\n",
+                 "# TYPE kt6120_log_messages counter\n", "# EOF\n"},
+                {});
         TRY_VERIFY(freshness.look().age > 0.1);
     }
 };
