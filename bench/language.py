@@ -131,8 +131,14 @@ class Commands:
         try:
             if words:
                 self._act("", self.verbs, words)
-        except (OSError, ValueError, subprocess.SubprocessError) as error:
-            raise Failure(str(error)) from None
+        except (
+            OSError,
+            ValueError,
+            OverflowError,
+            MemoryError,
+            subprocess.SubprocessError,
+        ) as error:
+            raise Failure(str(error) or "too large") from None
 
     def play(self, path: str) -> None:
         """Prints the leading comment and carries out every line, up to the first that fails."""
@@ -140,7 +146,7 @@ class Commands:
             lines = [line.strip() for line in to_text(file.read()).split("\n")]
         for line in itertools.takewhile(lambda line: line.startswith("#"), lines):
             self._history.note("bench", line + "\n")
-        self._folder = os.path.dirname(path)
+        outer, self._folder = self._folder, os.path.dirname(path)
         place, text = len(lines), ""
         try:
             for place, text in [*_repeated(lines), (len(lines), "unit check")]:
@@ -150,6 +156,8 @@ class Commands:
                 self.run(text)
         except Failure as failure:
             raise Failure(f"{path}:{place}: {text}\n{failure}") from None
+        finally:
+            self._folder = outer
 
     def find(self, path: str) -> str:
         """A file that a command names: beside the scenario, or as the caller of the bench sees it."""

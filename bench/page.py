@@ -18,6 +18,7 @@ SOCKET = "/run/kt6120-web/socket"
 PICTURE_SOCKET = "/run/kt6120-picture.socket"
 SETTINGS = "/run/bench/lighttpd.conf"
 FIND_LIMIT = 10  # s, until an element is there
+NO_BROWSER = "no browser is installed: ./dev test --web installs one"
 
 CONFIGURATION = f"""
 server.document-root = "{SHARE}/www"
@@ -50,8 +51,11 @@ VALUE = "const done = arguments[0]; Promise.resolve(({})).then(done, error => do
 
 def start_browser() -> Any:
     """Chromium without a window, through its driver, which blocks."""
-    from selenium import webdriver  # takes its time to load
-    from selenium.webdriver.chrome.service import Service
+    try:
+        from selenium import webdriver  # takes its time to load
+        from selenium.webdriver.chrome.service import Service
+    except ImportError:
+        raise Failure(NO_BROWSER) from None
 
     options: Any = webdriver.ChromeOptions()
     for option in BROWSER_OPTIONS:
@@ -154,12 +158,15 @@ class Page:
         return driver
 
     def _do(self, act: Callable[..., Any], *arguments: Any) -> Any:
-        from selenium.common.exceptions import StaleElementReferenceException, WebDriverException
-
+        try:
+            from selenium.common.exceptions import StaleElementReferenceException as Stale
+            from selenium.common.exceptions import WebDriverException
+        except ImportError:
+            raise Failure(NO_BROWSER) from None
         try:
             try:
                 return self._loop.apart(partial(act, *arguments))
-            except StaleElementReferenceException:  # the page has replaced the element meanwhile
+            except Stale:  # the page has replaced the element meanwhile
                 return self._loop.apart(partial(act, *arguments))
         except WebDriverException as error:
             raise Failure(f"the browser: {error.msg}") from None

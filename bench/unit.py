@@ -13,6 +13,7 @@ from bench.world import Act, Clock, Loop, Process
 
 LAST_WORDS = 0.5  # s, in which all output of an ended program arrives
 RECORDER = f"{places.BENCH}/recorder"
+FAST_TIME = f"{places.BENCH}/fasttime.so"  # LD_PRELOAD ends at a blank of the tree's path
 MARK = "BENCH_UNIT"  # in the environment of the program and of all that it starts
 # Its components live until the process ends, which is no leak; and the address sanitizer otherwise
 # insists on being preloaded first.
@@ -104,9 +105,10 @@ class Program(Unit):
         self, loop: Loop, clock: Clock, history: History, machine: Machine, build: str
     ) -> None:
         super().__init__(clock)
-        self._loop, self._history, self._machine, self._build = loop, history, machine, build
+        self._loop, self._history, self._machine = loop, history, machine
         self._process: Process | None = None
         self._stopping = False
+        machine.link(f"{build}/bin/libfasttime.so", FAST_TIME)
         self.when_ended: Act = lambda: None
 
     def start(self) -> None:
@@ -126,7 +128,7 @@ class Program(Unit):
                 "PATH": f"{places.PROGRAMS}:/usr/sbin:/usr/bin:/sbin:/bin",
                 "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + SANITIZER,
                 MARK: "1",
-                **self._clock.environment(f"{self._build}/bin/libfasttime.so"),
+                **self._clock.environment(FAST_TIME),
             },
             cwd="/",
         )

@@ -96,7 +96,7 @@ compile() {
 
 # in_root NAME COMMAND...: runs a command in the root, read-only, with the source tree at its path.
 in_root() {
-    local root=$repo/build/roots/$1 cache=${CCACHE_DIR-$HOME/.cache/ccache}
+    local root=$repo/build/roots/$1 cache=${CCACHE_DIR-${HOME-/root}/.cache/ccache}
     mkdir -p "$cache"
     bwrap --unshare-user-try --unshare-pid --unshare-net --die-with-parent \
         --ro-bind "$root/usr" /usr --ro-bind "$root/etc" /etc --ro-bind "$root/var" /var \
