@@ -31,8 +31,8 @@ constexpr auto splashWait = 1000ms;
 constexpr auto gpioWait = 1000ms;
 constexpr auto connectWait = 5000ms;
 
-// Received bytes that are handled at once, in two seconds at most: an app that sends without pause must not
-// keep everything else waiting. What comes further waits in the kernel.
+// Received bytes that are handled at once, in two seconds at most: an app that sends without pause
+// must not keep everything else waiting. What comes further waits in the kernel.
 constexpr qint64 readLimit = 32'768;
 
 // Unsent answers beyond which the connection is dropped: the phone does not read them.

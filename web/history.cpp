@@ -22,8 +22,8 @@ constexpr qint64 secondsPerDay = 86400;
 constexpr qint64 longest = 524'288; // bytes: more than two months of rows
 constexpr int digits = 12;
 
-// Seconds since 1970 of a row; 0 for a malformed line. Without QDateTime::fromString(), which takes 50
-// times as long: it looks the local time zone up for each row.
+// Seconds since 1970 of a row; 0 for a malformed line. Without QDateTime::fromString(), which takes
+// 50 times as long: it looks the local time zone up for each row.
 qint64 timeOf(const QByteArray &line, int columns)
 {
     if (line.count(',') != columns)

@@ -29,7 +29,7 @@ constexpr int polled = 10;
 constexpr int measured = 20;
 constexpr int converted = 40;
 
-// Bytes. The longest text that an app can set is 32 KiB, and takes up to four bytes for each in the file.
+// Bytes. An app can set a text of 32 KiB, each byte of which takes up to four in the file.
 constexpr qint64 longestFile = 1 << 18;
 constexpr char byteOrderMark[] = "\xef\xbb\xbf";
 

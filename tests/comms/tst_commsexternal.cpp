@@ -153,7 +153,7 @@ private slots:
         QCOMPARE(link->events, QVector<int>(24, EVENT_LampUp));
     }
 
-    // After a script that blocked the event loop for ten seconds. Not all that waits is read at once.
+    // After a script that blocked the event loop. Not all that waits is read at once.
     void linesThatWaitKeepTheConnection()
     {
         phone->socket->write(QByteArray(50'000, 'x') + '\n');

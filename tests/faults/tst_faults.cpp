@@ -128,7 +128,7 @@ private slots:
     void cleanup()
     {
         heldLocks.clear();
-        QVERIFY(openDescriptors() < 40); // none is left open
+        QVERIFY(openDescriptors() < 40);
         QCOMPARE(umount2(folder, MNT_DETACH), 0); // a child may still end
     }
 
