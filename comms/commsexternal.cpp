@@ -31,8 +31,9 @@ constexpr auto splashWait = 1000ms;
 constexpr auto gpioWait = 1000ms;
 constexpr auto connectWait = 5000ms;
 
-// Received bytes that are handled at once, in two seconds at most: an app that sends without pause
-// must not keep everything else waiting. What comes further waits in the kernel.
+// Bytes of one read. The rest waits in the kernel, so an app that sends queries without pause keeps
+// the other inputs waiting for two seconds at most, and no text that it sets is longer. Lines that
+// run a script take as long as their scripts.
 constexpr qint64 readLimit = 32'768;
 
 // Unsent answers beyond which the connection is dropped: the phone does not read them.

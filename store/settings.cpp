@@ -50,7 +50,8 @@ QVariant settings::settingsGetValue(const AnyKey &key)
 
 void settings::write(const AnyKey &key, const QVariant &value)
 {
-    if (!sinceWrite.hasExpired(refreshInterval.count()) && store.holds(key.name, value))
+    if (sinceWrite.isValid() && !sinceWrite.hasExpired(refreshInterval.count())
+        && store.holds(key.name, value))
         return;
     store.setValue(key.name, value);
     store.write();

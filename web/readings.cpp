@@ -29,7 +29,7 @@ constexpr int polled = 10;
 constexpr int measured = 20;
 constexpr int converted = 40;
 
-// Bytes. An app can set a text of 32 KiB, each byte of which takes up to four in the file.
+// Bytes. An app can set a text of 32 KiB, each byte of which takes up to six in the file.
 constexpr qint64 longestFile = 1 << 18;
 constexpr char byteOrderMark[] = "\xef\xbb\xbf";
 

@@ -133,7 +133,7 @@ card | fault | mmcblk0p2: 3 errors | echo 3 >/sys/fs/ext4/mmcblk0p2/errors_count
 card | warning | 80 % | echo 0x01 0x09 >/sys/block/mmcblk0/device/life_time
 card | fault | 100 % | echo 0x0b 0x01 >/sys/block/mmcblk0/device/life_time
 service | fault | failed, last result watchdog | answer "$service" 's/=active/=failed/; s/=success/=watchdog/'
-service | fault | has not written | touch -d '70 seconds ago' $bin/KT6120.ini
+service | fault | does not write | touch -d '70 seconds ago' $bin/KT6120.ini
 service | fault | disabled at boot | answer "$service" s/=enabled/=disabled/
 service | warning | 7 times | answer "$service" s/=0/=7/
 page | ok | not installed | answer "$web" s/=loaded/=not-found/
@@ -183,7 +183,7 @@ class Check(unittest.TestCase):
         self.addCleanup(process.kill)
 
     def lines(self, clock=0):
-        with unittest.mock.patch("ctypes.CDLL") as library:
+        with unittest.mock.patch("ctypes.CDLL") as library, unittest.mock.patch("time.sleep"):
             library.return_value.adjtimex.return_value = clock
             status, said = run(CHECK, "--json")
         lines = {line["name"]: line for line in json.loads(said)["lines"]}
