@@ -21,6 +21,7 @@ import time
 from functools import partial
 
 from bench.desk import Desk
+from bench.unit import SANITIZER
 
 CLOCK = "/run/bench/clock"  # its step
 FAKED = dict(
@@ -29,6 +30,7 @@ FAKED = dict(
     FAKETIME_NO_CACHE="1",
     FAKETIME_DONT_FAKE_MONOTONIC="1",
     NO_FAKE_STAT="1",
+    ASAN_OPTIONS=os.environ.get("ASAN_OPTIONS", "") + SANITIZER,
 )
 COMMANDS = "/var/www/html/commands.txt"
 LOG = "/home/pi/KT6120/bin/commands_log.log"
