@@ -25,6 +25,8 @@ WORD = re.compile(rf'(?:[^ \t\r\n"]|{QUOTED.pattern})+|"', re.DOTALL)
 TOP = os.path.join(os.path.dirname(__file__), "../CMakeLists.txt")
 USUAL_BOUND = 60.0  # s, for a busy desk
 LINES_SHOWN = 10
+# What a command meets that cannot be carried out; numbers may be beyond all limits.
+UNABLE = (OSError, ValueError, OverflowError, MemoryError, subprocess.SubprocessError)
 TEXT_SHOWN = 2000  # bytes
 
 HELP = r"""
@@ -131,13 +133,7 @@ class Commands:
         try:
             if words:
                 self._act("", self.verbs, words)
-        except (
-            OSError,
-            ValueError,
-            OverflowError,
-            MemoryError,
-            subprocess.SubprocessError,
-        ) as error:
+        except UNABLE as error:
             raise Failure(str(error) or "too large") from None
 
     def play(self, path: str) -> None:

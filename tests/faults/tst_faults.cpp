@@ -145,9 +145,9 @@ private slots:
         const ino_t first = inodeAfterWrite();
         QCOMPARE(inodeAfterWrite(), first);
         TRY_VERIFY(inodeAfterWrite() != first);
-        for (const int others : {0, 1}) {
+        for (const bool amongOthers : {false, true}) {
             writeFile(store, "[Battery]\nState=8\n");
-            for (int i = 0; i < others; ++i)
+            if (amongOthers)
                 values.settingsSetValue(keys::cameraType, 1);
             inodeAfterWrite();
             QCOMPARE(iniValue(store, "Battery/State"), QString("7"));

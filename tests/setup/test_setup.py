@@ -221,6 +221,9 @@ class Check(unittest.TestCase):
         shell(f"answer gpioinfo '{held}'")
         self.changes("GPIO lines", "ok", "holds 26")
         self.assertIn("\nok       camera: UYVY 720 x 576", run(CHECK)[1])
+        shell("well; touch -d '70 seconds ago' $bin/KT6120.ini")
+        with unittest.mock.patch("time.sleep", lambda _: shell("touch $bin/KT6120.ini")):
+            self.assertEqual(CHECK["service"](), self.good["service"]["text"])  # the clock jumped
 
 
 class Helpers(unittest.TestCase):

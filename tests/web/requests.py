@@ -239,10 +239,9 @@ def try_clock():
         with open(CLOCK, "w", encoding="ascii") as clock:
             clock.write("+40d")
         until(lambda: answer(get("/")).headers["Date"][:16] != stream.headers["Date"][:16])
-        beats = itertools.islice(
-            (line for line in stream if b'"zone"' in line), 6
-        )  # in ten seconds
-        assert len(list(beats)) == 6, "the stream has ended"
+        beats = (line for line in stream if b'"zone"' in line)
+        in_ten_seconds = list(itertools.islice(beats, 6))
+        assert len(in_ten_seconds) == 6, "the stream has ended"
 
 
 def main():
