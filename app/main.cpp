@@ -32,7 +32,7 @@ int main(int argc, char *argv[])
     mallopt(M_ARENA_MAX, 1);
     mallopt(M_MMAP_THRESHOLD, 131'072); // bytes; the default, but fixed
 
-    // Words are looked for in what ifconfig prints, which it translates, into Czech for instance.
+    // The program searches the output of ifconfig for English words, which ifconfig may translate.
     qputenv("LC_ALL", "C.UTF-8");
     qunsetenv("LANGUAGE"); // LC_ALL does not override it
 

@@ -7,7 +7,8 @@
 namespace bands
 {
 
-// A reading is normal if it is strictly between the limits.
+// A reading between the limits is normal. One that equals a limit does not change the program's
+// state; the page marks it, unless there is no warning for that limit.
 struct Band {
     int lower;
     int upper;

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
-// Makes time run fast for a Qt program while it rests. It is preloaded into the program; BENCH_PACE
-// in the environment names the file of the pace. While the main loop rests (GLib waits in its poll
-// function) or sleeps, `speed` seconds pass for every second of the wall clock: the wait is
-// shortened, and the skipped time is added to every clock that Qt reads afterwards. With a
-// `stride`, a rest of the main loop lasts at least that long, so that shorter timers fire once in
-// it. Qt's own waits for children and connections, GStreamer's clock and the program's working time
+// Makes time run fast for a Qt program while it is idle. It is preloaded into the program; the
+// environment variable BENCH_PACE names the file of the pace. While the main loop is idle (GLib
+// waits in its poll function) or sleeps, `speed` seconds pass for every second of the wall clock:
+// the wait is shortened, and the skipped time is added to every clock that Qt reads afterwards.
+// With a `stride`, an idle period lasts at least that long, so that shorter timers fire once in it.
+// Qt's own waits for children and connections, GStreamer's clock and the program's working time
 // do not change.
 
 #define _GNU_SOURCE
@@ -29,9 +29,9 @@ static const int64_t millisecond = 1000000;
 
 // A page shared with the bench, which sets it (world.py).
 struct Pace {
-    // Seconds of the unit's time for each that the program rests; at least 1.
+    // Seconds of the unit's time for each second that the program is idle; at least 1.
     _Atomic int64_t speed;
-    // ns of the unit's time that a rest lasts at least, unless something happens.
+    // The least length of an idle period in ns of the unit's time, unless something happens.
     _Atomic int64_t stride;
     // ns by which the unit's clocks are ahead of the wall clock's.
     _Atomic int64_t skipped;

@@ -43,10 +43,10 @@ for each begins after the text that was met before it.
 States:
 {}
 
-Waits for it, up to a minute unless "within" says otherwise. "none": it must not happen, or
-hold, for the time of "for", 1 s by default; nor may it have happened since the text that was
-met last (a call: since the mark). "count N": exactly N times since the last "mark" or the
-start; the next search does not begin after these."""
+Waits for it, up to a minute or the time of "within"; at a speed above 1, never less than a
+minute of real time. "none": it must not happen, or hold, for the time of "for", 1 s by default;
+nor may it have happened since the text that was met last (a call: since the mark). "count N":
+exactly N times since the last "mark" or the start; the next search does not begin after these."""
 
 
 def split(line: str) -> list[str]:
@@ -199,7 +199,7 @@ class Commands:
         self.ended = True
 
     def do_help(self, what: str = "") -> None:
-        """[expect] - this"""
+        """[expect] - lists the commands; the forms of expect"""
         kinds = [(kind, "TEXT", KINDS[kind][2]) for kind in KINDS]
         kinds.append(("call", "NAME [ARGUMENT...]", "in any order; each once"))
         expects = EXPECT_HELP.format(_shown(kinds, 28), _shown(self.expects, 28))

@@ -43,7 +43,7 @@ EFFECTS = {
     "COILER:ZERO": ("COILER:VALUE", "0"),
     "LOGS:RESET": ("LOGS", "LOGS_EMPTY"),
 }
-# How it answers: what comes of a line, and what comes a little later.
+# How it answers: the parts that it sends of a line, with a short pause between them.
 MOODS: dict[str, Callable[[bytes], list[bytes]]] = {
     "talk": lambda line: [line],
     "silent": lambda line: [],
@@ -136,7 +136,7 @@ class Mcu:
             self._line.send(content)
 
     def do_record(self, file: str) -> None:
-        """FILE|off - records the serial line to a capture, with times and directions; ends that"""
+        """FILE|off - records the serial line to a capture, with times and directions; stops that"""
         if self._capture:
             self._capture.close()
         self._capture = open(places.of_caller(file), "wb", buffering=0) if file != "off" else None
@@ -149,7 +149,7 @@ class Mcu:
 
     def do_mcu(self, verb: str, *words: str) -> None:
         """WORD VALUE - what the MCU reports from now on: mcu BAT:V 1500
-        send "LINE\\r\\n" - an unasked line, any bytes
+        send "LINE\\r\\n" - sends any bytes, without a query
         silent|garbage|half|split|turn|talk - how it answers; turn: the reel turns; talk: normally
         gone|endless BYTES - closes the line; sends that number of bytes without a line end
         replay FILE - sends its lines of a capture, each after the query that it answered"""

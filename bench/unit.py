@@ -78,7 +78,7 @@ class Unit:
             raise Failure("unit start, stop, restart, check or signal N?")
 
     def do_wait(self, time: str) -> None:
-        """SECONDS|A..B - of the unit's time; between A and B by chance"""
+        """SECONDS|A..B - waits, in the unit's time; a random time between A and B"""
         from random import uniform  # takes its time to load
 
         seconds = uniform(*span(time))
@@ -202,8 +202,8 @@ class Surroundings:
 
     def do_call(self, *words: str) -> None:
         """NAME [ARGUMENT...] prints TEXT - what a recorded program answers, for these arguments or all
-        NAME [ARGUMENT...] takes SECONDS|holds|fails [STATUS] - how; it holds until it is real again
-        NAME missing|real - not there; as at the start"""
+        NAME [ARGUMENT...] takes SECONDS|holds|fails [STATUS] - it answers late, not before "real", with STATUS
+        NAME missing|real - removes the program; resets its answers to those at the start"""
         verbs = (*TRAITS, "missing", "real")
         at = next((at for at, word in enumerate(words) if at and word in verbs), None)
         if at is None:

@@ -116,7 +116,7 @@ class Gauges:
         return self._machine.gauges(process) if process else dict.fromkeys(GAUGES, 0.0)
 
     def do_show(self, file: str = "") -> None:
-        """[FILE] - what the program takes: memory, CPU time, files in KiB; adds it to a table"""
+        """[FILE] - prints the program's memory, CPU time and file sizes in KiB; adds them to a table"""
         values = {"day": self._clock.seconds() / DAY, **self._values()}
         for name, path in (("log", places.LOG), ("csv", places.STATUS_ROWS)):
             values[name] = len(self._machine.read(path) or b"") / 1024

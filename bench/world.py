@@ -114,7 +114,7 @@ class Loop:
 
 
 class Clock:
-    """The unit's time: the wall clock's, and what the program has skipped while it rested."""
+    """The unit's time: the wall clock's, plus the time that the program has skipped while idle."""
 
     def __init__(self, loop: Loop) -> None:
         self._loop, self._start, self.speed = loop, monotonic(), 1
@@ -125,7 +125,7 @@ class Clock:
         self.set_pace(1)
 
     def do_speed(self, speed: str, stride: str = "0") -> None:
-        """N [STRIDE] - the unit's timers run N times as fast; each rest lasts STRIDE seconds at least"""
+        """N [STRIDE] - the unit's timers run N times as fast; each idle period lasts STRIDE seconds or more"""
         self.set_pace(number(speed), number(stride))
 
     def set_pace(self, speed: float, stride: float = 0) -> None:

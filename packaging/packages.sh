@@ -8,7 +8,7 @@ build_depends() {
         packaging/debian/control | awk 'NF && $1 !~ /^debhelper/ { sub(":any", "", $1); print $1 }'
 }
 
-# What the program, the bench and the tests use at run time.
+# What every verb of ./dev needs besides: compilers, and what program, bench and tests use at run time.
 packages=(
     build-essential ccache gstreamer1.0-tools gstreamer1.0-plugins-base
     gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly
@@ -16,7 +16,7 @@ packages=(
     logrotate gpiod lighttpd libfaketime socat python3
 )
 
-# Beside these, ./dev lint, test --web, package, board and fuzz also need:
+# What single verbs of ./dev need besides.
 lint_packages=(clang-format clang-tidy shellcheck black eslint mypy pyflakes3)
 
 web_packages=(chromium chromium-driver curl ffmpeg prometheus python3-selenium)

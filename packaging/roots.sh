@@ -3,9 +3,9 @@
 # Root file systems of Debian releases in build/roots; other scripts source this file. Nothing of
 # another release or architecture is installed on the machine itself.
 #
-# Takes the options --on RELEASE and --arch ARCHITECTURE off the script's arguments, and sets
-# `release` and `arch`, this machine's by default, `name`, RELEASE-ARCHITECTURE, `version`, the
-# packages', and how to compile: `preset`, and `there`, a prefix for commands.
+# Removes the options --on RELEASE and --arch ARCHITECTURE (default: this machine's) from the script's
+# arguments and sets `release`, `arch`, `name` (RELEASE-ARCHITECTURE), `version` (of the packages),
+# `preset` (of CMake) and `there` (a prefix for the commands that compile).
 
 repo=$(realpath "$(dirname "${BASH_SOURCE[0]}")/..")
 cd "$repo" || exit

@@ -28,9 +28,9 @@ constexpr char packets[] =
 
 constexpr std::chrono::seconds recheck(1); // addresses come and go
 
-// What is sent to an interface's first address comes from it; the unit's packets have such a
-// sender. Not so with 0.0.0.0 and broadcast addresses, which the kernel accepts as senders and for
-// bind().
+// Whether the address is the first one of an interface of the unit, as that of the unit's packets:
+// then a socket that is connected to it has it as its own address too. Not so with 0.0.0.0 and
+// broadcast addresses, which the kernel accepts as senders and for bind().
 bool isOwn(GInetAddress *address)
 {
     constexpr guint16 anyPort = 1; // connect() sends nothing

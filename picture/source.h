@@ -13,7 +13,7 @@ using Element = std::unique_ptr<GstElement, Unref>;
 // Throws std::runtime_error if an element is missing.
 Element launch(const char *line);
 Element find(const Element &bin, const char *name);
-// Whether a pipeline has reported an error, which is printed.
+// Whether a pipeline has reported its end or an error, which is printed.
 bool hasFailed(const Element &pipeline);
 
 // The unit's picture as it leaves the unit: from whichever of the streams has packets. There is one
@@ -21,7 +21,7 @@ bool hasFailed(const Element &pipeline);
 class Source
 {
 public:
-    // Called in one of GStreamer's threads with each frame, which is H.264 of a whole picture.
+    // Called in a thread of GStreamer with each frame: one whole picture as H.264.
     using Taker = std::function<void(GstBuffer *)>;
 
     explicit Source(Taker taker);
@@ -29,7 +29,7 @@ public:
     Source(const Source &) = delete;
     Source &operator=(const Source &) = delete;
 
-    // Receives again after an error; to be called now and then.
+    // Restarts the receivers after an error; call it every second or so.
     void look();
 
 private:

@@ -103,7 +103,7 @@ T get(gconstpointer object, const char *property)
     return value;
 }
 
-// Takes the offer.
+// Applies the offer, creates the answer, and waits until it contains the unit's addresses.
 void negotiate(GstElement *webrtc, GstSDPMessage *offer)
 {
     g_autoptr(GstWebRTCSessionDescription) remote =
@@ -149,7 +149,8 @@ void Viewer::connect(const QByteArray &offer, const QByteArray &address)
     g_autoptr(GstSDPMessage) message = nullptr;
     const bool readable = gst_sdp_message_new_from_text(offer.constData(), &message) == GST_SDP_OK;
     GstSDPMedia *media = readable ? onlyVideo(message) : nullptr;
-    // The library would take missing ones from the session, and aborts if one is there twice.
+    // If the section lacks one of these, webrtcbin takes it from the session, and aborts the
+    // program if it is there twice.
     if (!media || !gst_sdp_media_get_attribute_val(media, "ice-ufrag")
         || !gst_sdp_media_get_attribute_val(media, "ice-pwd"))
         throw Refusal(400, "not an offer to receive only video");
@@ -180,7 +181,7 @@ void Viewer::limitAddresses(const QByteArray &address)
         g_signal_emit_by_name(ice, "add-local-ip-address", address.constData(), &added);
 }
 
-// The codec preferences choose the format of the answer, in which the stream's number stands too.
+// The codec preferences determine the format in the answer, and the stream's number (SSRC).
 void Viewer::addStream(int type)
 {
     const guint32 stream = QRandomGenerator::global()->generate();
@@ -200,7 +201,7 @@ void Viewer::addStream(int type)
                  TRUE, "codec-preferences", caps, nullptr);
 }
 
-// The library leaves out the profile: the format has the browser's own parameters.
+// webrtcbin leaves out the profile, so this inserts the browser's own parameters of the format.
 void Viewer::describe(int type, const QByteArray &parameters)
 {
     g_autoptr(GstWebRTCSessionDescription) local =

@@ -9,7 +9,7 @@
 #include <chrono>
 #include <stdexcept>
 
-// Why there is no viewer, as a status of HTTP.
+// Why a browser gets no picture: HTTP status and text.
 struct Refusal : std::runtime_error {
     Refusal(int code, const char *why) : std::runtime_error(why), status(code) {}
     int status;

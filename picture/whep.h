@@ -16,8 +16,8 @@ namespace fastcgi
 class Exchange;
 }
 
-// Answers the requests for the picture, as WHEP (WebRTC-HTTP egress protocol) has them: a browser
-// posts an offer, gets an answer and the path of its viewing, and deletes that in the end.
+// Answers the requests for the picture, which are those of WHEP (WebRTC-HTTP egress protocol): a
+// browser posts an offer, gets an answer and a path, and deletes that path when it stops watching.
 class Whep
 {
 public:
@@ -25,7 +25,7 @@ public:
 
     void handle(fastcgi::Exchange &exchange);
 
-    // Forgets viewers that have gone. False once there has been none for some seconds.
+    // Removes viewers that have gone. False once there has been none for ten seconds.
     bool look();
 
 private:

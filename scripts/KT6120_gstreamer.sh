@@ -32,8 +32,9 @@ run() {
     wait "$!"
 }
 
-# A signal ends the running command and the script. One that comes before the command's exec is lost;
-# timeout, which has a process group of its own, leaves its command if one comes while it forks.
+# A signal ends the running command and the script. The command misses a signal that comes before its
+# exec, so kill is repeated. If timeout is signalled while it forks, its child stays, so its process
+# group is killed too.
 stop() {
     trap '' TERM INT HUP
     while kill "${!-}" 2>/dev/null; do sleep 0.1; done

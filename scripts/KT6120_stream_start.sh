@@ -6,7 +6,7 @@
 # level 3) in RTP packets to a UDP port of an IPv4 address, which may be a broadcast address.
 # Replaces a running stream. Runs until KT6120_stream_stop.sh or a signal ends it. A failing stream
 # (no camera, no network) is restarted after a second, with GStreamer's message on standard error.
-# Exit status 2 for wrong arguments, 1 for a missing encoder.
+# Exit status 2 for wrong arguments, 1 if there is no encoder or its folder in /run is not writable.
 #
 # If the network is lost during the second of the splash image, the program launches the stop script
 # first and this one up to 100 ms later, and nothing would stop it. So this script uses the camera

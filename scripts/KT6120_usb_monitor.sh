@@ -4,7 +4,7 @@
 # KT6120_usb_monitor.sh
 #
 # Writes to the system log (tag KT6120) which USB devices are connected and disconnected, hubs
-# excepted. Reads the kernel's list every two seconds, which starts one process. Exits when the
+# excepted. Reads the kernel's list every two seconds; that costs one process, sleep. Exits when the
 # program that started it has exited, so that a restarted program never has two monitors.
 # Prints nothing. Logs nothing if the kernel has no USB or the system log does not answer. Exit
 # status 2 for wrong arguments.

@@ -31,9 +31,9 @@ namespace
 constexpr off_t longestRest = 4096; // bytes of older content to overwrite with line feeds
 // The longest wait of the unit's event loop is an ifconfig of half a minute.
 constexpr std::chrono::milliseconds patience = 35s;
-// For a line that the unit has not read: while the store does not change either, the event loop
-// stands still. A unit writes its store every 10 s at least, every 5 s while the MCU answers; one
-// that has not done so may still be out of disk space.
+// For a line that the unit has not read: if the store does not change either, the event loop is
+// blocked. A unit writes its store every 15 s at least, every 5 s while the MCU answers, unless its
+// disk is full.
 constexpr auto storeInterval = 15s;
 constexpr auto unreadPatience = 12s; // two attempts to connect to the app take ten
 constexpr auto unreadPatienceAtRest = 500ms;

@@ -9,7 +9,7 @@
 namespace
 {
 
-// A unit writes its store every 10 s at least, and no single wait blocks its event loop for longer
+// A unit writes its store every 15 s at least, and no single wait blocks its event loop for longer
 // than half a minute.
 constexpr double silentAfter = 60; // seconds
 

@@ -138,7 +138,7 @@ void HttpApi::look()
     log.take();
 }
 
-// Each start switches the sonde off, but the store keeps the last run's until it is switched again.
+// Each start switches the sonde off, but the store has the last run's state until the next switch.
 readings::Values HttpApi::readUnit()
 {
     readings::Values values = readings::read();

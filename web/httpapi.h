@@ -49,7 +49,7 @@ private:
     std::atomic<int> histories = 0;
 
     std::mutex logMutex;
-    ProgramLog log; // picture and sonde may last for more lines than a viewer gets
+    ProgramLog log; // the messages of picture and sonde may be older than the lines of a viewer
 
     std::mutex viewersMutex;
     std::list<quint64> viewers; // the oldest first

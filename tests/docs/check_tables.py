@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: LicenseRef-KT6120
-"""Holds the tables of the documentation against the tables of the code.
+"""Compares the tables of the documentation with those of the code.
 
-Usage: check_tables.py SOURCE_FOLDER. Prints a line per difference; ends with 1 where there is one.
+Usage: check_tables.py SOURCE_FOLDER. Prints a line for each difference; exit status 1 if there is one.
 """
 
 import hashlib
@@ -51,7 +51,7 @@ def words(cell):
 
 sources = [str(p.relative_to(top)) for room in rooms for p in sorted((top / room).glob("*.cpp"))]
 
-# Rooms and what they stand on.
+# Rooms and the rooms on which they depend.
 component = r"(?s)add_component\((\w+)(?:[^)]*?DEPENDS((?:\s+[a-z]+)+))?"
 coded = {(n, words(below)) for r in rooms for n, below in found(component, f"{r}/CMakeLists.txt")}
 documented = {
@@ -153,7 +153,14 @@ documented_bands = {
 }
 compare("bands", documented_bands, normal)
 
-# The picture is that of its text.
+# What the page repeats of its backend: errors that it puts into the operator's words, reel model names.
+coded = found(r'"([^"]+)"', "web/httpapi.cpp")
+repeated = found(r'^(?:  |const unchanged = )"([^"]+)"(?:: "|;$)', "web/www/page.js")
+compare("errors of the API", repeated, repeated & coded)
+pattern = {one.replace("\\-", "-") for one in found(r'pattern="([^"]+)"', "web/www/index.html")}
+compare("reel model names", pattern, found(r'modelName\[\] = "([^"]+)"', "web/commandwriter.cpp"))
+
+# The SVG was drawn from the present DOT file.
 digest = hashlib.sha256((top / "docs/architecture.dot").read_bytes()).hexdigest()
 compare("architecture.svg (./dev docs)", found(r"sha256 (\w+)", "docs/architecture.svg"), {digest})
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 
 // Element omxh264enc for systems that lack the board's. Wraps the kernel's encoder (v4l2h264enc)
-// or, if there is none, x264enc. It has the properties of the board's element, accepts only the
-// raw formats that the hardware accepts, and repeats the stream headers at every key frame.
+// or, if there is none, x264enc. It has those properties of the board's element that the pipelines
+// set, accepts only the raw formats that the hardware accepts, and repeats the stream headers at
+// every key frame.
 
 #include <gst/gst.h>
 
@@ -51,7 +52,7 @@ Encoder *self(gpointer object)
     return reinterpret_cast<Encoder *>(object);
 }
 
-// Drivers ignore unknown controls.
+// v4l2h264enc ignores controls that the driver lacks.
 void controlKernels(Encoder *encoder)
 {
     const int bitrate = int(std::min(encoder->targetBitrate, guint(G_MAXINT)));

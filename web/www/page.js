@@ -110,7 +110,7 @@ function showLists() {
   showOther();
 }
 
-// The list of levels shows the lamp's, not what somebody wanted.
+// Resets the list of levels to the lamp's level, whatever was chosen in it.
 function showLevel() {
   delete byId("level").dataset.chosen;
   showLists();

@@ -7,7 +7,7 @@ const rate = 4e6; // bit/s, of a recording
 const frameTime = 40; // ms
 const containers = ["video/mp4;codecs=avc1.42E01F", "video/mp4", "video/webm"]; // the best first
 const kept = []; // what the list downloads
-let unsaved = false; // the list has what its last download had not
+let unsaved = false; // the list has changed since its last download
 let recorder = null;
 
 // Where the picture is, and when: what the overlay, a name and the list say.
@@ -149,7 +149,7 @@ function pauseRecording() {
   }
 }
 
-// Quoted; a spreadsheet takes no text for a formula.
+// Quotes a text. An apostrophe before it keeps a spreadsheet from evaluating it as a formula.
 function cell(text) {
   const safe = /^[=+@-]/.test(text) && isNaN(text) ? `'${text}` : text;
   return `"${safe.replace(/"/g, '""')}"`;
