@@ -137,6 +137,12 @@ coded = found(r"\{keys::(\w+), \"", "web/readings.cpp") - {"coilerModel"}
 compare("readings of the page; documentation is base/keys.h", set(stored), coded)
 warnings = {row[0] for row in logged if "Threshold (" in row[0]}
 compare("alerts", warnings, found(r"message: (.* Threshold \()", "web/fleet/alerts.yml"))
+rows = [row for row in table("docs/web.md", "Monitoring a fleet") if row[0].startswith("kt6120_")]
+documented = {row[0][7:] for row in rows} | {w for row in rows for w in re.findall(r"`(\w+)`", row[1])}
+coded = found(r'"(\w+)", (?:""|R"\S+),\s*(?:"[A-Z0-9]|nullptr)', "web/readings.cpp")
+coded |= {word for label in found(r'R"\((\w+)="(\w+)"', "web/readings.cpp") for word in label}
+coded |= found(r'(?:family|sample|std::pair)\("(\w+)"', "web/metrics.cpp")
+compare("metrics", documented, coded)
 limits, normal = set(), set()
 band = r"Band (\w+) = \{(-?\d+), (\d+), (\w+)"
 for key, lower, upper, under in found(band, "base/bands.h"):
