@@ -15,18 +15,16 @@
 void eventHandler::readConfiguration()
 {
     configuration = std::make_unique<IniFile>(paths::configuration);
-    encoderScalar =
-        configuration->value(keys::encoderScalar.name, keys::encoderScalar.absent).toDouble();
+    encoderScalar = configuration->value(keys::encoderScalar).toDouble();
 
-    const QVariant standard = keys::lampMaxCurrent.absent;
     // As text: a QVariant's own conversion keeps the low 32 bits of a longer number.
-    const int current =
-        configuration->value(keys::lampMaxCurrent.name, standard).toString().toInt();
+    const int current = configuration->value(keys::lampMaxCurrent).toString().toInt();
     lampMaximum = uint8_t(lamp::highest(current));
     if (lampMaximum > 0) {
         qInfo() << messages::lampLimit << current << "mA";
     } else {
-        qWarning() << messages::lampLimitInvalid << standard.toInt() << "mA";
-        lampMaximum = uint8_t(lamp::highest(standard.toInt()));
+        const int standard = QString(keys::lampMaxCurrent.absent).toInt();
+        qWarning() << messages::lampLimitInvalid << standard << "mA";
+        lampMaximum = uint8_t(lamp::highest(standard));
     }
 }

@@ -104,13 +104,13 @@ void eventHandler::setCoiler(SOURCE_TYPE_t, const double *metres)
 void eventHandler::coilerModelGiven(SOURCE_TYPE_t, const QString *model)
 {
     coilerModel = *model;
-    configuration->setValue(keys::coilerModel.name, coilerModel);
+    configuration->setValue(keys::coilerModel, coilerModel);
     configuration->writeSoon();
 }
 
 void eventHandler::answerCoilerModel(SOURCE_TYPE_t source)
 {
-    const QVariant stored = configuration->value(keys::coilerModel.name, keys::coilerModel.absent);
+    const QVariant stored = configuration->value(keys::coilerModel);
     eventHandlerSendCommand(source, "Model " + stored.toString() + "\r\n");
 }
 

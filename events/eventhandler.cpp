@@ -27,17 +27,17 @@ eventHandler::~eventHandler() = default;
 void eventHandler::eventHandlerParseSettingsFile()
 {
     IniFile snapshot("KT6120.ini");
-    snapshot.setValue(keys::batteryVoltage.name, batteryVoltage);
-    snapshot.setValue(keys::batteryCurrent.name, batteryCurrent);
-    snapshot.setValue(keys::batteryState.name, batteryState);
-    snapshot.setValue(keys::coilerCount.name, int(coilerCount));
-    snapshot.setValue(keys::lampLevel.name, int(lampLevel));
-    snapshot.setValue(keys::cameraType.name, cameraType);
-    snapshot.setValue(keys::streamAddress.name, streamAddress);
-    snapshot.setValue(keys::streamPort.name, streamPort);
-    snapshot.setValue(keys::mcuVersion.name, mcuVersion);
-    snapshot.setValue(keys::unknownCommands.name, unknownCommands);
-    snapshot.setValue(keys::sondeState.name, int(sondeEnabled));
+    snapshot.setValue(keys::batteryVoltage, batteryVoltage);
+    snapshot.setValue(keys::batteryCurrent, batteryCurrent);
+    snapshot.setValue(keys::batteryState, batteryState);
+    snapshot.setValue(keys::coilerCount, int(coilerCount));
+    snapshot.setValue(keys::lampLevel, int(lampLevel));
+    snapshot.setValue(keys::cameraType, cameraType);
+    snapshot.setValue(keys::streamAddress, streamAddress);
+    snapshot.setValue(keys::streamPort, streamPort);
+    snapshot.setValue(keys::mcuVersion, mcuVersion);
+    snapshot.setValue(keys::unknownCommands, unknownCommands);
+    snapshot.setValue(keys::sondeState, int(sondeEnabled));
 }
 
 // The handler of each event, in the order of UNIT_EVENTS. A row compiles only if the function takes

@@ -104,23 +104,23 @@ IniFile::~IniFile()
     write();
 }
 
-QVariant IniFile::value(const QString &key, const QVariant &defaultValue)
+QVariant IniFile::value(const AnyKey &key)
 {
     read();
-    return changes.value(key, values.value(key, defaultValue));
+    return changes.value(key.name, values.value(key.name, key.absent));
 }
 
 // Compares with what was written, which takes no parse.
-bool IniFile::holds(const QString &key, const QVariant &value) const
+bool IniFile::holds(const AnyKey &key, const QVariant &value) const
 {
-    const auto found = written.constFind(key);
+    const auto found = written.constFind(key.name);
     return changes.isEmpty() && found != written.constEnd() && *found == value
            && isSameFile(status(path), writtenStatus);
 }
 
-void IniFile::setValue(const QString &key, const QVariant &value)
+void IniFile::setValue(const AnyKey &key, const QVariant &value)
 {
-    changes.insert(key, value);
+    changes.insert(key.name, value);
 }
 
 void IniFile::write()

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #pragma once
 
+#include "keys.h"
+
 #include <QByteArray>
 #include <QMap>
 #include <QObject>
@@ -25,12 +27,12 @@ public:
     ~IniFile() override; // tries to write pending changes
 
     // The pending change of the key, else its value in the file now, also if another program wrote
-    // it.
-    QVariant value(const QString &key, const QVariant &defaultValue);
+    // it, else its default.
+    QVariant value(const AnyKey &key);
     // Whether the value was written, nobody has changed the file since, and no change is pending.
-    bool holds(const QString &key, const QVariant &value) const;
+    bool holds(const AnyKey &key, const QVariant &value) const;
     // Adds a pending change; write() or writeSoon() writes it.
-    void setValue(const QString &key, const QVariant &value);
+    void setValue(const AnyKey &key, const QVariant &value);
     void write();     // now
     void writeSoon(); // from the event loop
 

@@ -45,15 +45,15 @@ void settings::settingsSetValue(const Key<double> &key, double value)
 
 QVariant settings::settingsGetValue(const AnyKey &key)
 {
-    return store.value(key.name, key.absent);
+    return store.value(key);
 }
 
 void settings::write(const AnyKey &key, const QVariant &value)
 {
     if (sinceWrite.isValid() && !sinceWrite.hasExpired(refreshInterval.count())
-        && store.holds(key.name, value))
+        && store.holds(key, value))
         return;
-    store.setValue(key.name, value);
+    store.setValue(key, value);
     store.write();
     sinceWrite.start();
 }
