@@ -23,26 +23,6 @@ settings::settings(QObject *parent) : QObject(parent), store(paths::statusStore)
                      QString("V%1.%2.%3").arg(version::major, version::minor, version::build));
 }
 
-void settings::settingsSetValue(const Key<QString> &key, const QString &value)
-{
-    write(key, value);
-}
-
-void settings::settingsSetValue(const Key<int> &key, int value)
-{
-    write(key, value);
-}
-
-void settings::settingsSetValue(const Key<uint16_t> &key, uint16_t value)
-{
-    write(key, int(value));
-}
-
-void settings::settingsSetValue(const Key<double> &key, double value)
-{
-    write(key, value);
-}
-
 QVariant settings::settingsGetValue(const AnyKey &key)
 {
     return store.value(key);

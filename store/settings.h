@@ -6,7 +6,6 @@
 
 #include <QElapsedTimer>
 #include <QObject>
-#include <QString>
 #include <QVariant>
 
 // The status store: named values in the INI file paths::statusStore. The file has the value when
@@ -21,10 +20,13 @@ public:
     // Opens the store and writes the software version.
     explicit settings(QObject *parent);
 
-    void settingsSetValue(const Key<QString> &key, const QString &value);
-    void settingsSetValue(const Key<int> &key, int value);
-    void settingsSetValue(const Key<uint16_t> &key, uint16_t value); // stored as an int
-    void settingsSetValue(const Key<double> &key, double value);
+    // The value has the type of its key: QString, int, double, or uint16_t, which is stored as an
+    // int.
+    template <typename T>
+    void settingsSetValue(const Key<T> &key, const T &value)
+    {
+        write(key, value);
+    }
 
     // The value of the key, or its default if it is missing.
     QVariant settingsGetValue(const AnyKey &key);
