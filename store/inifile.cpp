@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "inifile.h"
 
+#include "inivalues.h"
 #include "safefile.h"
 
 #include <QDateTime>
@@ -14,7 +15,6 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/mman.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -53,28 +53,6 @@ bool isSameFile(const struct stat &one, const struct stat &other)
     return one.st_dev == other.st_dev && one.st_ino == other.st_ino && one.st_size == other.st_size
            && one.st_ctim.tv_sec == other.st_ctim.tv_sec
            && one.st_ctim.tv_nsec == other.st_ctim.tv_nsec;
-}
-
-// Parses the content of an INI file. QSettings opens files only by name, and waits for the lock
-// after a failed write, so it gets a copy in memory.
-QMap<QString, QVariant> parsed(const QByteArray &bytes)
-{
-    static time_t copies = 0;
-    QMap<QString, QVariant> values;
-    QFile copy;
-    const int memory = memfd_create("ini", MFD_CLOEXEC);
-    if (memory < 0
-        || !copy.open(memory, QIODevice::WriteOnly | QIODevice::Unbuffered,
-                      QFileDevice::AutoCloseHandle)
-        || copy.write(bytes) != bytes.size())
-        return values;
-    // QSettings caches a file by name, size and time, so each copy gets a different time.
-    const timespec times[] = {{++copies, 0}, {copies, 0}};
-    futimens(memory, times);
-    const QSettings file(QString("/proc/self/fd/%1").arg(memory), QSettings::IniFormat);
-    for (const QString &key : file.allKeys())
-        values.insert(key, file.value(key));
-    return values;
 }
 
 bool isHeld(const QByteArray &lockPath, const struct stat &status)
@@ -151,7 +129,7 @@ void IniFile::read()
         return;
     QFile file(QFile::decodeName(path));
     if (safefile::open(file, QIODevice::ReadOnly))
-        values = parsed(file.readAll());
+        values = iniValues(file.readAll());
     else if (now.st_nlink == 0)
         values.clear();
     else

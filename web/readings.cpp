@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: LicenseRef-KT6120
 #include "readings.h"
 
+#include "inivalues.h"
 #include "paths.h"
 #include "reel.h"
 #include "safefile.h"
 
 #include <QFile>
 
-#include <cctype>
 #include <cmath>
-#include <cstring>
 
 namespace
 {
@@ -31,57 +30,17 @@ constexpr int converted = 40;
 
 // Bytes. An app can set a text of 32 KiB, each byte of which takes up to six in the file.
 constexpr qint64 longestFile = 1 << 18;
-constexpr char byteOrderMark[] = "\xef\xbb\xbf";
 
-// Removes the quotes and escapes that QSettings writes.
-QString plain(const QByteArray &written)
-{
-    static constexpr char letters[] = "abfnrtv";
-    static constexpr char meant[] = "\a\b\f\n\r\t\v";
-    QString text;
-    for (int at = 0; at < written.size(); ++at) {
-        if (written[at] == '"')
-            continue;
-        if (written[at] != '\\' || at + 1 == written.size()) {
-            text += QLatin1Char(written[at]);
-            continue;
-        }
-        const char escape = written[++at];
-        if (escape == 'x') {
-            uint code = 0;
-            while (at + 1 < written.size() && isxdigit(uchar(written[at + 1])))
-                code = code << 4 | uint(QByteArray(1, written[++at]).toInt(nullptr, 16));
-            text += QChar(ushort(code));
-        } else if (const char *letter = escape ? strchr(letters, escape) : nullptr) {
-            text += QLatin1Char(meant[letter - letters]);
-        } else {
-            text += QLatin1Char(escape);
-        }
-    }
-    return text;
-}
-
-// As QSettings: a semicolon outside quotes begins a comment.
-QByteArray withoutComment(const QByteArray &line)
-{
-    bool quoted = false;
-    for (int at = 0; at < line.size(); ++at) {
-        if (line[at] == '\\')
-            ++at; // the next character is escaped
-        else if (line[at] == '"')
-            quoted = !quoted;
-        else if (line[at] == ';' && !quoted)
-            return line.left(at);
-    }
-    return line;
-}
-
-readings::Values valuesOf(const char *path)
+// Adds a file's values. QSettings takes an unquoted one with commas, such as the reel models, for a
+// list.
+void add(readings::Values &values, const char *path)
 {
     QFile file(path);
     if (!safefile::open(file, QIODevice::ReadOnly))
-        return {};
-    return readings::parse(file.read(longestFile));
+        return;
+    const QMap<QString, QVariant> found = iniValues(file.read(longestFile));
+    for (auto entry = found.begin(); entry != found.end(); ++entry)
+        values.insert(entry.key(), entry.value().toStringList().join(','));
 }
 
 } // namespace
@@ -155,33 +114,13 @@ const std::vector<Reading> &all()
 }
 // clang-format on
 
-Values parse(const QByteArray &ini)
-{
-    Values values;
-    QByteArray section;
-    const QList<QByteArray> lines = ini.mid(ini.startsWith(byteOrderMark) ? 3 : 0).split('\n');
-    for (const QByteArray &written : lines) {
-        const QByteArray line = withoutComment(written).trimmed();
-        const int equals = int(line.indexOf('='));
-        if (line.startsWith('['))
-            section = line.mid(1, line.indexOf(']') - 1).trimmed() + '/';
-        else if (equals > 0)
-            values.insert(QString::fromLatin1(section + line.left(equals).trimmed()),
-                          plain(line.mid(equals + 1).trimmed()));
-    }
-    return values;
-}
-
-// Without QSettings: it does not read a file again whose size and time are unchanged, but the unit
-// writes several times within one tick of the file system's clock.
 Values read()
 {
-    Values values = valuesOf(paths::statusStore);
+    Values values;
+    add(values, paths::statusStore);
     if (values.isEmpty())
         return values; // defaults hold only beside other values
-    const Values configured = valuesOf(paths::configuration);
-    for (auto entry = configured.begin(); entry != configured.end(); ++entry)
-        values.insert(entry.key(), entry.value());
+    add(values, paths::configuration);
     for (const AnyKey &key : {AnyKey(keys::boostTemperature), AnyKey(keys::ledTemperature)}) {
         if (values.value(key.name) == QString::number(keys::noTemperature))
             values.remove(key.name);

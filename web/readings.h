@@ -50,7 +50,6 @@ using Values = QMap<QString, QString>;
 // Store and configuration by "Group/Entry", with the default values of missing keys. Empty without
 // a store.
 Values read();
-Values parse(const QByteArray &ini);
 
 // The stored number; NaN if there is none.
 double number(const Reading &reading, const Values &values);

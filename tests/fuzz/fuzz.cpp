@@ -8,7 +8,6 @@
 #include "eventhandler.h"
 #include "monitor.h"
 #include "paths.h"
-#include "readings.h"
 #include "testsupport.h"
 
 #include <QSerialPort>
@@ -138,11 +137,9 @@ void ini(const QByteArray &bytes)
     QFile::remove(paths::statusCsv);
 }
 
-// Bodies of the page's requests, each of which becomes one line of the commands file or none. As a
-// store, the same bytes only have to be readable.
+// Bodies of the page's requests, each of which becomes one line of the commands file or none.
 void request(const QByteArray &bytes)
 {
-    readings::parse(bytes);
     const QByteArray command = commandwriter::parse(bytes).line;
     require(command.size() <= 40, "a line is short");
     require(std::all_of(command.begin(), command.end(),

@@ -41,6 +41,7 @@ private slots:
             {"Tallwick/Detected", "1", "attached, normal"},
             {"Sonde/Frequency", "\"x\\\";y\\\\\"", "x\";y\\, normal"},
             {"MCU/Version", "V\\x416", "V\u0416, normal"},
+            {"MCU/Version", "a, \"@@b\"", "a,@b, normal"},
             {"Camera/Lamp", "never written", "0 %, normal"},
             {"Commands/Unknown", "no store", "no reading, fault"},
         };
