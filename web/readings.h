@@ -29,13 +29,13 @@ struct Reading {
     const char *group;
     int due; // seconds from the program's start in which a first reading must come
     Kind kind;
-    const char *absent; // value of a missing key; null: a healthy unit has the key
-    const char *unit;
-    double scale; // stored value to unit
-    int decimals;
-    const char *metric; // without the leading kt6120_; null: not exported
-    const char *labels; // of the metric
-    const char *help;   // of the metric, in its first row
+    const char *absent = nullptr; // value of a missing key; null: a healthy unit has the key
+    const char *unit = "";
+    double scale = 1; // stored value to unit
+    int decimals = 0;
+    const char *metric = nullptr; // without the leading kt6120_; null: not exported
+    const char *labels = "";      // of the metric
+    const char *help = nullptr;   // of the metric, in its first row
     const bands::Band *band = nullptr;
     double bandScale = 1; // stored value to the unit of the band
 };
