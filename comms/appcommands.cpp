@@ -5,6 +5,7 @@
 
 #include <QDebug>
 #include <QTcpSocket>
+#include <QTimer>
 
 #include <algorithm>
 #include <iterator>
@@ -95,7 +96,7 @@ void commsExternal::commsExternalReadyRead()
 void commsExternal::commsExternalParse(QStringList tokens)
 {
     static_assert(AppCommand::membersArePayloads());
-    restartKeepAlive();
+    keepAliveTimer->start(); // anew
     const bool hasArgument = tokens.size() >= 2;
     const auto command = std::find_if(
         std::begin(AppCommand::rows), std::end(AppCommand::rows), [&](const AppCommand &row) {

@@ -60,7 +60,6 @@ commsExternal::commsExternal(QObject *parent) : QObject(parent), tcpSocket(new Q
 void commsExternal::commsExternalInit()
 {
     qDebug() << "External Comms Thread ID: " << QThread::currentThreadId();
-    socketState = QAbstractSocket::UnconnectedState;
 
     auto *connectTimer = new QTimer(this);
     connect(connectTimer, &QTimer::timeout, this, &commsExternal::commsExternalAttemptConnect);
@@ -74,6 +73,7 @@ void commsExternal::commsExternalInit()
 
     keepAliveTimer = new QTimer(this);
     keepAliveTimer->setTimerType(Qt::PreciseTimer); // a coarse one may be half a second early
+    keepAliveTimer->setInterval(keepAlive);
     connect(keepAliveTimer, &QTimer::timeout, this, &commsExternal::commsExternalKeepAliveTimeout);
 }
 
@@ -111,7 +111,7 @@ void commsExternal::commsExternalTCPConnect()
             // 40 ms for the peer's delayed acknowledgement of the first.
             tcpSocket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
             commsExternalSendCmdByteArray(greeting);
-            restartKeepAlive();
+            keepAliveTimer->start();
             return;
         }
         qDebug() << "Error: " << tcpSocket->error();
@@ -132,11 +132,6 @@ void commsExternal::commsExternalKeepAliveTimeout()
     tcpSocket->disconnectFromHost();
     closeSocket();
     socketState = QAbstractSocket::UnconnectedState;
-}
-
-void commsExternal::restartKeepAlive()
-{
-    keepAliveTimer->start(keepAlive);
 }
 
 // close() waits until all bytes are sent, for many minutes if the peer does not read. The socket

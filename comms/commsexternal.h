@@ -84,7 +84,6 @@ public slots:
 private:
     struct AppCommand; // appcommands.cpp
 
-    void restartKeepAlive();
     void closeSocket();
 
     QTcpSocket *tcpSocket;

@@ -183,9 +183,7 @@ void commsInternal::commsInternalProcessRequest()
 
 void commsInternal::commsInternalRequestLogs()
 {
-    if (requestTimer)
-        requestTimer->stop();
     commsInternalSendCommand(logQuery, SOURCE_MCU);
     if (requestTimer)
-        requestTimer->start(requestInterval);
+        requestTimer->start(); // anew
 }
