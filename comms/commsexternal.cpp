@@ -77,7 +77,8 @@ void commsExternal::commsExternalInit()
     connect(keepAliveTimer, &QTimer::timeout, this, &commsExternal::commsExternalKeepAliveTimeout);
 }
 
-// The connection
+// The connection. It is closed by abort(): close() waits until all bytes are sent, for many minutes
+// if the peer does not read, and the socket cannot reconnect before that.
 
 void commsExternal::commsExternalAttemptConnect()
 {
@@ -86,7 +87,7 @@ void commsExternal::commsExternalAttemptConnect()
         commsExternalTCPConnect();
     } else if (tcpSocket->state() != QAbstractSocket::ConnectedState) {
         qInfo() << messages::appClosed;
-        closeSocket();
+        tcpSocket->abort();
         keepAliveTimer->stop();
     }
     socketState = tcpSocket->state();
@@ -115,7 +116,7 @@ void commsExternal::commsExternalTCPConnect()
             return;
         }
         qDebug() << "Error: " << tcpSocket->error();
-        closeSocket();
+        tcpSocket->abort();
     }
 }
 
@@ -129,17 +130,8 @@ void commsExternal::commsExternalKeepAliveTimeout()
     if (keepAliveTimer->isActive()) // a line has restarted it
         return;
     qWarning() << messages::appSilent;
-    tcpSocket->disconnectFromHost();
-    closeSocket();
-    socketState = QAbstractSocket::UnconnectedState;
-}
-
-// close() waits until all bytes are sent, for many minutes if the peer does not read. The socket
-// cannot reconnect before that, so abort() follows.
-void commsExternal::closeSocket()
-{
-    tcpSocket->close();
     tcpSocket->abort();
+    socketState = QAbstractSocket::UnconnectedState;
 }
 
 void commsExternal::commsExternalSendCmd(QString text)
@@ -153,7 +145,7 @@ void commsExternal::commsExternalSendCmdByteArray(QByteArray bytes)
         return;
     if (tcpSocket->bytesToWrite() > unsentLimit) {
         qWarning() << messages::appNotReading;
-        tcpSocket->abort(); // the next tick reconnects
+        tcpSocket->abort(); // the tick after the next one reconnects
         return;
     }
     tcpSocket->write(bytes);

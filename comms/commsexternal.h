@@ -84,8 +84,6 @@ public slots:
 private:
     struct AppCommand; // appcommands.cpp
 
-    void closeSocket();
-
     QTcpSocket *tcpSocket;
     double coilerSetValue = 0;
     QString appPort;
