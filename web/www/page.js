@@ -12,7 +12,7 @@ if (address.username) {
 const byId = (id) => document.getElementById(id);
 
 function element(name, text, attributes = {}) {
-  const made = name === "circle" || name === "line" || name === "path" || name === "text" || name === "title"
+  const made = ["circle", "line", "path", "text", "title"].includes(name)
     ? document.createElementNS("http://www.w3.org/2000/svg", name) : document.createElement(name);
   for (const [key, value] of Object.entries(attributes)) made.setAttribute(key, value);
   if (text !== undefined) made.textContent = text;
@@ -148,12 +148,12 @@ function showState(state) {
 // Log ------------------------------------------------------------------------------------------
 
 const mostLines = 100;
-const levels = { 1: "warning", 2: "fault" };
+const kinds = { 1: ["warning", "Warning: "], 2: ["fault", "Critical: "] };
 
 function showLine(line) {
-  const row = element("tr", undefined, { class: levels[line.type] || "normal" });
+  const [level, kind] = kinds[line.type] || ["normal", ""];
+  const row = element("tr", undefined, { class: level });
   const meaning = [line.meaning, line.remedy].filter(Boolean).join("; ");
-  const kind = line.type === 1 ? "Warning: " : line.type === 2 ? "Critical: " : "";
   row.append(element("td", line.time), element("td", kind + line.text), element("td", meaning));
   byId("log").prepend(row); // the newest first
   while (byId("log").children.length > mostLines) byId("log").lastChild.remove();
