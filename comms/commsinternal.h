@@ -35,7 +35,7 @@ class commsInternal : public QObject
     Q_OBJECT
 
 public:
-    using Handler = int (commsInternal::*)(QStringList words, SOURCE_TYPE_t source);
+    using Handler = decltype(cmd_element_t::handler);
 
     explicit commsInternal(QObject *parent = nullptr);
 
