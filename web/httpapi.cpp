@@ -128,7 +128,7 @@ QJsonArray described(const QList<ProgramLog::Line> &lines)
 
 } // namespace
 
-HttpApi::HttpApi(Freshness &of) : freshness(of), metrics(of), log(logBytesAtStart) {}
+HttpApi::HttpApi() : metrics(freshness), log(logBytesAtStart) {}
 
 void HttpApi::look()
 {

@@ -23,7 +23,7 @@ class Exchange;
 class HttpApi
 {
 public:
-    explicit HttpApi(Freshness &of);
+    HttpApi();
 
     void handle(fastcgi::Exchange &exchange);
     // Follows store and log without viewers, too. Call it every few seconds.
@@ -44,7 +44,7 @@ private:
     bool isViewing(quint64 viewer);
     void endViewing(quint64 viewer);
 
-    Freshness &freshness;
+    Freshness freshness;
     Metrics metrics;
     std::atomic<int> histories = 0;
 

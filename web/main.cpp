@@ -5,7 +5,6 @@
 //   kt6120-web SOCKET
 
 #include "fastcgi.h"
-#include "freshness.h"
 #include "httpapi.h"
 
 #include <chrono>
@@ -34,8 +33,7 @@ int main(int argc, char *argv[])
     // With an arena each, every thread keeps the memory of the longest history that it has sent.
     mallopt(M_ARENA_MAX, 1);
     try {
-        Freshness freshness;
-        HttpApi api(freshness);
+        HttpApi api;
         std::thread([&api] {
             for (;; std::this_thread::sleep_for(lookInterval)) {
                 api.look(); // takes the locks of all requests
