@@ -62,9 +62,9 @@ static_assert(eachTextIsItsEventsPayload());
 // A file that is missing at start is never watched; a file that is replaced is no longer watched.
 void eventHandler::eventHandlerSetupFifo()
 {
-    commandsFileWatcher = new QFileSystemWatcher(this);
-    commandsFileWatcher->addPath(paths::commandsFile);
-    connect(commandsFileWatcher, &QFileSystemWatcher::fileChanged, this,
+    auto *watcher = new QFileSystemWatcher(this);
+    watcher->addPath(paths::commandsFile);
+    connect(watcher, &QFileSystemWatcher::fileChanged, this,
             &eventHandler::eventHandlerFIFOChanged);
 }
 

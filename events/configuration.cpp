@@ -4,21 +4,18 @@
 
 #include "eventhandler.h"
 
-#include "inifile.h"
 #include "keys.h"
 #include "lamp.h"
 #include "logmessages.h"
-#include "paths.h"
 
 #include <QDebug>
 
 void eventHandler::readConfiguration()
 {
-    configuration = std::make_unique<IniFile>(paths::configuration);
-    encoderScalar = configuration->value(keys::encoderScalar).toDouble();
+    encoderScalar = configuration.value(keys::encoderScalar).toDouble();
 
     // As text: a QVariant's own conversion keeps the low 32 bits of a longer number.
-    const int current = configuration->value(keys::lampMaxCurrent).toString().toInt();
+    const int current = configuration.value(keys::lampMaxCurrent).toString().toInt();
     lampMaximum = uint8_t(lamp::highest(current));
     if (lampMaximum > 0) {
         qInfo() << messages::lampLimit << current << "mA";

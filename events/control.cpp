@@ -7,7 +7,6 @@
 
 #include "childprocess.h"
 #include "gpio.h"
-#include "inifile.h"
 #include "keys.h"
 #include "logmessages.h"
 #include "mculog.h"
@@ -104,13 +103,13 @@ void eventHandler::setCoiler(SOURCE_TYPE_t, const double *metres)
 void eventHandler::coilerModelGiven(SOURCE_TYPE_t, const QString *model)
 {
     coilerModel = *model;
-    configuration->setValue(keys::coilerModel, coilerModel);
-    configuration->writeSoon();
+    configuration.setValue(keys::coilerModel, coilerModel);
+    configuration.writeSoon();
 }
 
 void eventHandler::answerCoilerModel(SOURCE_TYPE_t source)
 {
-    const QVariant stored = configuration->value(keys::coilerModel);
+    const QVariant stored = configuration.value(keys::coilerModel);
     eventHandlerSendCommand(source, "Model " + stored.toString() + "\r\n");
 }
 

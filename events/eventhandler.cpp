@@ -2,18 +2,18 @@
 #include "eventhandler.h"
 
 #include "busybee.h"
-#include "inifile.h"
 #include "keys.h"
 #include "monitor.h"
+#include "paths.h"
 #include "settings.h"
 
 #include <QDebug>
-#include <QFileSystemWatcher>
 
 #include <iterator>
 #include <type_traits>
 
-eventHandler::eventHandler(QObject *parent) : QObject(parent), store(new settings(this))
+eventHandler::eventHandler(QObject *parent)
+    : QObject(parent), store(new settings(this)), configuration(paths::configuration)
 {
     new monitor(this, store);
     new BusyBee(this, store);
@@ -21,8 +21,6 @@ eventHandler::eventHandler(QObject *parent) : QObject(parent), store(new setting
     readConfiguration();
     eventHandlerSetupFifo();
 }
-
-eventHandler::~eventHandler() = default;
 
 void eventHandler::eventHandlerParseSettingsFile()
 {

@@ -3,6 +3,7 @@
 
 #include "bands.h"
 #include "eventtypes.h"
+#include "inifile.h"
 #include "keys.h"
 
 #include <QList>
@@ -10,10 +11,7 @@
 #include <QString>
 
 #include <cstdint>
-#include <memory>
 
-class IniFile;
-class QFileSystemWatcher;
 class settings;
 
 // One record of the event queue.
@@ -39,7 +37,6 @@ class eventHandler : public QObject
 
 public:
     explicit eventHandler(QObject *parent = nullptr);
-    ~eventHandler() override;
 
     // Sends a command or an answer: SOURCE_MCU and SOURCE_DEBUG to the MCU link, SOURCE_APP to
     // the phone link; other sources are ignored. The text includes its line end.
@@ -140,8 +137,7 @@ private:
 
     QList<command_t> queue;
     settings *store;
-    std::unique_ptr<IniFile> configuration;
-    QFileSystemWatcher *commandsFileWatcher = nullptr;
+    IniFile configuration;
 
     uint16_t batteryVoltage = 0; // millivolts: raw reading times 3.13
     uint16_t batteryCurrent = 0; // milliamperes
