@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 
 namespace
 {
@@ -23,39 +24,26 @@ namespace
 // Only this many bytes of the first line are read, so that a huge file costs nothing.
 constexpr qint64 longestLine = 65536;
 
-enum class Argument {
-    Ignored,
-    Switch, // required: "1" raises the event, anything else the other one
-    Text,   // required: the event's payload
-};
-
 struct Row {
     const char *keyword;
-    Argument argument;
-    EVENT_TYPE_t event;
-    EVENT_TYPE_t otherwise;
-    const char *note; // logged first
+    bool needsArgument;
+    EVENT_TYPE_t event;                         // an argument is its payload if that is a text
+    std::optional<EVENT_TYPE_t> otherwise = {}; // if the argument is not "1"
+    const char *note = nullptr;                 // logged first
 };
+
+constexpr bool alone = false; // an argument is ignored
+constexpr bool withArgument = true;
 
 constexpr Row rows[] = {
-    {"SONDE", Argument::Switch, EVENT_SondeOn, EVENT_SondeOff, nullptr},
-    {"LAMPUP", Argument::Ignored, EVENT_LampUp, {}, nullptr},
-    {"LAMPDOWN", Argument::Ignored, EVENT_LampDown, {}, nullptr},
-    {"LAMPOFF", Argument::Ignored, EVENT_LampOff, {}, nullptr},
-    {"RESET", Argument::Ignored, EVENT_CoilerSet, {}, nullptr},
-    {"LOGRST", Argument::Ignored, EVENT_ResetLogs, {}, messages::mcuLogReset},
-    {"MODEL", Argument::Text, EVENT_CoilerModel, {}, nullptr},
+    {"SONDE", withArgument, EVENT_SondeOn, EVENT_SondeOff},
+    {"LAMPUP", alone, EVENT_LampUp},
+    {"LAMPDOWN", alone, EVENT_LampDown},
+    {"LAMPOFF", alone, EVENT_LampOff},
+    {"RESET", alone, EVENT_CoilerSet},
+    {"LOGRST", alone, EVENT_ResetLogs, {}, messages::mcuLogReset},
+    {"MODEL", withArgument, EVENT_CoilerModel},
 };
-
-constexpr bool eachTextIsItsEventsPayload()
-{
-    for (const Row &row : rows) {
-        if (row.argument == Argument::Text && !carries<QString>(row.event))
-            return false;
-    }
-    return true;
-}
-static_assert(eachTextIsItsEventsPayload());
 
 } // namespace
 
@@ -87,21 +75,12 @@ void eventHandler::eventHandlerParseFIFO(QString line)
     const auto row = std::find_if(std::begin(rows), std::end(rows), [&words](const Row &candidate) {
         return words.first() == candidate.keyword;
     });
-    if (row == std::end(rows) || (row->argument != Argument::Ignored && words.size() < 2))
+    if (row == std::end(rows) || (row->needsArgument && words.size() < 2))
         return;
 
     QString argument = words.value(1);
     if (row->note)
         qInfo() << row->note;
-    switch (row->argument) {
-    case Argument::Ignored:
-        eventHandlerProcess(row->event, SOURCE_FIFO, nullptr);
-        break;
-    case Argument::Switch:
-        eventHandlerProcess(argument == "1" ? row->event : row->otherwise, SOURCE_FIFO, nullptr);
-        break;
-    case Argument::Text:
-        eventHandlerProcess(row->event, SOURCE_FIFO, &argument);
-        break;
-    }
+    const EVENT_TYPE_t event = argument == "1" ? row->event : row->otherwise.value_or(row->event);
+    eventHandlerProcess(event, SOURCE_FIFO, carries<QString>(event) ? &argument : nullptr);
 }

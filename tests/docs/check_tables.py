@@ -77,7 +77,7 @@ compare("texts to the MCU", operating("What the unit sends", 2), coded)
 # Commands of the app and of the commands file.
 coded = found(r'^ +\{"([^"]+)"', "comms/appcommands.cpp")
 compare("app commands", operating("For those who write an app"), coded)
-coded = found(r'^ +\{"([A-Z]+)", Argument', "events/commandsfile.cpp")
+coded = found(r'^ +\{"([A-Z]+)", (?:alone|withArgument)', "events/commandsfile.cpp")
 compare("commands file", operating("For those who write a web page"), coded)
 
 # Keys of the status store and of the configuration.
