@@ -307,24 +307,25 @@ void HttpApi::takeCommand(fastcgi::Exchange &exchange)
         return refuse(exchange, 429, "too many commands");
 
     const auto began = steady_clock::now();
+    // The reasons are in the operator's words, because the page shows them.
     switch (commandwriter::carryOut(command, freshness)) {
     case commandwriter::Outcome::Taken:
         break;
     case commandwriter::Outcome::NotTaken:
         return refuse(exchange, 504,
-                      freshness.look().silent
-                          ? "the unit is silent; the command is withdrawn"
-                          : "the unit did not take the command; it is withdrawn");
+                      freshness.look().silent ? "the unit is silent; nothing was done"
+                                              : "the unit has not read it; nothing was done. If it "
+                                                "happens again, restart the unit");
     case commandwriter::Outcome::Overtaken:
-        return refuse(exchange, 409, "lamp off came first; the command is withdrawn");
+        return refuse(exchange, 409, "lamp off came first");
     case commandwriter::Outcome::Overwritten:
-        return refuse(exchange, 409, "another writer replaced the command");
+        return refuse(exchange, 409, "somebody else gave a command; try again");
     case commandwriter::Outcome::NotShown:
-        return refuse(exchange, 504, "the unit read the command, but its store does not show it");
+        return refuse(exchange, 504, "the unit read it, but no reading changed");
     case commandwriter::Outcome::Unwritable:
-        return refuse(exchange, 500, "the commands file cannot be written");
+        return refuse(exchange, 500, "it cannot write the commands file: restart kt6120-web");
     case commandwriter::Outcome::Busy:
-        return refuse(exchange, 503, "the unit is busy with another command");
+        return refuse(exchange, 503, "somebody else gives commands; try again");
     }
     const readings::Values values = readings::read();
     QJsonObject store;

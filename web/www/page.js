@@ -266,17 +266,7 @@ const vocabulary = {
 };
 const called = ({ name, argument }) => vocabulary[name][0](argument);
 
-// The API's errors in the operator's words.
-const unchanged = "the unit read the command, but its store does not show it";
-const reasons = {
-  "the unit is silent; the command is withdrawn": "the unit is silent; nothing was done",
-  "the unit did not take the command; it is withdrawn": "the unit has not read it; nothing was done. If it happens again, restart the unit",
-  "lamp off came first; the command is withdrawn": "lamp off came first",
-  "another writer replaced the command": "somebody else gave a command; try again",
-  "the commands file cannot be written": "it cannot write the commands file: restart kt6120-web",
-  "the unit is busy with another command": "somebody else gives commands; try again",
-  [unchanged]: "the unit read it, but no reading changed",
-};
+const unchanged = "the unit read it, but no reading changed"; // the API's words
 
 function say(text, level = "normal") {
   byId("answer").className = level;
@@ -321,7 +311,7 @@ async function command({ name, argument, from, label = called({ name, argument }
   }
   if (said.error) {
     const locked = said.error === unchanged && name.startsWith("LAMP") && !byId("locked").hidden;
-    const reason = locked ? "a Tallwick probe locks the lamp" : reasons[said.error] || said.error;
+    const reason = locked ? "a Tallwick probe locks the lamp" : said.error;
     say(`${label}: ${reason}`, "fault");
     return said.status === 409; // the unit runs
   }
