@@ -19,7 +19,6 @@
 #include <functional>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <thread>
 
 using testsupport::OutputCapture;
 using testsupport::readFile;
@@ -98,24 +97,6 @@ private slots:
         const int soFar = writes;
         log([] { qInfo() << "Stream Stopped"; });
         TRY_VERIFY(writes > soFar);
-    }
-
-    void linesOfTwoThreadsNeverMix()
-    {
-        constexpr int count = 200;
-        const QString text(300, 'x');
-        log([&] {
-            const auto write = [&text] {
-                for (int i = 0; i < count; ++i)
-                    qWarning().noquote() << text;
-            };
-            std::thread other(write);
-            write();
-            other.join();
-        });
-        const QRegularExpression lines("^(.{19},1," + text + "\n)+$");
-        QVERIFY(lines.match(readFile(paths::programLog)).hasMatch());
-        QCOMPARE(readFile(paths::programLog).count('\n'), 2 * count);
     }
 
     void allThirteenConnectionsAreMade()
