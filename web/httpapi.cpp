@@ -323,7 +323,7 @@ void HttpApi::takeCommand(fastcgi::Exchange &exchange)
     case commandwriter::Outcome::NotShown:
         return refuse(exchange, 504, "the unit read it, but no reading changed");
     case commandwriter::Outcome::Unwritable:
-        return refuse(exchange, 500, "it cannot write the commands file: restart kt6120-web");
+        return refuse(exchange, 500, "the commands file cannot be written: restart kt6120-web");
     case commandwriter::Outcome::Busy:
         return refuse(exchange, 503, "somebody else gives commands; try again");
     }

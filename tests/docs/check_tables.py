@@ -138,7 +138,9 @@ compare("readings of the page; documentation is base/keys.h", set(stored), coded
 warnings = {row[0] for row in logged if "Threshold (" in row[0]}
 compare("alerts", warnings, found(r"message: (.* Threshold \()", "web/fleet/alerts.yml"))
 rows = [row for row in table("docs/web.md", "Monitoring a fleet") if row[0].startswith("kt6120_")]
-documented = {row[0][7:] for row in rows} | {w for row in rows for w in re.findall(r"`(\w+)`", row[1])}
+documented = {row[0][7:] for row in rows} | {
+    w for row in rows for w in re.findall(r"`(\w+)`", row[1])
+}
 coded = found(r'"(\w+)", (?:""|R"\S+),\s*(?:"[A-Z0-9]|nullptr)', "web/readings.cpp")
 coded |= {word for label in found(r'R"\((\w+)="(\w+)"', "web/readings.cpp") for word in label}
 coded |= found(r'(?:family|sample|std::pair)\("(\w+)"', "web/metrics.cpp")
@@ -159,10 +161,9 @@ documented_bands = {
 }
 compare("bands", documented_bands, normal)
 
-# What the page repeats of its backend: errors that it puts into the operator's words, reel model names.
-coded = found(r'"([^"]+)"', "web/httpapi.cpp")
-repeated = found(r'^(?:  |const unchanged = )"([^"]+)"(?:: "|;$)', "web/www/page.js")
-compare("errors of the API", repeated, repeated & coded)
+# What the page repeats of its backend: an error that it explains, and the names of reel models.
+error = found(r'unchanged = "([^"]+)"', "web/www/page.js")
+compare("error", error, found(r'refuse\(exchange, 504, "([^"]+)"', "web/httpapi.cpp"))
 pattern = {one.replace("\\-", "-") for one in found(r'pattern="([^"]+)"', "web/www/index.html")}
 compare("reel model names", pattern, found(r'modelName\[\] = "([^"]+)"', "web/commandwriter.cpp"))
 
