@@ -142,7 +142,7 @@ class Commands:
             lines = [line.strip() for line in to_text(file.read()).split("\n")]
         for line in itertools.takewhile(lambda line: line.startswith("#"), lines):
             self._history.note("bench", line + "\n")
-        outer, self._folder = self._folder, os.path.dirname(path)
+        self._folder = os.path.dirname(path)
         place, text = len(lines), ""
         try:
             for place, text in [*_repeated(lines), (len(lines), "unit check")]:
@@ -152,8 +152,6 @@ class Commands:
                 self.run(text)
         except Failure as failure:
             raise Failure(f"{path}:{place}: {text}\n{failure}") from None
-        finally:
-            self._folder = outer
 
     def find(self, path: str) -> str:
         """A file that a command names: beside the scenario, or as the caller of the bench sees it."""
@@ -185,10 +183,6 @@ class Commands:
         limit = max(USUAL_BOUND, bound / speed) if speed > 1 else bound
         if not self._clock.until(met, limit, self._lost):
             raise Failure(f"not met within {bound:g} s: {what}\n{seen()}")
-
-    def do_play(self, file: str) -> None:
-        """FILE - plays a scenario file"""
-        self.play(self.find(file))
 
     def do_mark(self) -> None:
         """later expects look only at what happens from now on"""
