@@ -15,7 +15,6 @@ from collections.abc import Callable, Iterable, Sequence
 from typing import Any
 
 from bench import Failure, Row, number, rows, to_bytes, to_text
-from bench.places import of_caller
 from bench.watch import KINDS, History, printable
 from bench.world import Clock, Condition
 
@@ -156,7 +155,7 @@ class Commands:
     def find(self, path: str) -> str:
         """A file that a command names: beside the scenario, or as the caller of the bench sees it."""
         beside = os.path.join(self._folder, path)
-        return beside if os.path.exists(beside) else of_caller(path)
+        return beside if os.path.exists(beside) else path
 
     def do_expect(self, *given: str) -> None:
         """KIND WHAT... - waits for it, and says what was seen instead: help expect"""

@@ -139,7 +139,7 @@ class Mcu:
         """FILE|off - records the serial line to a capture, with times and directions; stops that"""
         if self._capture:
             self._capture.close()
-        self._capture = open(places.of_caller(file), "wb", buffering=0) if file != "off" else None
+        self._capture = open(file, "wb", buffering=0) if file != "off" else None
 
     def _note(self, kind: str, content: bytes) -> None:
         self._history.note(kind, content)

@@ -8,7 +8,6 @@ from functools import cached_property, partial
 from typing import Any
 
 from bench import Failure, State
-from bench.places import of_caller
 from bench.world import PATIENCE, Loop, Process
 
 SHARE = "/run/tree/usr/share/kt6120-web"
@@ -119,7 +118,7 @@ class Page:
             "release": lambda: self._pointer().release().perform(),
             "choose": lambda label, option: self._find(OPTION, label, option).click(),
             "script": self._run_script,
-            "snapshot": lambda file: self.driver.save_screenshot(of_caller(file)),
+            "snapshot": lambda file: self.driver.save_screenshot(file),
         }
         self.serve()
         try:

@@ -4,8 +4,6 @@
 They repeat the unit's absolute paths on purpose: so the bench notices when the program uses another place.
 """
 
-import os
-
 INSTALL = "/home/pi/KT6120/bin"
 PROGRAM = f"{INSTALL}/KT6120"
 STORE = f"{INSTALL}/KT6120.ini"
@@ -18,11 +16,6 @@ SERIAL = "/dev/serial0"
 BENCH = "/run/bench"
 CALLS = f"{BENCH}/calls"
 PROGRAMS = f"{BENCH}/bin"
-
-
-def of_caller(path: str) -> str:
-    """A file of the bench's caller, whose folder is bound there."""
-    return os.path.join("/run/caller" if os.path.isdir("/run/caller") else "", path)
 
 
 def stand_ins(build: str) -> dict[str, str]:

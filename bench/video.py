@@ -10,7 +10,7 @@ from functools import partial
 from struct import pack, unpack_from
 from time import monotonic
 
-from bench import Failure, State, number, places, span
+from bench import Failure, State, number, span
 from bench.phone import Network
 from bench.watch import History
 from bench.world import PATIENCE, Clock, Loop, run
@@ -122,5 +122,5 @@ class Video:
         if name not in PORTS:
             raise Failure("snapshot pal, phone or ethernet?")
         tap = self.tap(PORTS[name])
-        tap.write_picture(self._loop, self._clock, places.of_caller(file))
+        tap.write_picture(self._loop, self._clock, file)
         self._history.note("bench", f"picture written to {file}\n")

@@ -122,7 +122,7 @@ class Gauges:
             values[name] = len(self._machine.read(path) or b"") / 1024
         self._history.note("bench", ", ".join(f"{name} {values[name]:g}" for name in values) + "\n")
         if file:
-            with open(places.of_caller(file), "a") as table:
+            with open(file, "a") as table:
                 if table.tell() == 0:
                     table.write(",".join(values) + "\n")
                 table.write(",".join(map(str, values.values())) + "\n")
