@@ -6,17 +6,12 @@ afar; so this module needs nothing but Python.
 """
 
 import contextlib
-import ctypes
 import os
 import signal
 from functools import partial
 
-from bench import Failure, to_text
-from bench.world import Heard, Loop, Process, run
-
-LOOKUP_INTERVAL = 0.2  # s
-# Of inotify: modified, moved to, created, deleted; of folders only.
-INTERESTING = 0x2 | 0x80 | 0x100 | 0x200 | 0x01000000
+from bench import to_text
+from bench.world import CHECK_INTERVAL, Heard, Loop, Process, run
 
 GAUGES = {
     "rss": "resident MiB of the program; growth is counted from the last mark",
@@ -31,7 +26,6 @@ GAUGES = {
 # The first process of a sandbox and this one name the unit's programs as well.
 BENCH = ("1", str(os.getpid()))
 TICKS = os.sysconf("SC_CLK_TCK")
-libc = ctypes.CDLL(None, use_errno=True)
 
 
 class Machine:
@@ -93,22 +87,21 @@ class Machine:
 
     def watch(self, path: str, heard: Heard) -> None:
         """The whole of a file, at each change."""
-        folder, last = os.fsencode(os.path.dirname(path)), b""
-        queue = libc.inotify_init1(os.O_CLOEXEC)
-        if queue < 0:
-            raise Failure("no inotify queue left")
+        known, last = (0, 0, 0), b""
 
-        def look(_: bytes = b"") -> None:
-            nonlocal last
-            libc.inotify_add_watch(queue, folder, INTERESTING)
-            content = self.read(path)
-            if content not in (None, last):
-                last = content or b""
-                heard(last)
+        def look() -> None:
+            nonlocal known, last
+            with contextlib.suppress(OSError):
+                file = os.stat(path)
+                # Two changes may have the same time.
+                state = file.st_ino, file.st_size, file.st_mtime_ns
+                content = self.read(path) if state != known else None
+                known = state
+                if content not in (None, last):
+                    last = content or b""
+                    heard(last)
 
-        self._loop.hears(queue, look)
-        # No event tells that a folder is removed or made.
-        self._loop.timer(look).start(LOOKUP_INTERVAL, LOOKUP_INTERVAL)
+        self._loop.timer(look).start(0, CHECK_INTERVAL)
         look()
 
     def gauges(self, process: int) -> dict[str, float]:

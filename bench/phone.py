@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: LicenseRef-KT6120
 """The unit's networks, and the phone at their far end with its viewing app."""
 
+import ctypes
 import os
 import socket
 from collections.abc import Callable, Iterator
@@ -8,12 +9,12 @@ from contextlib import contextmanager, suppress
 from functools import cached_property, partial
 
 from bench import Failure, number, to_bytes
-from bench.machine import libc
 from bench.watch import History
 from bench.world import Act, Clock, Loop, run
 
 PLUG = os.path.join(os.path.dirname(__file__), "plug")
 CLONE_NEWNET = 0x40000000
+libc = ctypes.CDLL(None)
 
 # The unit's address and the phone's, where no other is given.
 NETS = {
