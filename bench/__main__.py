@@ -30,7 +30,7 @@ class Prompt:
         import readline  # takes its time to load, and changes the terminal
 
         self._desk, self._typing = desk, False
-        View(desk.loop, desk.clock, desk.history, self._write)
+        View(desk.clock, desk.history, self._write)
         readline.parse_and_bind("set enable-bracketed-paste off")
         readline.parse_and_bind("tab: complete")
         readline.set_completer(self._complete)
@@ -96,7 +96,7 @@ def main() -> int:
         with around(given) as desk:
             desk.clock.set_pace(int(given.get("--speed", 1)))
             if words:
-                View(desk.loop, desk.clock, desk.history)
+                View(desk.clock, desk.history)
                 desk.commands.play(words[0])
             else:
                 steer(desk, given.get("--address", ""))

@@ -3,20 +3,19 @@
 
 import os
 import re
-from collections.abc import Callable
 from functools import partial
 from typing import Self
 
 from bench import places
 from bench.language import Commands
 from bench.machine import Machine
-from bench.mcu import Line, Mcu, pseudo_terminal
+from bench.mcu import Mcu, PlugIn, pseudo_terminal
 from bench.page import Page
 from bench.phone import App, Network
 from bench.unit import Program, Surroundings, Unit
 from bench.video import Video
 from bench.watch import Gauges, History, Store
-from bench.world import Clock, Heard, Loop
+from bench.world import Clock, Loop
 
 
 class Around:
@@ -30,7 +29,7 @@ class Around:
     network: Network
     video: Video
 
-    def assemble(self, plug_in: Callable[[Heard], Line], *others: object) -> None:
+    def assemble(self, plug_in: PlugIn, *others: object) -> None:
         """The parts above and others make a unit, whose program does not run yet."""
         clock, history, machine = self.clock, self.history, self.machine
         self.commands = Commands(clock, history, self.unit.lost)
@@ -40,8 +39,8 @@ class Around:
         machine.follow(places.LOG, lambda lines: history.note("log", lines))
         timed = re.compile(rb"(?m)^\S+\t")  # the recorder's lines
         machine.follow(places.CALLS, lambda lines: history.note("calls", timed.sub(b"", lines)))
-        self.mcu = Mcu(self.loop, clock, history, plug_in, self.commands.find)
-        app = App(self.loop, clock, history, self.network, self.commands.do_expect)
+        self.mcu = Mcu(clock, history, plug_in, self.commands.find)
+        app = App(clock, history, self.network)
         gauges = Gauges(clock, history, machine, self.unit.id)
         parts = self.unit, self.mcu, self.network, app, self.video, store, clock, gauges
         self.commands.offer(*parts, *others)
@@ -58,9 +57,9 @@ class Desk(Around):
         os.environ |= places.stand_ins(build)  # for all that is started
         self.loop, self.history = Loop(), History()
         self.clock, self.machine = Clock(self.loop), Machine(self.loop)
-        self.unit = program = Program(self.loop, self.clock, self.history, self.machine, build)
+        self.unit = program = Program(self.clock, self.history, self.machine, build)
         self.network = Network(self.history)
-        self.video = Video(self.loop, self.clock, self.history, self.network)
+        self.video = Video(self.clock, self.history, self.network)
         self.page = Page(self.loop)
         line = partial(pseudo_terminal, self.loop, places.SERIAL)
         self.assemble(line, Surroundings(self.machine, self.history), self.page)

@@ -183,6 +183,11 @@ class Commands:
         if not self._clock.until(met, limit, self._lost):
             raise Failure(f"not met within {bound:g} s: {what}\n{seen()}")
 
+    def do_ask(self, *words: str) -> None:
+        """LINE ANSWER - the app sends the line and gets the answer: ask TWK? "TWK 0\\r\" """
+        self._act("", self.verbs, ["app", *words[:-1]])
+        self.do_expect("app", words[-1])
+
     def do_mark(self) -> None:
         """later expects look only at what happens from now on"""
         self._history.mark()

@@ -98,18 +98,14 @@ def to_socket(loop: Loop, path: str, heard: Heard) -> Line:
     return Line(loop, heard, end.detach())
 
 
+PlugIn = Callable[[Heard], Line]
+Find = Callable[[str], str]  # the path of a scenario's file
+
+
 class Mcu:
     """Answers from a model of the unit's hardware, follows set commands, misbehaves on request."""
 
-    def __init__(
-        self,
-        loop: Loop,
-        clock: Clock,
-        history: History,
-        plug_in: Callable[[Heard], Line],
-        find: Callable[[str], str],
-    ) -> None:
-        """`find` returns the path of a scenario's file."""
+    def __init__(self, clock: Clock, history: History, plug_in: PlugIn, find: Find) -> None:
         self._clock, self._history, self._find = clock, history, find
         self._plug_in: Callable[[], Line] = lambda: plug_in(self._hear)
         self._line = self._plug_in()
@@ -117,11 +113,11 @@ class Mcu:
         self._gathered = b""  # the unit's bytes since the last line end
         self._mood, self._turning = "talk", False  # the reel
         self._answer: list[bytes] = []  # what is still to be sent of it
-        self._gap = loop.timer(self._send_part)
+        self._gap = clock.loop.timer(self._send_part)
         self._capture: IO[bytes] | None = None
         self._replay: Iterator[bytes | float] = iter(())
         self._awaited: bytes | float | None = None  # by the replay
-        self._pause = loop.timer(self._replay_on)
+        self._pause = clock.loop.timer(self._replay_on)
 
     def renew_line(self) -> None:
         """Unless it is gone: a program that was killed leaves the old one locked for its use."""
@@ -249,7 +245,7 @@ class Mcu:
 def alone(link: str) -> None:
     loop, history = Loop(), History()
     history.listeners.append(lambda kind, text: kind == "serial" and os.write(1, text))
-    Mcu(loop, Clock(loop), history, partial(pseudo_terminal, loop, link), str)
+    Mcu(Clock(loop), history, partial(pseudo_terminal, loop, link), str)
     print("ready", flush=True)
     loop.rest()
 

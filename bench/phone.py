@@ -10,7 +10,7 @@ from functools import cached_property, partial
 
 from bench import Failure, number, to_bytes
 from bench.watch import History
-from bench.world import Act, Clock, Loop, run
+from bench.world import Act, Clock, run
 
 PLUG = os.path.join(os.path.dirname(__file__), "plug")
 CLONE_NEWNET = 0x40000000
@@ -102,21 +102,14 @@ class Network:
 class App:
     """A TCP server at port 8082, and a heartbeat every 5 s."""
 
-    def __init__(
-        self,
-        loop: Loop,
-        clock: Clock,
-        history: History,
-        network: Network,
-        expect: Callable[..., None],
-    ) -> None:
-        self._loop, self._clock, self._history = loop, clock, history
-        self._network, self._expect = network, expect
+    def __init__(self, clock: Clock, history: History, network: Network) -> None:
+        self._loop, self._clock, self._history = clock.loop, clock, history
+        self._network = network
         self._server: socket.socket | None = None
         self._line: socket.socket | None = None  # the unit's connection
         self._unsent = b""  # of what the app says
         self._accepts = self._talks = True
-        self._heart = loop.timer(self._beat)
+        self._heart = clock.loop.timer(self._beat)
         network.when_up = self._open
 
     def do_app(self, verb: str, *words: str) -> None:
@@ -140,11 +133,6 @@ class App:
             act(*words)
         else:
             self._send(to_bytes(" ".join((verb, *words))) + b"\r\n")
-
-    def do_ask(self, *words: str) -> None:
-        """LINE ANSWER - sends the line and waits for the answer: ask TWK? "TWK 0\\r\" """
-        self.do_app(*words[:-1])
-        self._expect("app", words[-1])
 
     def _send(self, content: bytes) -> None:
         line = self._connected()

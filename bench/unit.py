@@ -9,7 +9,7 @@ from time import monotonic
 from bench import Failure, State, number, places, span, to_bytes
 from bench.machine import Machine
 from bench.watch import History
-from bench.world import Act, Clock, Loop, Process
+from bench.world import Act, Clock, Process
 
 LAST_WORDS = 0.5  # s, in which all output of an ended program arrives
 RECORDER = f"{places.BENCH}/recorder"
@@ -101,11 +101,9 @@ class Unit:
 class Program(Unit):
     """As a child of the bench."""
 
-    def __init__(
-        self, loop: Loop, clock: Clock, history: History, machine: Machine, build: str
-    ) -> None:
+    def __init__(self, clock: Clock, history: History, machine: Machine, build: str) -> None:
         super().__init__(clock)
-        self._loop, self._history, self._machine = loop, history, machine
+        self._history, self._machine = history, machine
         self._process: Process | None = None
         self._stopping = False
         machine.link(f"{build}/bin/libfasttime.so", FAST_TIME)
@@ -117,7 +115,7 @@ class Program(Unit):
         self._machine.end_all(MARK)
         self.ending, self.unasked, self._stopping = "", False, False
         self._process = Process(
-            self._loop,
+            self._clock.loop,
             [places.PROGRAM],
             stdout=lambda text: self._history.note("stdout", text),
             stderr=lambda text: self._history.note("stderr", text),

@@ -69,7 +69,7 @@ class Tap:
         span = (frames[-1][1] - frames[0][1]) % 2**32
         return (len(frames) - 1) * STAMPS_PER_SECOND / span if span else 0
 
-    def write_picture(self, loop: Loop, clock: Clock, file: str) -> None:
+    def write_picture(self, clock: Clock, file: str) -> None:
         """The last picture as PNG, once there is one."""
 
         def is_there() -> bool:
@@ -78,7 +78,7 @@ class Tap:
         if not clock.until(is_there, PATIENCE):
             raise Failure(f"nothing comes at port {self._port}")
         command = [*(DECODER + TO_PNG).split(), f"location={file}"]
-        said = loop.apart(partial(run, *command, stdin=b"".join(self.kept)))
+        said = clock.loop.apart(partial(run, *command, stdin=b"".join(self.kept)))
         if not os.path.getsize(file):
             raise Failure(said)
 
@@ -98,15 +98,15 @@ def listen(loop: Loop, port: int) -> Tap:
 
 
 class Video:
-    def __init__(self, loop: Loop, clock: Clock, history: History, network: Network) -> None:
-        self._loop, self._clock, self._history, self._network = loop, clock, history, network
+    def __init__(self, clock: Clock, history: History, network: Network) -> None:
+        self._clock, self._history, self._network = clock, history, network
         self.taps: dict[int, Tap] = {}
 
     def tap(self, port: int) -> Tap:
         """Listens in from its first use on: at the phone, or for the PAL picture in the unit's world."""
         if port not in self.taps:
             with nullcontext() if port == PORTS["pal"] else self._network.in_phone():
-                self.taps[port] = listen(self._loop, port)
+                self.taps[port] = listen(self._clock.loop, port)
         return self.taps[port]
 
     def expect_rtp(self, port: str, _: str, rates: str) -> State:
@@ -114,7 +114,7 @@ class Video:
         tap = self.tap(int(number(port)))
         least, most = span(rates)
         if least == 0 and tap.rate() == 0:  # it may have begun to listen just now
-            self._loop.rest(WINDOW)
+            self._clock.loop.rest(WINDOW)
         return State(tap.rate, lambda rate: least <= rate <= most)
 
     def do_snapshot(self, name: str, file: str) -> None:
@@ -122,5 +122,5 @@ class Video:
         if name not in PORTS:
             raise Failure("snapshot pal, phone or ethernet?")
         tap = self.tap(PORTS[name])
-        tap.write_picture(self._loop, self._clock, file)
+        tap.write_picture(self._clock, file)
         self._history.note("bench", f"picture written to {file}\n")

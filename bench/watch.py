@@ -10,7 +10,9 @@ from functools import partial
 
 from bench import Failure, Row, State, number, places, to_bytes, to_text
 from bench.machine import GAUGES, Machine
-from bench.world import Act, Clock, Loop
+from bench.world import Act, Clock
+
+Write = Callable[[str], object]
 
 DAY = 86400  # s
 RATE_INTERVAL = 5  # s
@@ -151,14 +153,12 @@ def printable(content: bytes) -> str:
 class View:
     """Prints what happens, a line each; what says nothing new as a count, every few seconds."""
 
-    def __init__(
-        self, loop: Loop, clock: Clock, history: History, write: Callable[[str], object] = print
-    ) -> None:
+    def __init__(self, clock: Clock, history: History, write: Write = print) -> None:
         self._clock, self._write, self._colours = clock, write, sys.stdout.isatty()
         self._known: dict[tuple[str, bytes], bytes] = {}  # kind and first word -> last line shown
         self._more, self._rated = Counter[str](), 0.0
         history.listeners.append(self._show)
-        loop.timer(self._show_more).start(RATE_INTERVAL, RATE_INTERVAL)
+        clock.loop.timer(self._show_more).start(RATE_INTERVAL, RATE_INTERVAL)
 
     def _show(self, kind: str, text: bytes) -> None:
         for line in text.split(b"\n") if kind in LINES else [text]:

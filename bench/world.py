@@ -117,7 +117,7 @@ class Clock:
     """The unit's time: the wall clock's, plus the time that the program has skipped while idle."""
 
     def __init__(self, loop: Loop) -> None:
-        self._loop, self._start, self.speed = loop, monotonic(), 1
+        self.loop, self._start, self.speed = loop, monotonic(), 1
         page = os.memfd_create("pace")
         self._page = f"/proc/{os.getpid()}/fd/{page}"
         os.truncate(page, 3 * 8)
@@ -142,7 +142,7 @@ class Clock:
 
     def until(self, condition: Condition, seconds: float, lost: Condition = lambda: False) -> bool:
         """As Loop.until. On a desk in wall seconds, on a board in its own."""
-        return self._loop.until(condition, seconds, lost)
+        return self.loop.until(condition, seconds, lost)
 
 
 def run(*command: str, stdin: bytes = b"") -> str:

@@ -61,7 +61,7 @@ class Unit(Machine):
         return self._tap.rate()
 
     def write_picture(self, file: str) -> None:
-        self._tap.write_picture(self._loop, Clock(self._loop), file)
+        self._tap.write_picture(Clock(self._loop), file)
 
 
 class Agent:

@@ -53,7 +53,7 @@ class BoardClock(Clock):
         def over() -> bool:
             return lost() or not self._emulator.running or self.seconds() >= end
 
-        return self._loop.until(condition, lost=over)
+        return self.loop.until(condition, lost=over)
 
 
 class Service(Unit):
@@ -115,7 +115,7 @@ class PalTap(Tap):
     def rate(self) -> float:
         return float(self._board.rate())
 
-    def write_picture(self, loop: Loop, clock: Clock, file: str) -> None:
+    def write_picture(self, clock: Clock, file: str) -> None:
         self._board.write_picture(PICTURE)
         with open(file, "wb") as picture:
             picture.write(self._board.read(PICTURE))
@@ -173,7 +173,7 @@ class Board(Around):
         self.network = BoardNetwork(loop, history, board)
         self._switch_on()
         self.unit = Service(self.clock, history, board)
-        self.video = Video(loop, self.clock, history, self.network)
+        self.video = Video(self.clock, history, self.network)
         self.video.taps[PORTS["pal"]] = PalTap(board)
         line = partial(to_socket, loop, f"{folder}/mcu")
         self.assemble(line, BoardSurroundings(self.machine, history), self)

@@ -77,7 +77,7 @@ def set_camera(state: str) -> None:
 def microcontroller() -> Iterator[Any]:
     """It answers at the serial line; what it has heard."""
     history = History()
-    mcu = Mcu(loop, Clock(loop), history, partial(pseudo_terminal, loop, places.SERIAL), str)
+    mcu = Mcu(Clock(loop), history, partial(pseudo_terminal, loop, places.SERIAL), str)
     yield history.of("serial")
     mcu.do_mcu("gone")
 
