@@ -17,7 +17,6 @@ SOCKET = "/run/kt6120-web/socket"
 PICTURE_SOCKET = "/run/kt6120-picture.socket"
 SETTINGS = "/run/bench/lighttpd.conf"
 FIND_LIMIT = 10  # s, until an element is there
-NO_BROWSER = "no browser is installed: ./dev test --web installs one"
 
 CONFIGURATION = f"""
 server.document-root = "{SHARE}/www"
@@ -48,20 +47,25 @@ TEXT = "return document.body.innerText.replace(/\\s+/g, ' ')"
 VALUE = "const done = arguments[0]; Promise.resolve(({})).then(done, error => done(String(error)))"
 
 
+def selenium() -> Any:
+    """The library, which takes its time to load. Some of its releases are typed."""
+    try:
+        import selenium.webdriver
+    except ImportError:
+        raise Failure("no browser is installed: ./dev test --web installs one") from None
+    return selenium
+
+
 def start_browser() -> Any:
     """Chromium without a window, through its driver, which blocks."""
-    try:
-        from selenium import webdriver  # takes its time to load
-        from selenium.webdriver.chrome.service import Service
-    except ImportError:
-        raise Failure(NO_BROWSER) from None
-
-    options: Any = webdriver.ChromeOptions()
+    webdriver = selenium().webdriver
+    options = webdriver.ChromeOptions()
     for option in BROWSER_OPTIONS:
         options.add_argument(option)
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
     # Without a path, Debian 13's Selenium asks a program of its own that Debian leaves out.
-    return webdriver.Chrome(options=options, service=Service("/usr/bin/chromedriver"))
+    service = webdriver.chrome.service.Service("/usr/bin/chromedriver")
+    return webdriver.Chrome(options=options, service=service)
 
 
 class Page:
@@ -157,17 +161,13 @@ class Page:
         return driver
 
     def _do(self, act: Callable[..., Any], *arguments: Any) -> Any:
-        try:
-            from selenium.common.exceptions import StaleElementReferenceException as Stale
-            from selenium.common.exceptions import WebDriverException
-        except ImportError:
-            raise Failure(NO_BROWSER) from None
+        errors = selenium().common.exceptions
         try:
             try:
                 return self._loop.apart(partial(act, *arguments))
-            except Stale:  # the page has replaced the element meanwhile
+            except errors.StaleElementReferenceException:  # the page has replaced it meanwhile
                 return self._loop.apart(partial(act, *arguments))
-        except WebDriverException as error:
+        except errors.WebDriverException as error:
             raise Failure(f"the browser: {error.msg}") from None
 
     def _value(self, method: str, script: str) -> object:
@@ -190,10 +190,7 @@ class Page:
         return self.driver.find_element("xpath", place.format(*names))
 
     def _pointer(self) -> Any:
-        from selenium import webdriver
-
-        actions: Any = webdriver.ActionChains  # typed in some releases only
-        return actions(self.driver)
+        return selenium().webdriver.ActionChains(self.driver)
 
     def _type(self, label: str, text: str) -> None:
         element = self._find(INPUT, label)
