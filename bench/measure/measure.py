@@ -253,8 +253,5 @@ for number in range(ROUNDS + 1):
 note("processor share, PAL on", "%", processor_share(places.PROGRAM), processor_share(*PIPELINE))
 last_cycle = int(LAST_RELEASE.read_text().split()[-1])
 note("instructions per poll cycle, beside the last release", "", cycle, last_cycle)
-set_camera("missing")
-polling = processor_share(places.PROGRAM)
 show()
-print(f"{'processor share, polling, PAL off':<54}{polling:>11.1f}{'':>35}  %")
 print(f"medians over {ROUNDS} rounds of {SAMPLES} samples, and half of their range")
