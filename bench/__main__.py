@@ -16,7 +16,7 @@ from time import monotonic
 
 sys.path[0] = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
-from bench import Failure
+from bench import Failure, number
 from bench.desk import Around, Desk
 from bench.watch import View
 
@@ -94,7 +94,7 @@ def main() -> int:
     signal.signal(signal.SIGINT, signal.SIG_DFL)  # Ctrl-C ends all
     try:
         with around(given) as desk:
-            desk.clock.set_pace(int(given.get("--speed", 1)))
+            desk.clock.set_pace(number(given.get("--speed", "1")))
             if words:
                 View(desk.clock, desk.history)
                 desk.commands.play(words[0])
