@@ -49,7 +49,7 @@ class Around:
         return self
 
     def __exit__(self, *_: object) -> None:
-        raise NotImplementedError
+        self.unit.stop()
 
 
 class Desk(Around):
@@ -64,6 +64,3 @@ class Desk(Around):
         line = partial(pseudo_terminal, self.loop, places.SERIAL)
         self.assemble(line, Surroundings(self.machine, self.history), self.page)
         program.when_ended = self.mcu.renew_line
-
-    def __exit__(self, *_: object) -> None:
-        self.unit.stop()

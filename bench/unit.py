@@ -257,8 +257,4 @@ class Surroundings:
     def expect_file(self, path: str, word: str, *words: str) -> State:
         """PATH TEXT - the file holds the text"""
         text = to_bytes(" ".join((word, *words)))
-
-        def fits(content: bytes | None) -> bool:
-            return content is not None and text in content
-
-        return State(lambda: self._machine.read(path), fits)
+        return State(lambda: self._machine.read(path), lambda content: text in (content or b""))
