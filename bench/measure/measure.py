@@ -15,7 +15,7 @@ import subprocess
 import sys
 import time
 from collections.abc import Callable, Iterator
-from contextlib import ExitStack, contextmanager
+from contextlib import contextmanager
 from functools import partial
 from pathlib import Path
 from typing import Any
@@ -178,11 +178,8 @@ def measure_without_picture(listener: socket.socket) -> None:
 def measure_trips(listener: socket.socket) -> None:
     """A phone comes. The app's address is local, like the floor's peer."""
     run(PLUG, "usb0", "192.168.42.10/24", "192.168.42.1")
-    with ExitStack() as stack:
-        unit = stack.enter_context(listener.accept()[0])
+    with listener.accept()[0] as unit, floor_started("echo"), listener.accept()[0] as echo:
         unit.recv(4096)
-        stack.enter_context(floor_started("echo"))
-        echo = stack.enter_context(listener.accept()[0])
         answers, acknowledgements, echoes = in_turn(
             trip(unit, b"LampValue?\r\n"), trip(unit, b"Port 1\r\n"), trip(echo, b"x\r\n")
         )
