@@ -34,6 +34,10 @@ PAL, USB = 8083, 49152
 OPEN = "window.all = [window]; for (let n = 0; n < 3; ++n) all.push(open('/', '', 'popup'))"
 VIDEOS = "all.map((one) => one.document.getElementById('video'))"
 FRAMES = f"return {VIDEOS}.map((one) => one?.getVideoPlaybackQuality().totalVideoFrames ?? 0)"
+MIDDLE = """
+const { x, y, width, height } = document.getElementById("zero").getBoundingClientRect();
+return [x + width / 2, y + height / 2];
+"""
 
 
 def run(*command):
@@ -114,6 +118,23 @@ def try_kept(desk):
     desk.run("unit signal 18")
 
 
+def try_touch(desk):
+    """A finger that slides off the button does not zero the reel."""
+
+    def touch(kind, *points):
+        command = desk.page.driver.execute_cdp_cmd
+        given = {"type": kind, "touchPoints": [{"x": x, "y": y} for x, y in points]}
+        desk.loop.apart(partial(command, "Input.dispatchTouchEvent", given))
+
+    x, y = desk.loop.apart(partial(desk.page.driver.execute_script, MIDDLE))
+    desk.run("mark")
+    touch("touchStart", (x, y))
+    touch("touchMove", (x, y + 100))
+    desk.run('expect page "Hold the button for a second"')
+    desk.run('expect none serial "COILER:ZERO" for 1.5')
+    touch("touchEnd")
+
+
 def send(packets, stream):
     """To the port of the phone's picture, as a stream of that number."""
     with socket.socket(type=socket.SOCK_DGRAM) as end:
@@ -171,5 +192,6 @@ with Desk(sys.argv[1]) as desk_with_page:
     desk_with_page.run("unit start")
     desk_with_page.run("expect rtp 8083 rate 20..30")
     desk_with_page.run("page open")
+    try_touch(desk_with_page)
     try_kept(desk_with_page)
     try_viewers(desk_with_page)

@@ -129,7 +129,7 @@ function showUnit(text, since) {
   if (since !== undefined) byId("picture").textContent = "unknown";
   document.body.classList.toggle("stale", since !== undefined);
   const [date, time] = (since || "").split(" ");
-  byId("old").textContent = time ? `as of ${time}` : "";
+  byId("old").textContent = time ? `as of ${since}` : "";
   byId("as-of").textContent = time ? `as of ${time} on ${date}, ${clock.zone}` : "";
 }
 
@@ -186,6 +186,7 @@ function hear(type, data) {
   if (!document.hidden) hearers[type](data);
 }
 
+let workerRuns = false; // it has answered
 let shares = true; // false: the next stream is the tab's own
 
 // The stream's worker; none in a browser that has no shared workers or blocks the site's data.
@@ -204,7 +205,10 @@ function connect() {
   shares = true;
   if (!worker) return makeStream(hear);
   const { port } = worker;
-  port.onmessage = ({ data: { type, data } }) => hear(type, data);
+  port.onmessage = ({ data: { type, data } }) => {
+    if (type === "here") workerRuns = true;
+    else hear(type, data);
+  };
   return (looks) => {
     port.postMessage(looks);
     if (looks === null) port.close();
@@ -213,11 +217,16 @@ function connect() {
 
 let look = connect(); // true starts the stream anew, false ends it, null also closes the worker's port
 
+function lookAgain() {
+  heard = performance.now();
+  workerRuns = false;
+  look(!document.hidden);
+}
+
 // Hidden tabs close their stream.
 function follow() {
   showUnit("connecting", clock.time);
-  heard = performance.now();
-  look(!document.hidden);
+  lookAgain();
 }
 
 // Readings that do not come in time are missing.
@@ -227,14 +236,16 @@ function remind() {
   }
 }
 
-// A dead TCP connection looks open for minutes, and the browser may have ended the worker: reconnect.
+// A dead TCP connection looks open for minutes: reconnect. The browser may have ended the worker. Only then a
+// new one: what each costs, the browser keeps until the page is closed.
 function watch() {
   if (document.hidden || performance.now() - heard < silence) return;
   hearers.lost();
-  look(null);
-  look = connect();
-  heard = performance.now();
-  look(true);
+  if (!workerRuns) {
+    look(null);
+    look = connect();
+  }
+  lookAgain();
 }
 
 // Commands -------------------------------------------------------------------------------------
@@ -242,9 +253,11 @@ function watch() {
 const longest = 45000; // ms; the API answers sooner
 const pause = 250; // ms before a retry after 429 or 503
 const patience = 5000; // ms of retries; for Lamp off it is `longest`
+const fadeTime = 10000; // ms
 const mostSteps = 20; // of the lamp to a level; the whole way down and up takes fourteen
 let taps = []; // waiting for the command before them
 let working = false;
+let fading; // timer of the answer
 let wish = null; // the level that the lamp steps to
 let dark = false; // lamp off was sent
 const offs = new Set(); // promises of each lamp off that is not answered yet
@@ -268,9 +281,19 @@ const called = ({ name, argument }) => vocabulary[name][0](argument);
 
 const unchanged = "the unit read it, but no reading changed"; // the API's words
 
+// What was done is soon no longer what is: others control the unit, too.
 function say(text, level = "normal") {
+  clearTimeout(fading);
   byId("answer").className = level;
   byId("answer").textContent = text;
+  if (text && level === "normal") fading = setTimeout(say, fadeTime, "");
+}
+
+// Each once, with its number.
+function listed(names) {
+  const counts = new Map();
+  for (const name of names) counts.set(name, (counts.get(name) || 0) + 1);
+  return [...counts].map(([name, count]) => (count > 1 ? `${name} (${count})` : name)).join(", ");
 }
 
 function showTaps() {
@@ -301,7 +324,7 @@ async function ask(body) {
 
 // Sends a command and says what it did; false if the unit does not answer. `label`: what it is for.
 async function command({ name, argument, from, label = called({ name, argument }) }) {
-  say(`${label}: waiting for the unit`);
+  say(`${label}: waiting for the unit`, "waiting");
   const lamp = stored("Camera/Lamp");
   const end = performance.now() + (name === "LAMPOFF" ? longest : patience);
   let said = await ask({ command: name, argument, from });
@@ -390,7 +413,7 @@ async function tap(name, argument) {
       taps.unshift({ name: "LAMPDOWN" }, next);
     showLevel();
     if (!answered && taps.length > 0) {
-      byId("answer").textContent += `; not sent: ${taps.map(called).join(", ")}`;
+      byId("answer").textContent += `; not sent: ${listed(taps.map(called))}`;
       taps.splice(0);
       showTaps();
     }
@@ -474,13 +497,17 @@ byId("level").addEventListener("change", () => {
   if (level > 0) tap("LEVEL", level);
   else tap("LAMPOFF");
 });
+byId("answer").addEventListener("click", () => say("")); // on a phone it may cover a button
 byId("models").addEventListener("change", showOther);
 byId("model").addEventListener("submit", (event) => {
   event.preventDefault();
   tap("MODEL", byId("models").value || byId("model-name").value);
 });
 const zero = {
-  pointerdown: (event) => { if (event.button === 0) hold(); },
+  pointerdown: (event) => {
+    event.target.releasePointerCapture(event.pointerId); // a finger's, which never leaves with it
+    if (event.button === 0) hold();
+  },
   pointerup: explainHold,
   pointerleave: explainHold,
   pointercancel: letGo,

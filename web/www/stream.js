@@ -25,6 +25,7 @@ if (typeof SharedWorkerGlobalScope !== "undefined") {
     tab.onmessage = ({ data: looks }) => {
       if (looks) looking.add(tab);
       else looking.delete(tab);
+      if (looks) tab.postMessage({ type: "here" });
       // A new tab needs all readings, and only a new stream sends them.
       if (looks || looking.size === 0) stream(looks);
     };
