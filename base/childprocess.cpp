@@ -43,8 +43,6 @@ public:
     }
     ~Pipe()
     {
-        if (!isOpen())
-            return;
         close(ends[0]);
         close(ends[1]);
     }

@@ -128,8 +128,6 @@ int commsInternal::commsInternalParseCmd(QString line, SOURCE_TYPE_t source)
         commsInternalAddtoFifo(missingParameter);
         return 1;
     }
-    if (word == "PWR:SD")
-        qCritical() << messages::shutdownRequested;
     (this->*entry->handler)(words, source);
     return 0;
 }

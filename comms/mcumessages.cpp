@@ -4,7 +4,10 @@
 
 #include "commsinternal.h"
 
+#include "logmessages.h"
 #include "mculog.h"
+
+#include <QDebug>
 
 #include <algorithm>
 
@@ -102,6 +105,7 @@ int commsInternal::commsInternalUpdateCoiler(QStringList words, SOURCE_TYPE_t so
 
 int commsInternal::commsInternalShutdown(QStringList, SOURCE_TYPE_t source)
 {
+    qCritical() << messages::shutdownRequested;
     emit commsInternalEvent(EVENT_Shutdown, source, nullptr);
     return 0;
 }

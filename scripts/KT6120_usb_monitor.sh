@@ -23,7 +23,7 @@ newline='
 # attribute FILE: sets value to the first line of a device attribute, empty if there is none.
 attribute() {
     value=
-    [ ! -r "$1" ] || read -r value <"$1"
+    read -r value <"$1"
 } 2>/dev/null
 
 # Sets present to the connected devices, one per line: port, vendor:product, maker and name.
