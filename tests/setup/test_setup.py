@@ -251,8 +251,7 @@ SOURCES += ["+net.ifnames=0 video=Composite-1:720x576@50ie,tv_mode=PAL"]
 SOURCES += ['+KERNEL=="ttyAMA0", SYMLINK+="serial0"']
 # The lines that change, but for those of the network and of cmdline.txt.
 SYSTEMS = {
-    "raspios12": RASPIOS,
-    "raspios13": RASPIOS,
+    "raspios": RASPIOS,
     "debian12": [*TITLE, *DEBIAN, *SOURCES],
     "debian13": [*TITLE, *DEBIAN, '-CONSOLES="tty0 ttyS1,115200"', *SOURCES],
 }
@@ -273,8 +272,8 @@ ln -s /x $wants/serial-getty@ttyAMA0.service | -symlink to /x
 ln -s ttyAMA0 /dev/serial0; ln -s /x $wants/hciuart.service | not -symlink to /x
 echo console=ttyS1,115200 console=tty2 console=serial0 root=x video=Composite-1:720x480@60ie net.ifnames=1 >$cmdline | +console=tty2 root=x net.ifnames=0 video=Composite-1:720x576@50ie
 echo root=x >$cmdline | +console=tty1 root=x net.ifnames=0 video=Composite-1:720x576@50ie
-echo 'fine?' >>$config | left alone: /boot/firmware/config.txt: line 49: fine?
-echo cmdline=other.txt >>$config | left alone: /boot/firmware/config.txt: line 49: cmdline=other.txt
+echo 'fine?' >>$config | left alone: /boot/firmware/config.txt: line 31: fine?
+echo cmdline=other.txt >>$config | left alone: /boot/firmware/config.txt: line 31: cmdline=other.txt
 echo 2 >>$cmdline | left alone: /boot/firmware/cmdline.txt: not one line with root=
 mkfifo $config.new; mv $config.new $cmdline | left alone: /boot/firmware/cmdline.txt: not a regular file
 mv /boot/firmware/* /boot | +++ /boot/config.txt
@@ -325,13 +324,13 @@ class Setup(unittest.TestCase):
         for row in CASES.strip().split("\n"):
             script, line = row.split(" | ")
             with self.subTest(script=script):
-                shell("system raspios12; " + script)
+                shell("system raspios; " + script)
                 said = self.there_and_back(line.startswith("left")).splitlines()
                 self.assertEqual(line.removeprefix("not ") in said, line[:3] != "not", said)
 
     def test_twice(self):
         """What has changed meanwhile stays; what has not goes back to what it was at first."""
-        shell("system raspios12; chmod 644 $commands")
+        shell("system raspios; chmod 644 $commands")
         before = shell("files")
         self.assertIn("[y/N]", self.setup(answer="n\n"))
         self.assertIn("[y/N]", self.setup())
@@ -344,7 +343,7 @@ class Setup(unittest.TestCase):
         self.assertEqual(shell("files"), before)
         self.setup("--yes")
         changed = shell("echo over_voltage=2 >>$config; sha256sum $config")
-        shell("cp $tree/tests/setup/raspios12$cmdline $cmdline")
+        shell("cp $tree/tests/setup/raspios$cmdline $cmdline")
         said = self.setup("--undo", "--yes", left=True)
         self.assertNotIn("cmdline.txt", said)
         self.assertIn("config.txt: somebody else has changed it since", said)
@@ -356,13 +355,13 @@ class Setup(unittest.TestCase):
 
     def test_group_of_the_web_server(self):
         """The sandbox has root's only."""
-        shell("system raspios12; echo www-data:x:33: >/etc/group")
+        shell("system raspios; echo www-data:x:33: >/etc/group")
         with unittest.mock.patch("os.chown") as chown:
             self.setup("--yes")
         chown.assert_called_once_with("/var/www/html/commands.txt", -1, 33)
 
     def test_full_boot_folder(self):
-        shell("system raspios12; mv /boot/firmware /boot/kept; mkdir /boot/firmware")
+        shell("system raspios; mv /boot/firmware /boot/kept; mkdir /boot/firmware")
         shell("mount -t tmpfs -o size=8k tmpfs /boot/firmware; mv /boot/kept/* /boot/firmware")
         self.addCleanup(shell, "umount /boot/firmware")
         before = shell("sha256sum /boot/firmware/*")
