@@ -179,6 +179,7 @@ private slots:
             most = std::max(most, link->socket()->bytesToWrite());
         }
         QVERIFY(!link->isConnected());
+        link->commsExternalSendCmd("lost\r");
         QVERIFY(most <= (1 << 20) + answer.size());
         QCOMPARE(LogCapture::texts(QtWarningMsg),
                  QStringList("TCP peer does not read, connection dropped"));
