@@ -479,7 +479,8 @@ function showKeys() {
 function press(event) {
   const typing = event.target.closest("input:not([type=checkbox]), select, textarea");
   const modified = event.ctrlKey || event.altKey || event.metaKey || event.shiftKey;
-  if (typing || modified || event.repeat || event.isComposing || !byId("keys").checked) return;
+  const off = !byId("keys").checked || byId("keys").offsetParent === null; // its switch is not shown
+  if (typing || modified || event.repeat || event.isComposing || off) return;
   const button = withKeys.find((one) => keyOf(one) === event.key.toUpperCase());
   if (!button) return;
   event.preventDefault();
