@@ -159,6 +159,10 @@ class AmongTools(Scripts):
         ids = [int(line) for line in pathlib.Path("/tmp/holders").read_text().split()]
         until(lambda: [is_running(id) for id in ids] == [True, False, True, True])
         self.assertLess(max(map(float, SLEPT.read_text().split())), 0.1)
+        (TOOLS / "flock").unlink()
+        write(TOOLS / "flock", "#!/bin/sh\nexit 1\n", 0o755)  # another call for the line hangs
+        self.assertEqual(run("gpio_write", "21", "1").returncode, 1)
+        self.assertTrue(is_running(ids[-1]))
         for holder in filter(is_running, ids):
             os.kill(holder, signal.SIGKILL)
 
