@@ -164,6 +164,10 @@ compare("bands", documented_bands, normal)
 # What the page repeats of its backend: an error that it explains, and the names of reel models.
 error = found(r'unchanged = "([^"]+)"', "web/www/page.js")
 compare("error", error, found(r'refuse\(exchange, 504, "([^"]+)"', "web/httpapi.cpp"))
+# The page waits longer than a Lamp off may take: for the lock, then for the unit and its store.
+waits = found(r"(?:seconds patience|storePatience) = (\d+)s;", "web/commandwriter.cpp")
+(longest,) = found(r"longest = (\d+)000;", "web/www/page.js")
+compare("wait for a Lamp off", {True}, {int(longest) > 2 * sum(map(int, waits))})
 pattern = {one.replace("\\-", "-") for one in found(r'pattern="([^"]+)"', "web/www/index.html")}
 compare("reel model names", pattern, found(r'modelName\[\] = "([^"]+)"', "web/commandwriter.cpp"))
 

@@ -250,7 +250,7 @@ function watch() {
 
 // Commands -------------------------------------------------------------------------------------
 
-const longest = 75000; // ms; the API answers sooner: 35 s for another's command, then 37 s for a Lamp off
+const longest = 75000; // ms; a Lamp off that waits for another's command is answered sooner
 const pause = 250; // ms before a retry after 429 or 503
 const patience = 5000; // ms of retries; for Lamp off it is `longest`
 const fadeTime = 10000; // ms
