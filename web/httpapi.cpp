@@ -209,6 +209,7 @@ void HttpApi::sendEvents(fastcgi::Exchange &exchange)
     ProgramLog viewed(logBytes);
     QMap<QByteArray, QString> known;
     QJsonObject knownState;
+    unsigned knownCommands = commands;
     auto spoken = steady_clock::now() - heartbeat;
     bool first = true;
     do {
@@ -218,6 +219,12 @@ void HttpApi::sendEvents(fastcgi::Exchange &exchange)
             lines = lines.mid(qMax(0, int(lines.size()) - logLines));
         if (!lines.isEmpty())
             events += "event: log\ndata: " + json({{"lines", described(lines)}}) + "\n\n";
+        // The page that sent a command takes its readings from the answer; another command may have
+        // changed them back since the last look.
+        if (const unsigned now = commands; now != knownCommands) {
+            knownCommands = now;
+            known.clear();
+        }
         const readings::Values values = readUnit();
         const QJsonArray rows = changed(values, known);
         QJsonObject state = unitState(values);
@@ -336,6 +343,7 @@ void HttpApi::takeCommand(fastcgi::Exchange &exchange)
                     json({{"line", QString::fromLatin1(command.line)},
                           {"seconds", took.count()},
                           {"store", store}}));
+    ++commands;
 }
 
 bool HttpApi::mayCommandNow()

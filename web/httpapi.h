@@ -47,6 +47,7 @@ private:
     Freshness freshness;
     Metrics metrics;
     std::atomic<int> histories = 0;
+    std::atomic<unsigned> commands = 0; // carried out
 
     std::mutex logMutex;
     ProgramLog log; // the messages of picture and sonde may be older than the lines of a viewer

@@ -222,6 +222,18 @@ def try_many(history):
     assert done() == wanted, f"not in order: {done()}"
 
 
+def try_answered():
+    """After a command every viewer gets the readings, also those that it did not change."""
+    with answer(get("/api/events")) as stream:
+
+        def shows_lamp():
+            return any(b'"Camera/Lamp"' in line for line in itertools.islice(stream, 60))
+
+        assert shows_lamp()
+        check(200, command("LAMPOFF"))  # it is off
+        assert shows_lamp(), "a viewer was not told"
+
+
 def try_locked_lamp():
     """While a Tallwick probe locks the lamp, LAMPUP is not answered with 200."""
     until(lambda: b'"attached"' in answer(get("/api/state")).read())
@@ -260,6 +272,7 @@ def main():
         desk.loop.apart(try_requests)
         desk.loop.apart(try_picture)
         desk.loop.apart(try_another_writer)
+        desk.loop.apart(try_answered)
         desk.loop.apart(partial(try_many, desk.history))
         desk.run("mcu TWK 1")
         desk.loop.apart(try_locked_lamp)
