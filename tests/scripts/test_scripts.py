@@ -238,7 +238,8 @@ class WithPicture(Scripts):
         return stream
 
     def stop(self):
-        subprocess.run(["sh", script("stream_stop")], timeout=PATIENCE, check=True)
+        done = subprocess.run(["sh", script("stream_stop")], capture_output=True, timeout=PATIENCE)
+        self.assertEqual((done.returncode, done.stdout + done.stderr), (0, b""))
 
     def launch_frozen(self, name, *arguments):
         """Launched, and kept from its first line until it is sent SIGCONT."""
