@@ -131,7 +131,7 @@ function startRecording() {
   draw();
   media.start(1000);
   document.body.dataset.recording = "yes";
-  byId("record").textContent = "Stop recording";
+  byId("record").textContent = "Stop";
   showRecording(own);
   say("Recording");
 }
