@@ -102,6 +102,8 @@ class AmongTools(Scripts):
             ("2.2.1", "gpio_read 53", "gpioget --numeric --chip gpiochip0 53", "0\n", 0, 0),
             ("1.6.3", "gpio_read 26", "gpioget gpiochip0 26", "", 4, 1),
             ("", "bb_read 0x10", "i2cget -y 1 0x48 0x10", "0x0a\n", 0, 0),
+            ("", "bb_read 0x1", "i2cget -y 1 0x48 0x1", "0x90\n", 0, 0),
+            ("", "bb_read 0x15", "i2cget -y 1 0x48 0x15", "0xf9\n", 0, 0),
             ("", "bb_read 0x7", "i2cget -y 1 0x48 0x7", "0x00\n", 2, 1),
             ("", "bb_read 0x07", "i2cget -y 1 0x48 0x07", "Warning\n", 0, 1),
             ("", "shutdown", power_off, "", 5, 5),
